@@ -1,0 +1,89 @@
+#include "file_access.h"
+
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "file_io.h"
+
+namespace corvel {
+
+namespace {
+
+// Opens without following a final symbolic link and without blocking on devices or fifos.
+int openForFlags(const std::string& path) {
+    return ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY);
+}
+
+std::optional<int> readFlags(const std::string& path) {
+    struct stat st {};
+    if (::lstat(path.c_str(), &st) != 0 || !(S_ISREG(st.st_mode) || S_ISDIR(st.st_mode)))
+        return std::nullopt;
+    const int fd = openForFlags(path);
+    if (fd < 0)
+        return std::nullopt;
+    int flags = 0;
+    const int rc = ::ioctl(fd, FS_IOC_GETFLAGS, &flags);
+    ::close(fd);
+    if (rc != 0)
+        return std::nullopt;
+    return flags;
+}
+
+bool forbidsRemoval(const std::string& path) {
+    const auto flags = readFlags(path);
+    return flags && (*flags & (FS_IMMUTABLE_FL | FS_APPEND_FL));
+}
+
+} // namespace
+
+bool isDeletableByUser(const std::string& path) {
+    struct stat item {};
+    if (::lstat(path.c_str(), &item) != 0)
+        return false;
+    const std::string parent = parentPath(path);
+    struct stat dir {};
+    if (::stat(parent.c_str(), &dir) != 0 || ::access(parent.c_str(), W_OK | X_OK) != 0)
+        return false;
+    const uid_t uid = ::geteuid();
+    if ((dir.st_mode & S_ISVTX) && uid != 0 && uid != item.st_uid && uid != dir.st_uid)
+        return false;
+    return !forbidsRemoval(path) && !forbidsRemoval(parent);
+}
+
+std::optional<bool> isImmutable(const std::string& path) {
+    const auto flags = readFlags(path);
+    if (!flags)
+        return std::nullopt;
+    return (*flags & FS_IMMUTABLE_FL) != 0;
+}
+
+bool setImmutable(const std::string& path, bool immutable, CVError* error) {
+    const int fd = openForFlags(path);
+    if (fd < 0) {
+        setError(error, posixError(errno, path, "Cannot open"));
+        return false;
+    }
+    int flags = 0;
+    if (::ioctl(fd, FS_IOC_GETFLAGS, &flags) != 0) {
+        const int saved = errno;
+        ::close(fd);
+        setError(error, posixError(saved, path, "Cannot read the flags of"));
+        return false;
+    }
+    flags = immutable ? (flags | FS_IMMUTABLE_FL) : (flags & ~FS_IMMUTABLE_FL);
+    if (::ioctl(fd, FS_IOC_SETFLAGS, &flags) != 0) {
+        const int saved = errno;
+        ::close(fd);
+        setError(error, posixError(saved, path, "Cannot change the flags of"));
+        return false;
+    }
+    ::close(fd);
+    return true;
+}
+
+} // namespace corvel

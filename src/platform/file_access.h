@@ -1,0 +1,25 @@
+#pragma once
+// What the user may do to a path: remove it, and the immutable flag that forbids it.
+
+#include <optional>
+#include <string>
+
+#include "error.h"
+
+namespace corvel {
+
+// Whether the current user may remove the item at path: the item exists (a dangling
+// symbolic link counts), its parent folder is writable and searchable by the user,
+// the sticky-bit rule of the parent allows it (the user owns the item or the parent,
+// or is root), and neither the item nor the parent is immutable or append-only.
+bool isDeletableByUser(const std::string& path);
+
+// The immutable flag of a file or folder (chattr +i). Nothing when it cannot be read:
+// the item is missing, a symbolic link, or on a file system without such flags.
+std::optional<bool> isImmutable(const std::string& path);
+
+// Sets or clears the immutable flag. Needs the CAP_LINUX_IMMUTABLE capability (root)
+// and a file system that keeps the flag; otherwise answers false with a POSIX error.
+bool setImmutable(const std::string& path, bool immutable, CVError* error);
+
+} // namespace corvel

@@ -1,0 +1,140 @@
+#include "file_io.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace corvel {
+
+namespace {
+
+bool writeAll(int fd, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t n = ::write(fd, bytes.data(), bytes.size());
+        if (n < 0) {
+            if (errno == EINTR)
+                continue;
+            return false;
+        }
+        bytes.remove_prefix(static_cast<std::size_t>(n));
+    }
+    return true;
+}
+
+void syncDirectory(const std::string& dir) {
+    const int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd >= 0) {
+        ::fsync(fd);
+        ::close(fd);
+    }
+}
+
+} // namespace
+
+std::string parentPath(std::string_view path) {
+    while (path.size() > 1 && path.back() == '/')
+        path.remove_suffix(1);
+    const auto slash = path.rfind('/');
+    if (slash == std::string_view::npos)
+        return ".";
+    if (slash == 0)
+        return "/";
+    return std::string(path.substr(0, slash));
+}
+
+std::string lastPathComponent(std::string_view path) {
+    while (path.size() > 1 && path.back() == '/')
+        path.remove_suffix(1);
+    const auto slash = path.rfind('/');
+    if (slash == std::string_view::npos || path == "/")
+        return std::string(path);
+    return std::string(path.substr(slash + 1));
+}
+
+bool readFileContents(const std::string& path, std::string& out, std::size_t maxBytes, CVError* error) {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        setError(error, posixError(errno, path, "Cannot open"));
+        return false;
+    }
+    struct stat st {};
+    if (::fstat(fd, &st) == 0 && static_cast<std::uint64_t>(st.st_size) > maxBytes) {
+        ::close(fd);
+        setError(error, CVError(kCorvelFileErrorDomain, EFBIG,
+                                "File " + path + " is larger than " + std::to_string(maxBytes) + " bytes"));
+        return false;
+    }
+    out.clear();
+    out.reserve(static_cast<std::size_t>(st.st_size));
+    char buffer[65536];
+    for (;;) {
+        const ssize_t n = ::read(fd, buffer, sizeof buffer);
+        if (n < 0) {
+            if (errno == EINTR)
+                continue;
+            const int saved = errno;
+            ::close(fd);
+            setError(error, posixError(saved, path, "Cannot read"));
+            return false;
+        }
+        if (n == 0)
+            break;
+        if (out.size() + static_cast<std::size_t>(n) > maxBytes) {
+            ::close(fd);
+            setError(error, CVError(kCorvelFileErrorDomain, EFBIG,
+                                    "File " + path + " is larger than " + std::to_string(maxBytes) + " bytes"));
+            return false;
+        }
+        out.append(buffer, static_cast<std::size_t>(n));
+    }
+    ::close(fd);
+    return true;
+}
+
+bool writeFileAtomically(const std::string& path, std::string_view bytes, CVError* error) {
+    std::string temp = path + ".tmp-XXXXXX";
+    const int fd = ::mkstemp(temp.data());
+    if (fd < 0) {
+        setError(error, posixError(errno, temp, "Cannot create"));
+        return false;
+    }
+    struct stat old {};
+    const mode_t mode = ::stat(path.c_str(), &old) == 0 ? (old.st_mode & 07777) : 0600;
+    ::fchmod(fd, mode);
+    if (!writeAll(fd, bytes) || ::fsync(fd) != 0) {
+        const int saved = errno;
+        ::close(fd);
+        ::unlink(temp.c_str());
+        setError(error, posixError(saved, temp, "Cannot write"));
+        return false;
+    }
+    if (::close(fd) != 0 || ::rename(temp.c_str(), path.c_str()) != 0) {
+        const int saved = errno;
+        ::unlink(temp.c_str());
+        setError(error, posixError(saved, path, "Cannot replace"));
+        return false;
+    }
+    syncDirectory(parentPath(path));
+    return true;
+}
+
+bool makeDirectories(const std::string& path, CVError* error) {
+    struct stat st {};
+    if (::stat(path.c_str(), &st) == 0) {
+        if (S_ISDIR(st.st_mode))
+            return true;
+        setError(error, posixError(ENOTDIR, path, "Cannot create folder"));
+        return false;
+    }
+    const std::string parent = parentPath(path);
+    if (parent != path && parent != "." && !makeDirectories(parent, error))
+        return false;
+    if (::mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) {
+        setError(error, posixError(errno, path, "Cannot create folder"));
+        return false;
+    }
+    return true;
+}
+
+} // namespace corvel

@@ -1,0 +1,30 @@
+#pragma once
+// Whole-file reads and crash-safe whole-file writes.
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+#include "error.h"
+
+namespace corvel {
+
+// Reads the whole file into *out. Fails (with a POSIX error) when the file cannot be
+// opened or read, and with a file error when it is larger than maxBytes.
+bool readFileContents(const std::string& path, std::string& out, std::size_t maxBytes, CVError* error);
+
+// Replaces the file at path with bytes so that a crash at any moment leaves either the
+// old file or the new one, never a mix: the bytes go to a temporary file in the same
+// folder, which is fsync'ed and renamed over path, and the folder is fsync'ed after.
+// The file gets mode 0600 when it is new and keeps its mode otherwise.
+bool writeFileAtomically(const std::string& path, std::string_view bytes, CVError* error);
+
+// Creates the folder and its missing parents (mode 0700 for new ones). True when the folder exists after.
+bool makeDirectories(const std::string& path, CVError* error);
+
+// The folder part of a path ("/a/b" for "/a/b/c", "." for "c", "/" for "/c").
+std::string parentPath(std::string_view path);
+// The last component of a path (without trailing slashes).
+std::string lastPathComponent(std::string_view path);
+
+} // namespace corvel

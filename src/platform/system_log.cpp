@@ -1,0 +1,81 @@
+#include "system_log.h"
+
+#include <syslog.h>
+
+#include <atomic>
+#include <cstdio>
+#include <mutex>
+
+#include "text_format.h"
+
+namespace corvel {
+
+namespace {
+
+std::atomic<bool> g_toStderr{false};
+std::atomic<bool> g_toSyslog{true};
+
+std::mutex& logMutex() {
+    static std::mutex mutex;
+    return mutex;
+}
+
+std::vector<std::vector<std::string>*>& captureStack() {
+    static std::vector<std::vector<std::string>*> stack;
+    return stack;
+}
+
+} // namespace
+
+struct ScopedLogCapture::Impl {
+    std::vector<std::string> lines;
+};
+
+void systemLog(std::string_view line) {
+    const std::string text(line);
+    if (g_toSyslog) {
+        static std::once_flag opened;
+        std::call_once(opened, [] { openlog("corvel", LOG_PID, LOG_USER); });
+        syslog(LOG_USER | LOG_NOTICE, "%s", text.c_str());
+    }
+    std::lock_guard lock(logMutex());
+    if (g_toStderr)
+        std::fprintf(stderr, "%s\n", text.c_str());
+    if (!captureStack().empty())
+        captureStack().back()->push_back(text);
+}
+
+void systemLogFormat(std::string_view format, std::span<const PropertyValue> args) {
+    systemLog(formatString(format, args));
+}
+
+void setLogToStderr(bool enabled) { g_toStderr = enabled; }
+void setLogToSyslog(bool enabled) { g_toSyslog = enabled; }
+
+ScopedLogCapture::ScopedLogCapture() : m_impl(std::make_unique<Impl>()) {
+    std::lock_guard lock(logMutex());
+    captureStack().push_back(&m_impl->lines);
+}
+
+ScopedLogCapture::~ScopedLogCapture() {
+    {
+        std::lock_guard lock(logMutex());
+        auto& stack = captureStack();
+        std::erase(stack, &m_impl->lines);
+    }
+}
+
+std::vector<std::string> ScopedLogCapture::lines() const {
+    std::lock_guard lock(logMutex());
+    return m_impl->lines;
+}
+
+bool ScopedLogCapture::contains(std::string_view text) const {
+    std::lock_guard lock(logMutex());
+    for (const auto& l : m_impl->lines)
+        if (l.find(text) != std::string::npos)
+            return true;
+    return false;
+}
+
+} // namespace corvel

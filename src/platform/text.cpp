@@ -1,0 +1,180 @@
+#include "text.h"
+
+#include <unicode/coll.h>
+#include <unicode/normalizer2.h>
+#include <unicode/regex.h>
+#include <unicode/uchar.h>
+#include <unicode/unistr.h>
+#include <unicode/utext.h>
+
+namespace corvel {
+
+namespace {
+
+icu::UnicodeString fromUtf8(std::string_view text) {
+    return icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
+}
+
+std::string toUtf8(const icu::UnicodeString& text) {
+    std::string out;
+    text.toUTF8String(out);
+    return out;
+}
+
+const icu::Normalizer2* nfdNormalizer() {
+    UErrorCode status = U_ZERO_ERROR;
+    return icu::Normalizer2::getNFDInstance(status);
+}
+
+icu::UnicodeString decomposed(std::string_view text) {
+    UErrorCode status = U_ZERO_ERROR;
+    icu::UnicodeString out = nfdNormalizer()->normalize(fromUtf8(text), status);
+    return U_SUCCESS(status) ? out : fromUtf8(text);
+}
+
+struct UTextCloser {
+    void operator()(UText* t) const { utext_close(t); }
+};
+
+// Runs fn with a matcher reset to the UTF-8 text; native indexes are byte offsets.
+template <typename Fn> auto withMatcher(const icu::RegexPattern& pattern, std::string_view text, Fn fn) {
+    UErrorCode status = U_ZERO_ERROR;
+    std::unique_ptr<UText, UTextCloser> utext(
+        utext_openUTF8(nullptr, text.data(), static_cast<int64_t>(text.size()), &status));
+    std::unique_ptr<icu::RegexMatcher> matcher(pattern.matcher(status));
+    if (U_SUCCESS(status))
+        matcher->reset(utext.get());
+    return fn(U_SUCCESS(status) ? matcher.get() : nullptr);
+}
+
+} // namespace
+
+std::optional<RegularExpression> RegularExpression::compile(std::string_view pattern, CVError* error,
+                                                            unsigned options) {
+    UErrorCode status = U_ZERO_ERROR;
+    UParseError parseError{};
+    const uint32_t flags = (options & CaseInsensitive) ? UREGEX_CASE_INSENSITIVE : 0;
+    std::shared_ptr<const icu::RegexPattern> compiled(
+        icu::RegexPattern::compile(fromUtf8(pattern), flags, parseError, status));
+    if (U_FAILURE(status) || !compiled) {
+        CVError e("com.halvik.Corvel.RegularExpressionError", status,
+                  "Invalid regular expression \"" + std::string(pattern) + "\": " + u_errorName(status) +
+                      " at offset " + std::to_string(parseError.offset));
+        e.userInfo["offset"] = parseError.offset;
+        setError(error, std::move(e));
+        return std::nullopt;
+    }
+    return RegularExpression(std::string(pattern), std::move(compiled));
+}
+
+bool RegularExpression::search(std::string_view text) const {
+    return withMatcher(*m_compiled, text, [](icu::RegexMatcher* m) {
+        UErrorCode status = U_ZERO_ERROR;
+        return m && m->find(0, status) && U_SUCCESS(status);
+    });
+}
+
+bool RegularExpression::matchesWhole(std::string_view text) const {
+    return withMatcher(*m_compiled, text, [](icu::RegexMatcher* m) {
+        UErrorCode status = U_ZERO_ERROR;
+        return m && m->matches(status) && U_SUCCESS(status);
+    });
+}
+
+std::optional<std::pair<std::size_t, std::size_t>> RegularExpression::firstMatch(std::string_view text) const {
+    return withMatcher(*m_compiled, text, [](icu::RegexMatcher* m) -> std::optional<std::pair<std::size_t, std::size_t>> {
+        UErrorCode status = U_ZERO_ERROR;
+        if (!m || !m->find(0, status) || U_FAILURE(status))
+            return std::nullopt;
+        const int64_t start = m->start64(status);
+        const int64_t end = m->end64(status);
+        if (U_FAILURE(status))
+            return std::nullopt;
+        return std::make_pair(static_cast<std::size_t>(start), static_cast<std::size_t>(end - start));
+    });
+}
+
+std::string RegularExpression::replaceAll(std::string_view text, std::string_view replacement) const {
+    UErrorCode status = U_ZERO_ERROR;
+    // The matcher keeps a reference to its input, which must outlive it.
+    const icu::UnicodeString input = fromUtf8(text);
+    std::unique_ptr<icu::RegexMatcher> matcher(m_compiled->matcher(input, status));
+    if (U_FAILURE(status))
+        return std::string(text);
+    const icu::UnicodeString result = matcher->replaceAll(fromUtf8(replacement), status);
+    return U_SUCCESS(status) ? toUtf8(result) : std::string(text);
+}
+
+std::string nfd(std::string_view text) { return toUtf8(decomposed(text)); }
+
+std::string nfc(std::string_view text) {
+    UErrorCode status = U_ZERO_ERROR;
+    const icu::Normalizer2* normalizer = icu::Normalizer2::getNFCInstance(status);
+    if (U_FAILURE(status))
+        return std::string(text);
+    icu::UnicodeString out = normalizer->normalize(fromUtf8(text), status);
+    return U_SUCCESS(status) ? toUtf8(out) : std::string(text);
+}
+
+std::string comparisonKey(std::string_view text, bool ignoreCase, bool ignoreDiacritics) {
+    icu::UnicodeString s = decomposed(text);
+    if (ignoreCase) {
+        s.foldCase(U_FOLD_CASE_DEFAULT);
+        // Folding can produce composable sequences again (e.g. from U+0130); keep NFD.
+        UErrorCode status = U_ZERO_ERROR;
+        icu::UnicodeString again = nfdNormalizer()->normalize(s, status);
+        if (U_SUCCESS(status))
+            s = again;
+    }
+    if (ignoreDiacritics) {
+        icu::UnicodeString stripped;
+        for (int32_t i = 0; i < s.length();) {
+            const UChar32 c = s.char32At(i);
+            if (u_charType(c) != U_NON_SPACING_MARK)
+                stripped.append(c);
+            i += U16_LENGTH(c);
+        }
+        s = stripped;
+    }
+    return toUtf8(s);
+}
+
+bool caseInsensitiveEqual(std::string_view a, std::string_view b) {
+    return comparisonKey(a, true) == comparisonKey(b, true);
+}
+
+int localizedCaseInsensitiveCompare(std::string_view a, std::string_view b) {
+    // Collators are not shared between threads; each thread keeps its own.
+    thread_local std::unique_ptr<icu::Collator> collator = [] {
+        UErrorCode status = U_ZERO_ERROR;
+        // The POSIX locale's collation orders by code point, case first; the root
+        // collation is what a user of the C locale expects from a name sort.
+        icu::Locale locale = icu::Locale::getDefault();
+        if (std::string_view(locale.getName()) == "en_US_POSIX")
+            locale = icu::Locale::getRoot();
+        std::unique_ptr<icu::Collator> c(icu::Collator::createInstance(locale, status));
+        if (U_FAILURE(status))
+            c.reset();
+        else
+            c->setStrength(icu::Collator::SECONDARY);
+        return c;
+    }();
+    if (!collator) {
+        const std::string ka = comparisonKey(a, true);
+        const std::string kb = comparisonKey(b, true);
+        return ka < kb ? -1 : (ka > kb ? 1 : 0);
+    }
+    UErrorCode status = U_ZERO_ERROR;
+    const UCollationResult r = collator->compareUTF8(icu::StringPiece(a.data(), static_cast<int32_t>(a.size())),
+                                                     icu::StringPiece(b.data(), static_cast<int32_t>(b.size())),
+                                                     status);
+    return r == UCOL_LESS ? -1 : (r == UCOL_GREATER ? 1 : 0);
+}
+
+std::string lowercase(std::string_view text) {
+    icu::UnicodeString s = fromUtf8(text);
+    s.toLower(icu::Locale::getRoot());
+    return toUtf8(s);
+}
+
+} // namespace corvel

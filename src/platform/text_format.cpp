@@ -1,0 +1,119 @@
+#include "text_format.h"
+
+#include <cctype>
+#include <cstdio>
+
+namespace corvel {
+
+namespace {
+
+std::string valueAsText(const PropertyValue& v) {
+    if (v.isNull())
+        return {};
+    if (v.isString() || v.isNumber())
+        return v.type() == PropertyValue::Type::Bool ? std::to_string(v.toInt64()) : v.toString();
+    return v.description();
+}
+
+template <typename T> std::string printfOne(const std::string& spec, T value) {
+    char small[64];
+    const int n = std::snprintf(small, sizeof small, spec.c_str(), value);
+    if (n < 0)
+        return {};
+    if (static_cast<std::size_t>(n) < sizeof small)
+        return std::string(small, static_cast<std::size_t>(n));
+    std::string big(static_cast<std::size_t>(n) + 1, '\0');
+    std::snprintf(big.data(), big.size(), spec.c_str(), value);
+    big.resize(static_cast<std::size_t>(n));
+    return big;
+}
+
+} // namespace
+
+std::string formatString(std::string_view format, std::span<const PropertyValue> args) {
+    std::string out;
+    out.reserve(format.size() + 16);
+    std::size_t nextArg = 0;
+    std::size_t i = 0;
+    while (i < format.size()) {
+        const char c = format[i];
+        if (c != '%') {
+            out += c;
+            ++i;
+            continue;
+        }
+        const std::size_t start = i++;
+        if (i < format.size() && format[i] == '%') {
+            out += '%';
+            ++i;
+            continue;
+        }
+        // Positional argument: digits followed by '$'.
+        std::size_t argIndex = nextArg;
+        bool positional = false;
+        {
+            std::size_t j = i;
+            std::size_t number = 0;
+            while (j < format.size() && std::isdigit(static_cast<unsigned char>(format[j])))
+                number = number * 10 + static_cast<std::size_t>(format[j++] - '0');
+            if (j > i && j < format.size() && format[j] == '$' && number > 0) {
+                argIndex = number - 1;
+                positional = true;
+                i = j + 1;
+            }
+        }
+        std::string spec = "%";
+        while (i < format.size() && std::string_view("-+ #0").find(format[i]) != std::string_view::npos)
+            spec += format[i++];
+        while (i < format.size() && (std::isdigit(static_cast<unsigned char>(format[i])) || format[i] == '.'))
+            spec += format[i++];
+        while (i < format.size() && std::string_view("hlqLzjt").find(format[i]) != std::string_view::npos)
+            ++i;
+        if (i >= format.size()) {
+            out.append(format.substr(start));
+            break;
+        }
+        const char conv = format[i++];
+        const PropertyValue& arg = argIndex < args.size() ? args[argIndex] : PropertyValue::null();
+        if (!positional)
+            ++nextArg;
+        switch (conv) {
+        case '@':
+        case 's':
+            out += printfOne(spec + 's', valueAsText(arg).c_str());
+            break;
+        case 'd':
+        case 'i':
+            out += printfOne(spec + "lld", static_cast<long long>(arg.toInt64()));
+            break;
+        case 'u':
+        case 'x':
+        case 'X':
+        case 'o':
+            out += printfOne(spec + "ll" + conv, static_cast<unsigned long long>(arg.toUInt64()));
+            break;
+        case 'f':
+        case 'F':
+        case 'e':
+        case 'E':
+        case 'g':
+        case 'G':
+            out += printfOne(spec + conv, arg.toDouble());
+            break;
+        case 'c':
+            if (arg.isString())
+                out += arg.asString()->substr(0, 1);
+            else
+                out += static_cast<char>(arg.toInt64());
+            break;
+        default:
+            out.append(format.substr(start, i - start));
+            if (!positional)
+                --nextArg;
+            break;
+        }
+    }
+    return out;
+}
+
+} // namespace corvel

@@ -1,0 +1,30 @@
+#pragma once
+// Volumes (mount points) from the kernel's mount table.
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace corvel {
+
+struct MountEntry {
+    std::string mountPoint;
+    std::string fileSystemType;
+    std::string source;
+};
+
+// The entries of a mountinfo file (default: this process's). Escaped characters in
+// mount points (\040 for a space) are decoded; malformed lines are skipped. Empty when
+// the file cannot be read.
+std::vector<MountEntry> readMountTable(const std::string& mountInfoPath = "/proc/self/mountinfo");
+
+// The mount point whose path is the longest prefix of the absolute path, by whole
+// components ("/" at least). The path is taken as given: symbolic links are not resolved.
+std::string volumePathOfPath(std::string_view path, const std::vector<MountEntry>& table);
+std::string volumePathOfPath(std::string_view path);
+
+// False for network and user-space (FUSE) file systems and for paths that cannot be
+// examined; true for disks, removable media, tmpfs and the like.
+bool isLocalVolume(const std::string& path);
+
+} // namespace corvel

@@ -1,0 +1,87 @@
+#include "platform/file_access.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "support/temp_tree.h"
+
+namespace corvel {
+namespace {
+
+constexpr uid_t kNobody = 65534;
+
+TEST(FileAccess, OwnerOfTheParentMayRemoveAndDanglingLinksCount) {
+    test::TempTree tree;
+    EXPECT_TRUE(isDeletableByUser(tree.file("a/file.txt", "x")));
+    EXPECT_TRUE(isDeletableByUser(tree.folder("a/sub")));
+    EXPECT_TRUE(isDeletableByUser(tree.symlink("a/dangling", "/no/such/target")));
+    EXPECT_FALSE(isDeletableByUser(tree / "a/missing"));
+}
+
+// Each case is decided in a child process that runs as an unprivileged account.
+TEST(FileAccess, PermissionsAndTheStickyBitDecideForOtherUsers) {
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "needs root to act as another account";
+    test::TempTree tree;
+    ::chmod(tree.path().c_str(), 0755);
+    struct Case {
+        std::string name;
+        mode_t folderMode;
+        uid_t fileOwner;
+        bool expected;
+    };
+    const Case cases[] = {
+        {"open", 0777, 0, true},
+        {"readonly", 0755, 0, false},
+        {"sticky-foreign", 01777, 0, false},
+        {"sticky-own", 01777, kNobody, true},
+        {"no-search", 0776, kNobody, false},
+    };
+    for (const auto& c : cases) {
+        const std::string dir = tree.folder(c.name);
+        const std::string file = tree.file(c.name + "/f", "x");
+        ASSERT_EQ(::chown(file.c_str(), c.fileOwner, c.fileOwner), 0);
+        ASSERT_EQ(::chmod(dir.c_str(), c.folderMode), 0);
+        const pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            if (::setgid(kNobody) != 0 || ::setuid(kNobody) != 0)
+                ::_exit(2);
+            ::_exit(isDeletableByUser(file) ? 1 : 0);
+        }
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        ASSERT_TRUE(WIFEXITED(status));
+        ASSERT_NE(WEXITSTATUS(status), 2) << "could not switch account";
+        EXPECT_EQ(WEXITSTATUS(status) == 1, c.expected) << c.name;
+    }
+}
+
+TEST(FileAccess, TheImmutableFlagIsReadSetAndCleared) {
+    test::TempTree tree;
+    const std::string file = tree.file("locked.txt", "x");
+    const auto flag = isImmutable(file);
+    if (!flag)
+        GTEST_SKIP() << "the file system under " << tree.path() << " keeps no inode flags";
+    EXPECT_FALSE(*flag);
+    CVError error;
+    if (!setImmutable(file, true, &error))
+        GTEST_SKIP() << "cannot set the flag here: " << error.localizedDescription();
+    EXPECT_TRUE(isImmutable(file).value_or(false));
+    EXPECT_FALSE(isDeletableByUser(file));
+    const std::string sibling = tree.file("inside/x", "y");
+    ASSERT_TRUE(setImmutable(tree / "inside", true, &error));
+    EXPECT_FALSE(isDeletableByUser(sibling)) << "an immutable parent forbids removal too";
+    ASSERT_TRUE(setImmutable(tree / "inside", false, &error));
+    ASSERT_TRUE(setImmutable(file, false, &error));
+    EXPECT_FALSE(isImmutable(file).value_or(true));
+    EXPECT_TRUE(isDeletableByUser(file));
+    EXPECT_FALSE(isImmutable(tree.symlink("link", file)).has_value());
+    EXPECT_FALSE(setImmutable(tree / "missing", true, &error));
+    EXPECT_EQ(error.domain, kPosixErrorDomain);
+}
+
+} // namespace
+} // namespace corvel

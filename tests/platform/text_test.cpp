@@ -1,0 +1,90 @@
+#include "platform/text.h"
+
+#include <gtest/gtest.h>
+
+namespace corvel {
+namespace {
+
+// "é" composed (U+00E9) and decomposed (e + U+0301).
+const std::string kComposed = "C\xC3\xB3pia de foto.jpg";      // Cópia, NFC
+const std::string kDecomposed = "Co\xCC\x81pia de foto.jpg";   // Cópia, NFD
+
+TEST(Text, NormalisationConvertsBetweenForms) {
+    EXPECT_EQ(nfd(kComposed), kDecomposed);
+    EXPECT_EQ(nfc(kDecomposed), kComposed);
+    EXPECT_EQ(nfd(kDecomposed), kDecomposed);
+    EXPECT_EQ(nfd("plain ascii"), "plain ascii");
+}
+
+TEST(Text, DecomposedCaseInsensitivePatternMatchesADecomposedName) {
+    CVError error;
+    // The copy word written decomposed and in another case than the name.
+    const auto copyWord = RegularExpression::compile("^CO\xCC\x81PIA DE ", &error);
+    ASSERT_TRUE(copyWord) << error.localizedDescription();
+    EXPECT_TRUE(copyWord->search(nfd(kComposed)));
+    EXPECT_TRUE(copyWord->search(kDecomposed));
+    EXPECT_FALSE(copyWord->search(kComposed)) << "a composed name must be decomposed before matching";
+    const auto caseSensitive = RegularExpression::compile("^co\xCC\x81pia", &error, RegularExpression::None);
+    ASSERT_TRUE(caseSensitive);
+    EXPECT_FALSE(caseSensitive->search(kDecomposed));
+}
+
+TEST(Text, RegularExpressionsReportMatchesInBytes) {
+    CVError error;
+    const auto re = RegularExpression::compile("[ ,-,_]+copy( \\d+)?$", &error);
+    ASSERT_TRUE(re) << error.localizedDescription();
+    // The class "[ ,-,_]" holds space, comma and underscore (",-," is a range of one), not '-'.
+    const std::string name = "Fot\xC3\xB3 - Copy 2";
+    const auto match = re->firstMatch(name);
+    ASSERT_TRUE(match);
+    EXPECT_EQ(match->first, 7u);
+    EXPECT_EQ(name.substr(match->first, match->second), " Copy 2");
+    EXPECT_TRUE(re->matchesWhole(", copy"));
+    EXPECT_FALSE(re->matchesWhole("- copy"));
+    EXPECT_EQ(re->replaceAll(name, ""), "Fot\xC3\xB3 -");
+}
+
+TEST(Text, BadPatternsAreErrorsWithTheirOffset) {
+    for (const char* pattern : {"(unclosed", "a{2,1}", "[z-a]", "*start"}) {
+        CVError error;
+        EXPECT_FALSE(RegularExpression::compile(pattern, &error)) << pattern;
+        EXPECT_NE(error.localizedDescription().find(pattern), std::string::npos);
+        EXPECT_TRUE(error.userInfo.count("offset"));
+    }
+}
+
+TEST(Text, InvalidUtf8IsMatchedWithoutCrashing) {
+    const auto re = RegularExpression::compile("copy", nullptr);
+    ASSERT_TRUE(re);
+    EXPECT_TRUE(re->search("bad\xFF\xFE name copy"));
+    EXPECT_FALSE(nfd("bad\xFF").empty());
+}
+
+TEST(Text, CaseInsensitiveEqualityTreatsFormsAlike) {
+    struct Case {
+        std::string a, b;
+        bool equal;
+    };
+    const Case cases[] = {
+        {kComposed, kDecomposed, true},
+        {"STRASSE", "strasse", true},
+        {"Stra\xC3\x9F" "e", "STRASSE", true},   // ß folds to ss
+        {"\xC3\x89t\xC3\xA9", "\xC3\xA9T\xC3\x89", true},
+        {"cafe", "caf\xC3\xA9", false},
+        {"a", "b", false},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(caseInsensitiveEqual(c.a, c.b), c.equal) << c.a << " / " << c.b;
+    EXPECT_EQ(comparisonKey("Caf\xC3\xA9", true, true), "cafe");
+}
+
+TEST(Text, LocalisedOrderingIgnoresCase) {
+    EXPECT_EQ(localizedCaseInsensitiveCompare("apple", "APPLE"), 0);
+    EXPECT_LT(localizedCaseInsensitiveCompare("apple", "Banana"), 0);
+    EXPECT_GT(localizedCaseInsensitiveCompare("zebra", "Apple"), 0);
+    EXPECT_LT(localizedCaseInsensitiveCompare("\xC3\xA9" "a", "f"), 0) << "é sorts with e, before f";
+    EXPECT_EQ(lowercase("\xC3\x89T\xC3\x89"), "\xC3\xA9t\xC3\xA9");
+}
+
+} // namespace
+} // namespace corvel

@@ -1,0 +1,85 @@
+#include "support/temp_tree.h"
+
+#include <ftw.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+#include "platform/file_access.h"
+#include "platform/file_io.h"
+
+namespace corvel::test {
+
+namespace {
+
+int removeEntry(const char* path, const struct stat* /*st*/, int /*flag*/, struct FTW* /*ftw*/) {
+    CVError ignored;
+    if (isImmutable(path).value_or(false))
+        setImmutable(path, false, &ignored);
+    ::chmod(path, 0700);
+    ::remove(path);
+    return 0;
+}
+
+int unlockEntry(const char* path, const struct stat* st, int /*flag*/, struct FTW* /*ftw*/) {
+    if (S_ISDIR(st->st_mode)) {
+        CVError ignored;
+        if (isImmutable(path).value_or(false))
+            setImmutable(path, false, &ignored);
+        ::chmod(path, 0700);
+    }
+    return 0;
+}
+
+} // namespace
+
+TempTree::TempTree() {
+    const char* tmp = std::getenv("TMPDIR");
+    std::string pattern = std::string(tmp && *tmp ? tmp : "/tmp") + "/corvel-test-XXXXXX";
+    if (!::mkdtemp(pattern.data()))
+        throw std::runtime_error("mkdtemp failed");
+    m_root = pattern;
+}
+
+TempTree::~TempTree() {
+    ::nftw(m_root.c_str(), unlockEntry, 32, FTW_PHYS);
+    ::nftw(m_root.c_str(), removeEntry, 32, FTW_DEPTH | FTW_PHYS);
+}
+
+std::string TempTree::file(std::string_view relative, std::string_view contents) const {
+    const std::string path = *this / relative;
+    makeDirectories(parentPath(path), nullptr);
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(contents.data(), static_cast<std::streamsize>(contents.size()));
+    if (!out)
+        throw std::runtime_error("cannot write " + path);
+    return path;
+}
+
+std::string TempTree::folder(std::string_view relative) const {
+    const std::string path = *this / relative;
+    if (!makeDirectories(path, nullptr))
+        throw std::runtime_error("cannot create " + path);
+    return path;
+}
+
+std::string TempTree::symlink(std::string_view relative, std::string_view target) const {
+    const std::string path = *this / relative;
+    makeDirectories(parentPath(path), nullptr);
+    if (::symlink(std::string(target).c_str(), path.c_str()) != 0)
+        throw std::runtime_error("cannot link " + path);
+    return path;
+}
+
+std::string TempTree::read(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream out;
+    out << in.rdbuf();
+    return out.str();
+}
+
+} // namespace corvel::test
