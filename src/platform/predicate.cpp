@@ -305,14 +305,12 @@ private:
             ((c == '-' || c == '+' || c == '.') && m_pos + 1 < m_text.size() &&
              std::isdigit(static_cast<unsigned char>(m_text[m_pos + 1]))))
             return parseNumber(expr.literal);
-        for (const auto& [word, value] : {std::pair<std::string_view, PropertyValue>{"YES", true},
-                                          {"TRUE", true},
-                                          {"NO", false},
-                                          {"FALSE", false},
-                                          {"NIL", PropertyValue()},
-                                          {"NULL", PropertyValue()}}) {
+        // Literal words: 1 true, 0 false, -1 null.
+        static constexpr std::pair<std::string_view, int> words[] = {
+            {"YES", 1}, {"TRUE", 1}, {"NO", 0}, {"FALSE", 0}, {"NIL", -1}, {"NULL", -1}};
+        for (const auto& [word, meaning] : words) {
             if (consumeKeyword(word)) {
-                expr.literal = value;
+                expr.literal = meaning < 0 ? PropertyValue() : PropertyValue(meaning == 1);
                 return true;
             }
         }
