@@ -1,0 +1,160 @@
+#include "folder.h"
+
+#include <sys/stat.h>
+
+#include <mutex>
+
+#include "node_cache.h"
+#include "node_type.h"
+#include "platform/file_io.h"
+
+namespace corvel {
+
+namespace {
+
+CVNodeCache* g_cache = nullptr;
+
+CVNodeCache& comparisonCache() { return g_cache ? *g_cache : CVNodeCache::sharedCache(); }
+
+std::mt19937& randomSource() {
+    static std::mt19937 source{std::random_device{}()};
+    return source;
+}
+
+} // namespace
+
+void CVFolder::setComparisonCache(CVNodeCache* cache) { g_cache = cache; }
+
+void CVFolder::seedRandom(std::uint32_t seed) { randomSource().seed(seed); }
+
+CVFolder::CVFolder(std::string path, std::string name, std::uint64_t size, std::uint64_t sizeOnDisk)
+    : CVFile(std::move(path), std::move(name), size, sizeOnDisk) {
+    setFlag(kAllChildrenIgnored, true);
+}
+
+void CVFolder::addChildFile(const NodePtr& child) {
+    auto* file = dynamic_cast<CVFile*>(child.get());
+    if (!file)
+        return;
+    addChild(child);
+    file->setParentFolder(this);
+    setFlag(kAllChildrenIgnored, allChildrenIgnored() && file->ignore());
+    const std::int32_t ownType = type();
+    if (ownType != kNodeTypePlainFolder && ownType != kNodeTypePackage)
+        file->setRootFolder(std::static_pointer_cast<CVFolder>(shared_from_this()));
+    else if (rootFolder())
+        file->setRootFolder(rootFolder());
+    setSize(size() + file->size());
+    setSizeOnDisk(sizeOnDisk() + file->sizeOnDisk());
+    if (childrenInvisible() || ignore())
+        file->setIgnore(true);
+    if (childrenUndeletable() || removeForbidden())
+        file->setRemoveForbidden(true);
+}
+
+void CVFolder::setRemoveForbidden(bool value) {
+    CVFile::setRemoveForbidden(value);
+    for (const auto& child : m_children)
+        if (auto* file = dynamic_cast<CVFile*>(child.get()); file && file->removeForbidden() != value)
+            file->setRemoveForbidden(value);
+}
+
+void CVFolder::setIgnore(bool value) {
+    CVFile::setIgnore(value);
+    for (const auto& child : m_children)
+        if (auto* file = dynamic_cast<CVFile*>(child.get()); file && file->ignore() != value)
+            file->setIgnore(value);
+}
+
+bool CVFolder::isDuplicateOf(CVNode& other, bool skipChildrenSize) {
+    if (stopRequested())
+        return false;
+    if (type() == kNodeTypeApplication)
+        return CVFile::isDuplicateOf(other);
+    auto* folder = dynamic_cast<CVFolder*>(&other);
+    if (!folder || childrenCount() != folder->childrenCount())
+        return false;
+    if (childrenCount() == 0)
+        return true;
+    // A folder is never a duplicate of a folder inside it.
+    const bool thisShorter = path().size() <= folder->path().size();
+    const std::string& shorter = thisShorter ? path() : folder->path();
+    const std::string& longer = thisShorter ? folder->path() : path();
+    if (parentPath(longer).starts_with(shorter))
+        return false;
+    if (!skipChildrenSize && !childrenHaveEqualSize(*folder))
+        return false;
+    const std::uint64_t samples = std::min<std::uint64_t>(childrenCount(), 10);
+    for (std::uint64_t i = 0; i < samples; ++i)
+        if (!randomFilesAreEqual(*folder))
+            return false;
+    return true;
+}
+
+bool CVFolder::randomFilesAreEqual(CVFolder& other) {
+    if (stopRequested())
+        return false;
+    const std::size_t count = m_children.size();
+    if (count == 0 || other.m_children.size() != count)
+        return false;
+    const std::size_t index = randomSource()() % count;
+    const NodePtr& a = m_children[index];
+    const NodePtr& b = other.m_children[index];
+    if (stopRequested())
+        return false;
+    bool equal;
+    auto* folderA = dynamic_cast<CVFolder*>(a.get());
+    auto* folderB = dynamic_cast<CVFolder*>(b.get());
+    if (folderA && folderB) {
+        auto& cache = comparisonCache();
+        if (const auto known = cache.duplicatedFolder(b->path())) {
+            equal = *known;
+        } else {
+            equal = folderA->isDuplicateOf(*b, true);
+            cache.setDuplicatedFolder(b->path(), equal);
+        }
+    } else if (auto* fileA = dynamic_cast<CVFile*>(a.get())) {
+        equal = fileA->isDuplicateOf(*b);
+    } else {
+        equal = false;
+    }
+    a->releaseSignature();
+    b->releaseSignature();
+    return equal;
+}
+
+bool CVFolder::childrenHaveEqualSize(CVFolder& other) {
+    if (stopRequested())
+        return false;
+    if (m_children.size() != other.m_children.size())
+        return false;
+    auto& cache = comparisonCache();
+    for (std::size_t i = 0; i < m_children.size(); ++i) {
+        CVNode* a = m_children[i].get();
+        CVNode* b = other.m_children[i].get();
+        auto* folderA = dynamic_cast<CVFolder*>(a);
+        auto* folderB = dynamic_cast<CVFolder*>(b);
+        if (folderA && folderB) {
+            const bool known = cache.folderChildrenSizeAreEqual(b->path()).value_or(false);
+            if (!known && !folderA->childrenHaveEqualSize(*folderB))
+                return false;
+            cache.setFolderChildrenSizeAreEqual(b->path(), true);
+        } else if (a->size() != b->size()) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool CVFolder::checkForIntegrity() const {
+    struct stat st {};
+    return ::stat(path().c_str(), &st) == 0;
+}
+
+std::string CVFolder::title() const {
+    if (type() == kNodeTypePlainFolder)
+        return lastPathComponent(path());
+    return CVFile::title();
+}
+
+} // namespace corvel

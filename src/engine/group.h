@@ -1,0 +1,95 @@
+#pragma once
+// CVGroup: one set of content-identical files or folders. Its children are its
+// members; its size, type and name come from its first members; it keeps the counters
+// that selection, removal and the results view observe. "autocollected",
+// "childrenCount", "totalSize" and "filesToRemoveCount" are announced through the
+// group's change notifier on the main queue; members point back through parentGroup,
+// which the group clears when it dies.
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "node.h"
+
+namespace corvel {
+
+class CVGroup : public CVNode {
+public:
+    // A group holding the file, with allFilesForbidden taken from the file.
+    static std::shared_ptr<CVGroup> initWithCVFile(const std::shared_ptr<CVFile>& file);
+    CVGroup();
+    ~CVGroup() override;
+
+    void addFile(const std::shared_ptr<CVFile>& file);
+    void removeFile(CVFile* file);
+    // As removeFile, but childrenCount changes without a notice and parentGroup stays set.
+    void removeFileSilently(CVFile* file);
+    void analyseFileData(CVFile& file);
+
+    bool single() const { return children().size() < 2; }
+    // The results category kind for the group's node type (1 other, 2 documents,
+    // 3 pictures, 4 music, 5 movies, 6 archives, 7 folders).
+    std::int32_t metaGroupType() const { return metaGroupTypeForNodeType(type()); }
+    static std::int32_t metaGroupTypeForNodeType(std::int32_t nodeType);
+
+    bool autocollected() const;
+    void setAutocollected(bool value);
+    bool mixedGroup() const { return m_mixedGroup; }
+    bool allFilesForbidden() const { return m_allFilesForbidden; }
+    void setAllFilesForbidden(bool value) { m_allFilesForbidden = value; }
+    std::int64_t filesToRemoveCount() const;
+    void setFilesToRemoveCount(std::int64_t count);
+    std::int64_t silentFilesToRemoveCount() const;
+    void setSilentFilesToRemoveCount(std::int64_t count);
+    std::uint64_t totalSize() const;
+    void setTotalSize(std::uint64_t size);
+    std::uint64_t removedFilesCount() const;
+    void setRemovedFilesCount(std::uint64_t count);
+    const std::string& utiType() const { return m_utiType; }
+
+    // Add or subtract one marked member and clear autocollected; the decrement does
+    // nothing while the count is below 1.
+    void incFilesToRemoveCount();
+    void decFilesToRemoveCount();
+    // Copies the silent count into filesToRemoveCount on the main thread (queued from elsewhere).
+    void manifest();
+
+    // The first member's path; empty for an empty group.
+    std::string groupPath() const;
+    // The members as files, in order.
+    std::vector<std::shared_ptr<CVFile>> files() const;
+    // The members not removed behind the program's back, in order.
+    std::vector<std::shared_ptr<CVFile>> existentChildren() const;
+    // True when every member is the same file through hard links (by inode number).
+    bool hardLinkCheck() const;
+
+    // The file URL of the folder above the members' deepest common folder; computed once.
+    std::string basePathForFiles();
+    // The display path of the members' common folder; computed once; empty without members.
+    std::string commonPath();
+
+    // Orders groups as their names do (plain and case-insensitive).
+    int compare(const CVGroup& other) const;
+    int caseInsensitiveCompare(const CVGroup& other) const;
+
+private:
+    template <typename Write> void changeCounter(std::string_view key, Write write);
+
+    mutable std::mutex m_mutex;
+    bool m_autocollected = false;
+    bool m_mixedGroup = false;
+    bool m_allFilesForbidden = false;
+    std::int64_t m_filesToRemoveCount = 0;
+    std::int64_t m_silentFilesToRemoveCount = 0;
+    std::uint64_t m_totalSize = 0;
+    std::uint64_t m_removedFilesCount = 0;
+    std::string m_utiType;
+    std::optional<std::string> m_basePathString;
+    std::optional<std::string> m_commonPath;
+};
+
+} // namespace corvel

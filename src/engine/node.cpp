@@ -1,0 +1,236 @@
+#include "node.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <functional>
+
+#include "folder.h"
+#include "media/media_manager.h"
+#include "node_type.h"
+#include "node_type_generator.h"
+#include "platform/file_io.h"
+#include "platform/text.h"
+#include "platform/type_identifiers.h"
+
+namespace corvel {
+
+struct CVNode::Extras {
+    std::string name;
+    std::string uti;
+    bool utiKnown = false;
+    PropertyValue info;
+    bool infoKnown = false;
+    std::unique_ptr<ChangeNotifier> notifier;
+};
+
+namespace {
+
+// Node locks are shared through a small table: a node needs one only for its rare
+// observed writes, and a mutex per node would double the size of a file node.
+std::mutex& stripedLock(const void* address) {
+    static std::array<std::mutex, 64> locks;
+    return locks[(reinterpret_cast<std::uintptr_t>(address) >> 4) % locks.size()];
+}
+
+} // namespace
+
+std::string fileTitle(std::string_view path) {
+    std::string name = lastPathComponent(path);
+    const std::string_view extension = pathExtension(name);
+    if (!extension.empty())
+        name.resize(name.size() - extension.size() - 1);
+    return name;
+}
+
+CVNode::CVNode(std::string path) : m_path(std::move(path)) {}
+
+CVNode::~CVNode() { delete m_extras.load(); }
+
+std::mutex& CVNode::lock() const { return stripedLock(this); }
+
+CVNode::Extras& CVNode::extras() const {
+    Extras* current = m_extras.load(std::memory_order_acquire);
+    if (current)
+        return *current;
+    auto* made = new Extras;
+    if (m_extras.compare_exchange_strong(current, made, std::memory_order_acq_rel))
+        return *made;
+    delete made;
+    return *current;
+}
+
+template <typename Write> void CVNode::changeObserved(std::string_view key, Write write) {
+    Extras* e = extrasIfAny();
+    ChangeNotifier* notifier = e ? e->notifier.get() : nullptr;
+    if (!notifier) {
+        // Nobody observes: the values are atomic, no lock or notice is needed.
+        write();
+        return;
+    }
+    notifier->willChangeValueForKey(key);
+    {
+        std::lock_guard guard(lock());
+        write();
+    }
+    notifier->didChangeValueForKey(key);
+}
+
+ChangeNotifier& CVNode::changeNotifier() {
+    Extras& e = extras();
+    std::lock_guard guard(lock());
+    if (!e.notifier)
+        e.notifier = std::make_unique<ChangeNotifier>();
+    return *e.notifier;
+}
+
+void CVNode::setPath(std::string path) {
+    std::lock_guard guard(lock());
+    m_path = std::move(path);
+}
+
+std::string CVNode::name() const {
+    const Extras* e = extrasIfAny();
+    if (!e)
+        return {};
+    std::lock_guard guard(lock());
+    return e->name;
+}
+
+void CVNode::setName(std::string name) {
+    Extras& e = extras();
+    std::lock_guard guard(lock());
+    e.name = std::move(name);
+}
+
+void CVNode::setSize(std::uint64_t size) {
+    changeObserved("size", [&] { m_size.store(size, std::memory_order_relaxed); });
+}
+
+void CVNode::setChildrenCount(std::uint64_t count) {
+    changeObserved("childrenCount", [&] { m_childrenCount.store(count, std::memory_order_relaxed); });
+}
+
+void CVNode::addChild(NodePtr child) {
+    m_children.push_back(std::move(child));
+    setChildrenCount(childrenCount() + 1);
+}
+
+void CVNode::removeChild(const CVNode* child) {
+    auto it = std::find_if(m_children.begin(), m_children.end(), [&](const NodePtr& c) { return c.get() == child; });
+    if (it == m_children.end())
+        return;
+    m_children.erase(it);
+    setChildrenCount(childrenCount() > 0 ? childrenCount() - 1 : 0);
+}
+
+std::string CVNode::uti() const {
+    Extras& e = extras();
+    std::lock_guard guard(lock());
+    if (!e.utiKnown) {
+        e.uti = TypeIdentifiers::shared().preferredIdentifierForExtension(pathExtension(m_path));
+        e.utiKnown = true;
+    }
+    return e.uti;
+}
+
+const CVSignature& CVNode::signature() {
+    if (!m_signature)
+        m_signature = std::make_shared<CVSignature>(m_path, size(), type(), uti());
+    return *m_signature;
+}
+
+std::shared_ptr<CVSignature> CVNode::sharedSignature() {
+    signature();
+    return m_signature;
+}
+
+CVFile::CVFile(std::string path, std::string name, std::uint64_t size, std::uint64_t sizeOnDisk)
+    : CVNode(std::move(path)) {
+    if (!name.empty())
+        setName(std::move(name));
+    setSize(size);
+    setSizeOnDisk(sizeOnDisk);
+}
+
+CVFile::~CVFile() = default;
+
+std::int32_t CVFile::type() const {
+    std::int32_t stored = CVNode::type();
+    if (stored == kNodeTypeUnknown) {
+        stored = CVNodeTypeGenerator::sharedGenerator().nodeTypeOfFile(path());
+        const_cast<CVFile*>(this)->setType(stored);
+    }
+    return stored;
+}
+
+void CVFile::setNeedToRemove(bool value) {
+    if (needToRemove() == value)
+        return;
+    changeObserved("needToRemove", [&] { setFlag(kNeedToRemove, value); });
+}
+
+void CVFile::setWasRemoved(bool value) {
+    changeObserved("wasRemoved", [&] { setFlag(kWasRemoved, value); });
+}
+
+const char* CVFile::stringSelectionType(std::int32_t type) {
+    static constexpr const char* names[] = {"none", "manual", "weak", "strong", "automatic"};
+    return type >= 0 && type <= 4 ? names[type] : "unknown";
+}
+
+std::string CVFile::title() const { return fileTitle(path()); }
+
+PropertyValue CVFile::info() const {
+    Extras& e = extras();
+    {
+        std::lock_guard guard(lock());
+        if (e.infoKnown)
+            return e.info;
+    }
+    PropertyValue record;
+    if (const auto& root = rootFolder()) {
+        const std::int32_t rootType = root->type();
+        auto& manager = CViMediaManager::sharedInstance();
+        if (isIPhotoLibFileType(rootType)) {
+            record = manager.iPhotoLibraryEventOfPhotoAtPath(path(), root->path() + "/AlbumData.xml");
+        } else if (isITunesLibFileType(rootType)) {
+            record = manager.iTunesTrackInfoAtPath(path(), root->path() + "/iTunes Library.xml");
+            if (record.count() == 0)
+                record = manager.iTunesTrackInfoAtPath(path(), root->path() + "/iTunes Music Library.xml");
+        }
+    }
+    if (!record.isDictionary())
+        record = PropertyValue::Dictionary{};
+    std::lock_guard guard(lock());
+    if (!e.infoKnown) {
+        e.info = std::move(record);
+        e.infoKnown = true;
+    }
+    return e.info;
+}
+
+void CVFile::setInfo(PropertyValue info) {
+    Extras& e = extras();
+    std::lock_guard guard(lock());
+    e.info = std::move(info);
+    e.infoKnown = true;
+}
+
+bool CVFile::isDuplicateOf(CVNode& other) {
+    if (typeid(*this) != typeid(other) || path() == other.path())
+        return false;
+    return signature().isEqualTo(other.signature());
+}
+
+bool CVFile::areLastComponentsTheSame(std::string_view otherPath) const {
+    return caseInsensitiveEqual(title(), fileTitle(otherPath));
+}
+
+bool CVFile::checkForIntegrity() const {
+    struct stat st {};
+    return ::stat(path().c_str(), &st) == 0 && static_cast<std::uint64_t>(st.st_size) == size();
+}
+
+} // namespace corvel

@@ -1,0 +1,221 @@
+#pragma once
+// The scanned-item tree. CVNode holds what every node shares (path, sizes, children,
+// the lazily made signature and type identifier); CVFile is a scanned file with the
+// selection and removal state; CVFolder (folder.h) and CVGroup (group.h) derive from them.
+//
+// Ownership: a node owns its children and its root folder (shared pointers); its
+// parent folder and group are plain back-pointers that the folder or group clears when
+// it dies. Nodes are built on the scan thread and read on the main thread; the
+// observed properties ("size", "childrenCount", "needToRemove", "wasRemoved") are
+// written under the node's lock and announced through the node's change notifier on
+// the main queue. Rarely used state (name, type identifier, library record, notifier)
+// lives out of line and is made on first use, so a plain file node stays small.
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/change_notifier.h"
+#include "platform/property_value.h"
+#include "signature.h"
+
+namespace corvel {
+
+class CVNode;
+class CVFile;
+class CVFolder;
+class CVGroup;
+using NodePtr = std::shared_ptr<CVNode>;
+
+// The scan's side of the nodes: folder comparison polls it between steps.
+class CVNodeDelegate {
+public:
+    virtual ~CVNodeDelegate() = default;
+    virtual bool stopSignaturesComparing() const = 0;
+};
+
+// One root path of a scan; forceScan walks it with library and ignore rules relaxed.
+struct CVScanPath {
+    std::string path;
+    bool forceScan = false;
+};
+
+// How a file got marked for removal.
+enum SelectionType : std::int32_t {
+    kSelectionNone = 0,
+    kSelectionManual = 1,
+    kSelectionWeak = 2,
+    kSelectionStrong = 3,
+    kSelectionAutomatic = 4,
+};
+
+class CVNode : public std::enable_shared_from_this<CVNode> {
+public:
+    explicit CVNode(std::string path = {});
+    virtual ~CVNode();
+    CVNode(const CVNode&) = delete;
+    CVNode& operator=(const CVNode&) = delete;
+
+    const std::string& path() const { return m_path; }
+    void setPath(std::string path);
+    // Display name; empty unless set (groups take their first member's title).
+    std::string name() const;
+    void setName(std::string name);
+
+    std::uint64_t size() const { return m_size.load(std::memory_order_relaxed); }
+    void setSize(std::uint64_t size);
+    std::uint64_t sizeOnDisk() const { return m_sizeOnDisk; }
+    void setSizeOnDisk(std::uint64_t size) { m_sizeOnDisk = size; }
+    std::uint64_t inodeNumber() const { return m_inodeNumber; }
+    void setInodeNumber(std::uint64_t inode) { m_inodeNumber = inode; }
+
+    // The node type (node_type.h); 0 while unknown.
+    virtual std::int32_t type() const { return m_type.load(std::memory_order_relaxed); }
+    void setType(std::int32_t type) { m_type.store(type, std::memory_order_relaxed); }
+
+    const std::vector<NodePtr>& children() const { return m_children; }
+    std::uint64_t childrenCount() const { return m_childrenCount.load(std::memory_order_relaxed); }
+    // Appends (raising childrenCount, announced) / removes the first occurrence (lowering it).
+    void addChild(NodePtr child);
+    void removeChild(const CVNode* child);
+    // Sets childrenCount without announcing it.
+    void setChildrenCountSilently(std::uint64_t count) { m_childrenCount = count; }
+    void setChildrenCount(std::uint64_t count);
+
+    // The preferred type identifier of the path's extension; computed once.
+    std::string uti() const;
+    // The content signature, made on first use from path, size, type and type identifier.
+    // Scan thread only.
+    const CVSignature& signature();
+    bool hasSignature() const { return m_signature != nullptr; }
+    void releaseSignature() { m_signature.reset(); }
+    // Replaces the signature (a group keeps the signature of its last member).
+    void setSignature(std::shared_ptr<CVSignature> signature) { m_signature = std::move(signature); }
+    std::shared_ptr<CVSignature> sharedSignature();
+
+    // The folder comparison's stop flag source; only folders keep one.
+    virtual CVNodeDelegate* delegate() const { return nullptr; }
+
+    // Change notices for the observed keys.
+    ChangeNotifier& changeNotifier();
+
+    // The lock that guards this node's observed values (shared between nodes by hashing).
+    std::mutex& lock() const;
+
+protected:
+    struct Extras;
+    Extras& extras() const;
+    Extras* extrasIfAny() const { return m_extras.load(std::memory_order_acquire); }
+    // Announces will-change, runs the write under the node's lock, announces did-change.
+    template <typename Write> void changeObserved(std::string_view key, Write write);
+
+    std::vector<NodePtr> m_children;
+
+private:
+    std::string m_path;
+    std::atomic<std::uint64_t> m_size{0};
+    std::uint64_t m_sizeOnDisk = 0;
+    std::uint64_t m_inodeNumber = 0;
+    std::atomic<std::uint64_t> m_childrenCount{0};
+    std::shared_ptr<CVSignature> m_signature;
+    std::atomic<std::int32_t> m_type{0};
+    mutable std::atomic<Extras*> m_extras{nullptr};
+};
+
+class CVFile : public CVNode {
+public:
+    CVFile(std::string path, std::string name, std::uint64_t size, std::uint64_t sizeOnDisk = 0);
+    ~CVFile() override;
+
+    // The stored type, or, while it is 0, the file's type from the node type generator.
+    std::int32_t type() const override;
+
+    bool removeForbidden() const { return flag(kRemoveForbidden); }
+    virtual void setRemoveForbidden(bool value) { setFlag(kRemoveForbidden, value); }
+    bool needToRemove() const { return flag(kNeedToRemove); }
+    // Announced; does nothing when the value does not change.
+    void setNeedToRemove(bool value);
+    bool ignore() const { return flag(kIgnore); }
+    virtual void setIgnore(bool value) { setFlag(kIgnore, value); }
+    bool wasRemoved() const { return flag(kWasRemoved); }
+    void setWasRemoved(bool value);
+    bool pathComponentsCorrupted() const { return flag(kPathComponentsCorrupted); }
+    void setPathComponentsCorrupted(bool value) { setFlag(kPathComponentsCorrupted, value); }
+    bool tempRemoveForbidden() const { return flag(kTempRemoveForbidden); }
+    void setTempRemoveForbidden(bool value) { setFlag(kTempRemoveForbidden, value); }
+    bool wasRemovedOutside() const { return flag(kWasRemovedOutside); }
+    void setWasRemovedOutside(bool value) { setFlag(kWasRemovedOutside, value); }
+
+    std::int32_t selectionType() const { return m_selectionType.load(std::memory_order_relaxed); }
+    void setSelectionType(std::int32_t type) { m_selectionType.store(static_cast<std::int8_t>(type)); }
+    // "none", "manual", "weak", "strong", "automatic"; "unknown" otherwise.
+    static const char* stringSelectionType(std::int32_t type);
+
+    CVFolder* parentFolder() const { return m_parentFolder; }
+    void setParentFolder(CVFolder* folder) { m_parentFolder = folder; }
+    CVGroup* parentGroup() const { return m_parentGroup; }
+    void setParentGroup(CVGroup* group) { m_parentGroup = group; }
+    const std::shared_ptr<CVFolder>& rootFolder() const { return m_rootFolder; }
+    void setRootFolder(std::shared_ptr<CVFolder> folder) { m_rootFolder = std::move(folder); }
+
+    std::int64_t statCTime() const { return m_statCTime; }
+    std::int64_t statMTime() const { return m_statMTime; }
+    void setStatCTime(std::int64_t t) { m_statCTime = t; }
+    void setStatMTime(std::int64_t t) { m_statMTime = t; }
+
+    // The file name without its extension.
+    virtual std::string title() const;
+
+    // The library record: made on first use, filled only inside a photo library (the
+    // photo's event) or an iTunes library (the track); an empty dictionary otherwise,
+    // and inside a library for a file the library does not list.
+    PropertyValue info() const;
+    void setInfo(PropertyValue info);
+
+    // True when other is of the same class, has another path, and equal signatures.
+    virtual bool isDuplicateOf(CVNode& other);
+    // True when the two file names without extension are equal ignoring case.
+    bool areLastComponentsTheSame(std::string_view otherPath) const;
+    // True while the file exists with the byte size recorded by the walk.
+    virtual bool checkForIntegrity() const;
+
+protected:
+    enum Flag : std::uint16_t {
+        kRemoveForbidden = 1 << 0,
+        kNeedToRemove = 1 << 1,
+        kIgnore = 1 << 2,
+        kWasRemoved = 1 << 3,
+        kPathComponentsCorrupted = 1 << 4,
+        kTempRemoveForbidden = 1 << 5,
+        kWasRemovedOutside = 1 << 6,
+        // Folder flags kept in the same word.
+        kChildrenInvisible = 1 << 7,
+        kChildrenUndeletable = 1 << 8,
+        kAllChildrenIgnored = 1 << 9,
+    };
+    bool flag(Flag f) const { return (m_flags.load(std::memory_order_relaxed) & f) != 0; }
+    void setFlag(Flag f, bool value) {
+        if (value)
+            m_flags.fetch_or(f, std::memory_order_relaxed);
+        else
+            m_flags.fetch_and(static_cast<std::uint16_t>(~f), std::memory_order_relaxed);
+    }
+
+private:
+    std::atomic<std::uint16_t> m_flags{0};
+    std::atomic<std::int8_t> m_selectionType{0};
+    CVFolder* m_parentFolder = nullptr;
+    CVGroup* m_parentGroup = nullptr;
+    std::shared_ptr<CVFolder> m_rootFolder;
+    std::int64_t m_statCTime = 0;
+    std::int64_t m_statMTime = 0;
+};
+
+// The file name without its extension ("photo" for "/a/photo.jpeg", ".bashrc" for "/a/.bashrc").
+std::string fileTitle(std::string_view path);
+
+} // namespace corvel

@@ -1,0 +1,26 @@
+#pragma once
+// CVNodeCache: the memo of folder comparisons for one scan, keyed by folder path.
+// Scan thread only; cleared at the start of every scan.
+
+#include <optional>
+#include <string>
+#include <unordered_map>
+
+namespace corvel {
+
+class CVNodeCache {
+public:
+    static CVNodeCache& sharedCache();
+    void resetCache();
+
+    std::optional<bool> folderChildrenSizeAreEqual(const std::string& path) const;
+    void setFolderChildrenSizeAreEqual(const std::string& path, bool equal);
+    std::optional<bool> duplicatedFolder(const std::string& path) const;
+    void setDuplicatedFolder(const std::string& path, bool duplicated);
+
+private:
+    std::unordered_map<std::string, bool> m_folderChildrenSizeAreEqualCache;
+    std::unordered_map<std::string, bool> m_duplicatedFoldersCache;
+};
+
+} // namespace corvel

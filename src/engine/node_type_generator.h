@@ -1,0 +1,62 @@
+#pragma once
+// CVNodeTypeGenerator: the node type of a file or folder path. Files are typed by the
+// type identifier of their extension (and a few extension patterns); folders by their
+// extension, by the media library files inside them and by whether they are the
+// user's current photo or music library. Linux has no type codes or package flags:
+// application bundles are ".app" folders, packages are folders with a known package
+// extension, a folder holding "AlbumData.xml" is a photo library, and no library
+// application is ever installed, so the "newer library" types 12 and 15 never occur.
+
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "node_type.h"
+#include "platform/text.h"
+
+namespace corvel {
+
+class UserDefaults;
+
+class CVNodeTypeGenerator {
+public:
+    // The process-wide generator on the standard user defaults; made once.
+    static CVNodeTypeGenerator& sharedGenerator();
+
+    // A generator whose current libraries come from iApps preference files under home
+    // (home/Library/Preferences/com.apple.iApps.plist) and realHome, in that order.
+    CVNodeTypeGenerator(UserDefaults& defaults, std::string home, std::string realHome);
+
+    // Forgets the current library paths so that they are read again. Called at the start of every walk.
+    void prepareGenerator();
+
+    // Folder of the current photo / music library, "none" when the preferences name none.
+    std::string currentIPhotoLibPath();
+    std::string currentITunesLibPath();
+
+    // User defaults "iPhotoCompatibleVersion" (default "910.42") and "iTunesCompatibleVersion" (default "12.4.1.6").
+    std::string maxiPhotoTested() const;
+    std::string maxiTunesTested() const;
+
+    std::int32_t nodeTypeOfFile(std::string_view path) const;
+    std::int32_t nodeTypeOfFolder(std::string_view path);
+
+    // Node type from an extension pattern (step 6 of file typing), or nothing.
+    static std::optional<std::int32_t> typeFromExtensionPatterns(std::string_view extension);
+
+private:
+    void getCurrentLibsFromPrefs();
+
+    UserDefaults& m_defaults;
+    std::string m_home;
+    std::string m_realHome;
+    std::mutex m_mutex;
+    std::optional<std::string> m_currentIPhotoLibPath;
+    std::optional<std::string> m_currentITunesLibPath;
+};
+
+// The extension of the last path component ("" when none; a leading dot does not start one).
+std::string_view pathExtension(std::string_view path);
+
+} // namespace corvel

@@ -1,0 +1,158 @@
+#include "signature.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <vector>
+
+#include "node_type.h"
+#include "platform/type_identifiers.h"
+
+namespace corvel {
+
+namespace {
+
+class FileDescriptor {
+public:
+    explicit FileDescriptor(const std::string& path) : m_fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {}
+    ~FileDescriptor() {
+        if (m_fd >= 0)
+            ::close(m_fd);
+    }
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
+    int get() const { return m_fd; }
+    bool valid() const { return m_fd >= 0; }
+
+private:
+    int m_fd;
+};
+
+// Reads exactly length bytes at offset; false on a short read or an error.
+bool readAt(int fd, std::uint8_t* into, std::uint64_t length, std::uint64_t offset) {
+    while (length > 0) {
+        const ssize_t n = ::pread(fd, into, length, static_cast<off_t>(offset));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return false;
+        into += n;
+        length -= static_cast<std::uint64_t>(n);
+        offset += static_cast<std::uint64_t>(n);
+    }
+    return true;
+}
+
+// Compares the first length bytes of two files in chunks.
+bool filesEqual(const std::string& a, const std::string& b, std::uint64_t length) {
+    FileDescriptor fa(a);
+    FileDescriptor fb(b);
+    if (!fa.valid() || !fb.valid())
+        return false;
+    constexpr std::uint64_t kChunk = std::uint64_t{1} << 20;
+    std::vector<std::uint8_t> ba(kChunk);
+    std::vector<std::uint8_t> bb(kChunk);
+    for (std::uint64_t offset = 0; offset < length; offset += kChunk) {
+        const std::uint64_t n = std::min(kChunk, length - offset);
+        if (!readAt(fa.get(), ba.data(), n, offset) || !readAt(fb.get(), bb.data(), n, offset))
+            return false;
+        if (std::memcmp(ba.data(), bb.data(), n) != 0)
+            return false;
+    }
+    return true;
+}
+
+} // namespace
+
+CVSignature::CVSignature(std::string path, std::uint64_t size, std::int32_t nodeType, const std::string& uti)
+    : m_type(getSignatureTypeWithUTI(uti, size, nodeType)), m_nodePath(std::move(path)), m_nodeSize(size) {
+    calculateSignature();
+}
+
+CVSignature::Kind CVSignature::getSignatureTypeWithUTI(const std::string& uti, std::uint64_t size,
+                                                       std::int32_t nodeType) {
+    if (nodeType == kNodeTypeApplication)
+        return Bundle;
+    if (nodeType == kNodeTypeDocument && TypeIdentifiers::shared().conformsTo(uti, "public.text"))
+        return WholeFile;
+    return size >= kSampledKindMinimumSize ? Sampled : WholeFile;
+}
+
+std::unique_ptr<std::uint8_t[]> CVSignature::computeFileSignature(const std::string& path, std::uint64_t size,
+                                                                  std::uint32_t count, std::uint64_t pieceSize,
+                                                                  std::uint64_t& length) {
+    length = 0;
+    FileDescriptor fd(path);
+    if (!fd.valid())
+        return nullptr;
+    std::uint64_t head = kHeadSize;
+    std::uint64_t piece = pieceSize;
+    std::uint64_t pieces = count;
+    if (static_cast<std::uint64_t>(count) * pieceSize + kHeadSize > size) {
+        head = 0;
+        piece = size & 0xFFFFFFFFu;
+        pieces = 1;
+    }
+    const std::uint64_t total = pieces * piece + head;
+    const std::uint64_t stride = (size - head) / pieces;
+    auto buffer = std::make_unique_for_overwrite<std::uint8_t[]>(total);
+    if (head > 0 && !readAt(fd.get(), buffer.get(), head, 0))
+        return nullptr;
+    if (piece > 0)
+        for (std::uint64_t k = 0; k < pieces; ++k)
+            if (!readAt(fd.get(), buffer.get() + head + k * piece, piece, head + k * stride))
+                return nullptr;
+    length = total;
+    return buffer;
+}
+
+void CVSignature::wholeFile(const std::string& path, std::uint64_t size) {
+    const std::uint64_t length = size & 0xFFFFFFFFu;
+    if (length <= kMaxBufferedSignature) {
+        m_bytes = computeFileSignature(path, size, 1, size, m_length);
+        return;
+    }
+    // Too large to hold: check now that the file has the bytes, compare later from disk.
+    struct stat st {};
+    FileDescriptor fd(path);
+    if (!fd.valid() || ::fstat(fd.get(), &st) != 0 || static_cast<std::uint64_t>(st.st_size) < length)
+        return;
+    m_streamPath = path;
+    m_length = length;
+}
+
+void CVSignature::calculateSignature() {
+    switch (m_type) {
+    case Bundle: {
+        const std::string plist = m_nodePath + "/Contents/Info.plist";
+        struct stat st {};
+        const std::uint64_t plistSize = ::stat(plist.c_str(), &st) == 0 ? static_cast<std::uint64_t>(st.st_size) : 0;
+        wholeFile(plist, plistSize);
+        break;
+    }
+    case Sampled:
+        m_bytes = computeFileSignature(m_nodePath, m_nodeSize, kSampleCount, kSampleSize, m_length);
+        break;
+    case WholeFile:
+        wholeFile(m_nodePath, m_nodeSize);
+        break;
+    }
+}
+
+bool CVSignature::isEqualTo(const CVSignature& other) const {
+    if (m_length == 0 || m_length != other.m_length)
+        return false;
+    if (isStreamed() || other.isStreamed()) {
+        if (!isStreamed() || !other.isStreamed())
+            return false;
+        return filesEqual(m_streamPath, other.m_streamPath, m_length);
+    }
+    if (!other.m_bytes)
+        return false;
+    return std::memcmp(m_bytes.get(), other.m_bytes.get(), m_length) == 0;
+}
+
+} // namespace corvel

@@ -1,0 +1,67 @@
+#pragma once
+// CVSignature: the comparable content fingerprint of one scanned node. It is not a hash
+// but a copy of raw bytes: the whole file (kind 0), a fixed sample of it (kind 1: the
+// first 10000 bytes and 32 pieces of 300 bytes spread evenly over the rest), or the
+// whole "Contents/Info.plist" of a bundle (kind 2). Two signatures are equal when their
+// bytes are. The file is read when the signature is made; a file that cannot be opened
+// or is shorter than expected gives an empty signature (length 0), equal to nothing.
+//
+// A whole-file signature longer than kMaxBufferedSignature (large text documents) is not
+// held in memory: it remembers the file and compares by reading both files in chunks,
+// which answers exactly as comparing the buffers would.
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace corvel {
+
+class CVSignature {
+public:
+    enum Kind : std::int32_t { WholeFile = 0, Sampled = 1, Bundle = 2 };
+
+    static constexpr std::uint32_t kSampleCount = 32;
+    static constexpr std::uint64_t kSampleSize = 300;
+    static constexpr std::uint64_t kHeadSize = 10000;
+    static constexpr std::uint64_t kSampledKindMinimumSize = 500000;
+    static constexpr std::uint64_t kMaxBufferedSignature = std::uint64_t{16} << 20;
+
+    // Reads the signature of the node at path (size in bytes from the walk, node type, type identifier).
+    CVSignature(std::string path, std::uint64_t size, std::int32_t nodeType, const std::string& uti);
+
+    // The kind a node gets: bundles (node type 9) 2; documents conforming to public.text 0;
+    // others 1 from kSampledKindMinimumSize bytes on, else 0.
+    static Kind getSignatureTypeWithUTI(const std::string& uti, std::uint64_t size, std::int32_t nodeType);
+
+    // The reader: count pieces of pieceSize bytes after a head, as described above; when
+    // count * pieceSize + 10000 > size the whole file is one piece of (size mod 2^32)
+    // bytes. Answers the bytes, or nothing when the file cannot be opened or a read
+    // comes short. Exposed for tests and benchmarks.
+    static std::unique_ptr<std::uint8_t[]> computeFileSignature(const std::string& path, std::uint64_t size,
+                                                               std::uint32_t count, std::uint64_t pieceSize,
+                                                               std::uint64_t& length);
+
+    bool isEqualTo(const CVSignature& other) const;
+
+    Kind type() const { return m_type; }
+    const std::string& nodePath() const { return m_nodePath; }
+    std::uint64_t nodeSize() const { return m_nodeSize; }
+    // The collected bytes; null when empty or when the signature compares from the file.
+    const std::uint8_t* bytes() const { return m_bytes.get(); }
+    std::uint64_t length() const { return m_length; }
+    // True when the signature compares by reading its file rather than from memory.
+    bool isStreamed() const { return !m_streamPath.empty(); }
+
+private:
+    void calculateSignature();
+    void wholeFile(const std::string& path, std::uint64_t size);
+
+    Kind m_type;
+    std::string m_nodePath;
+    std::uint64_t m_nodeSize;
+    std::unique_ptr<std::uint8_t[]> m_bytes;
+    std::uint64_t m_length = 0;
+    std::string m_streamPath;
+};
+
+} // namespace corvel

@@ -1,0 +1,300 @@
+#include "photo_parser.h"
+
+#include <libxml/parser.h>
+#include <libxml/parserInternals.h>
+#include <libxml/SAX2.h>
+
+#include <cstdio>
+#include <memory>
+#include <mutex>
+
+#include "media_library.h"
+#include "platform/file_io.h"
+#include "platform/system_log.h"
+#include "platform/text_format.h"
+#include "platform/user_defaults.h"
+
+namespace corvel {
+
+namespace {
+
+constexpr std::string_view kRollsList = "List of Rolls";
+constexpr std::string_view kMasterList = "Master Image List";
+constexpr std::string_view kAlbumDataName = "AlbumData.xml";
+constexpr std::string_view kUnknownEvent = "Unknown";
+
+CViPhotoParser* parserOf(void* context) {
+    return static_cast<CViPhotoParser*>(static_cast<xmlParserCtxtPtr>(context)->_private);
+}
+
+void onStartElement(void* ctx, const xmlChar* localname, const xmlChar*, const xmlChar*, int, const xmlChar**, int,
+                    int, const xmlChar**) {
+    parserOf(ctx)->startElement(reinterpret_cast<const char*>(localname));
+}
+
+void onEndElement(void* ctx, const xmlChar*, const xmlChar*, const xmlChar*) { parserOf(ctx)->endElement(); }
+
+void onCharacters(void* ctx, const xmlChar* text, int length) {
+    parserOf(ctx)->characters(std::string_view(reinterpret_cast<const char*>(text), static_cast<std::size_t>(length)));
+}
+
+// Entities declared in the file's own DTD are expanded; external ones are never loaded.
+xmlEntityPtr onGetEntity(void* ctx, const xmlChar* name) {
+    xmlEntityPtr entity = xmlSAX2GetEntity(ctx, name);
+    if (entity && entity->etype != XML_INTERNAL_GENERAL_ENTITY && entity->etype != XML_INTERNAL_PREDEFINED_ENTITY)
+        return nullptr;
+    return entity;
+}
+
+xmlParserInputPtr refuseExternalEntity(void*, const xmlChar*, const xmlChar*) { return nullptr; }
+
+// libxml2 falls back to its own entity lookup and loads external entities through the
+// process-wide loader, whatever the handler says; so the loader itself refuses. Corvel
+// never needs an external entity or DTD anywhere.
+xmlParserInputPtr refuseExternalLoad(const char*, const char*, xmlParserCtxtPtr) { return nullptr; }
+
+void refuseExternalEntitiesEverywhere() {
+    static std::once_flag once;
+    std::call_once(once, [] { xmlSetExternalEntityLoader(refuseExternalLoad); });
+}
+
+struct ContextDeleter {
+    void operator()(xmlParserCtxtPtr ctxt) const {
+        if (ctxt->myDoc)
+            xmlFreeDoc(ctxt->myDoc);
+        xmlFreeParserCtxt(ctxt);
+    }
+};
+
+} // namespace
+
+CViPhotoParser::CViPhotoParser(UserDefaults& defaults) : m_defaults(defaults) {}
+
+void CViPhotoParser::reset() {
+    m_eventDict = PropertyValue::Dictionary{};
+    m_gotToList = m_gotNewRollID = m_gotNewRollName = m_gotNewPhotoEvent = m_gotNewPhotoPath = false;
+    m_gotVersion = m_gotMediaType = m_mediaTypeIsMovie = false;
+    m_processedMediaType = m_imagePathComplete = false;
+    m_keyDepth = 0;
+    m_eventID = -1;
+    m_currentList = kRollsList;
+    m_currentKey.clear();
+    m_eventName = kUnknownEvent;
+    m_appVersion = "0.0";
+    m_currentImagePath.clear();
+    m_stringValueParts.clear();
+    m_eventNames.clear();
+    m_photos.clear();
+}
+
+void CViPhotoParser::refreshRemovedPhotosListForPath(const std::string& albumDataPath) {
+    std::string library = albumDataPath;
+    if (library.ends_with(kAlbumDataName))
+        library.resize(library.size() - kAlbumDataName.size());
+    const auto removed = m_defaults.arrayForKey(kRemovedPhotosKey);
+    if (!removed)
+        return;
+    PropertyValue::Array kept;
+    for (const auto& entry : *removed) {
+        const std::string* path = entry.asString();
+        if (!path || path->find(library) == std::string::npos)
+            kept.push_back(entry);
+    }
+    m_defaults.setObject(std::move(kept), kRemovedPhotosKey);
+}
+
+bool CViPhotoParser::photoContainsInAlreadyRemovedList(const std::string& path) const {
+    return m_needToCheckRemovedFiles && m_removedFiles.count(path) > 0;
+}
+
+bool CViPhotoParser::parseXMLFile(const std::string& path, bool checkRemovedFiles) {
+    m_needToCheckRemovedFiles = false;
+    m_removedFiles.clear();
+    if (checkRemovedFiles) {
+        if (const auto removed = m_defaults.arrayForKey(kRemovedPhotosKey)) {
+            m_needToCheckRemovedFiles = true;
+            for (const auto& entry : *removed)
+                if (const std::string* p = entry.asString())
+                    m_removedFiles.insert(*p);
+        }
+    } else {
+        refreshRemovedPhotosListForPath(path);
+    }
+    reset();
+
+    std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "rb"), &std::fclose);
+    if (!file) {
+        systemLog("Failed to open photo library description " + path);
+        return false;
+    }
+    refuseExternalEntitiesEverywhere();
+    xmlSAXHandler handler{};
+    xmlSAXVersion(&handler, 2);
+    handler.startElementNs = onStartElement;
+    handler.endElementNs = onEndElement;
+    handler.characters = onCharacters;
+    handler.cdataBlock = onCharacters;
+    handler.ignorableWhitespace = onCharacters;
+    handler.getEntity = onGetEntity;
+    handler.resolveEntity = refuseExternalEntity;
+    handler.warning = nullptr;
+
+    std::unique_ptr<xmlParserCtxt, ContextDeleter> ctxt(
+        xmlCreatePushParserCtxt(&handler, nullptr, nullptr, 0, path.c_str()));
+    if (!ctxt) {
+        systemLog("Failed to create an XML reader for " + path);
+        return false;
+    }
+    ctxt->_private = this;
+    xmlCtxtUseOptions(ctxt.get(), XML_PARSE_NOENT | XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING);
+    ctxt->loadsubset = 0;
+
+    char buffer[1 << 16];
+    bool ok = true;
+    for (;;) {
+        const std::size_t n = std::fread(buffer, 1, sizeof buffer, file.get());
+        const bool last = n < sizeof buffer;
+        if (xmlParseChunk(ctxt.get(), buffer, static_cast<int>(n), last ? 1 : 0) != 0) {
+            ok = false;
+            break;
+        }
+        if (last)
+            break;
+    }
+    if (!ok || !ctxt->wellFormed) {
+        const xmlError* error = xmlCtxtGetLastError(ctxt.get());
+        systemLog(formatf("Malformed photo library description %@ (line %i): %@", path, error ? error->line : 0,
+                          error && error->message ? std::string(error->message) : std::string("not well-formed")));
+        return false;
+    }
+    return true;
+}
+
+void CViPhotoParser::startElement(std::string_view name) {
+    m_currentKey.assign(name);
+    if (m_gotToList)
+        ++m_keyDepth;
+}
+
+void CViPhotoParser::endElement() {
+    if (m_gotToList)
+        --m_keyDepth;
+}
+
+void CViPhotoParser::characters(std::string_view text) { handleText(std::string(text)); }
+
+void CViPhotoParser::emitPhoto() {
+    if (!photoContainsInAlreadyRemovedList(m_currentImagePath)) {
+        PropertyValue::Dictionary record;
+        record[kEventNameKey] = m_eventName;
+        record[kEventIDKey] = formatf("%li", static_cast<long long>(m_eventID));
+        record[kPhotoPathKey] = m_currentImagePath;
+        record[kPhotoVersionKey] = m_appVersion;
+        record[kPhotoIsMovieKey] = m_mediaTypeIsMovie;
+        m_photos.emplace_back(std::move(record));
+    }
+    m_currentImagePath.clear();
+    m_imagePathComplete = false;
+    m_eventID = -1;
+    m_eventName = kUnknownEvent;
+    m_processedMediaType = false;
+    m_mediaTypeIsMovie = false;
+}
+
+void CViPhotoParser::handleText(const std::string& text) {
+    const bool isKey = m_currentKey == "key";
+    const bool isString = m_currentKey == "string";
+    const bool isInteger = m_currentKey == "integer";
+
+    if (!m_gotToList) {
+        if (isKey && text == m_currentList) {
+            m_gotToList = true;
+            m_keyDepth = m_currentList == kMasterList ? 2 : 0;
+            return;
+        }
+    }
+    if (isKey && text == "Application Version") {
+        m_gotVersion = true;
+        return;
+    }
+    if (m_gotVersion && isString) {
+        m_appVersion = text;
+        m_gotVersion = false;
+        return;
+    }
+    if (m_gotNewRollID) {
+        if (isInteger) {
+            m_eventDict = PropertyValue::Dictionary{{kEventIDKey, std::to_string(std::strtoll(text.c_str(), nullptr, 10))}};
+            m_gotNewRollID = false;
+        }
+        return;
+    }
+    // Text pieces of a roll name or an image path: line feeds are the layout between
+    // elements; the first text under another element completes the value.
+    if (m_gotNewRollName || m_gotNewPhotoPath) {
+        if (text.find('\n') != std::string::npos)
+            return;
+        if (isString) {
+            m_stringValueParts += text;
+            return;
+        }
+        if (m_gotNewRollName) {
+            if (const std::string* id = m_eventDict[kEventIDKey].asString())
+                m_eventNames.emplace(*id, m_stringValueParts);
+            m_gotNewRollName = false;
+        } else {
+            m_currentImagePath = m_stringValueParts;
+            m_imagePathComplete = true;
+            m_gotNewPhotoPath = false;
+        }
+        m_stringValueParts.clear();
+        handleText(text);
+        return;
+    }
+    if (m_gotMediaType) {
+        if (isString) {
+            m_mediaTypeIsMovie = text == "Movie";
+            m_processedMediaType = true;
+            m_gotMediaType = false;
+        }
+        return;
+    }
+    if (m_gotNewPhotoEvent) {
+        if (isInteger) {
+            const long long id = std::strtoll(text.c_str(), nullptr, 10);
+            if (auto it = m_eventNames.find(std::to_string(id)); it != m_eventNames.end()) {
+                m_eventID = id;
+                m_eventName = it->second;
+            }
+            m_gotNewPhotoEvent = false;
+        }
+        return;
+    }
+    if (m_imagePathComplete && m_processedMediaType) {
+        emitPhoto();
+        return;
+    }
+    if (m_gotToList && isKey) {
+        if (text == "RollID") {
+            m_gotNewRollID = true;
+        } else if (text == "RollName") {
+            m_gotNewRollName = true;
+        } else if (text == "MediaType") {
+            m_gotMediaType = true;
+        } else if (text == "Roll") {
+            m_gotNewPhotoEvent = true;
+        } else if (text == "ImagePath") {
+            m_gotNewPhotoPath = true;
+        } else if (m_keyDepth == 0) {
+            // A key at the list's own level: the list has ended.
+            m_gotToList = false;
+            m_currentList = kMasterList;
+            if (text == m_currentList) {
+                m_gotToList = true;
+                m_keyDepth = 2;
+            }
+        }
+    }
+}
+
+} // namespace corvel

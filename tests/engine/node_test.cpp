@@ -1,0 +1,150 @@
+#include "engine/node.h"
+
+#include <gtest/gtest.h>
+
+#include "engine/folder.h"
+#include "engine/node_type.h"
+#include "platform/main_queue.h"
+#include "support/temp_tree.h"
+
+namespace corvel {
+namespace {
+
+std::shared_ptr<CVFolder> folder(const std::string& path, std::int32_t type = kNodeTypePlainFolder) {
+    auto f = std::make_shared<CVFolder>(path, "");
+    f->setType(type);
+    return f;
+}
+
+std::shared_ptr<CVFile> file(const std::string& path, std::uint64_t size = 10) {
+    return std::make_shared<CVFile>(path, "", size, size + 1);
+}
+
+TEST(Node, FlagsFlowDownTheWholeSubtree) {
+    auto library = folder("/m/iTunes", kNodeTypeITunesLibrary);
+    auto media = folder("/m/iTunes/Media");
+    auto song = file("/m/iTunes/Media/a.mp3");
+    auto other = file("/m/iTunes/b.mp3");
+    library->addChildFile(media);
+    media->addChildFile(song);
+    library->addChildFile(other);
+    library->addChildFile(media); // a folder stands twice: entered and left
+
+    library->setIgnore(true);
+    EXPECT_TRUE(media->ignore());
+    EXPECT_TRUE(song->ignore());
+    EXPECT_TRUE(other->ignore());
+    library->setRemoveForbidden(true);
+    EXPECT_TRUE(song->removeForbidden());
+    library->setRemoveForbidden(false);
+    EXPECT_FALSE(song->removeForbidden());
+    EXPECT_FALSE(media->removeForbidden());
+}
+
+TEST(Node, ChildrenTakeFlagsRootFolderAndSizeFromTheirFolder) {
+    auto top = folder("/top");
+    auto hidden = folder("/top/.hidden");
+    hidden->setChildrenInvisible(true);
+    auto locked = folder("/top/locked");
+    locked->setChildrenUndeletable(true);
+    auto bundle = folder("/top/X.app", kNodeTypeApplication);
+    auto inner = folder("/top/X.app/Contents", kNodeTypePlainFolder);
+    auto deep = file("/top/X.app/Contents/bin", 100);
+    top->addChildFile(hidden);
+    top->addChildFile(locked);
+    top->addChildFile(bundle);
+    bundle->addChildFile(inner);
+    inner->addChildFile(deep);
+    auto h = file("/top/.hidden/a", 5);
+    h->setIgnore(true); // the walk decides an entry's own ignore before attaching it
+    auto l = file("/top/locked/b", 7);
+    hidden->addChildFile(h);
+    locked->addChildFile(l);
+
+    EXPECT_TRUE(h->ignore());
+    EXPECT_FALSE(h->removeForbidden());
+    EXPECT_TRUE(l->removeForbidden());
+    EXPECT_FALSE(l->ignore());
+    EXPECT_EQ(inner->rootFolder(), bundle) << "a bundle is the root of what it holds";
+    EXPECT_EQ(deep->rootFolder(), bundle) << "plain folders pass the root down";
+    EXPECT_EQ(h->rootFolder(), nullptr);
+    EXPECT_EQ(deep->parentFolder(), inner.get());
+    EXPECT_EQ(inner->size(), 100u);
+    EXPECT_EQ(hidden->size(), 5u);
+    EXPECT_EQ(hidden->sizeOnDisk(), 6u);
+    EXPECT_EQ(top->childrenCount(), 3u);
+    EXPECT_TRUE(hidden->allChildrenIgnored());
+    EXPECT_FALSE(locked->allChildrenIgnored());
+    auto later = file("/top/.hidden/c", 1);
+    hidden->addChildFile(later);
+    EXPECT_TRUE(later->ignore()) << "invisible children are ignored";
+    EXPECT_FALSE(hidden->allChildrenIgnored()) << "judged by the child's own flag when it came";
+    top->addChildFile(nullptr);
+    EXPECT_EQ(top->childrenCount(), 3u);
+}
+
+TEST(Node, LastComponentsCompareWithoutExtensionAndCase) {
+    struct Case {
+        std::string a, b;
+        bool same;
+    };
+    for (const Case& c : {Case{"/a/Photo.JPG", "/x/photo.jpeg", true}, Case{"/a/Photo.JPG", "/x/photo2.jpeg", false},
+                          Case{"/a/archive.tar.gz", "/b/ARCHIVE.tar.bz2", true}, Case{"/a/.bashrc", "/b/.BASHRC", true},
+                          Case{"/a/noext", "/b/noext.txt", true}, Case{"/a/Stra\xC3\x9F" "e.txt", "/b/STRASSE.md", true}})
+        EXPECT_EQ(file(c.a)->areLastComponentsTheSame(c.b), c.same) << c.a << " " << c.b;
+    EXPECT_EQ(file("/a/photo.jpeg")->title(), "photo");
+    EXPECT_EQ(folder("/a/My.Folder")->title(), "My.Folder");
+    EXPECT_EQ(folder("/a/Pics.photolibrary", kNodeTypeIPhotoLibrary)->title(), "Pics");
+}
+
+TEST(Node, AFileIsNeverItsOwnDuplicateAndIntegrityFollowsTheDisk) {
+    test::TempTree tree;
+    const std::string a = tree.file("a.bin", "same content");
+    const std::string b = tree.file("b.bin", "same content");
+    auto fa = file(a, 12);
+    auto fa2 = file(a, 12);
+    auto fb = file(b, 12);
+    EXPECT_TRUE(fa->isDuplicateOf(*fb));
+    EXPECT_FALSE(fa->isDuplicateOf(*fa2)) << "same path";
+    auto dir = folder(tree / "d");
+    EXPECT_FALSE(fa->isDuplicateOf(*dir)) << "other class";
+
+    EXPECT_TRUE(fa->checkForIntegrity());
+    tree.file("a.bin", "grown content!");
+    EXPECT_FALSE(fa->checkForIntegrity());
+    EXPECT_FALSE(file(tree / "gone", 1)->checkForIntegrity());
+}
+
+TEST(Node, SelectionStateIsAnnouncedOnlyOnRealChanges) {
+    auto f = file("/a/x.jpg");
+    int notices = 0;
+    f->changeNotifier().addObserver("needToRemove", [&](std::string_view, ChangePhase phase) {
+        if (phase == ChangePhase::Did)
+            ++notices;
+    });
+    f->setNeedToRemove(true);
+    f->setNeedToRemove(true);
+    f->setNeedToRemove(false);
+    MainQueue::shared().drain();
+    EXPECT_EQ(notices, 2);
+    EXPECT_STREQ(CVFile::stringSelectionType(kSelectionAutomatic), "automatic");
+    EXPECT_STREQ(CVFile::stringSelectionType(0), "none");
+    EXPECT_STREQ(CVFile::stringSelectionType(9), "unknown");
+}
+
+TEST(Node, FilesAreTypedLazilyAndKeepTheirTypeIdentifier) {
+    auto song = file("/m/song.FLAC");
+    EXPECT_EQ(song->type(), kNodeTypeAudio);
+    EXPECT_EQ(song->uti(), "public.flac");
+    EXPECT_EQ(file("/m/doc.pdf")->type(), kNodeTypeDocument);
+    EXPECT_EQ(file("/m/blob.xyz123")->type(), kNodeTypeOther);
+}
+
+TEST(Node, InfoIsEmptyOutsideLibraries) {
+    auto plain = file("/a/b.jpg");
+    EXPECT_TRUE(plain->info().isDictionary());
+    EXPECT_EQ(plain->info().count(), 0u);
+}
+
+} // namespace
+} // namespace corvel

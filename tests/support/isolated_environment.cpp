@@ -1,0 +1,35 @@
+// Every test program runs with its own home, configuration folder and settings file,
+// made before any test (and before any shared instance reads them), so tests never
+// touch the real account's files and parallel test processes never share a file.
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+
+#include <string>
+
+#include "platform/user_defaults.h"
+
+namespace corvel::test {
+namespace {
+
+struct IsolatedEnvironment {
+    IsolatedEnvironment() {
+        const char* tmp = std::getenv("TMPDIR");
+        std::string root = std::string(tmp && *tmp ? tmp : "/tmp") + "/corvel-home-XXXXXX";
+        if (!::mkdtemp(root.data()))
+            return;
+        const std::string config = root + "/.config";
+        ::mkdir(config.c_str(), 0700);
+        ::setenv("HOME", root.c_str(), 1);
+        ::setenv("XDG_CONFIG_HOME", config.c_str(), 1);
+        ::setenv("XDG_DATA_HOME", (root + "/.local/share").c_str(), 1);
+        ::setenv("CORVEL_SETTINGS", (config + "/corvel-test.plist").c_str(), 1);
+        UserDefaults::setStandardPath(config + "/corvel-test.plist");
+    }
+};
+
+const IsolatedEnvironment g_environment;
+
+} // namespace
+} // namespace corvel::test
