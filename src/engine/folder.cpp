@@ -32,6 +32,12 @@ CVFolder::CVFolder(std::string path, std::string name, std::uint64_t size, std::
     setFlag(kAllChildrenIgnored, true);
 }
 
+CVFolder::~CVFolder() {
+    for (const auto& child : m_children)
+        if (auto* file = dynamic_cast<CVFile*>(child.get()); file && file->parentFolder() == this)
+            file->setParentFolder(nullptr);
+}
+
 void CVFolder::addChildFile(const NodePtr& child) {
     auto* file = dynamic_cast<CVFile*>(child.get());
     if (!file)
@@ -42,8 +48,8 @@ void CVFolder::addChildFile(const NodePtr& child) {
     const std::int32_t ownType = type();
     if (ownType != kNodeTypePlainFolder && ownType != kNodeTypePackage)
         file->setRootFolder(std::static_pointer_cast<CVFolder>(shared_from_this()));
-    else if (rootFolder())
-        file->setRootFolder(rootFolder());
+    else if (auto root = rootFolder())
+        file->setRootFolder(root);
     setSize(size() + file->size());
     setSizeOnDisk(sizeOnDisk() + file->sizeOnDisk());
     if (childrenInvisible() || ignore())

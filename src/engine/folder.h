@@ -17,6 +17,8 @@ class CVNodeCache;
 class CVFolder : public CVFile {
 public:
     CVFolder(std::string path, std::string name, std::uint64_t size = 0, std::uint64_t sizeOnDisk = 0);
+    // Children that outlive the folder (held by a group) lose their parent link.
+    ~CVFolder() override;
 
     // Folders keep the type the walk gives them (no lazy file typing).
     std::int32_t type() const override { return CVNode::type(); }

@@ -7,10 +7,12 @@
 #include <functional>
 
 #include "folder.h"
+#include "group.h"
 #include "media/media_manager.h"
 #include "node_type.h"
 #include "node_type_generator.h"
 #include "platform/file_io.h"
+#include "platform/file_url.h"
 #include "platform/text.h"
 #include "platform/type_identifiers.h"
 
@@ -181,6 +183,15 @@ const char* CVFile::stringSelectionType(std::int32_t type) {
 }
 
 std::string CVFile::title() const { return fileTitle(path()); }
+
+std::string CVFile::relativePathURL() const {
+    const std::string url = fileURLStringFromPath(path());
+    CVGroup* group = parentGroup();
+    if (!group)
+        return url;
+    const std::string base = group->basePathForFiles();
+    return url.starts_with(base) ? url.substr(base.size()) : url;
+}
 
 PropertyValue CVFile::info() const {
     Extras& e = extras();

@@ -3,9 +3,9 @@
 // the lazily made signature and type identifier); CVFile is a scanned file with the
 // selection and removal state; CVFolder (folder.h) and CVGroup (group.h) derive from them.
 //
-// Ownership: a node owns its children and its root folder (shared pointers); its
-// parent folder and group are plain back-pointers that the folder or group clears when
-// it dies. Nodes are built on the scan thread and read on the main thread; the
+// Ownership: a node owns its children (shared pointers); its root folder is a weak
+// link, and its parent folder and group are plain back-pointers that the folder or
+// group clears when it dies. Nodes are built on the scan thread and read on the main thread; the
 // observed properties ("size", "childrenCount", "needToRemove", "wasRemoved") are
 // written under the node's lock and announced through the node's change notifier on
 // the main queue. Rarely used state (name, type identifier, library record, notifier)
@@ -159,8 +159,10 @@ public:
     void setParentFolder(CVFolder* folder) { m_parentFolder = folder; }
     CVGroup* parentGroup() const { return m_parentGroup; }
     void setParentGroup(CVGroup* group) { m_parentGroup = group; }
-    const std::shared_ptr<CVFolder>& rootFolder() const { return m_rootFolder; }
-    void setRootFolder(std::shared_ptr<CVFolder> folder) { m_rootFolder = std::move(folder); }
+    // The library or bundle folder that holds the file, if any. Held weakly: the root
+    // is an ancestor, and a strong link would make a cycle with its children.
+    std::shared_ptr<CVFolder> rootFolder() const { return m_rootFolder.lock(); }
+    void setRootFolder(const std::shared_ptr<CVFolder>& folder) { m_rootFolder = folder; }
 
     std::int64_t statCTime() const { return m_statCTime; }
     std::int64_t statMTime() const { return m_statMTime; }
@@ -169,6 +171,9 @@ public:
 
     // The file name without its extension.
     virtual std::string title() const;
+    // The file URL of the path relative to the group's base path ("b/x.jpg" under
+    // "file:///a/"); the whole file URL when the file is in no group.
+    std::string relativePathURL() const;
 
     // The library record: made on first use, filled only inside a photo library (the
     // photo's event) or an iTunes library (the track); an empty dictionary otherwise,
@@ -210,7 +215,7 @@ private:
     std::atomic<std::int8_t> m_selectionType{0};
     CVFolder* m_parentFolder = nullptr;
     CVGroup* m_parentGroup = nullptr;
-    std::shared_ptr<CVFolder> m_rootFolder;
+    std::weak_ptr<CVFolder> m_rootFolder;
     std::int64_t m_statCTime = 0;
     std::int64_t m_statMTime = 0;
 };

@@ -140,6 +140,8 @@ TEST(Group, BaseAndCommonPaths) {
         auto group = groupOf(files);
         EXPECT_EQ(filePathFromURLString(group->basePathForFiles()), c.base) << c.paths[0];
         EXPECT_EQ(group->commonPath(), c.common);
+        EXPECT_EQ(filePathFromURLString(group->basePathForFiles() + files[1]->relativePathURL()), c.paths[1])
+            << "the relative URL leads back to the member";
     }
     EXPECT_EQ(CVGroup().commonPath(), "");
 }

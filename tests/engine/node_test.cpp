@@ -4,7 +4,10 @@
 
 #include "engine/folder.h"
 #include "engine/node_type.h"
+#include "media/media_manager.h"
+#include "platform/file_url.h"
 #include "platform/main_queue.h"
+#include "platform/property_list.h"
 #include "support/temp_tree.h"
 
 namespace corvel {
@@ -81,6 +84,12 @@ TEST(Node, ChildrenTakeFlagsRootFolderAndSizeFromTheirFolder) {
     EXPECT_FALSE(hidden->allChildrenIgnored()) << "judged by the child's own flag when it came";
     top->addChildFile(nullptr);
     EXPECT_EQ(top->childrenCount(), 3u);
+    // A file that outlives its folders loses its links to them instead of dangling.
+    bundle.reset();
+    inner.reset();
+    top.reset();
+    EXPECT_EQ(deep->rootFolder(), nullptr);
+    EXPECT_EQ(deep->parentFolder(), nullptr);
 }
 
 TEST(Node, LastComponentsCompareWithoutExtensionAndCase) {
@@ -138,6 +147,28 @@ TEST(Node, FilesAreTypedLazilyAndKeepTheirTypeIdentifier) {
     EXPECT_EQ(song->uti(), "public.flac");
     EXPECT_EQ(file("/m/doc.pdf")->type(), kNodeTypeDocument);
     EXPECT_EQ(file("/m/blob.xyz123")->type(), kNodeTypeOther);
+}
+
+TEST(Node, FilesInsideAnITunesLibraryCarryTheirTrackRecord) {
+    test::TempTree tree;
+    const std::string song = tree.file("iTunes/Music/Band/song.mp3", "x");
+    const PropertyValue library(PropertyValue::Dictionary{
+        {"Tracks", PropertyValue::Dictionary{{"7", PropertyValue::Dictionary{{"Location", fileURLStringFromPath(song)},
+                                                                             {"Name", "Song"},
+                                                                             {"Rating", 60}}}}}});
+    // Only the older file name exists: the record comes from it.
+    tree.file("iTunes/iTunes Music Library.xml", propertyListData(library, PropertyListFormat::XML));
+    auto root = folder(tree / "iTunes", kNodeTypeITunesLibrary);
+    auto music = folder(tree / "iTunes/Music");
+    auto f = file(song, 1);
+    auto stray = file(tree / "iTunes/Music/stray.mp3", 1);
+    root->addChildFile(music);
+    music->addChildFile(f);
+    music->addChildFile(stray);
+    CViMediaManager::sharedInstance().rescan();
+    EXPECT_EQ(*f->info()["TrackName"].asString(), "Song");
+    EXPECT_EQ(f->info()["Rating"].toInt64(), 60);
+    EXPECT_EQ(stray->info().count(), 0u) << "a file the library does not list has an empty record";
 }
 
 TEST(Node, InfoIsEmptyOutsideLibraries) {
