@@ -1,0 +1,143 @@
+#pragma once
+// CVIgnoreList: decides what a scan may enter and what it may offer for removal. It
+// merges the shipped default list (resource "IgnoreList.plist") with the user's
+// exclusions in the user default "IgnoreList" ({"Directories", "ExtentionsGroups",
+// "FilePathes"}). Before each scan updateExcludeList and addExcludePathWithRoot flatten
+// the enabled entries into lookup lists; the walk then asks, for every path, the scan
+// verdict, whether a folder's content is hidden, and whether content may be removed.
+//
+// Linux specifics: system paths that start with "/" (or "~") are absolute; the others
+// are relative to the root of each scanned volume. Unremovable folders may name the
+// XDG user folders as $XDG_PICTURES_DIR and the like. Verdicts compare lowercased
+// paths, as the list is written in lower case.
+//
+// Threads: the flattened lists are written before the walk and only read during it;
+// the user's lists are edited on the main thread. Decisions may run on the scan thread.
+
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+#include "platform/property_value.h"
+#include "platform/text.h"
+
+namespace corvel {
+
+class UserDefaults;
+class CVNodeTypeGenerator;
+
+enum ScanVerdict : std::uint32_t {
+    ScanAllowed = 0,
+    ScanRefusedTimeMachine = 1,
+    ScanRefusedHidden = 2,
+    ScanRefusedExtension = 3,
+    ScanRefusedSystemPath = 4,
+    ScanRefusedUserPath = 5,
+    ScanRefusedPattern = 6,
+    ScanRefusedFileName = 7,
+};
+
+inline constexpr const char* kIgnoreListKey = "IgnoreList";
+inline constexpr const char* kIgnoreRegexpStringKey = "IgnoreRegexpString";
+inline constexpr const char* kDirectoriesKey = "Directories";
+inline constexpr const char* kExtentionsGroupsKey = "ExtentionsGroups";
+inline constexpr const char* kFilePathesKey = "FilePathes";
+inline constexpr const char* kRecordValueKey = "Value";
+inline constexpr const char* kRecordEnabledKey = "Enabled";
+inline constexpr const char* kGroupIDKey = "ID";
+inline constexpr const char* kGroupExtentionsKey = "Extentions";
+
+class CVIgnoreList {
+public:
+    struct Environment {
+        std::string home;     // what "~" means for the user's own entries
+        std::string realHome; // the account's home from the password database
+        // The mount point that holds a path.
+        std::function<std::string(const std::string&)> volumeOf;
+    };
+
+    // The one instance: the standard store, the shipped resource, this machine's mounts.
+    static CVIgnoreList& sharedIgnoreList();
+    CVIgnoreList(UserDefaults& defaults, std::string resourcePath, Environment environment,
+                 CVNodeTypeGenerator& typeGenerator);
+
+    // The parsed resource; an empty dictionary (logged) when it cannot be read.
+    const PropertyValue& defaultIgnoreList();
+
+    void initIgnoreList();
+    // Writes the user's lists to the store under "IgnoreList" and flushes it.
+    void synchronize();
+    void resetExcludeItemsToDefaults();
+
+    void updateExcludeList();
+    void addExcludePathWithRoot(const std::string& root);
+
+    // The verdict for a path inside a folder of type rootType; ignoreLibrary lets files
+    // under ~/Library pass a "~/Library" exclusion. isFolder, when known, spares the
+    // Time Machine probe for files.
+    ScanVerdict isPathForbiddenToScan(const std::string& path, std::int32_t rootType, bool ignoreLibrary,
+                                      std::optional<bool> isFolder = std::nullopt);
+    // Whether a folder's children are hidden content; always reports the folder's type.
+    bool isPathContentHidden(const std::string& folder, std::int32_t& type);
+    bool isPathContentForbiddenToRemove(const std::string& path);
+    bool isFolderForbiddenToRemove(const std::string& path);
+    const std::vector<std::string>& unremovableFolders();
+
+    static PropertyValue generateNewExcludeGroupWithExtensions(const PropertyValue::Array& extensions);
+    std::int64_t generateUniqueIDForKey(const std::string& key) const;
+    static PropertyValue::Array pathsRecordsWithURLs(const std::vector<std::string>& urls);
+    // The combined pattern of the default list and the user's, or nothing.
+    const RegularExpression* additionalRegex();
+    std::string description() const;
+
+    // The user's lists (edit on the main thread; written by synchronize).
+    PropertyValue::Array& excludePathsList() { return m_excludePathsList; }
+    PropertyValue::Array& excludeFilesList() { return m_excludeFilesList; }
+    PropertyValue::Array& excludeExtentionsGroups() { return m_excludeExtentionsGroups; }
+
+    // The flattened lists of the current scan.
+    const std::vector<std::string>& currentPathsToExclude() const { return m_currentPathsToExclude; }
+    const std::vector<std::string>& currentExtentionsToExclude() const { return m_currentExtentionsToExclude; }
+    const std::vector<std::string>& currentFilesToExclude() const { return m_currentFilesToExclude; }
+    bool isSystemPathIndex(std::size_t index) const { return m_currentSystemPathsIndices.count(index) > 0; }
+
+    // True when p lies at or below e ("/" holds everything); both lowercased.
+    static bool isSubpath(const std::string& p, const std::string& e);
+
+private:
+    std::string expandHome(const std::string& path, bool systemEntry) const;
+
+    UserDefaults& m_defaults;
+    std::string m_resourcePath;
+    Environment m_environment;
+    CVNodeTypeGenerator& m_typeGenerator;
+
+    std::optional<PropertyValue> m_defaultIgnoreList;
+    PropertyValue::Array m_excludePathsList;
+    PropertyValue::Array m_excludeFilesList;
+    PropertyValue::Array m_excludeExtentionsGroups;
+    PropertyValue::Dictionary m_customAutoselectIgnoreList;
+    std::vector<std::string> m_systemPaths;
+
+    std::vector<std::string> m_currentPathsToExclude;
+    std::unordered_set<std::size_t> m_currentSystemPathsIndices;
+    std::vector<std::string> m_currentExtentionsToExclude;
+    std::vector<std::string> m_currentFilesToExclude;
+    std::unordered_set<std::string> m_currentFilesSet;
+    std::string m_libraryPathToSkip;
+
+    bool m_additionalRegexIsEmpty = false;
+    std::optional<RegularExpression> m_additionalRegex;
+    std::string m_additionalRegexSource;
+    std::mutex m_regexMutex;
+    std::optional<std::vector<std::string>> m_unremovableFolders;
+};
+
+// Lower case of a path: ASCII quickly, anything else through Unicode case mapping.
+std::string lowercasePath(std::string_view path);
+
+} // namespace corvel
