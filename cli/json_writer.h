@@ -1,0 +1,48 @@
+#pragma once
+// JSON text for the command line's output. Strings are written byte-exact: valid UTF-8
+// passes through, each byte of an invalid sequence becomes "\udcXX" (the
+// surrogate-escape convention), so every path round-trips through decodeJsonString.
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace corvel::cli {
+
+// The JSON string literal (with quotes) for the bytes.
+std::string jsonString(std::string_view bytes);
+// The bytes of a JSON string literal's content (without quotes); "\udcXX" gives back byte XX.
+std::string decodeJsonString(std::string_view literal);
+
+// A minimal streaming writer for objects and arrays; the caller keeps the nesting right.
+class JsonWriter {
+public:
+    void beginObject() { separate(); m_out += '{'; m_first = true; }
+    void endObject() { m_out += '}'; m_first = false; }
+    void beginArray() { separate(); m_out += '['; m_first = true; }
+    void endArray() { m_out += ']'; m_first = false; }
+    void key(std::string_view name) {
+        separate();
+        m_out += jsonString(name);
+        m_out += ':';
+        m_first = true;
+    }
+    void value(std::string_view text) { separate(); m_out += jsonString(text); }
+    void value(const char* text) { value(std::string_view(text)); }
+    void value(bool b) { separate(); m_out += b ? "true" : "false"; }
+    void value(std::uint64_t n) { separate(); m_out += std::to_string(n); }
+    void value(std::int64_t n) { separate(); m_out += std::to_string(n); }
+    void value(int n) { value(static_cast<std::int64_t>(n)); }
+    const std::string& text() const { return m_out; }
+
+private:
+    void separate() {
+        if (!m_first)
+            m_out += ',';
+        m_first = false;
+    }
+    std::string m_out;
+    bool m_first = true;
+};
+
+} // namespace corvel::cli

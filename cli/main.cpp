@@ -1,0 +1,45 @@
+// corvel: the command line. "corvel scan [options] PATH..." finds duplicates and
+// prints them as text or JSON; see scan_command.h for the exit statuses.
+
+#include <CLI/CLI.hpp>
+
+#include <iostream>
+
+#include "platform/app_info.h"
+#include "platform/user_defaults.h"
+#include "scan_command.h"
+
+int main(int argc, char** argv) {
+    using namespace corvel;
+    CLI::App app{"Corvel finds duplicate files and folders.", "corvel"};
+    app.set_version_flag("--version", applicationName() + " " + applicationVersion());
+    app.require_subcommand(1);
+
+    cli::ScanOptions options;
+    std::string settings;
+    CLI::App* scan = app.add_subcommand("scan", "scan the folders; print the duplicate groups");
+    scan->add_option("paths", options.paths, "folders to scan")->required();
+    scan->add_flag("--json", options.json, "one JSON document on stdout");
+    scan->add_option("--min-size", options.minSize, "hard minimum size in bytes (default: the stored preferences)");
+    scan->add_flag("--autoselect", options.autoselect, "run automatic selection on every group before printing");
+    scan->add_option("--export", options.exportFile, "write the list of selected copies to FILE");
+    scan->add_option("--settings", settings, "use FILE as the settings store (created when missing)");
+    auto* quiet = scan->add_flag("--quiet", options.quiet, "no progress");
+    scan->add_flag("--verbose", options.verbose, "diagnostic lines on stderr too")->excludes(quiet);
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& e) {
+        return app.exit(e);
+    } catch (const CLI::ParseError& e) {
+        app.exit(e);
+        return cli::kExitUsage;
+    }
+    if (!settings.empty())
+        UserDefaults::setStandardPath(settings);
+    const int status = cli::runScan(options);
+    CVError error;
+    if (!UserDefaults::standardUserDefaults().synchronize(&error))
+        std::cerr << "corvel: cannot save settings: " << error.localizedDescription() << "\n";
+    return status;
+}

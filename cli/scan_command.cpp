@@ -1,0 +1,232 @@
+#include "scan_command.h"
+
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <iostream>
+
+#include "engine/file_sizer.h"
+#include "json_writer.h"
+#include "platform/main_queue.h"
+#include "platform/notification_center.h"
+#include "platform/system_log.h"
+#include "results/meta_group.h"
+#include "scan/duplicates_locator.h"
+#include "settings/ignore_list.h"
+
+namespace corvel::cli {
+
+namespace {
+
+std::atomic<bool> g_interrupted{false};
+
+void onInterrupt(int) { g_interrupted = true; }
+
+std::string plainSpaces(std::string text) {
+    // Sizes carry a no-break space between number and unit; a terminal wants a plain one.
+    for (std::size_t at; (at = text.find("\xC2\xA0")) != std::string::npos;)
+        text.replace(at, 2, " ");
+    return text;
+}
+
+std::string sizeText(std::uint64_t bytes) { return plainSpaces(HVFileSizer::displayItemSizeFromSize(bytes)); }
+
+const char* refusalReason(std::int64_t verdict) {
+    switch (verdict) {
+    case ScanRefusedTimeMachine:
+        return "it is a Time Machine backup";
+    case ScanRefusedHidden:
+        return "hidden folders are not scanned";
+    case ScanRefusedExtension:
+        return "its extension is excluded";
+    case ScanRefusedSystemPath:
+        return "it is a protected system folder";
+    case ScanRefusedUserPath:
+        return "it is in the excluded folders";
+    case ScanRefusedPattern:
+        return "it matches the ignore pattern";
+    case ScanRefusedFileName:
+        return "its name is excluded";
+    default:
+        return "it is excluded";
+    }
+}
+
+std::string jsonReport(const std::vector<std::string>& roots, CVDuplicatesController& results) {
+    JsonWriter json;
+    json.beginObject();
+    json.key("roots");
+    json.beginArray();
+    for (const auto& root : roots)
+        json.value(root);
+    json.endArray();
+    json.key("groups");
+    json.beginArray();
+    const auto groups = results.duplicatesGroups();
+    for (const auto& group : groups) {
+        json.beginObject();
+        json.key("category");
+        json.value(CVMetaGroup::stringType(group->metaGroupType()));
+        json.key("categoryId");
+        json.value(group->metaGroupType());
+        json.key("nodeType");
+        json.value(group->type());
+        json.key("size");
+        json.value(group->size());
+        json.key("totalSize");
+        json.value(group->totalSize());
+        json.key("files");
+        json.beginArray();
+        for (const auto& file : group->files()) {
+            json.beginObject();
+            json.key("path");
+            json.value(file->path());
+            json.key("isFolder");
+            json.value(dynamic_cast<const CVFolder*>(file.get()) != nullptr);
+            json.key("size");
+            json.value(file->size());
+            json.key("sizeOnDisk");
+            json.value(file->sizeOnDisk());
+            json.key("removeForbidden");
+            json.value(file->removeForbidden());
+            json.key("needToRemove");
+            json.value(file->needToRemove());
+            json.key("selectionType");
+            json.value(CVFile::stringSelectionType(file->selectionType()));
+            json.endObject();
+        }
+        json.endArray();
+        json.endObject();
+    }
+    json.endArray();
+    json.key("summary");
+    json.beginObject();
+    json.key("groups");
+    json.value(static_cast<std::uint64_t>(groups.size()));
+    json.key("files");
+    json.value(static_cast<std::uint64_t>(results.allFiles().size()));
+    json.key("size");
+    json.value(results.size());
+    json.endObject();
+    json.endObject();
+    return json.text() + "\n";
+}
+
+std::string textReport(CVDuplicatesController& results) {
+    std::string out;
+    const auto groups = results.duplicatesGroups();
+    for (const auto& group : groups) {
+        out += CVMetaGroup::stringType(group->metaGroupType()) + ": " + std::to_string(group->childrenCount()) +
+               " copies of " + sizeText(group->size()) + "\n";
+        for (const auto& file : group->files())
+            out += "  " + file->path() + (file->removeForbidden() ? "  (cannot be removed)" : "") + "\n";
+        out += "\n";
+    }
+    if (groups.empty())
+        out += "No duplicates found.\n";
+    else
+        out += std::to_string(groups.size()) + (groups.size() == 1 ? " group, " : " groups, ") +
+               std::to_string(results.allFiles().size()) + " files, " + sizeText(results.size()) +
+               " on disk in duplicates\n";
+    return out;
+}
+
+} // namespace
+
+int runScan(const ScanOptions& options) {
+    if (options.verbose)
+        setLogToStderr(true);
+    if (options.autoselect) {
+        std::cerr << "corvel: --autoselect is not available in this version\n";
+        return kExitUsage;
+    }
+    std::vector<std::string> roots;
+    for (const auto& path : options.paths) {
+        char resolved[PATH_MAX];
+        if (!::realpath(path.c_str(), resolved)) {
+            std::cerr << "corvel: " << path << ": no such file or directory\n";
+            return kExitUsage;
+        }
+        struct stat st {};
+        if (::stat(resolved, &st) != 0 || !S_ISDIR(st.st_mode)) {
+            std::cerr << "corvel: " << path << ": not a folder\n";
+            return kExitUsage;
+        }
+        roots.emplace_back(resolved);
+    }
+
+    MainQueue& queue = MainQueue::shared();
+    queue.setMainThread();
+    auto& center = NotificationCenter::defaultCenter();
+    std::string refusedPath;
+    std::int64_t refusedVerdict = -1;
+    bool failed = false;
+    const bool showProgress = !options.quiet && ::isatty(STDERR_FILENO);
+    ScopedObserver system(center, center.addObserver(kDroppedFilesAreSystemNotification, nullptr, [&](const Notification& n) {
+        refusedPath = n.userInfo.count("path") ? n.userInfo.at("path").toString() : std::string();
+        refusedVerdict = n.userInfo.count("verdict") ? n.userInfo.at("verdict").toInt64() : -1;
+    }));
+    ScopedObserver ignored(center, center.addObserver(kDroppedFilesAreIgnoredNotification, nullptr, [&](const Notification& n) {
+        refusedPath = n.userInfo.count("path") ? n.userInfo.at("path").toString() : std::string();
+        refusedVerdict = n.userInfo.count("verdict") ? n.userInfo.at("verdict").toInt64() : -1;
+    }));
+    ScopedObserver error(center, center.addObserver(kErrorOccuredWhileScanningNotification, nullptr,
+                                                    [&](const Notification&) { failed = true; }));
+    ScopedObserver progress(center, center.addObserver(kProgressUpdatedNotification, nullptr, [&](const Notification& n) {
+        if (showProgress)
+            std::fprintf(stderr, "\rComparing files… %3.0f%%", std::min(100.0, n.object.toDouble()));
+    }));
+
+    CVDuplicatesLocator locator;
+    locator.setProgressPauses(false);
+    locator.setMinimumSizeOverride(options.minSize);
+    if (showProgress)
+        std::fprintf(stderr, "Scanning %zu folder%s…", roots.size(), roots.size() == 1 ? "" : "s");
+
+    struct sigaction action {};
+    action.sa_handler = onInterrupt;
+    ::sigaction(SIGINT, &action, nullptr);
+    ::sigaction(SIGTERM, &action, nullptr);
+    const auto watcher = queue.scheduleRepeatingTimer(std::chrono::milliseconds(100), [&] {
+        if (g_interrupted)
+            locator.stopScan();
+    });
+    locator.scanPaths(roots);
+    queue.runUntil([&] { return !locator.isScanThreadRunning(); }, std::chrono::hours(24 * 365));
+    locator.waitForScanThread();
+    queue.cancelTimer(watcher);
+    queue.drain();
+    if (showProgress)
+        std::fprintf(stderr, "\r\033[K");
+
+    if (refusedVerdict >= 0) {
+        std::cerr << "corvel: cannot scan " << refusedPath << ": " << refusalReason(refusedVerdict) << "\n";
+        return kExitRefused;
+    }
+    const auto results = locator.duplicatesController();
+    if (failed || !results) {
+        std::cerr << (g_interrupted ? "corvel: scan interrupted\n" : "corvel: none of the folders could be scanned\n");
+        return kExitFailure;
+    }
+    if (g_interrupted) {
+        std::cerr << "corvel: scan interrupted\n";
+        return kExitFailure;
+    }
+    const std::string report = options.json ? jsonReport(roots, *results) : textReport(*results);
+    std::fwrite(report.data(), 1, report.size(), stdout);
+    if (!options.exportFile.empty()) {
+        CVError exportError;
+        if (!results->exportSelectedDupesToPath(options.exportFile, &exportError)) {
+            std::cerr << "corvel: " << exportError.localizedDescription() << "\n";
+            return kExitFailure;
+        }
+    }
+    return kExitOK;
+}
+
+} // namespace corvel::cli

@@ -1,0 +1,111 @@
+#include "digest_reader.h"
+
+#include <xxhash.h>
+
+#include "engine/node.h"
+
+namespace corvel {
+
+SignatureDigest digestOfFile(CVFile& file) {
+    // A private signature: the node keeps none, so memory holds only the digest.
+    const CVSignature signature(file.path(), file.size(), file.type(), file.uti());
+    SignatureDigest digest;
+    digest.length = signature.length();
+    digest.streamed = signature.isStreamed();
+    if (signature.bytes())
+        digest.hash = XXH3_64bits(signature.bytes(), signature.length());
+    return digest;
+}
+
+DigestReader::DigestReader(unsigned threads) {
+    for (unsigned i = 0; i < threads; ++i)
+        m_threads.emplace_back([this] { work(); });
+}
+
+DigestReader::~DigestReader() {
+    {
+        std::lock_guard lock(m_mutex);
+        m_stopping = true;
+        m_queue.clear();
+    }
+    m_workAvailable.notify_all();
+    for (auto& thread : m_threads)
+        thread.join();
+}
+
+void DigestReader::enqueue(const std::vector<CVFile*>& files) {
+    {
+        std::lock_guard lock(m_mutex);
+        for (CVFile* file : files)
+            if (m_entries.emplace(file, Entry{State::Queued, {}}).second)
+                m_queue.push_back(file);
+    }
+    m_workAvailable.notify_all();
+}
+
+void DigestReader::work() {
+    std::unique_lock lock(m_mutex);
+    for (;;) {
+        m_workAvailable.wait(lock, [this] { return m_stopping || !m_queue.empty(); });
+        if (m_stopping)
+            return;
+        CVFile* file = m_queue.front();
+        m_queue.pop_front();
+        auto it = m_entries.find(file);
+        if (it == m_entries.end() || it->second.state != State::Queued)
+            continue;
+        it->second.state = State::Reading;
+        lock.unlock();
+        const SignatureDigest digest = digestOfFile(*file);
+        lock.lock();
+        if (auto done = m_entries.find(file); done != m_entries.end()) {
+            done->second.digest = digest;
+            done->second.state = State::Done;
+        }
+        m_digestReady.notify_all();
+    }
+}
+
+SignatureDigest DigestReader::take(CVFile* file) {
+    std::unique_lock lock(m_mutex);
+    auto it = m_entries.find(file);
+    if (it == m_entries.end() || it->second.state == State::Queued) {
+        // Nobody has started it: read it here rather than wait behind the queue.
+        if (it != m_entries.end())
+            m_entries.erase(it);
+        lock.unlock();
+        return digestOfFile(*file);
+    }
+    m_digestReady.wait(lock, [&] {
+        auto e = m_entries.find(file);
+        return e == m_entries.end() || e->second.state == State::Done;
+    });
+    auto e = m_entries.find(file);
+    if (e == m_entries.end()) {
+        lock.unlock();
+        return digestOfFile(*file);
+    }
+    const SignatureDigest digest = e->second.digest;
+    m_entries.erase(e);
+    return digest;
+}
+
+std::size_t DigestReader::pending() const {
+    std::lock_guard lock(m_mutex);
+    return m_entries.size();
+}
+
+void DigestReader::clear() {
+    std::unique_lock lock(m_mutex);
+    m_queue.clear();
+    // Reads under way finish into entries that are then dropped.
+    m_digestReady.wait(lock, [this] {
+        for (const auto& [file, entry] : m_entries)
+            if (entry.state == State::Reading)
+                return false;
+        return true;
+    });
+    m_entries.clear();
+}
+
+} // namespace corvel

@@ -1,0 +1,447 @@
+// The scan pipeline
+// =================
+//
+// walk -> sizes -> digests -> groups
+//
+// 1. Walk (scan thread). CVFilesHierarchy runs one fts(3) pass per root and builds the
+//    node tree. The ignore list refuses system paths, hidden names and the user's
+//    exclusions before a node is made; refused folders are not entered. Every file
+//    that is not ignored is filed under its byte size; folders that may be compared as
+//    wholes are filed too when the root's walk ends.
+//
+// 2. Sizes (scan thread). Sizes held by one node are dropped at once: most files on a
+//    disk have a size of their own and are never read. The rest are searched from the
+//    largest size down; with the default settings sizes below 50000 bytes are searched
+//    only until the 100 largest-first groups are found ("top count"), with a minimum
+//    size from the preferences or the command line the minimum is a hard limit.
+//
+// 3. Digests (reader threads). Two reader threads work ahead of the comparison through
+//    the files of the next size groups that will be searched (a bounded window, so
+//    speculation costs at most a few hundred reads). For each file they read its
+//    content signature (a sampled 19600 bytes from 500000 bytes up, the whole file
+//    below) and keep only its length and a 64-bit XXH3 hash; the bytes are freed at
+//    once, so memory never holds more than the current size group's signatures.
+//
+// 4. Groups (scan thread). Inside one size group, folders are compared pairwise as
+//    wholes (child sizes, then sampled children). Files are bucketed by digest; only
+//    files that share a digest have their signatures read again (from the page cache)
+//    and are confirmed byte for byte, then folded into groups exactly as the plain
+//    pairwise walk would: the first file of a bucket in sorted order takes every later
+//    equal file with another path. Groups go out in the order their first members
+//    stand in the sorted size group, so the result is the pairwise result, found in
+//    about linear time instead of quadratic. Groups whose files may not be removed, or
+//    that are one file under several hard links, are dropped.
+//
+// The main thread only hears of the scan: "scanStarted" is queued for it, progress
+// goes out from the scan thread, and "scanFinished" runs on the main thread while the
+// scan thread waits, which is the scan thread's only wait on the main thread.
+
+#include "duplicates_locator.h"
+
+#include <algorithm>
+#include <chrono>
+#include <unordered_map>
+
+#include "digest_reader.h"
+#include "engine/folder.h"
+#include "engine/node_cache.h"
+#include "engine/node_type.h"
+#include "engine/node_type_generator.h"
+#include "platform/file_access.h"
+#include "platform/main_queue.h"
+#include "platform/notification_center.h"
+#include "platform/system_log.h"
+#include "platform/user_defaults.h"
+#include "settings/ignore_list.h"
+#include "settings/preferences.h"
+
+namespace corvel {
+
+namespace {
+
+constexpr unsigned kReaderThreads = 2;
+constexpr std::size_t kReadAheadFiles = 256;
+constexpr std::uint64_t kManyGroups = 31;
+
+struct DigestKey {
+    std::uint64_t length;
+    std::uint64_t hash;
+    bool operator==(const DigestKey&) const = default;
+};
+
+struct DigestKeyHash {
+    std::size_t operator()(const DigestKey& k) const { return static_cast<std::size_t>(k.hash ^ (k.length * 0x9E3779B97F4A7C15ULL)); }
+};
+
+} // namespace
+
+CVDuplicatesLocator::CVDuplicatesLocator()
+    : CVDuplicatesLocator(Services{CVIgnoreList::sharedIgnoreList(), CVNodeTypeGenerator::sharedGenerator(),
+                                   CVPreferences::sharedInstance(), UserDefaults::standardUserDefaults()}) {}
+
+CVDuplicatesLocator::CVDuplicatesLocator(Services services) : m_services(services) {
+    m_showFilesWOPermissions = m_services.defaults.boolForKey(kShowFilesWithNoPermissionsKey);
+}
+
+CVDuplicatesLocator::~CVDuplicatesLocator() {
+    stopScan();
+    waitForScanThread();
+}
+
+bool CVDuplicatesLocator::scanPaths(const std::vector<std::string>& paths) {
+    if (paths.empty())
+        return false;
+    waitForScanThread();
+    m_threadRunning = true;
+    m_thread = std::thread([this, paths] {
+        asyncScanPaths(paths);
+        m_threadRunning = false;
+        // Wakes a main loop that waits for the thread to end.
+        MainQueue::shared().post([] {});
+    });
+    return true;
+}
+
+void CVDuplicatesLocator::waitForScanThread() {
+    if (m_thread.joinable())
+        m_thread.join();
+}
+
+void CVDuplicatesLocator::setPaths(const std::vector<std::string>& paths) {
+    m_pathsToScan.clear();
+    for (const auto& path : paths)
+        m_pathsToScan.push_back(CVScanPath{path, false});
+}
+
+void CVDuplicatesLocator::stopScan() {
+    m_state = 0;
+    std::shared_ptr<CVFilesHierarchy> hierarchy;
+    {
+        std::lock_guard lock(m_fieldsMutex);
+        hierarchy = m_hierarchy;
+    }
+    if (hierarchy)
+        hierarchy->setCanContinue(false);
+}
+
+void CVDuplicatesLocator::finishScan() {
+    m_state = 0;
+    NotificationCenter::defaultCenter().post(kScanFinishedNotification);
+}
+
+std::shared_ptr<CVDuplicatesController> CVDuplicatesLocator::duplicatesController() const {
+    std::lock_guard lock(m_fieldsMutex);
+    return m_duplicatesController;
+}
+
+std::shared_ptr<CVFilesHierarchy> CVDuplicatesLocator::hierarchy() const {
+    std::lock_guard lock(m_fieldsMutex);
+    return m_hierarchy;
+}
+
+std::string CVDuplicatesLocator::currentScanPath() const {
+    std::lock_guard lock(m_fieldsMutex);
+    return m_currentScanPath;
+}
+
+void CVDuplicatesLocator::setCurrentScanPath(const std::string& path) {
+    std::lock_guard lock(m_fieldsMutex);
+    m_currentScanPath = path;
+}
+
+void CVDuplicatesLocator::asyncScanPaths(const std::vector<std::string>& paths) {
+    std::lock_guard scanLock(m_scanMutex);
+    NotificationCenter::defaultCenter().postOnMainThread({kScanStartedNotification, nullptr, {}, {}});
+    CVNodeCache::sharedCache().resetCache();
+    setPaths(paths);
+    m_state = 1;
+    auto hierarchy = std::make_shared<CVFilesHierarchy>(
+        m_pathsToScan,
+        CVFilesHierarchy::Services{m_services.ignoreList, m_services.typeGenerator, m_services.preferences});
+    hierarchy->setNodeDelegate(this);
+    {
+        std::lock_guard lock(m_fieldsMutex);
+        m_hierarchy = hierarchy;
+    }
+    systemLog("Scanning started");
+    hierarchy->rescan();
+    if (!hierarchy->canContinue())
+        m_state = 0;
+    else
+        systemLog("Hierarchy building complete");
+    if (state() != 1)
+        return;
+    {
+        std::lock_guard lock(m_fieldsMutex);
+        m_duplicatesController = std::make_shared<CVDuplicatesController>();
+    }
+    locateDuplicatesInDictionary(hierarchy->filesGroupedBySize());
+    if (state() == 1)
+        MainQueue::shared().postAndWait([this] { finishScan(); });
+}
+
+void CVDuplicatesLocator::updateProgress(double delta, double delaySeconds) {
+    if (delaySeconds > 0 && m_progressPauses)
+        std::this_thread::sleep_for(std::chrono::duration<double>(delaySeconds));
+    m_notifier.willChangeValueForKey("progress");
+    const double value = m_progress.load() + delta;
+    m_progress = value;
+    m_notifier.didChangeValueForKey("progress");
+    NotificationCenter::defaultCenter().post(kProgressUpdatedNotification, nullptr, value);
+}
+
+void CVDuplicatesLocator::queueAhead(const std::vector<std::uint64_t>& keys, std::size_t from, SizeGroups& groups,
+                                     std::uint64_t minimumSize, std::uint64_t topCount) {
+    m_queuedUpTo = std::max(m_queuedUpTo, from);
+    while (m_queuedUpTo < keys.size() && m_reader->pending() < kReadAheadFiles) {
+        const std::uint64_t size = keys[m_queuedUpTo];
+        // Below the minimum, a size is searched only while groups are still wanted.
+        if (size < minimumSize && topCount == 0)
+            return;
+        std::vector<CVFile*> files;
+        for (const auto& node : groups[size])
+            if (auto* file = dynamic_cast<CVFile*>(node.get());
+                file && !dynamic_cast<CVFolder*>(file) && !ignoreFile(*file))
+                files.push_back(file);
+        m_reader->enqueue(files);
+        ++m_queuedUpTo;
+    }
+}
+
+void CVDuplicatesLocator::locateDuplicatesInDictionary(SizeGroups& groups) {
+    std::uint64_t minimumSize;
+    std::uint64_t topCount;
+    if (m_minimumSizeOverride) {
+        minimumSize = *m_minimumSizeOverride;
+        topCount = 0;
+    } else if (m_services.preferences.overrideMinSizeDefining()) {
+        minimumSize = m_services.preferences.minimumScanSize();
+        topCount = 0;
+    } else {
+        minimumSize = kAutomaticMinimumScanSize;
+        topCount = m_services.preferences.topFilesCount();
+    }
+    std::erase_if(groups, [](const auto& entry) { return entry.second.size() == 1; });
+    std::uint64_t useful = 0;
+    std::vector<std::uint64_t> keys;
+    keys.reserve(groups.size());
+    for (auto it = groups.rbegin(); it != groups.rend(); ++it) {
+        keys.push_back(it->first);
+        if (it->first >= minimumSize)
+            ++useful;
+    }
+    m_progress = 0;
+    m_progressDelta = 93.0 / static_cast<double>(useful);
+    const std::uint64_t total = keys.size();
+    if (total >= kManyGroups)
+        updateProgress(2.0, 0);
+    systemLogf("Total groups count = %lu. Useful groups count = %lu", total, useful);
+    if (!keys.empty())
+        systemLogf("Max size = %@", keys.front());
+
+    m_reader = std::make_unique<DigestReader>(kReaderThreads);
+    m_queuedUpTo = 0;
+    for (std::size_t k = 0; k < keys.size(); ++k) {
+        const std::uint64_t size = keys[k];
+        if (size >= minimumSize || topCount != 0) {
+            queueAhead(keys, k, groups, minimumSize, topCount);
+            const auto found = findDuplicatesInSizeGroup(groups[size]);
+            if (!found.empty()) {
+                addDuplicateGroupsFromArray(found);
+                if (topCount != 0)
+                    topCount -= found.size(); // wraps on purpose: then every size is searched
+            }
+        }
+        groups.erase(size);
+        if (state() == 0) {
+            m_reader->clear();
+            m_reader.reset();
+            return;
+        }
+        if (total >= kManyGroups && progress() < 99.0)
+            updateProgress(m_progressDelta, 0);
+    }
+    m_reader->clear();
+    m_reader.reset();
+    if (total < kManyGroups) {
+        updateProgress(99.0, 0.012);
+        updateProgress(100.0, 0.5);
+    } else {
+        updateProgress(100.0 - progress(), 0);
+    }
+    const auto controller = duplicatesController();
+    systemLogf("Total duplicates found size = %llu count = %lu", controller->size(), controller->allFiles().size());
+}
+
+void CVDuplicatesLocator::sortSizeGroup(std::vector<NodePtr>& nodes) {
+    std::stable_sort(nodes.begin(), nodes.end(), [](const NodePtr& a, const NodePtr& b) {
+        return a->type() == kNodeTypePlainFolder &&
+               (a->path().size() < b->path().size() || b->type() != kNodeTypePlainFolder);
+    });
+}
+
+bool CVDuplicatesLocator::ignoreFile(const CVNode& node) const {
+    const auto* file = dynamic_cast<const CVFile*>(&node);
+    if (!file)
+        return true;
+    if (const auto* folder = dynamic_cast<const CVFolder*>(file); folder && folder->allChildrenIgnored())
+        return true;
+    const auto root = file->rootFolder();
+    if (!root)
+        return file->ignore();
+    if (file->ignore())
+        return true;
+    const std::int32_t rootType = root->type();
+    if (file->type() == kNodeTypePlainFolder && (isIPhotoLibFileType(rootType) || isITunesLibFileType(rootType)))
+        return true;
+    if (isIPhotoLibFileType(rootType) && file->info().count() == 0)
+        return true;
+    return false;
+}
+
+void CVDuplicatesLocator::decideRemoveForbidden(CVFile& file) const {
+    if (const auto root = file.rootFolder(); root && isITunesLibFileType(root->type()) && file.info().count() == 0) {
+        file.setRemoveForbidden(false);
+        file.setRootFolder(nullptr);
+    }
+    if (!file.removeForbidden() && !isDeletableByUser(file.path()))
+        file.setRemoveForbidden(true);
+}
+
+GroupPtr CVDuplicatesLocator::makeGroup(const std::shared_ptr<CVFile>& first,
+                                        const std::vector<std::shared_ptr<CVFile>>& matches) {
+    decideRemoveForbidden(*first);
+    auto group = CVGroup::initWithCVFile(first);
+    first->setIgnore(true);
+    for (const auto& match : matches) {
+        decideRemoveForbidden(*match);
+        group->addFile(match);
+    }
+    if (group->allFilesForbidden() && !m_showFilesWOPermissions)
+        return nullptr;
+    if (group->hardLinkCheck())
+        return nullptr;
+    return group;
+}
+
+void CVDuplicatesLocator::findFileGroups(const std::vector<CVFile*>& files, const std::vector<std::size_t>& order,
+                                         std::vector<std::pair<std::size_t, GroupPtr>>& found) {
+    std::unordered_map<DigestKey, std::vector<std::size_t>, DigestKeyHash> buckets;
+    std::vector<DigestKey> keyOrder;
+    for (std::size_t n = 0; n < files.size(); ++n) {
+        if (state() == 0)
+            return;
+        setCurrentScanPath(files[n]->path());
+        const SignatureDigest digest = m_reader->take(files[n]);
+        if (digest.length == 0)
+            continue; // an empty or unreadable file matches nothing
+        // Signatures that compare from disk have no hash: they share one bucket per length.
+        const DigestKey key{digest.length, digest.streamed ? 0 : digest.hash};
+        auto [it, inserted] = buckets.try_emplace(key);
+        if (inserted)
+            keyOrder.push_back(key);
+        it->second.push_back(n);
+    }
+    for (const auto& key : keyOrder) {
+        auto& members = buckets[key];
+        if (members.size() < 2)
+            continue;
+        // Confirm byte for byte: split the bucket into classes of equal signatures.
+        std::vector<std::vector<std::size_t>> classes;
+        for (const std::size_t n : members) {
+            if (state() == 0)
+                return;
+            CVFile* file = files[n];
+            if (file->signature().length() == 0)
+                continue;
+            auto equalClass = std::find_if(classes.begin(), classes.end(), [&](const auto& c) {
+                return files[c.front()]->signature().isEqualTo(file->signature());
+            });
+            if (equalClass == classes.end())
+                classes.push_back({n});
+            else
+                equalClass->push_back(n);
+        }
+        // Within a class every pair is equal; fold as the pairwise walk does.
+        for (const auto& members2 : classes) {
+            std::vector<bool> taken(members2.size(), false);
+            for (std::size_t a = 0; a < members2.size(); ++a) {
+                if (taken[a])
+                    continue;
+                CVFile* first = files[members2[a]];
+                std::vector<std::shared_ptr<CVFile>> matches;
+                for (std::size_t b = a + 1; b < members2.size(); ++b) {
+                    if (taken[b] || files[members2[b]]->path() == first->path())
+                        continue;
+                    taken[b] = true;
+                    matches.push_back(std::static_pointer_cast<CVFile>(files[members2[b]]->shared_from_this()));
+                }
+                if (!matches.empty())
+                    if (auto group = makeGroup(std::static_pointer_cast<CVFile>(first->shared_from_this()), matches))
+                        found.emplace_back(order[members2[a]], std::move(group));
+            }
+        }
+        for (const std::size_t n : members)
+            files[n]->releaseSignature();
+    }
+}
+
+std::vector<GroupPtr> CVDuplicatesLocator::findDuplicatesInSizeGroup(std::vector<NodePtr>& nodes) {
+    sortSizeGroup(nodes);
+    std::vector<std::pair<std::size_t, GroupPtr>> found;
+    std::vector<CVFile*> files;
+    std::vector<std::size_t> fileOrder;
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+        if (state() == 0)
+            break;
+        auto* folder = dynamic_cast<CVFolder*>(nodes[i].get());
+        if (!folder) {
+            auto* file = dynamic_cast<CVFile*>(nodes[i].get());
+            if (file && !ignoreFile(*file)) {
+                files.push_back(file);
+                fileOrder.push_back(i);
+            }
+            continue;
+        }
+        // Folders compare pairwise as wholes, and only with folders.
+        setCurrentScanPath(folder->path());
+        if (ignoreFile(*folder)) {
+            folder->releaseSignature();
+            continue;
+        }
+        std::vector<std::shared_ptr<CVFile>> matches;
+        for (std::size_t j = i + 1; j < nodes.size() && state() != 0; ++j) {
+            auto* other = dynamic_cast<CVFolder*>(nodes[j].get());
+            if (!other || ignoreFile(*other) || !folder->isDuplicateOf(*other))
+                continue;
+            if (matches.empty()) {
+                decideRemoveForbidden(*folder);
+                folder->setIgnore(true);
+            }
+            matches.push_back(std::static_pointer_cast<CVFile>(nodes[j]));
+            // Marked at once, as joining the group would, so later folders skip it.
+            other->setIgnore(true);
+        }
+        folder->releaseSignature();
+        if (!matches.empty())
+            if (auto group = makeGroup(std::static_pointer_cast<CVFile>(nodes[i]), matches))
+                found.emplace_back(i, std::move(group));
+    }
+    if (!files.empty() && state() != 0)
+        findFileGroups(files, fileOrder, found);
+    std::stable_sort(found.begin(), found.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+    std::vector<GroupPtr> groups;
+    groups.reserve(found.size());
+    for (auto& [index, group] : found)
+        groups.push_back(std::move(group));
+    return groups;
+}
+
+void CVDuplicatesLocator::addDuplicateGroup(const GroupPtr& group) { duplicatesController()->addGroup(group); }
+
+void CVDuplicatesLocator::addDuplicateGroupsFromArray(const std::vector<GroupPtr>& groups) {
+    for (const auto& group : groups)
+        addDuplicateGroup(group);
+}
+
+} // namespace corvel

@@ -1,0 +1,128 @@
+#pragma once
+// CVDuplicatesLocator: drives one scan. scanPaths starts a thread that walks the roots
+// (CVFilesHierarchy), searches the size groups from the largest size down, folds equal
+// nodes into groups and hands them to a fresh results collection. Progress and the
+// scan's start and end go out as notifications; stopScan ends it at the next file.
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "engine/group.h"
+#include "engine/node.h"
+#include "files_hierarchy.h"
+#include "platform/change_notifier.h"
+#include "results/duplicates_controller.h"
+
+namespace corvel {
+
+class CVIgnoreList;
+class CVNodeTypeGenerator;
+class CVPreferences;
+class DigestReader;
+class UserDefaults;
+
+inline constexpr const char* kScanStartedNotification = "com.halvik.corvel.scanStarted";
+inline constexpr const char* kScanFinishedNotification = "com.halvik.corvel.scanFinished";
+inline constexpr const char* kProgressUpdatedNotification = "com.halvik.corvel.ProgressUpdated";
+inline constexpr const char* kShowFilesWithNoPermissionsKey = "ShowFilesWithNoPermissions";
+
+class CVDuplicatesLocator : public CVNodeDelegate {
+public:
+    struct Services {
+        CVIgnoreList& ignoreList;
+        CVNodeTypeGenerator& typeGenerator;
+        CVPreferences& preferences;
+        UserDefaults& defaults;
+    };
+
+    // On the shared ignore list, type generator, preferences and standard store.
+    CVDuplicatesLocator();
+    explicit CVDuplicatesLocator(Services services);
+    // Stops a running scan and waits for its thread.
+    ~CVDuplicatesLocator() override;
+    CVDuplicatesLocator(const CVDuplicatesLocator&) = delete;
+    CVDuplicatesLocator& operator=(const CVDuplicatesLocator&) = delete;
+
+    // False for an empty list; otherwise starts the scan on a new thread and answers true.
+    bool scanPaths(const std::vector<std::string>& paths);
+    // The whole scan on the calling thread. Holds the locator's lock throughout, so a
+    // second scan waits for the first.
+    void asyncScanPaths(const std::vector<std::string>& paths);
+    void setPaths(const std::vector<std::string>& paths);
+    // Any thread: the scan stops at its next check; what was found stays.
+    void stopScan();
+    // On the main thread: state 0 and "scanFinished".
+    void finishScan();
+
+    void locateDuplicatesInDictionary(SizeGroups& groups);
+    // The groups of equal nodes in one size group, in the order their first members
+    // come in the sorted group.
+    std::vector<GroupPtr> findDuplicatesInSizeGroup(std::vector<NodePtr>& nodes);
+    void addDuplicateGroup(const GroupPtr& group);
+    void addDuplicateGroupsFromArray(const std::vector<GroupPtr>& groups);
+    void updateProgress(double delta, double delaySeconds);
+    // True when the node takes no part in the comparison.
+    bool ignoreFile(const CVNode& node) const;
+    // Frees files an iTunes library does not list, and forbids removing what the user may not delete.
+    void decideRemoveForbidden(CVFile& file) const;
+    // Folders first, shallower paths first; other nodes keep their walk order.
+    static void sortSizeGroup(std::vector<NodePtr>& nodes);
+
+    bool stopSignaturesComparing() const override { return state() == 0; }
+
+    // A hard minimum size for this scan (as "OverrideMinSize" on with that minimum),
+    // without touching the stored preferences; nothing restores the preferences' rule.
+    void setMinimumSizeOverride(std::optional<std::uint64_t> bytes) { m_minimumSizeOverride = bytes; }
+    // The pauses that let a progress bar show its last steps; off for the command line.
+    void setProgressPauses(bool enabled) { m_progressPauses = enabled; }
+
+    std::int32_t state() const { return m_state.load(std::memory_order_relaxed); }
+    double progress() const { return m_progress.load(std::memory_order_relaxed); }
+    double progressDelta() const { return m_progressDelta; }
+    bool showFilesWOPermissions() const { return m_showFilesWOPermissions; }
+    std::string currentScanPath() const;
+    const std::vector<CVScanPath>& pathsToScan() const { return m_pathsToScan; }
+    std::shared_ptr<CVDuplicatesController> duplicatesController() const;
+    std::shared_ptr<CVFilesHierarchy> hierarchy() const;
+    // True from scanPaths until the scan thread has returned.
+    bool isScanThreadRunning() const { return m_threadRunning.load(); }
+    // Waits for the scan thread to return.
+    void waitForScanThread();
+    ChangeNotifier& changeNotifier() { return m_notifier; }
+
+private:
+    void setCurrentScanPath(const std::string& path);
+    // The digests, bucketed and confirmed byte for byte, in place of pairwise comparison of files.
+    void findFileGroups(const std::vector<CVFile*>& files, const std::vector<std::size_t>& order,
+                        std::vector<std::pair<std::size_t, GroupPtr>>& found);
+    GroupPtr makeGroup(const std::shared_ptr<CVFile>& first, const std::vector<std::shared_ptr<CVFile>>& matches);
+    void queueAhead(const std::vector<std::uint64_t>& keys, std::size_t from, SizeGroups& groups,
+                    std::uint64_t minimumSize, std::uint64_t topCount);
+
+    Services m_services;
+    std::mutex m_scanMutex;
+    std::vector<CVScanPath> m_pathsToScan;
+    std::shared_ptr<CVFilesHierarchy> m_hierarchy;
+    std::shared_ptr<CVDuplicatesController> m_duplicatesController;
+    mutable std::mutex m_fieldsMutex;
+    std::string m_currentScanPath;
+    bool m_showFilesWOPermissions = false;
+    std::atomic<std::int32_t> m_state{0};
+    std::atomic<double> m_progress{0};
+    double m_progressDelta = 0;
+    std::optional<std::uint64_t> m_minimumSizeOverride;
+    bool m_progressPauses = true;
+    std::unique_ptr<DigestReader> m_reader;
+    std::size_t m_queuedUpTo = 0;
+    std::thread m_thread;
+    std::atomic<bool> m_threadRunning{false};
+    ChangeNotifier m_notifier;
+};
+
+} // namespace corvel

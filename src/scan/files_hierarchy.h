@@ -1,0 +1,78 @@
+#pragma once
+// CVFilesHierarchy: walks the scan's root folders into a tree of folder and file nodes
+// and files every comparable node under its size. One pass of fts(3) per root:
+// physical (links are not followed), no change of directory, no crossing of devices,
+// no sort. The ignore list decides what is entered, what is hidden content and what
+// may not be removed; the node type generator recognises libraries and bundles.
+//
+// Runs on the scan thread. canContinue may be cleared from any thread (stop); the walk
+// reads it between entries.
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "engine/folder.h"
+#include "engine/node.h"
+
+namespace corvel {
+
+class CVIgnoreList;
+class CVNodeTypeGenerator;
+class CVPreferences;
+
+// Notifications of the walk (object: none). The dropped-files ones carry the refused
+// root as userInfo["path"] and the verdict as userInfo["verdict"].
+inline constexpr const char* kErrorOccuredWhileScanningNotification = "com.halvik.corvel.errorOccuredWhileScanning";
+inline constexpr const char* kDroppedFilesAreSystemNotification = "com.halvik.Corvel.droppedFilesAreSystem";
+inline constexpr const char* kDroppedFilesAreIgnoredNotification = "com.halvik.Corvel.droppedFilesAreIgnored";
+
+// Nodes of equal size, largest sizes last in the map (the locator walks it backwards).
+using SizeGroups = std::map<std::uint64_t, std::vector<NodePtr>>;
+
+class CVFilesHierarchy {
+public:
+    struct Services {
+        CVIgnoreList& ignoreList;
+        CVNodeTypeGenerator& typeGenerator;
+        CVPreferences& preferences;
+    };
+
+    CVFilesHierarchy(std::vector<CVScanPath> rootPaths, Services services);
+
+    // The whole walk; nothing when canContinue is already false.
+    void rescan();
+    void buildHierarchyForPath(const CVScanPath& root);
+    std::string correctedPath(const std::string& path) const;
+    void sortFoldersBySize(const std::vector<std::shared_ptr<CVFolder>>& folders);
+    void fatalErrorOccured();
+
+    bool canContinue() const { return m_canContinue.load(std::memory_order_relaxed); }
+    void setCanContinue(bool value) { m_canContinue.store(value, std::memory_order_relaxed); }
+    const std::vector<CVScanPath>& rootPaths() const { return m_rootPaths; }
+    SizeGroups& filesGroupedBySize() { return m_filesGroupedBySize; }
+    // The top node of each walked root, in walk order.
+    const std::vector<NodePtr>& topNodes() const { return m_topNodes; }
+    void setNodeDelegate(CVNodeDelegate* delegate) { m_nodeDelegate = delegate; }
+    std::uint64_t failedRootPathsCount() const { return m_failedRootPathsCount; }
+
+    // Entries deeper than this under plain folders are not entered.
+    static constexpr int kMaxPlainDepth = 26;
+
+private:
+    std::atomic<bool> m_canContinue{true};
+    std::vector<CVScanPath> m_rootPaths;
+    SizeGroups m_filesGroupedBySize;
+    std::vector<NodePtr> m_topNodes;
+    CVNodeDelegate* m_nodeDelegate = nullptr;
+    std::uint64_t m_failedRootPathsCount = 0;
+    Services m_services;
+};
+
+// The two mail download folders under the account's real home.
+std::vector<std::string> mailDownloadFolders();
+
+} // namespace corvel
