@@ -7,6 +7,7 @@
 #include "engine/node_key_values.h"
 #include "platform/notification_center.h"
 #include "platform/system_log.h"
+#include "platform/user_paths.h"
 
 namespace corvel {
 
@@ -135,7 +136,8 @@ void CVDuplicatesController::changeFilePath(const std::string& oldPath, const st
     if (it == m_allFilesHashTable.end())
         return;
     const FilePtr file = it->second;
-    if (newPath.find(".Trash") != std::string::npos) {
+    // Moved to a trash: a ".Trash" folder, or the freedesktop home trash.
+    if (newPath.find(".Trash") != std::string::npos || newPath.starts_with(xdgDataHome() + "/Trash/")) {
         removeFileLocked(file);
         return;
     }

@@ -44,7 +44,8 @@ public:
     void removeFile(const FilePtr& file);
     void removeFiles(const std::vector<FilePtr>& files);
     void removeDeletedFiles();
-    // A file moved: into a ".Trash" folder it leaves the results; elsewhere it is
+    // A file moved: into a trash (a ".Trash" folder, or the freedesktop home trash under
+    // $XDG_DATA_HOME/Trash) it leaves the results; elsewhere it is
     // re-keyed under its new path (the same path twice drops it from the table).
     void changeFilePath(const std::string& oldPath, const std::string& newPath);
 

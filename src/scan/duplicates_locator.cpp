@@ -171,13 +171,16 @@ void CVDuplicatesLocator::asyncScanPaths(const std::vector<std::string>& paths) 
         systemLog("Hierarchy building complete");
     if (state() != 1)
         return;
-    {
-        std::lock_guard lock(m_fieldsMutex);
-        m_duplicatesController = std::make_shared<CVDuplicatesController>();
-    }
+    startSearching();
     locateDuplicatesInDictionary(hierarchy->filesGroupedBySize());
     if (state() == 1)
         MainQueue::shared().postAndWait([this] { finishScan(); });
+}
+
+void CVDuplicatesLocator::startSearching() {
+    m_state = 1;
+    std::lock_guard lock(m_fieldsMutex);
+    m_duplicatesController = std::make_shared<CVDuplicatesController>();
 }
 
 void CVDuplicatesLocator::updateProgress(double delta, double delaySeconds) {
@@ -332,7 +335,8 @@ void CVDuplicatesLocator::findFileGroups(const std::vector<CVFile*>& files, cons
         if (state() == 0)
             return;
         setCurrentScanPath(files[n]->path());
-        const SignatureDigest digest = m_reader->take(files[n]);
+        // Read ahead during a scan; read here when the size group is searched on its own.
+        const SignatureDigest digest = m_reader ? m_reader->take(files[n]) : digestOfFile(*files[n]);
         if (digest.length == 0)
             continue; // an empty or unreadable file matches nothing
         // Signatures that compare from disk have no hash: they share one bucket per length.

@@ -60,6 +60,9 @@ public:
     // On the main thread: state 0 and "scanFinished".
     void finishScan();
 
+    // What a scan does between the walk and the search: state 1 and a fresh results
+    // collection. For callers that walk on their own (tests, tools).
+    void startSearching();
     void locateDuplicatesInDictionary(SizeGroups& groups);
     // The groups of equal nodes in one size group, in the order their first members
     // come in the sorted group.

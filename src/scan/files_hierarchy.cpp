@@ -247,11 +247,8 @@ void CVFilesHierarchy::buildHierarchyForPath(const CVScanPath& root) {
             if (!folder->ignore())
                 walk.candidates.push_back(folder);
             ++walk.depth;
-            if (skip) {
-                // Not entered: fts reports no exit for it, so it is closed here.
+            if (skip) // not entered; fts still reports its exit (FTS_DP), which closes it
                 ::fts_set(fts.get(), entry, FTS_SKIP);
-                walk.closeCurrent();
-            }
             break;
         }
         case FTS_DP:

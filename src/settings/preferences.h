@@ -79,6 +79,7 @@ public:
     bool isAllFilesPath(const std::string& path) const { return path == m_allFilesPath; }
     const std::string& allFilesPath() const { return m_allFilesPath; }
     std::uint64_t topFilesCount() const { return m_topFilesCount; }
+    void setTopFilesCount(std::uint64_t count) { m_topFilesCount = count; }
     std::int64_t sortKey() const { return m_sortKey; }
     void setSortKey(std::int64_t key) { m_sortKey = key; }
     bool sortDirection() const { return m_sortDirection; }

@@ -1,0 +1,154 @@
+#include "results/duplicates_controller.h"
+
+#include <gtest/gtest.h>
+
+#include "engine/node_type.h"
+#include "platform/notification_center.h"
+#include "platform/user_paths.h"
+#include "support/temp_tree.h"
+
+namespace corvel {
+namespace {
+
+FilePtr file(const std::string& path, std::uint64_t disk = 4096) {
+    return std::make_shared<CVFile>(path, "", 100, disk);
+}
+
+GroupPtr group(const std::vector<FilePtr>& files, std::int32_t type = -1) {
+    auto g = CVGroup::initWithCVFile(files.front());
+    for (std::size_t i = 1; i < files.size(); ++i)
+        g->addFile(files[i]);
+    if (type >= 0)
+        g->setType(type);
+    return g;
+}
+
+struct Counts {
+    std::int32_t id;
+    std::uint64_t count, files, size;
+};
+
+std::vector<Counts> counts(const CVDuplicatesController& c) {
+    std::vector<Counts> out;
+    for (const auto& meta : c.metaGroups())
+        out.push_back({meta->groupID(), meta->count(), meta->filesCount(), meta->size()});
+    return out;
+}
+
+void expectCounts(const CVDuplicatesController& c, const std::vector<Counts>& expected) {
+    const auto actual = counts(c);
+    ASSERT_EQ(actual.size(), expected.size());
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        SCOPED_TRACE(i);
+        EXPECT_EQ(actual[i].id, expected[i].id);
+        EXPECT_EQ(actual[i].count, expected[i].count);
+        EXPECT_EQ(actual[i].files, expected[i].files);
+        EXPECT_EQ(actual[i].size, expected[i].size);
+    }
+}
+
+TEST(DuplicatesController, CategoriesAppearInOrderOfFirstGroup) {
+    CVDuplicatesController results;
+    expectCounts(results, {{0, 0, 0, 0}});
+    results.addGroup(group({file("/a/x.jpg"), file("/b/x.jpg")}));
+    results.addGroup(group({file("/a/s.mp3"), file("/b/s.mp3"), file("/c/s.mp3")}));
+    results.addGroup(group({file("/a/y.png"), file("/b/y.png")}));
+    results.addGroup(group({file("/a/odd"), file("/b/odd")}, 25));
+    expectCounts(results, {{0, 4, 9, 9 * 4096}, {3, 2, 4, 4 * 4096}, {4, 1, 3, 3 * 4096}, {1, 1, 2, 2 * 4096}});
+    EXPECT_EQ(results.count(), 4u);
+    EXPECT_EQ(results.size(), 9u * 4096);
+    EXPECT_EQ(results.allFiles().size(), 9u);
+    EXPECT_EQ(CVMetaGroup::stringType(3), "Pictures");
+    EXPECT_EQ(CVMetaGroup::imageForID(7), "RedDot");
+    EXPECT_EQ(CVMetaGroup::colorForID(4), (RGBColor{0, 153 / 255.0, 1.0}));
+    EXPECT_EQ(CVMetaGroup::imageForID(12), "");
+}
+
+TEST(DuplicatesController, TheFilterNarrowsGroupsAndCategoriesUntilCleared) {
+    CVDuplicatesController results;
+    auto selected = file("/a/x.jpg");
+    results.addGroup(group({selected, file("/b/x.jpg")}));
+    results.addGroup(group({file("/a/s.mp3"), file("/b/s.mp3")}));
+    selected->setNeedToRemove(true);
+    results.setFilterPredicate("(needToRemove == 1)");
+    ASSERT_EQ(results.duplicatesGroups().size(), 1u);
+    EXPECT_EQ(results.duplicatesGroups()[0]->groupPath(), "/a/x.jpg");
+    expectCounts(results, {{0, 1, 2, 2 * 4096}, {3, 1, 2, 2 * 4096}});
+    results.setFilterPredicate("(metaGroupType == 4)");
+    EXPECT_EQ(results.duplicatesGroups()[0]->groupPath(), "/a/s.mp3");
+    results.setFilterPredicate("title contains[c] 'X'");
+    EXPECT_EQ(results.duplicatesGroups().size(), 1u);
+    results.setFilterPredicate("");
+    EXPECT_EQ(results.duplicatesGroups().size(), 2u);
+    expectCounts(results, {{0, 2, 4, 4 * 4096}, {3, 1, 2, 2 * 4096}, {4, 1, 2, 2 * 4096}});
+    EXPECT_EQ(results.allDuplicatesGroups().size(), 2u);
+}
+
+TEST(DuplicatesController, RemovingFilesShrinksAndDropsGroups) {
+    CVDuplicatesController results;
+    auto a = file("/a/x"), b = file("/b/x"), c = file("/c/x");
+    auto d = file("/a/y"), e = file("/b/y");
+    results.addGroup(group({a, b, c}));
+    results.addGroup(group({d, e}));
+    results.removeFiles({a});
+    EXPECT_EQ(results.duplicatesGroups().size(), 2u);
+    EXPECT_EQ(results.duplicatesGroups()[0]->childrenCount(), 2u);
+    results.removeFiles({d});
+    ASSERT_EQ(results.duplicatesGroups().size(), 1u) << "the second-to-last file takes its group along";
+    EXPECT_EQ(results.fileAtPath("/b/y"), nullptr);
+    results.removeFiles({d}); // twice is harmless
+    expectCounts(results, {{0, 1, 2, 2 * 4096}, {1, 1, 2, 2 * 4096}});
+    b->setWasRemoved(true);
+    results.removeDeletedFiles();
+    EXPECT_TRUE(results.duplicatesGroups().empty());
+    expectCounts(results, {{0, 0, 0, 0}});
+}
+
+TEST(DuplicatesController, RenamesFollowTheFileOrDropItIntoTheTrash) {
+    CVDuplicatesController results;
+    auto a = file("/a/x"), b = file("/b/x"), c = file("/c/x");
+    results.addGroup(group({a, b, c}));
+    results.changeFilePath("/a/x", "/a/renamed");
+    EXPECT_EQ(a->path(), "/a/renamed");
+    EXPECT_EQ(results.fileAtPath("/a/renamed"), a);
+    EXPECT_EQ(results.fileAtPath("/a/x"), nullptr);
+    results.changeFilePath("/b/x", xdgDataHome() + "/Trash/files/x");
+    EXPECT_EQ(results.fileAtPath("/b/x"), nullptr);
+    EXPECT_EQ(results.allDuplicatesGroups()[0]->childrenCount(), 2u);
+    auto d = file("/d/x"), e = file("/e/x");
+    results.addGroup(group({d, e}));
+    results.changeFilePath("/d/x", "/media/usb/.Trash-1000/files/x");
+    EXPECT_EQ(results.fileAtPath("/e/x"), nullptr) << "a group left with one file leaves with it";
+    results.changeFilePath("/c/x", "/c/x");
+    EXPECT_EQ(results.fileAtPath("/c/x"), nullptr) << "a rename to itself drops the file from the table";
+    results.changeFilePath("/unknown", "/elsewhere");
+    EXPECT_EQ(results.fileAtPath("/elsewhere"), nullptr);
+}
+
+TEST(DuplicatesController, ExportListsSelectedCopiesGroupByGroup) {
+    CVDuplicatesController results;
+    auto a = file("/g1/a"), b = file("/g1/b"), k = file("/g1/keep");
+    auto c = file("/g2/c"), k2 = file("/g2/keep");
+    auto n1 = file("/g3/n1"), n2 = file("/g3/n2");
+    results.addGroup(group({k, a, b}));
+    results.addGroup(group({n1, n2}));
+    results.addGroup(group({c, k2}));
+    test::TempTree tree;
+    EXPECT_TRUE(results.exportSelectedDupesToPath(tree / "none.txt", nullptr));
+    EXPECT_EQ(test::TempTree::read(tree / "none.txt"), "");
+    for (const auto& f : {a, b, c})
+        f->setNeedToRemove(true);
+    EXPECT_EQ(results.exportText(), "/g1/a\n/g1/b\n\n/g2/c\n\n");
+    int closed = 0;
+    ScopedObserver observer(NotificationCenter::defaultCenter(),
+                            NotificationCenter::defaultCenter().addObserver("CVExportPanelDidClose", nullptr,
+                                                                            [&](const Notification&) { ++closed; }));
+    ASSERT_TRUE(results.exportSelectedDupesToPath(tree / "out.txt", nullptr));
+    EXPECT_EQ(test::TempTree::read(tree / "out.txt"), "/g1/a\n/g1/b\n\n/g2/c\n\n");
+    CVError error;
+    EXPECT_FALSE(results.exportSelectedDupesToPath(tree / "missing/dir/out.txt", &error));
+    EXPECT_EQ(closed, 2);
+}
+
+} // namespace
+} // namespace corvel

@@ -1,0 +1,295 @@
+#include "scan/duplicates_locator.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <random>
+#include <thread>
+
+#include "engine/node_cache.h"
+#include "platform/file_access.h"
+#include "platform/main_queue.h"
+#include "platform/notification_center.h"
+#include "reference_locator.h"
+#include "scan_harness.h"
+
+namespace corvel {
+namespace {
+
+namespace fs = std::filesystem;
+
+// What a scan found, in a comparable form: each group's member paths and removal locks.
+using Outcome = std::vector<std::vector<std::pair<std::string, bool>>>;
+
+Outcome outcome(const std::vector<GroupPtr>& groups) {
+    Outcome out;
+    for (const auto& group : groups) {
+        std::vector<std::pair<std::string, bool>> members;
+        for (const auto& file : group->files())
+            members.emplace_back(file->path(), file->removeForbidden());
+        out.push_back(std::move(members));
+    }
+    return out;
+}
+
+std::string content(char seed, std::size_t size) {
+    std::string s(size, '\0');
+    for (std::size_t i = 0; i < size; ++i)
+        s[i] = static_cast<char>(seed * 31 + i * 7 + (i >> 9));
+    return s;
+}
+
+// Records notifications of one scan.
+struct Listener {
+    std::vector<std::string> names;
+    std::vector<double> progress;
+    std::vector<ScopedObserver> observers;
+    Listener() {
+        auto& center = NotificationCenter::defaultCenter();
+        observers.emplace_back(center, center.addObserver("", nullptr, [this](const Notification& n) {
+            names.push_back(n.name);
+            if (n.name == kProgressUpdatedNotification)
+                progress.push_back(n.object.toDouble());
+        }));
+    }
+    int count(const std::string& name) const { return static_cast<int>(std::count(names.begin(), names.end(), name)); }
+};
+
+class Locator : public testing::Test {
+protected:
+    test::ScanHarness harness;
+    test::TempTree tree;
+
+    // A scan on this thread (the main thread): "scanFinished" runs inline.
+    std::shared_ptr<CVDuplicatesController> scan(CVDuplicatesLocator& locator, const std::vector<std::string>& roots) {
+        locator.asyncScanPaths(roots);
+        MainQueue::shared().drain();
+        return locator.duplicatesController();
+    }
+};
+
+TEST_F(Locator, AnEmptyPathListStartsNothing) {
+    Listener listener;
+    auto locator = harness.locator();
+    EXPECT_FALSE(locator->scanPaths({}));
+    MainQueue::shared().drain();
+    EXPECT_TRUE(listener.names.empty());
+}
+
+TEST_F(Locator, ThreeIdenticalFilesMakeOneGroupAndScanEndsWithNotifications) {
+    for (const char* name : {"a/x.bin", "b/y.bin", "c/z.bin"})
+        tree.file(name, content('x', 70000));
+    tree.file("d/other.bin", content('o', 70000));
+    Listener listener;
+    auto locator = harness.locator();
+    ASSERT_TRUE(locator->scanPaths({tree.path()}));
+    ASSERT_TRUE(MainQueue::shared().runUntil([&] { return !locator->isScanThreadRunning(); }, std::chrono::seconds(30)));
+    locator->waitForScanThread();
+    MainQueue::shared().drain();
+    const auto results = locator->duplicatesController();
+    ASSERT_EQ(results->duplicatesGroups().size(), 1u);
+    EXPECT_EQ(results->duplicatesGroups()[0]->childrenCount(), 3u);
+    EXPECT_EQ(listener.count(kScanStartedNotification), 1);
+    EXPECT_EQ(listener.count(kScanFinishedNotification), 1);
+    EXPECT_EQ(locator->state(), 0);
+}
+
+TEST_F(Locator, ProgressEndsAt199ForFewGroupsAndAt100ForMany) {
+    for (const int groups : {30, 31}) {
+        test::TempTree many;
+        for (int i = 0; i < groups; ++i)
+            for (const char* side : {"a", "b"})
+                many.file(std::string(side) + "/f" + std::to_string(i), content(static_cast<char>(i), 1000 + i));
+        // Unequal extras keep the two folders from being duplicates of each other.
+        many.file("a/extra", content('1', 10));
+        many.file("b/extra", content('2', 20));
+        Listener listener;
+        auto locator = harness.locator();
+        locator->setMinimumSizeOverride(1);
+        scan(*locator, {many.path()});
+        ASSERT_FALSE(listener.progress.empty());
+        if (groups == 30) {
+            EXPECT_EQ(listener.progress, (std::vector<double>{99.0, 199.0}));
+        } else {
+            EXPECT_DOUBLE_EQ(listener.progress.front(), 2.0);
+            EXPECT_DOUBLE_EQ(listener.progress.back(), 100.0);
+            EXPECT_EQ(listener.progress.size(), 2u + 31u) << "a step per size group, then the rest";
+        }
+        EXPECT_EQ(locator->duplicatesController()->count(), static_cast<std::uint64_t>(groups));
+    }
+}
+
+TEST_F(Locator, MinimumSizeAndTheTopCountDecideWhichSizesAreSearched) {
+    tree.file("a/big", content('b', 60000));
+    tree.file("b/big", content('b', 60000));
+    tree.file("a/mid1", content('m', 40000));
+    tree.file("b/mid1", content('m', 40000));
+    tree.file("a/mid2", content('n', 40000));
+    tree.file("b/mid2", content('n', 40000));
+    tree.file("a/small", content('s', 30000));
+    tree.file("b/small", content('s', 30000));
+    tree.file("a/extra", content('1', 10));
+    tree.file("b/extra", content('2', 20));
+    struct Case {
+        std::uint64_t topCount;
+        std::size_t groups;
+        const char* why;
+    };
+    for (const Case& c : {Case{0, 1, "no top count: only sizes from 50000 up"},
+                          Case{3, 3, "the top count runs out after the 40000 groups"},
+                          Case{2, 4, "two groups at 40000 wrap the count: every smaller size is searched"}}) {
+        harness.preferences.setTopFilesCount(c.topCount);
+        auto locator = harness.locator();
+        EXPECT_EQ(scan(*locator, {tree.path()})->duplicatesGroups().size(), c.groups) << c.why;
+    }
+    harness.preferences.setTopFilesCount(100);
+    auto locator = harness.locator();
+    locator->setMinimumSizeOverride(35000);
+    EXPECT_EQ(scan(*locator, {tree.path()})->duplicatesGroups().size(), 3u) << "a hard minimum ignores the top count";
+    harness.defaults.setBool(true, "OverrideMinSize");
+    harness.defaults.setDouble(0.0, "MinScanSize");
+    auto everything = harness.locator();
+    EXPECT_EQ(scan(*everything, {tree.path()})->duplicatesGroups().size(), 4u) << "the slider at 0 locates all";
+}
+
+TEST_F(Locator, HardLinksAndUnremovableGroupsAreDropped) {
+    tree.file("a/orig", content('h', 60000));
+    ASSERT_EQ(::link((tree / "a/orig").c_str(), (tree / "a/link1").c_str()), 0);
+    ASSERT_EQ(::link((tree / "a/orig").c_str(), (tree / "a/link2").c_str()), 0);
+    tree.file("b/p", content('p', 61000));
+    ASSERT_EQ(::link((tree / "b/p").c_str(), (tree / "b/plink").c_str()), 0);
+    tree.file("b/pcopy", content('p', 61000));
+    auto locator = harness.locator();
+    const Outcome found = outcome(scan(*locator, {tree.path()})->duplicatesGroups());
+    ASSERT_EQ(found.size(), 1u) << "three names of one file free nothing; two links and a copy do";
+    EXPECT_EQ(found[0].size(), 3u);
+
+    test::TempTree locked;
+    locked.file("x/one", content('l', 62000));
+    locked.file("y/two", content('l', 62000));
+    CVError error;
+    if (!setImmutable(locked / "x", true, &error) || !setImmutable(locked / "y", true, &error))
+        GTEST_SKIP() << "cannot lock folders here: " << error.localizedDescription();
+    auto lockedLocator = harness.locator();
+    EXPECT_TRUE(scan(*lockedLocator, {locked.path()})->duplicatesGroups().empty());
+    harness.defaults.setBool(true, kShowFilesWithNoPermissionsKey);
+    auto showing = harness.locator();
+    const Outcome shown = outcome(scan(*showing, {locked.path()})->duplicatesGroups());
+    ASSERT_EQ(shown.size(), 1u);
+    EXPECT_TRUE(shown[0][0].second && shown[0][1].second);
+    setImmutable(locked / "x", false, &error);
+    setImmutable(locked / "y", false, &error);
+}
+
+TEST_F(Locator, StoppingMidScanKeepsWhatWasFoundAndPostsNoFinish) {
+    for (int i = 0; i < 40; ++i)
+        for (const char* side : {"a", "b"})
+            tree.file(std::string(side) + "/f" + std::to_string(i), content(static_cast<char>(i), 2000 + i));
+    tree.file("a/extra", content('1', 10));
+    tree.file("b/extra", content('2', 20));
+    Listener listener;
+    auto locator = harness.locator();
+    locator->setMinimumSizeOverride(1);
+    auto& center = NotificationCenter::defaultCenter();
+    ScopedObserver stopper(center, center.addObserver(kProgressUpdatedNotification, nullptr, [&](const Notification& n) {
+        if (n.object.toDouble() > 30.0)
+            locator->stopScan();
+    }));
+    const auto results = scan(*locator, {tree.path()});
+    EXPECT_EQ(listener.count(kScanFinishedNotification), 0);
+    EXPECT_EQ(locator->state(), 0);
+    EXPECT_GT(results->count(), 0u);
+    EXPECT_LT(results->count(), 40u);
+}
+
+TEST_F(Locator, FilesThatChangeBetweenWalkAndComparisonMatchNothing) {
+    tree.file("a/vanish", content('v', 70000));
+    tree.file("b/vanish", content('v', 70000));
+    tree.file("a/shrink", content('s', 80000));
+    tree.file("b/shrink", content('s', 80000));
+    tree.file("a/stays", content('k', 90000));
+    tree.file("b/stays", content('k', 90000));
+    auto locator = harness.locator();
+    auto hierarchy = harness.walk({tree.path()}, locator.get());
+    ::unlink((tree / "b/vanish").c_str());
+    ::truncate((tree / "b/shrink").c_str(), 100);
+    locator->startSearching();
+    locator->locateDuplicatesInDictionary(hierarchy->filesGroupedBySize());
+    const Outcome found = outcome(locator->duplicatesController()->duplicatesGroups());
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(found[0][0].first.substr(found[0][0].first.size() - 5), "stays");
+}
+
+// Random trees: sizes from a small set so that size groups collide, contents from a
+// small pool so that many are equal, large sampled files, copied folders, hard links,
+// links, and roots given twice (every node then stands twice with the same path).
+void buildRandomTree(const test::TempTree& tree, std::mt19937& rng) {
+    const std::size_t sizes[] = {1, 17, 4096, 4096, 60000, 60000, 510000, 600000};
+    auto pick = [&](std::size_t n) { return static_cast<std::size_t>(rng() % n); };
+    const std::vector<std::string> folders = {"r", "r/a", "r/b", "r/a/c", "r/b/d", "r/e"};
+    for (int n = 0; n < 24; ++n) {
+        const std::size_t size = sizes[pick(std::size(sizes))];
+        const char seed = static_cast<char>('a' + pick(3));
+        std::string data = content(seed, size);
+        if (size == 600000 && pick(2) == 0)
+            data[15000] ^= 1; // outside every sampled piece: still equal by signature
+        const char* extension = pick(3) == 0 ? ".txt" : ".bin";
+        tree.file(folders[pick(folders.size())] + "/f" + std::to_string(n) + extension, data);
+    }
+    if (pick(2) == 0)
+        fs::copy(tree / "r/a", tree / "r/copy-of-a", fs::copy_options::recursive);
+    if (pick(2) == 0)
+        fs::copy(tree / "r/b", tree / "r/e/copy-of-b", fs::copy_options::recursive);
+    for (int n = 0; n < 2; ++n) {
+        const std::string target = tree / ("r/f-linked" + std::to_string(n));
+        tree.file("r/f-linked" + std::to_string(n), content('a', 60000));
+        ::link(target.c_str(), (target + "-hard").c_str());
+    }
+    tree.symlink("r/sym", tree / "r/f-linked0");
+}
+
+TEST_F(Locator, DigestBucketsFindExactlyWhatPairwiseComparisonFinds) {
+    std::mt19937 rng(20261121);
+    int compared = 0;
+    for (int round = 0; round < 40; ++round) {
+        SCOPED_TRACE(round);
+        test::TempTree tree2;
+        buildRandomTree(tree2, rng);
+        std::vector<std::string> roots{tree2 / "r"};
+        if (rng() % 4 == 0)
+            roots.push_back(tree2 / "r"); // the same root twice: same-path doubles
+        const std::uint32_t seed = rng();
+
+        auto fastLocator = harness.locator();
+        auto fastWalk = harness.walk(roots, fastLocator.get());
+        auto referenceLocator = harness.locator();
+        auto referenceWalk = harness.walk(roots, referenceLocator.get());
+        fastLocator->startSearching();
+        referenceLocator->startSearching();
+
+        auto& fastSizes = fastWalk->filesGroupedBySize();
+        auto& referenceSizes = referenceWalk->filesGroupedBySize();
+        ASSERT_EQ(fastSizes.size(), referenceSizes.size());
+        CVNodeCache::sharedCache().resetCache();
+        CVFolder::seedRandom(seed);
+        Outcome fast;
+        for (auto it = fastSizes.rbegin(); it != fastSizes.rend(); ++it)
+            if (it->second.size() > 1)
+                for (auto& group : outcome(fastLocator->findDuplicatesInSizeGroup(it->second)))
+                    fast.push_back(group);
+        CVNodeCache::sharedCache().resetCache();
+        CVFolder::seedRandom(seed);
+        Outcome reference;
+        for (auto it = referenceSizes.rbegin(); it != referenceSizes.rend(); ++it)
+            if (it->second.size() > 1)
+                for (auto& group : outcome(test::referenceFindDuplicatesInSizeGroup(*referenceLocator, it->second)))
+                    reference.push_back(group);
+        ASSERT_EQ(fast, reference);
+        compared += static_cast<int>(reference.size());
+    }
+    EXPECT_GT(compared, 100) << "the random trees must actually hold duplicates";
+}
+
+} // namespace
+} // namespace corvel

@@ -1,0 +1,189 @@
+#include "scan/files_hierarchy.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <functional>
+#include <set>
+
+#include "engine/node_type.h"
+#include "platform/notification_center.h"
+#include "platform/system_log.h"
+#include "scan_harness.h"
+
+namespace corvel {
+namespace {
+
+// Visits every node under the top nodes, counting each time it is reached.
+void visit(const NodePtr& node, const std::function<void(const NodePtr&)>& fn) {
+    fn(node);
+    for (const auto& child : node->children())
+        if (dynamic_cast<CVFolder*>(node.get()))
+            visit(child, fn);
+}
+
+std::vector<NodePtr> allNodes(const CVFilesHierarchy& h) {
+    std::vector<NodePtr> nodes;
+    std::set<const CVNode*> seen;
+    for (const auto& top : h.topNodes())
+        visit(top, [&](const NodePtr& n) {
+            if (seen.insert(n.get()).second)
+                nodes.push_back(n);
+        });
+    return nodes;
+}
+
+NodePtr find(const CVFilesHierarchy& h, const std::string& path) {
+    for (const auto& n : allNodes(h))
+        if (n->path() == path)
+            return n;
+    return nullptr;
+}
+
+bool inSizeGroups(CVFilesHierarchy& h, const std::string& path) {
+    for (const auto& [size, nodes] : h.filesGroupedBySize())
+        for (const auto& n : nodes)
+            if (n->path() == path)
+                return true;
+    return false;
+}
+
+class Walk : public testing::Test {
+protected:
+    test::ScanHarness harness;
+    test::TempTree tree;
+};
+
+TEST_F(Walk, HiddenItemsAreIgnoredNodesAndLinksAndDSStoreAreLeftOut) {
+    tree.file("top/photo.jpg", "jpeg bytes");
+    tree.file("top/.secret", "hidden bytes");
+    tree.file("top/.hiddendir/inside.txt", "inside");
+    tree.file("top/.DS_Store", "finder junk");
+    tree.symlink("top/link.jpg", tree / "top/photo.jpg");
+    tree.symlink("top/dangling", tree / "nowhere");
+    auto h = harness.walk({tree / "top"}, nullptr);
+    EXPECT_TRUE(find(*h, tree / "top/photo.jpg"));
+    auto secret = std::dynamic_pointer_cast<CVFile>(find(*h, tree / "top/.secret"));
+    ASSERT_TRUE(secret);
+    EXPECT_TRUE(secret->ignore());
+    EXPECT_FALSE(inSizeGroups(*h, tree / "top/.secret"));
+    auto hiddenDir = std::dynamic_pointer_cast<CVFolder>(find(*h, tree / "top/.hiddendir"));
+    ASSERT_TRUE(hiddenDir);
+    EXPECT_TRUE(hiddenDir->ignore());
+    EXPECT_FALSE(find(*h, tree / "top/.hiddendir/inside.txt")) << "a refused folder is not entered";
+    EXPECT_FALSE(find(*h, tree / "top/.DS_Store"));
+    EXPECT_FALSE(find(*h, tree / "top/link.jpg"));
+    EXPECT_FALSE(find(*h, tree / "top/dangling"));
+    EXPECT_TRUE(inSizeGroups(*h, tree / "top/photo.jpg"));
+}
+
+TEST_F(Walk, FoldersStandTwiceInTheirParentAndCarryTheirSize) {
+    tree.file("top/sub/a.bin", std::string(1000, 'a'));
+    tree.file("top/sub/b.bin", std::string(500, 'b'));
+    tree.file("top/c.bin", std::string(10, 'c'));
+    tree.folder("top/empty");
+    auto h = harness.walk({tree / "top"}, nullptr);
+    auto top = std::dynamic_pointer_cast<CVFolder>(h->topNodes().at(0));
+    ASSERT_TRUE(top);
+    int subEntries = 0;
+    for (const auto& child : top->children())
+        if (child->path() == tree / "top/sub")
+            ++subEntries;
+    EXPECT_EQ(subEntries, 2) << "once on entry, once on exit";
+    EXPECT_EQ(find(*h, tree / "top/sub")->size(), 1500u);
+    EXPECT_EQ(top->size(), 1510u) << "the entry added size 0, the exit the final 1500";
+    // Candidate folders: sizes and children, not empty ones.
+    EXPECT_TRUE(inSizeGroups(*h, tree / "top/sub"));
+    EXPECT_FALSE(inSizeGroups(*h, tree / "top/empty"));
+    EXPECT_EQ(std::dynamic_pointer_cast<CVFile>(find(*h, tree / "top/sub/a.bin"))->parentFolder()->path(), tree / "top/sub");
+}
+
+TEST_F(Walk, DeepPlainFoldersStopAtTheDepthLimit) {
+    std::string path = "top";
+    for (int level = 1; level <= 28; ++level)
+        path += "/d" + std::to_string(level);
+    tree.file(path + "/deep.txt", "deep");
+    ScopedLogCapture log;
+    auto h = harness.walk({tree / "top"}, nullptr);
+    std::string at26 = "top";
+    for (int level = 1; level <= 26; ++level)
+        at26 += "/d" + std::to_string(level);
+    EXPECT_TRUE(find(*h, tree / at26)) << "the folder at the limit is there";
+    EXPECT_FALSE(find(*h, tree / (at26 + "/d27"))) << "but not entered";
+    EXPECT_FALSE(find(*h, tree / (path + "/deep.txt")));
+    EXPECT_TRUE(log.contains("Deepest Level Reached"));
+}
+
+TEST_F(Walk, RootsInsideRootsAreDropped) {
+    tree.file("a/Pictures/x.jpg", "x");
+    tree.file("a/y.jpg", "y");
+    auto h = harness.walk({tree / "a", tree / "a/Pictures"}, nullptr);
+    ASSERT_EQ(h->rootPaths().size(), 1u);
+    EXPECT_EQ(h->rootPaths()[0].path, tree / "a");
+    EXPECT_EQ(h->topNodes().size(), 1u);
+}
+
+TEST_F(Walk, RefusedRootsStopTheScanWithTheirNotification) {
+    struct Case {
+        std::string root;
+        const char* notification;
+    };
+    tree.folder(".hidden");
+    tree.folder("snapfolder");
+    harness.ignoreList.excludePathsList().push_back(
+        PropertyValue::Dictionary{{"Value", tree / "excluded"}, {"Enabled", true}});
+    tree.folder("excluded");
+    for (const Case& c : {Case{tree / ".hidden", kDroppedFilesAreSystemNotification},
+                          Case{"/usr/share", kDroppedFilesAreSystemNotification},
+                          Case{tree / "excluded", kDroppedFilesAreIgnoredNotification}}) {
+        std::string heard;
+        ScopedObserver observer(NotificationCenter::defaultCenter(),
+                                NotificationCenter::defaultCenter().addObserver("", nullptr, [&](const Notification& n) {
+                                    if (n.name.find("droppedFiles") != std::string::npos) {
+                                        heard = n.name;
+                                        EXPECT_EQ(n.userInfo.at("path").toString(), c.root);
+                                    }
+                                }));
+        auto h = harness.walk({tree / "snapfolder", c.root}, nullptr);
+        EXPECT_EQ(heard, c.notification) << c.root;
+        EXPECT_FALSE(h->canContinue());
+        EXPECT_TRUE(h->topNodes().empty()) << "nothing is walked";
+    }
+}
+
+TEST_F(Walk, WhenEveryRootFailsTheErrorIsPosted) {
+    int errors = 0;
+    ScopedObserver observer(NotificationCenter::defaultCenter(),
+                            NotificationCenter::defaultCenter().addObserver(kErrorOccuredWhileScanningNotification, nullptr,
+                                                                            [&](const Notification&) { ++errors; }));
+    ScopedLogCapture log;
+    auto one = harness.walk({tree / "gone1", tree.folder("present")}, nullptr);
+    EXPECT_EQ(errors, 0);
+    auto all = harness.walk({tree / "gone1", tree / "gone2"}, nullptr);
+    EXPECT_EQ(errors, 1);
+    EXPECT_TRUE(log.contains("Error scanning '" + tree / "gone1"));
+}
+
+TEST_F(Walk, LibrariesAndBundlesProtectAndHideTheirContent) {
+    tree.file("top/Music/iTunes/iTunes Library.xml", "<plist><dict/></plist>");
+    tree.file("top/Music/iTunes/Album Artwork/a.itc", "art");
+    tree.file("top/Music/iTunes/Media/song.mp3", "song");
+    tree.file("top/repo/.git/HEAD", "ref");
+    tree.file("top/repo/main.c", "int main;");
+    tree.file("top/Tool.app/Contents/Info.plist", "<plist/>");
+    auto h = harness.walk({tree / "top"}, nullptr);
+    auto library = std::dynamic_pointer_cast<CVFolder>(find(*h, tree / "top/Music/iTunes"));
+    ASSERT_TRUE(library);
+    EXPECT_EQ(library->type(), kNodeTypeITunesLibrary);
+    auto song = std::dynamic_pointer_cast<CVFile>(find(*h, tree / "top/Music/iTunes/Media/song.mp3"));
+    EXPECT_TRUE(song->removeForbidden());
+    EXPECT_EQ(song->rootFolder(), library);
+    EXPECT_TRUE(std::dynamic_pointer_cast<CVFile>(find(*h, tree / "top/Music/iTunes/Album Artwork"))->ignore());
+    EXPECT_TRUE(std::dynamic_pointer_cast<CVFile>(find(*h, tree / "top/repo/main.c"))->ignore())
+        << "a working copy's files are hidden content";
+    EXPECT_TRUE(inSizeGroups(*h, tree / "top/repo")) << "the working copy is still compared as a whole";
+    EXPECT_EQ(find(*h, tree / "top/Tool.app")->type(), kNodeTypeApplication);
+}
+
+} // namespace
+} // namespace corvel

@@ -1,0 +1,47 @@
+#pragma once
+// The services a scan needs, on a private settings store and the shipped ignore list.
+
+#include <memory>
+#include <string>
+
+#include "engine/node_type_generator.h"
+#include "platform/resources.h"
+#include "platform/user_defaults.h"
+#include "scan/duplicates_locator.h"
+#include "settings/ignore_list.h"
+#include "settings/preferences.h"
+#include "support/recording_tracker.h"
+#include "support/temp_tree.h"
+
+namespace corvel::test {
+
+struct ScanHarness {
+    TempTree settings;
+    UserDefaults defaults{settings / "settings.plist"};
+    RecordingTracker tracker;
+    CVNodeTypeGenerator generator{defaults, settings / "home", settings / "home"};
+    CVPreferences preferences{defaults, tracker};
+    CVIgnoreList ignoreList{defaults, resourcePath("IgnoreList.plist"),
+                            CVIgnoreList::Environment{settings / "home", settings / "home", nullptr}, generator};
+
+    CVDuplicatesLocator::Services services() { return {ignoreList, generator, preferences, defaults}; }
+    CVFilesHierarchy::Services hierarchyServices() { return {ignoreList, generator, preferences}; }
+
+    std::unique_ptr<CVDuplicatesLocator> locator() {
+        auto l = std::make_unique<CVDuplicatesLocator>(services());
+        l->setProgressPauses(false);
+        return l;
+    }
+    // A walked hierarchy of the roots (not yet searched).
+    std::unique_ptr<CVFilesHierarchy> walk(const std::vector<std::string>& roots, CVNodeDelegate* delegate) {
+        std::vector<CVScanPath> paths;
+        for (const auto& r : roots)
+            paths.push_back({r, false});
+        auto h = std::make_unique<CVFilesHierarchy>(paths, hierarchyServices());
+        h->setNodeDelegate(delegate);
+        h->rescan();
+        return h;
+    }
+};
+
+} // namespace corvel::test
