@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <functional>
 #include <set>
 
 #include "engine/node_type.h"
@@ -14,22 +13,20 @@
 namespace corvel {
 namespace {
 
-// Visits every node under the top nodes, counting each time it is reached.
-void visit(const NodePtr& node, const std::function<void(const NodePtr&)>& fn) {
-    fn(node);
+// Every node under the top nodes, once (sub-folders stand twice in their parents).
+void visit(const NodePtr& node, std::set<const CVNode*>& seen, std::vector<NodePtr>& nodes) {
+    if (!seen.insert(node.get()).second)
+        return;
+    nodes.push_back(node);
     for (const auto& child : node->children())
-        if (dynamic_cast<CVFolder*>(node.get()))
-            visit(child, fn);
+        visit(child, seen, nodes);
 }
 
 std::vector<NodePtr> allNodes(const CVFilesHierarchy& h) {
     std::vector<NodePtr> nodes;
     std::set<const CVNode*> seen;
     for (const auto& top : h.topNodes())
-        visit(top, [&](const NodePtr& n) {
-            if (seen.insert(n.get()).second)
-                nodes.push_back(n);
-        });
+        visit(top, seen, nodes);
     return nodes;
 }
 

@@ -1,0 +1,160 @@
+// End-to-end: the real corvel binary on trees built here, read through its JSON.
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <sys/wait.h>
+
+#include <array>
+#include <cstdio>
+#include <set>
+
+#include "json_writer.h"
+#include "support/temp_tree.h"
+
+namespace corvel {
+namespace {
+
+struct Outcome {
+    int status;
+    std::string out;
+    std::string err;
+};
+
+Outcome corvel(const std::string& arguments, const test::TempTree& home) {
+    const std::string errFile = home / "stderr.txt";
+    const std::string command = "HOME='" + home.path() + "' XDG_CONFIG_HOME='" + home.path() + "/.config' " +
+                                CORVEL_BINARY + " " + arguments + " 2>'" + errFile + "'";
+    Outcome run{};
+    FILE* pipe = ::popen(command.c_str(), "r");
+    std::array<char, 4096> buffer{};
+    std::size_t n;
+    while ((n = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0)
+        run.out.append(buffer.data(), n);
+    const int status = ::pclose(pipe);
+    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    run.err = test::TempTree::read(errFile);
+    return run;
+}
+
+std::string quoted(const std::string& path) { return "'" + path + "'"; }
+
+class CorvelScan : public testing::Test {
+protected:
+    test::TempTree home;
+    test::TempTree tree;
+    std::string settings() { return "--settings " + quoted(home / "settings.plist"); }
+};
+
+TEST_F(CorvelScan, JsonListsTheGroupsWithTheirFiles) {
+    const std::string photo(120000, 'p');
+    tree.file("Pictures/beach.jpg", photo);
+    tree.file("Backup/beach.jpg", photo);
+    tree.file("Backup/old/beach copy.jpg", photo);
+    tree.file("Music/song.mp3", std::string(80000, 's'));
+    tree.file("Backup/song.mp3", std::string(80000, 's'));
+    tree.file("Pictures/unique.jpg", std::string(90000, 'u'));
+    tree.file("Pictures/small.txt", "tiny"); // below the automatic minimum, but among the top groups
+    tree.file("Backup/small.txt", "tiny");
+    const Outcome run = corvel("scan --json " + settings() + " " + quoted(tree.path()), home);
+    ASSERT_EQ(run.status, 0) << run.err;
+    const auto doc = nlohmann::json::parse(run.out);
+    EXPECT_EQ(doc["roots"], nlohmann::json::array({tree.path()}));
+    ASSERT_EQ(doc["groups"].size(), 3u) << run.out;
+    const auto& pictures = doc["groups"][0];
+    EXPECT_EQ(pictures["category"], "Pictures");
+    EXPECT_EQ(pictures["categoryId"], 3);
+    EXPECT_EQ(pictures["nodeType"], 3);
+    EXPECT_EQ(pictures["size"], 120000);
+    std::set<std::string> paths;
+    std::uint64_t total = 0;
+    for (const auto& file : pictures["files"]) {
+        paths.insert(file["path"]);
+        EXPECT_FALSE(file["isFolder"]);
+        EXPECT_EQ(file["size"], 120000);
+        EXPECT_EQ(file["selectionType"], "none");
+        EXPECT_FALSE(file["needToRemove"]);
+        total += file["sizeOnDisk"].get<std::uint64_t>();
+    }
+    EXPECT_EQ(paths, (std::set<std::string>{tree / "Pictures/beach.jpg", tree / "Backup/beach.jpg",
+                                            tree / "Backup/old/beach copy.jpg"}));
+    EXPECT_EQ(pictures["totalSize"], total);
+    EXPECT_EQ(doc["groups"][1]["category"], "Music");
+    EXPECT_EQ(doc["groups"][2]["category"], "Documents");
+    EXPECT_EQ(doc["summary"]["groups"], 3);
+    EXPECT_EQ(doc["summary"]["files"], 7);
+
+    const Outcome limited = corvel("scan --json --min-size 100000 " + settings() + " " + quoted(tree.path()), home);
+    ASSERT_EQ(limited.status, 0);
+    EXPECT_EQ(nlohmann::json::parse(limited.out)["groups"].size(), 1u);
+
+    const Outcome text = corvel("scan " + settings() + " " + quoted(tree.path()), home);
+    EXPECT_NE(text.out.find("Pictures: 3 copies of 120 KB"), std::string::npos) << text.out;
+    EXPECT_NE(text.out.find("3 groups, 7 files"), std::string::npos);
+    EXPECT_TRUE(text.err.empty()) << "no progress when stderr is not a terminal: " << text.err;
+}
+
+TEST_F(CorvelScan, DuplicateFoldersAreOneGroup) {
+    for (const char* root : {"A/Album", "B/Album Copy"}) {
+        tree.file(std::string(root) + "/1.jpg", std::string(70000, '1'));
+        tree.file(std::string(root) + "/2.jpg", std::string(71000, '2'));
+    }
+    tree.file("A/other.bin", std::string(10, 'a'));
+    const Outcome run = corvel("scan --json " + settings() + " " + quoted(tree.path()), home);
+    ASSERT_EQ(run.status, 0) << run.err;
+    const auto doc = nlohmann::json::parse(run.out);
+    ASSERT_EQ(doc["groups"].size(), 1u) << run.out;
+    EXPECT_EQ(doc["groups"][0]["category"], "Folders");
+    EXPECT_TRUE(doc["groups"][0]["files"][0]["isFolder"]);
+}
+
+TEST_F(CorvelScan, NamesThatAreNotUtf8AreWrittenWithSurrogateEscapes) {
+    const std::string name = "caf\xE9 \xFF.jpg";
+    tree.file("a/" + name, std::string(60000, 'c'));
+    tree.file("b/" + name, std::string(60000, 'c'));
+    tree.file("a/keeps the folders apart", "1");
+    const Outcome run = corvel("scan --json " + settings() + " " + quoted(tree.path()), home);
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_NE(run.out.find("caf\\udce9 \\udcff.jpg"), std::string::npos) << run.out;
+    const std::string key = "\"path\":\"";
+    const auto at = run.out.find(key);
+    ASSERT_NE(at, std::string::npos);
+    const auto end = run.out.find('"', at + key.size());
+    const std::string decoded = cli::decodeJsonString(std::string_view(run.out).substr(at + key.size(), end - at - key.size()));
+    EXPECT_TRUE(decoded == tree / ("a/" + name) || decoded == tree / ("b/" + name)) << "the path comes back byte for byte";
+}
+
+TEST_F(CorvelScan, ExitStatusesTellWhatHappened) {
+    tree.file("x/a.txt", "a");
+    struct Case {
+        std::string arguments;
+        int status;
+        std::string message;
+    };
+    for (const Case& c : {Case{"scan " + quoted(tree / "x"), 0, ""},
+                          Case{"scan " + quoted(tree / "missing"), 2, "no such file or directory"},
+                          Case{"scan --frobnicate " + quoted(tree / "x"), 2, "frobnicate"},
+                          Case{"scan", 2, "paths"},
+                          Case{"", 2, "subcommand"},
+                          Case{"scan /proc", 3, "cannot scan /proc: it is a protected system folder"},
+                          Case{"scan " + quoted(home.folder(".hidden")), 3, "hidden folders are not scanned"},
+                          Case{"scan --autoselect " + quoted(tree / "x"), 2, "not available"}}) {
+        const Outcome run = corvel(c.arguments + " " + settings(), home);
+        EXPECT_EQ(run.status, c.status) << c.arguments << "\n" << run.err;
+        EXPECT_NE(run.err.find(c.message), std::string::npos) << c.arguments << "\n" << run.err;
+    }
+    EXPECT_EQ(corvel("--version", home).out.rfind("Corvel ", 0), 0u);
+    EXPECT_NE(corvel("scan --help", home).out.find("--min-size"), std::string::npos);
+}
+
+TEST_F(CorvelScan, ExportWritesTheSelectedCopiesAndSettingsAreKept) {
+    tree.file("a/x.bin", std::string(60000, 'x'));
+    tree.file("b/x.bin", std::string(60000, 'x'));
+    const Outcome run = corvel("scan --export " + quoted(home / "export.txt") + " " + settings() + " " + quoted(tree.path()), home);
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(test::TempTree::read(home / "export.txt"), "") << "nothing is selected without automatic selection";
+    EXPECT_NE(test::TempTree::read(home / "settings.plist").find("IgnoreList"), std::string::npos)
+        << "the settings file is created with the user's part of the ignore list";
+}
+
+} // namespace
+} // namespace corvel
