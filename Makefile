@@ -25,12 +25,12 @@ test-tsan:
 	$(MAKE) test BUILD=build-tsan CMAKE_ARGS="-DCMAKE_BUILD_TYPE=RelWithDebInfo -DCORVEL_SANITIZE=thread"
 
 scan: build
-	@if [ -x $(BUILD)/bin/corvel ]; then \
-	    $(BUILD)/bin/corvel scan $(if $(DIR),"$(DIR)",examples); \
-	else \
-	    echo "make scan: the scan is not built yet; only the platform layer exists so far."; \
-	    exit 1; \
-	fi
+ifeq ($(DIR),)
+	@examples/make-demo-tree $(BUILD)/demo >/dev/null
+	$(BUILD)/bin/corvel scan --settings $(BUILD)/demo-settings.plist $(BUILD)/demo
+else
+	$(BUILD)/bin/corvel scan "$(DIR)"
+endif
 
 gui: build
 	@if [ -x $(BUILD)/bin/corvel-gui ]; then $(BUILD)/bin/corvel-gui; \

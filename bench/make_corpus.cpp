@@ -1,0 +1,162 @@
+// make_corpus: builds the benchmark corpus, a home-folder-like tree of about 200,000
+// paths: mostly small files, a band of 50 kB to 2 MB files, a few files of 5 to 200 MB,
+// a quarter of the files duplicated, duplicate folders, hard links, symbolic links,
+// hidden and empty files. Deterministic for a given seed.
+//   make_corpus OUT_DIR [PATHS] [SEED]
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::mt19937_64 rng;
+
+std::uint64_t uniform(std::uint64_t low, std::uint64_t high) {
+    return std::uniform_int_distribution<std::uint64_t>(low, high)(rng);
+}
+
+std::uint64_t logUniform(double low, double high) {
+    std::uniform_real_distribution<double> d(std::log(low), std::log(high));
+    return static_cast<std::uint64_t>(std::exp(d(rng)));
+}
+
+// Writes size bytes generated from the content id (equal ids, equal bytes).
+void writeContent(const std::string& path, std::uint64_t id, std::uint64_t size) {
+    static std::vector<std::uint64_t> block(1 << 17);
+    const int fd = ::open(path.c_str(), O_CREAT | O_WRONLY | O_TRUNC, 0644);
+    if (fd < 0) {
+        std::perror(path.c_str());
+        std::exit(1);
+    }
+    std::mt19937_64 content(id * 0x9E3779B97F4A7C15ULL + 1);
+    const std::size_t words = static_cast<std::size_t>(std::min<std::uint64_t>(block.size(), size / 8 + 1));
+    for (std::size_t w = 0; w < words; ++w)
+        block[w] = content();
+    std::uint64_t written = 0;
+    while (written < size) {
+        // Each 1 MiB block starts with its offset and the id, so blocks differ across the file.
+        block[0] = written ^ id;
+        const std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(size - written, block.size() * 8));
+        if (::write(fd, block.data(), n) != static_cast<ssize_t>(n)) {
+            std::perror(path.c_str());
+            std::exit(1);
+        }
+        written += n;
+    }
+    ::close(fd);
+}
+
+struct Made {
+    std::string path;
+    std::uint64_t id;
+    std::uint64_t size;
+};
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 2) {
+        std::fprintf(stderr, "usage: make_corpus OUT_DIR [PATHS] [SEED]\n");
+        return 2;
+    }
+    const fs::path out = argv[1];
+    const std::uint64_t target = argc > 2 ? std::strtoull(argv[2], nullptr, 10) : 200000;
+    rng.seed(argc > 3 ? std::strtoull(argv[3], nullptr, 10) : 42);
+    fs::remove_all(out);
+    fs::create_directories(out);
+
+    // Folders: users/projects/years, 40 files a folder on average.
+    const std::uint64_t folderCount = target / 40;
+    std::vector<std::string> folders;
+    for (std::uint64_t f = 0; f < folderCount; ++f) {
+        std::string dir = (out / ("area" + std::to_string(f % 20)) / ("set" + std::to_string(f / 20 % 50)) /
+                           ("dir" + std::to_string(f)))
+                              .string();
+        fs::create_directories(dir);
+        folders.push_back(dir);
+    }
+    std::uint64_t paths = folderCount + 20 + 20 * 50;
+    std::vector<Made> originals;
+    std::uint64_t nextId = 1;
+    std::uint64_t files = 0, duplicates = 0, band = 0, big = 0, links = 0, hardLinks = 0, hidden = 0, empty = 0;
+    while (paths < target) {
+        const std::string& dir = folders[uniform(0, folders.size() - 1)];
+        const std::uint64_t roll = uniform(0, 999);
+        std::string name = "file" + std::to_string(files);
+        std::uint64_t size;
+        if (roll < 5) { // empty
+            size = 0;
+            ++empty;
+        } else if (roll < 15) { // the 50 kB to 2 MB band
+            size = logUniform(50000, 2000000);
+            ++band;
+        } else {
+            size = logUniform(100, 48000);
+        }
+        if (uniform(0, 99) < 2) {
+            name = "." + name;
+            ++hidden;
+        }
+        const std::string path = dir + "/" + name + (uniform(0, 1) ? ".jpg" : ".dat");
+        // A quarter of the files are copies of an earlier one.
+        if (!originals.empty() && uniform(0, 3) == 0) {
+            const Made& source = originals[uniform(0, originals.size() - 1)];
+            writeContent(path, source.id, source.size);
+            ++duplicates;
+        } else {
+            writeContent(path, nextId, size);
+            originals.push_back({path, nextId++, size});
+        }
+        ++files;
+        ++paths;
+        if (uniform(0, 199) == 0) {
+            ::symlink(path.c_str(), (path + ".link").c_str());
+            ++links;
+            ++paths;
+        }
+        if (uniform(0, 199) == 0) {
+            ::link(path.c_str(), (path + ".hard").c_str());
+            ++hardLinks;
+            ++paths;
+        }
+    }
+    // A few large files, two of them copied.
+    const std::uint64_t bigSizes[] = {5u << 20, 20u << 20, 60u << 20, 120u << 20, 200u << 20};
+    fs::create_directories(out / "big");
+    for (std::size_t i = 0; i < std::size(bigSizes); ++i) {
+        const std::string path = (out / "big" / ("video" + std::to_string(i) + ".mkv")).string();
+        writeContent(path, 1000000 + i, bigSizes[i]);
+        ++big;
+        if (i % 2 == 1) {
+            writeContent(path + ".copy.mkv", 1000000 + i, bigSizes[i]);
+            ++big;
+            ++duplicates;
+        }
+    }
+    // Duplicate folders: a few whole folders copied.
+    fs::create_directories(out / "backup");
+    for (int i = 0; i < 20; ++i) {
+        const std::string& dir = folders[uniform(0, folders.size() - 1)];
+        fs::copy(dir, out / "backup" / ("copy" + std::to_string(i)), fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+    }
+    std::printf("corpus %s: about %llu paths: %llu files (%llu copies), %llu in the 50 kB-2 MB band, %llu large, "
+                "%llu empty, %llu hidden, %llu symbolic links, %llu hard links, %llu folders, 20 copied folders\n",
+                out.c_str(), static_cast<unsigned long long>(paths), static_cast<unsigned long long>(files),
+                static_cast<unsigned long long>(duplicates), static_cast<unsigned long long>(band),
+                static_cast<unsigned long long>(big), static_cast<unsigned long long>(empty),
+                static_cast<unsigned long long>(hidden), static_cast<unsigned long long>(links),
+                static_cast<unsigned long long>(hardLinks), static_cast<unsigned long long>(folderCount));
+    return 0;
+}
