@@ -1,6 +1,9 @@
 #include "json_writer.h"
 
+#include <algorithm>
 #include <cstdio>
+
+#include "platform/file_url.h"
 
 namespace corvel::cli {
 
@@ -38,16 +41,6 @@ std::size_t validSequence(std::string_view s, std::size_t i) {
     if (code < kMinimum[length] || (code >= 0xD800 && code <= 0xDFFF) || code > 0x10FFFF)
         return 0;
     return length;
-}
-
-int hexValue(char c) {
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
 }
 
 void appendUtf8(std::string& out, std::uint32_t code) {
@@ -143,7 +136,7 @@ std::string decodeJsonString(std::string_view literal) {
         case 'u': {
             std::uint32_t code = 0;
             for (int k = 1; k <= 4 && i + k < literal.size(); ++k)
-                code = code * 16 + static_cast<std::uint32_t>(std::max(0, hexValue(literal[i + k])));
+                code = code * 16 + static_cast<std::uint32_t>(std::max(0, hexDigitValue(literal[i + k])));
             i += 4;
             if (code >= 0xDC80 && code <= 0xDCFF)
                 out += static_cast<char>(code - 0xDC00); // an escaped raw byte

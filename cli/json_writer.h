@@ -4,6 +4,7 @@
 // surrogate-escape convention), so every path round-trips through decodeJsonString.
 
 #include <cstdint>
+#include <cstdio>
 #include <string>
 #include <string_view>
 
@@ -34,6 +35,14 @@ public:
     void value(std::int64_t n) { separate(); m_out += std::to_string(n); }
     void value(int n) { value(static_cast<std::int64_t>(n)); }
     const std::string& text() const { return m_out; }
+    // Writes what is buffered to the stream once it holds more than a megabyte (or at
+    // once with force), so a large report never stands whole in memory.
+    void flushTo(std::FILE* stream, bool force = false) {
+        if (force || m_out.size() > (std::size_t{1} << 20)) {
+            std::fwrite(m_out.data(), 1, m_out.size(), stream);
+            m_out.clear();
+        }
+    }
 
 private:
     void separate() {

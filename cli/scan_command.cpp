@@ -57,7 +57,7 @@ const char* refusalReason(std::int64_t verdict) {
     }
 }
 
-std::string jsonReport(const std::vector<std::string>& roots, CVDuplicatesController& results) {
+void writeJsonReport(const std::vector<std::string>& roots, CVDuplicatesController& results, std::FILE* out) {
     JsonWriter json;
     json.beginObject();
     json.key("roots");
@@ -102,6 +102,7 @@ std::string jsonReport(const std::vector<std::string>& roots, CVDuplicatesContro
         }
         json.endArray();
         json.endObject();
+        json.flushTo(out);
     }
     json.endArray();
     json.key("summary");
@@ -114,7 +115,8 @@ std::string jsonReport(const std::vector<std::string>& roots, CVDuplicatesContro
     json.value(results.size());
     json.endObject();
     json.endObject();
-    return json.text() + "\n";
+    json.flushTo(out, true);
+    std::fputc('\n', out);
 }
 
 std::string textReport(CVDuplicatesController& results) {
@@ -182,7 +184,9 @@ int runScan(const ScanOptions& options) {
             std::fprintf(stderr, "\rComparing files… %3.0f%%", std::min(100.0, n.object.toDouble()));
     }));
 
-    CVDuplicatesLocator locator;
+    // Kept alive to the end of the process: the command ends right after printing, and
+    // tearing down the scanned tree would only cost time.
+    CVDuplicatesLocator& locator = *new CVDuplicatesLocator();
     locator.setProgressPauses(false);
     locator.setMinimumSizeOverride(options.minSize);
     if (showProgress)
@@ -217,8 +221,12 @@ int runScan(const ScanOptions& options) {
         std::cerr << "corvel: scan interrupted\n";
         return kExitFailure;
     }
-    const std::string report = options.json ? jsonReport(roots, *results) : textReport(*results);
-    std::fwrite(report.data(), 1, report.size(), stdout);
+    if (options.json) {
+        writeJsonReport(roots, *results, stdout);
+    } else {
+        const std::string report = textReport(*results);
+        std::fwrite(report.data(), 1, report.size(), stdout);
+    }
     if (!options.exportFile.empty()) {
         CVError exportError;
         if (!results->exportSelectedDupesToPath(options.exportFile, &exportError)) {

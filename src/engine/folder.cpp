@@ -33,7 +33,7 @@ CVFolder::CVFolder(std::string path, std::string name, std::uint64_t size, std::
 }
 
 CVFolder::~CVFolder() {
-    for (const auto& child : m_children)
+    for (const auto& child : children())
         if (auto* file = dynamic_cast<CVFile*>(child.get()); file && file->parentFolder() == this)
             file->setParentFolder(nullptr);
 }
@@ -60,14 +60,14 @@ void CVFolder::addChildFile(const NodePtr& child) {
 
 void CVFolder::setRemoveForbidden(bool value) {
     CVFile::setRemoveForbidden(value);
-    for (const auto& child : m_children)
+    for (const auto& child : children())
         if (auto* file = dynamic_cast<CVFile*>(child.get()); file && file->removeForbidden() != value)
             file->setRemoveForbidden(value);
 }
 
 void CVFolder::setIgnore(bool value) {
     CVFile::setIgnore(value);
-    for (const auto& child : m_children)
+    for (const auto& child : children())
         if (auto* file = dynamic_cast<CVFile*>(child.get()); file && file->ignore() != value)
             file->setIgnore(value);
 }
@@ -100,12 +100,12 @@ bool CVFolder::isDuplicateOf(CVNode& other, bool skipChildrenSize) {
 bool CVFolder::randomFilesAreEqual(CVFolder& other) {
     if (stopRequested())
         return false;
-    const std::size_t count = m_children.size();
-    if (count == 0 || other.m_children.size() != count)
+    const std::size_t count = children().size();
+    if (count == 0 || other.children().size() != count)
         return false;
     const std::size_t index = randomSource()() % count;
-    const NodePtr& a = m_children[index];
-    const NodePtr& b = other.m_children[index];
+    const NodePtr& a = children()[index];
+    const NodePtr& b = other.children()[index];
     if (stopRequested())
         return false;
     bool equal;
@@ -132,12 +132,14 @@ bool CVFolder::randomFilesAreEqual(CVFolder& other) {
 bool CVFolder::childrenHaveEqualSize(CVFolder& other) {
     if (stopRequested())
         return false;
-    if (m_children.size() != other.m_children.size())
+    const auto& mine = children();
+    const auto& theirs = other.children();
+    if (mine.size() != theirs.size())
         return false;
     auto& cache = comparisonCache();
-    for (std::size_t i = 0; i < m_children.size(); ++i) {
-        CVNode* a = m_children[i].get();
-        CVNode* b = other.m_children[i].get();
+    for (std::size_t i = 0; i < mine.size(); ++i) {
+        CVNode* a = mine[i].get();
+        CVNode* b = theirs[i].get();
         auto* folderA = dynamic_cast<CVFolder*>(a);
         auto* folderB = dynamic_cast<CVFolder*>(b);
         if (folderA && folderB) {

@@ -44,13 +44,15 @@ CVGroup::~CVGroup() {
 }
 
 template <typename Write> void CVGroup::changeCounter(std::string_view key, Write write) {
-    ChangeNotifier& notifier = changeNotifier();
-    notifier.willChangeValueForKey(key);
+    ChangeNotifier* notifier = changeNotifierIfAny();
+    if (notifier)
+        notifier->willChangeValueForKey(key);
     {
         std::lock_guard guard(m_mutex);
         write();
     }
-    notifier.didChangeValueForKey(key);
+    if (notifier)
+        notifier->didChangeValueForKey(key);
 }
 
 bool CVGroup::autocollected() const {
@@ -117,9 +119,10 @@ void CVGroup::removeFileSilently(CVFile* file) {
         decFilesToRemoveCount();
     const std::uint64_t total = totalSize();
     setTotalSize(total >= file->sizeOnDisk() ? total - file->sizeOnDisk() : 0);
-    auto it = std::find_if(m_children.begin(), m_children.end(), [&](const NodePtr& c) { return c.get() == file; });
-    if (it != m_children.end()) {
-        m_children.erase(it);
+    auto& list = mutableChildren();
+    auto it = std::find_if(list.begin(), list.end(), [&](const NodePtr& c) { return c.get() == file; });
+    if (it != list.end()) {
+        list.erase(it);
         setChildrenCountSilently(childrenCount() > 0 ? childrenCount() - 1 : 0);
     }
 }

@@ -19,6 +19,9 @@
 namespace corvel {
 
 struct CVNode::Extras {
+    std::shared_ptr<CVSignature> signature;
+    std::weak_ptr<CVFolder> rootFolder;
+    CVGroup* parentGroup = nullptr;
     std::string name;
     std::string uti;
     bool utiKnown = false;
@@ -64,8 +67,7 @@ CVNode::Extras& CVNode::extras() const {
 }
 
 template <typename Write> void CVNode::changeObserved(std::string_view key, Write write) {
-    Extras* e = extrasIfAny();
-    ChangeNotifier* notifier = e ? e->notifier.get() : nullptr;
+    ChangeNotifier* notifier = changeNotifierIfAny();
     if (!notifier) {
         // Nobody observes: the values are atomic, no lock or notice is needed.
         write();
@@ -85,6 +87,11 @@ ChangeNotifier& CVNode::changeNotifier() {
     if (!e.notifier)
         e.notifier = std::make_unique<ChangeNotifier>();
     return *e.notifier;
+}
+
+ChangeNotifier* CVNode::changeNotifierIfAny() const {
+    const Extras* e = extrasIfAny();
+    return e ? e->notifier.get() : nullptr;
 }
 
 void CVNode::setPath(std::string path) {
@@ -114,16 +121,28 @@ void CVNode::setChildrenCount(std::uint64_t count) {
     changeObserved("childrenCount", [&] { m_childrenCount.store(count, std::memory_order_relaxed); });
 }
 
+const std::vector<NodePtr>& CVNode::children() const {
+    static const std::vector<NodePtr> none;
+    return m_children ? *m_children : none;
+}
+
+std::vector<NodePtr>& CVNode::mutableChildren() {
+    if (!m_children)
+        m_children = std::make_unique<std::vector<NodePtr>>();
+    return *m_children;
+}
+
 void CVNode::addChild(NodePtr child) {
-    m_children.push_back(std::move(child));
+    mutableChildren().push_back(std::move(child));
     setChildrenCount(childrenCount() + 1);
 }
 
 void CVNode::removeChild(const CVNode* child) {
-    auto it = std::find_if(m_children.begin(), m_children.end(), [&](const NodePtr& c) { return c.get() == child; });
-    if (it == m_children.end())
+    auto& list = mutableChildren();
+    auto it = std::find_if(list.begin(), list.end(), [&](const NodePtr& c) { return c.get() == child; });
+    if (it == list.end())
         return;
-    m_children.erase(it);
+    list.erase(it);
     setChildrenCount(childrenCount() > 0 ? childrenCount() - 1 : 0);
 }
 
@@ -138,14 +157,30 @@ std::string CVNode::uti() const {
 }
 
 const CVSignature& CVNode::signature() {
-    if (!m_signature)
-        m_signature = std::make_shared<CVSignature>(m_path, size(), type(), uti());
-    return *m_signature;
+    Extras& e = extras();
+    if (!e.signature)
+        e.signature = std::make_shared<CVSignature>(m_path, size(), type(), uti());
+    return *e.signature;
 }
 
 std::shared_ptr<CVSignature> CVNode::sharedSignature() {
     signature();
-    return m_signature;
+    return extras().signature;
+}
+
+bool CVNode::hasSignature() const {
+    const Extras* e = extrasIfAny();
+    return e && e->signature;
+}
+
+void CVNode::releaseSignature() {
+    if (Extras* e = extrasIfAny())
+        e->signature.reset();
+}
+
+void CVNode::setSignature(std::shared_ptr<CVSignature> signature) {
+    if (signature || extrasIfAny())
+        extras().signature = std::move(signature);
 }
 
 CVFile::CVFile(std::string path, std::string name, std::uint64_t size, std::uint64_t sizeOnDisk)
@@ -157,6 +192,26 @@ CVFile::CVFile(std::string path, std::string name, std::uint64_t size, std::uint
 }
 
 CVFile::~CVFile() = default;
+
+CVGroup* CVFile::parentGroup() const {
+    const Extras* e = extrasIfAny();
+    return e ? e->parentGroup : nullptr;
+}
+
+void CVFile::setParentGroup(CVGroup* group) {
+    if (group || extrasIfAny())
+        extras().parentGroup = group;
+}
+
+std::shared_ptr<CVFolder> CVFile::rootFolder() const {
+    const Extras* e = extrasIfAny();
+    return e ? e->rootFolder.lock() : nullptr;
+}
+
+void CVFile::setRootFolder(const std::shared_ptr<CVFolder>& folder) {
+    if (folder || extrasIfAny())
+        extras().rootFolder = folder;
+}
 
 std::int32_t CVFile::type() const {
     std::int32_t stored = CVNode::type();

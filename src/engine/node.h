@@ -9,7 +9,8 @@
 // observed properties ("size", "childrenCount", "needToRemove", "wasRemoved") are
 // written under the node's lock and announced through the node's change notifier on
 // the main queue. Rarely used state (name, type identifier, library record, notifier)
-// lives out of line and is made on first use, so a plain file node stays small.
+// lives out of line and is made on first use, and so do the signature, the group and
+// root-folder links and the child list, so a plain file node stays small.
 
 #include <atomic>
 #include <cstdint>
@@ -77,7 +78,8 @@ public:
     virtual std::int32_t type() const { return m_type.load(std::memory_order_relaxed); }
     void setType(std::int32_t type) { m_type.store(type, std::memory_order_relaxed); }
 
-    const std::vector<NodePtr>& children() const { return m_children; }
+    // The children in the order added (empty for plain files).
+    const std::vector<NodePtr>& children() const;
     std::uint64_t childrenCount() const { return m_childrenCount.load(std::memory_order_relaxed); }
     // Appends (raising childrenCount, announced) / removes the first occurrence (lowering it).
     void addChild(NodePtr child);
@@ -91,17 +93,19 @@ public:
     // The content signature, made on first use from path, size, type and type identifier.
     // Scan thread only.
     const CVSignature& signature();
-    bool hasSignature() const { return m_signature != nullptr; }
-    void releaseSignature() { m_signature.reset(); }
+    bool hasSignature() const;
+    void releaseSignature();
     // Replaces the signature (a group keeps the signature of its last member).
-    void setSignature(std::shared_ptr<CVSignature> signature) { m_signature = std::move(signature); }
+    void setSignature(std::shared_ptr<CVSignature> signature);
     std::shared_ptr<CVSignature> sharedSignature();
 
     // The folder comparison's stop flag source; only folders keep one.
     virtual CVNodeDelegate* delegate() const { return nullptr; }
 
-    // Change notices for the observed keys.
+    // Change notices for the observed keys (made on first use).
     ChangeNotifier& changeNotifier();
+    // The notifier when someone made it, else null: nobody can be listening.
+    ChangeNotifier* changeNotifierIfAny() const;
 
     // The lock that guards this node's observed values (shared between nodes by hashing).
     std::mutex& lock() const;
@@ -113,7 +117,9 @@ protected:
     // Announces will-change, runs the write under the node's lock, announces did-change.
     template <typename Write> void changeObserved(std::string_view key, Write write);
 
-    std::vector<NodePtr> m_children;
+    // The child list, made on the first child (files never have one).
+    std::vector<NodePtr>& mutableChildren();
+    std::unique_ptr<std::vector<NodePtr>> m_children;
 
 private:
     std::string m_path;
@@ -121,7 +127,6 @@ private:
     std::uint64_t m_sizeOnDisk = 0;
     std::uint64_t m_inodeNumber = 0;
     std::atomic<std::uint64_t> m_childrenCount{0};
-    std::shared_ptr<CVSignature> m_signature;
     std::atomic<std::int32_t> m_type{0};
     mutable std::atomic<Extras*> m_extras{nullptr};
 };
@@ -157,12 +162,12 @@ public:
 
     CVFolder* parentFolder() const { return m_parentFolder; }
     void setParentFolder(CVFolder* folder) { m_parentFolder = folder; }
-    CVGroup* parentGroup() const { return m_parentGroup; }
-    void setParentGroup(CVGroup* group) { m_parentGroup = group; }
+    CVGroup* parentGroup() const;
+    void setParentGroup(CVGroup* group);
     // The library or bundle folder that holds the file, if any. Held weakly: the root
     // is an ancestor, and a strong link would make a cycle with its children.
-    std::shared_ptr<CVFolder> rootFolder() const { return m_rootFolder.lock(); }
-    void setRootFolder(const std::shared_ptr<CVFolder>& folder) { m_rootFolder = folder; }
+    std::shared_ptr<CVFolder> rootFolder() const;
+    void setRootFolder(const std::shared_ptr<CVFolder>& folder);
 
     std::int64_t statCTime() const { return m_statCTime; }
     std::int64_t statMTime() const { return m_statMTime; }
@@ -214,8 +219,6 @@ private:
     std::atomic<std::uint16_t> m_flags{0};
     std::atomic<std::int8_t> m_selectionType{0};
     CVFolder* m_parentFolder = nullptr;
-    CVGroup* m_parentGroup = nullptr;
-    std::weak_ptr<CVFolder> m_rootFolder;
     std::int64_t m_statCTime = 0;
     std::int64_t m_statMTime = 0;
 };

@@ -89,6 +89,16 @@ std::string libraryFolderFromRecent(const PropertyValue& list) {
 
 } // namespace
 
+bool folderHolds(std::string_view folder, std::string_view name, const FolderListing* listing) {
+    if (listing && name.find('/') == std::string_view::npos)
+        return listing->contains(name);
+    std::string path(folder);
+    if (path.empty() || path.back() != '/')
+        path += '/';
+    path.append(name);
+    return fileExists(path);
+}
+
 std::string_view pathExtension(std::string_view path) {
     while (path.size() > 1 && path.back() == '/')
         path.remove_suffix(1);
@@ -189,8 +199,20 @@ std::optional<std::int32_t> CVNodeTypeGenerator::typeFromExtensionPatterns(std::
 }
 
 std::int32_t CVNodeTypeGenerator::nodeTypeOfFile(std::string_view path) const {
+    const std::string extension(pathExtension(path));
+    {
+        std::shared_lock lock(m_typeCacheMutex);
+        if (auto it = m_typeByExtension.find(extension); it != m_typeByExtension.end())
+            return it->second;
+    }
+    const std::int32_t type = typeOfExtension(extension);
+    std::unique_lock lock(m_typeCacheMutex);
+    m_typeByExtension.emplace(extension, type);
+    return type;
+}
+
+std::int32_t CVNodeTypeGenerator::typeOfExtension(std::string_view extension) const {
     const auto& types = TypeIdentifiers::shared();
-    const std::string_view extension = pathExtension(path);
     const std::string id = types.preferredIdentifierForExtension(extension);
     if (anyConforms(types, id,
                     {"public.text", "com.adobe.pdf", "public.composite-content", "public.presentation",
@@ -214,7 +236,7 @@ std::int32_t CVNodeTypeGenerator::nodeTypeOfFile(std::string_view path) const {
     return kNodeTypeUnknown;
 }
 
-std::int32_t CVNodeTypeGenerator::nodeTypeOfFolder(std::string_view path) {
+std::int32_t CVNodeTypeGenerator::nodeTypeOfFolder(std::string_view path, const FolderListing* listing) {
     const std::string_view extension = pathExtension(path);
     if (!extension.empty()) {
         if (extension == "lpdf" || extension == "rtfd")
@@ -233,10 +255,10 @@ std::int32_t CVNodeTypeGenerator::nodeTypeOfFolder(std::string_view path) {
     const bool package = isPackageExtension(extension);
     // Photo libraries: the ".photolibrary" package, or an older library folder that
     // holds its "AlbumData.xml" (such folders carried a type code, which Linux lacks).
-    if ((package && path.ends_with(".photolibrary")) || fileExists(folder + "/AlbumData.xml"))
+    if ((package && path.ends_with(".photolibrary")) || folderHolds(folder, "AlbumData.xml", listing))
         return folder == currentIPhotoLibPath() ? kNodeTypeCurrentIPhotoLibrary : kNodeTypeIPhotoLibrary;
     if (!package) {
-        if (!fileExists(folder + "/iTunes Library.xml") && !fileExists(folder + "/iTunes Music Library.xml"))
+        if (!folderHolds(folder, "iTunes Library.xml", listing) && !folderHolds(folder, "iTunes Music Library.xml", listing))
             return kNodeTypePlainFolder;
         return folder == currentITunesLibPath() ? kNodeTypeCurrentITunesLibrary : kNodeTypeITunesLibrary;
     }

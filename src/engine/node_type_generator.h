@@ -8,6 +8,8 @@
 // application is ever installed, so the "newer library" types 12 and 15 never occur.
 
 #include <mutex>
+#include <shared_mutex>
+#include <unordered_map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -18,6 +20,18 @@
 namespace corvel {
 
 class UserDefaults;
+
+// The names in a folder, when the caller has listed it already (the walk has): probes
+// for a file in the folder are answered from the listing instead of the file system.
+class FolderListing {
+public:
+    virtual ~FolderListing() = default;
+    virtual bool contains(std::string_view name) const = 0;
+};
+
+// True when the folder holds an entry of that name: from the listing when there is
+// one, otherwise by asking the file system.
+bool folderHolds(std::string_view folder, std::string_view name, const FolderListing* listing);
 
 class CVNodeTypeGenerator {
 public:
@@ -39,14 +53,16 @@ public:
     std::string maxiPhotoTested() const;
     std::string maxiTunesTested() const;
 
+    // A file's type depends on its extension alone; answers are remembered per extension.
     std::int32_t nodeTypeOfFile(std::string_view path) const;
-    std::int32_t nodeTypeOfFolder(std::string_view path);
+    std::int32_t nodeTypeOfFolder(std::string_view path, const FolderListing* listing = nullptr);
 
     // Node type from an extension pattern (step 6 of file typing), or nothing.
     static std::optional<std::int32_t> typeFromExtensionPatterns(std::string_view extension);
 
 private:
     void getCurrentLibsFromPrefs();
+    std::int32_t typeOfExtension(std::string_view extension) const;
 
     UserDefaults& m_defaults;
     std::string m_home;
@@ -54,6 +70,8 @@ private:
     std::mutex m_mutex;
     std::optional<std::string> m_currentIPhotoLibPath;
     std::optional<std::string> m_currentITunesLibPath;
+    mutable std::shared_mutex m_typeCacheMutex;
+    mutable std::unordered_map<std::string, std::int32_t> m_typeByExtension;
 };
 
 // The extension of the last path component ("" when none; a leading dot does not start one).

@@ -81,6 +81,73 @@ CVSignature::Kind CVSignature::getSignatureTypeWithUTI(const std::string& uti, s
     return size >= kSampledKindMinimumSize ? Sampled : WholeFile;
 }
 
+namespace {
+
+// The reader's plan for a file of this size: head bytes, then pieces of piece bytes.
+struct ReadPlan {
+    std::uint64_t head, piece, pieces, stride, total;
+};
+
+ReadPlan planFor(std::uint64_t size, std::uint32_t count, std::uint64_t pieceSize) {
+    ReadPlan plan{CVSignature::kHeadSize, pieceSize, count, 0, 0};
+    if (static_cast<std::uint64_t>(count) * pieceSize + CVSignature::kHeadSize > size) {
+        plan.head = 0;
+        plan.piece = size & 0xFFFFFFFFu;
+        plan.pieces = 1;
+    }
+    plan.total = plan.pieces * plan.piece + plan.head;
+    plan.stride = (size - plan.head) / plan.pieces;
+    return plan;
+}
+
+bool readPlan(int fd, const ReadPlan& plan, std::uint8_t* into) {
+    if (plan.head > 0 && !readAt(fd, into, plan.head, 0))
+        return false;
+    if (plan.piece > 0)
+        for (std::uint64_t k = 0; k < plan.pieces; ++k)
+            if (!readAt(fd, into + plan.head + k * plan.piece, plan.piece, plan.head + k * plan.stride))
+                return false;
+    return true;
+}
+
+} // namespace
+
+std::uint64_t CVSignature::readInto(const std::string& path, std::uint64_t size, std::int32_t nodeType,
+                                    const std::string& uti, std::vector<std::uint8_t>& scratch, bool& streamed) {
+    streamed = false;
+    std::string file = path;
+    std::uint64_t fileSize = size;
+    std::uint32_t count = 1;
+    std::uint64_t pieceSize = size;
+    switch (getSignatureTypeWithUTI(uti, size, nodeType)) {
+    case Bundle: {
+        file = path + "/Contents/Info.plist";
+        struct stat st {};
+        fileSize = pieceSize = ::stat(file.c_str(), &st) == 0 ? static_cast<std::uint64_t>(st.st_size) : 0;
+        break;
+    }
+    case Sampled:
+        count = kSampleCount;
+        pieceSize = kSampleSize;
+        break;
+    case WholeFile:
+        break;
+    }
+    if (count == 1 && (fileSize & 0xFFFFFFFFu) > kMaxBufferedSignature) {
+        // Compared from disk by the signature itself; only its length matters here.
+        const CVSignature probe(path, size, nodeType, uti);
+        streamed = probe.isStreamed();
+        return probe.length();
+    }
+    FileDescriptor fd(file);
+    if (!fd.valid())
+        return 0;
+    const ReadPlan plan = planFor(fileSize, count, pieceSize);
+    if (scratch.size() < plan.total)
+        scratch.resize(plan.total);
+    return readPlan(fd.get(), plan, scratch.data()) ? plan.total : 0;
+}
+
 std::unique_ptr<std::uint8_t[]> CVSignature::computeFileSignature(const std::string& path, std::uint64_t size,
                                                                   std::uint32_t count, std::uint64_t pieceSize,
                                                                   std::uint64_t& length) {
@@ -88,24 +155,11 @@ std::unique_ptr<std::uint8_t[]> CVSignature::computeFileSignature(const std::str
     FileDescriptor fd(path);
     if (!fd.valid())
         return nullptr;
-    std::uint64_t head = kHeadSize;
-    std::uint64_t piece = pieceSize;
-    std::uint64_t pieces = count;
-    if (static_cast<std::uint64_t>(count) * pieceSize + kHeadSize > size) {
-        head = 0;
-        piece = size & 0xFFFFFFFFu;
-        pieces = 1;
-    }
-    const std::uint64_t total = pieces * piece + head;
-    const std::uint64_t stride = (size - head) / pieces;
-    auto buffer = std::make_unique_for_overwrite<std::uint8_t[]>(total);
-    if (head > 0 && !readAt(fd.get(), buffer.get(), head, 0))
+    const ReadPlan plan = planFor(size, count, pieceSize);
+    auto buffer = std::make_unique_for_overwrite<std::uint8_t[]>(plan.total);
+    if (!readPlan(fd.get(), plan, buffer.get()))
         return nullptr;
-    if (piece > 0)
-        for (std::uint64_t k = 0; k < pieces; ++k)
-            if (!readAt(fd.get(), buffer.get() + head + k * piece, piece, head + k * stride))
-                return nullptr;
-    length = total;
+    length = plan.total;
     return buffer;
 }
 

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace corvel {
 
@@ -40,6 +41,12 @@ public:
     static std::unique_ptr<std::uint8_t[]> computeFileSignature(const std::string& path, std::uint64_t size,
                                                                std::uint32_t count, std::uint64_t pieceSize,
                                                                std::uint64_t& length);
+
+    // Reads what the signature of such a node would hold into scratch, reusing its
+    // memory, without making a signature. Answers the length (0: no signature); for a
+    // signature that would compare from disk nothing is read and streamed is set.
+    static std::uint64_t readInto(const std::string& path, std::uint64_t size, std::int32_t nodeType,
+                                  const std::string& uti, std::vector<std::uint8_t>& scratch, bool& streamed);
 
     bool isEqualTo(const CVSignature& other) const;
 

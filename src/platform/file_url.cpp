@@ -6,16 +6,6 @@ namespace corvel {
 
 namespace {
 
-int hexValue(char c) {
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
-}
-
 bool startsWithIgnoringCase(std::string_view s, std::string_view prefix) {
     if (s.size() < prefix.size())
         return false;
@@ -56,8 +46,8 @@ std::optional<std::string> filePathFromURLString(std::string_view url) {
         }
         if (i + 2 >= rest.size())
             return std::nullopt;
-        const int hi = hexValue(rest[i + 1]);
-        const int lo = hexValue(rest[i + 2]);
+        const int hi = hexDigitValue(rest[i + 1]);
+        const int lo = hexDigitValue(rest[i + 2]);
         if (hi < 0 || lo < 0)
             return std::nullopt;
         path += static_cast<char>(hi * 16 + lo);
@@ -66,20 +56,33 @@ std::optional<std::string> filePathFromURLString(std::string_view url) {
     return path;
 }
 
-std::string fileURLStringFromPath(std::string_view path) {
+int hexDigitValue(char c) {
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    if (c >= 'a' && c <= 'f')
+        return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F')
+        return c - 'A' + 10;
+    return -1;
+}
+
+std::string percentEncode(std::string_view text, std::string_view keep) {
     static constexpr char kHex[] = "0123456789ABCDEF";
-    std::string url = "file://";
-    for (const char c : path) {
+    std::string out;
+    out.reserve(text.size());
+    for (const char c : text) {
         const auto u = static_cast<unsigned char>(c);
-        if (std::isalnum(u) || c == '/' || c == '-' || c == '.' || c == '_' || c == '~') {
-            url += c;
+        if (std::isalnum(u) || c == '-' || c == '.' || c == '_' || c == '~' || keep.find(c) != std::string_view::npos) {
+            out += c;
         } else {
-            url += '%';
-            url += kHex[u >> 4];
-            url += kHex[u & 0x0F];
+            out += '%';
+            out += kHex[u >> 4];
+            out += kHex[u & 0x0F];
         }
     }
-    return url;
+    return out;
 }
+
+std::string fileURLStringFromPath(std::string_view path) { return "file://" + percentEncode(path, "/"); }
 
 } // namespace corvel

@@ -16,4 +16,10 @@ std::optional<std::string> filePathFromURLString(std::string_view url);
 // unreserved set and "/" percent-encoded.
 std::string fileURLStringFromPath(std::string_view path);
 
+// The text with every byte outside the unreserved set (letters, digits, "-._~") and
+// the characters in keep written as %XX.
+std::string percentEncode(std::string_view text, std::string_view keep = {});
+// The value of a hexadecimal digit, or -1.
+int hexDigitValue(char c);
+
 } // namespace corvel

@@ -3,17 +3,20 @@
 #include <xxhash.h>
 
 #include "engine/node.h"
+#include "engine/node_type.h"
 
 namespace corvel {
 
 SignatureDigest digestOfFile(CVFile& file) {
-    // A private signature: the node keeps none, so memory holds only the digest.
-    const CVSignature signature(file.path(), file.size(), file.type(), file.uti());
+    // The bytes go to a buffer each thread keeps and reuses; the node keeps no signature.
+    thread_local std::vector<std::uint8_t> scratch;
     SignatureDigest digest;
-    digest.length = signature.length();
-    digest.streamed = signature.isStreamed();
-    if (signature.bytes())
-        digest.hash = XXH3_64bits(signature.bytes(), signature.length());
+    // The type identifier matters only for documents (text is read whole); others skip it.
+    const std::int32_t type = file.type();
+    const std::string uti = type == kNodeTypeDocument ? file.uti() : std::string();
+    digest.length = CVSignature::readInto(file.path(), file.size(), type, uti, scratch, digest.streamed);
+    if (digest.length > 0 && !digest.streamed)
+        digest.hash = XXH3_64bits(scratch.data(), digest.length);
     return digest;
 }
 

@@ -226,13 +226,10 @@ void CVDuplicatesLocator::locateDuplicatesInDictionary(SizeGroups& groups) {
     }
     std::erase_if(groups, [](const auto& entry) { return entry.second.size() == 1; });
     std::uint64_t useful = 0;
-    std::vector<std::uint64_t> keys;
-    keys.reserve(groups.size());
-    for (auto it = groups.rbegin(); it != groups.rend(); ++it) {
-        keys.push_back(it->first);
-        if (it->first >= minimumSize)
+    const std::vector<std::uint64_t> keys = sizesLargestFirst(groups);
+    for (const std::uint64_t size : keys)
+        if (size >= minimumSize)
             ++useful;
-    }
     m_progress = 0;
     m_progressDelta = 93.0 / static_cast<double>(useful);
     const std::uint64_t total = keys.size();
@@ -320,6 +317,9 @@ GroupPtr CVDuplicatesLocator::makeGroup(const std::shared_ptr<CVFile>& first,
         decideRemoveForbidden(*match);
         group->addFile(match);
     }
+    // The group took its last member's signature while folding; its bytes are of no use
+    // once the group is made, and a scan with tens of thousands of groups must not keep them.
+    group->releaseSignature();
     if (group->allFilesForbidden() && !m_showFilesWOPermissions)
         return nullptr;
     if (group->hardLinkCheck())

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <functional>
+#include <optional>
 
 #include "engine/file_sizer.h"
 #include "engine/node_type.h"
@@ -37,6 +39,21 @@ bool isMainLibraryType(std::int32_t type) {
     return type == kNodeTypeITunesLibrary || type == kNodeTypeNewerITunesLibrary || type == kNodeTypeIPhotoLibrary ||
            type == kNodeTypeNewerIPhotoLibrary || type == kNodeTypeApertureLibrary;
 }
+
+// The entries fts has read for the folder it just returned.
+class FtsListing : public FolderListing {
+public:
+    explicit FtsListing(FTSENT* first) : m_first(first) {}
+    bool contains(std::string_view name) const override {
+        for (const FTSENT* child = m_first; child; child = child->fts_link)
+            if (std::string_view(child->fts_name, child->fts_namelen) == name)
+                return true;
+        return false;
+    }
+
+private:
+    FTSENT* m_first;
+};
 
 struct FtsCloser {
     void operator()(FTS* fts) const {
@@ -73,6 +90,15 @@ struct Walk {
 
 } // namespace
 
+std::vector<std::uint64_t> sizesLargestFirst(const SizeGroups& groups) {
+    std::vector<std::uint64_t> sizes;
+    sizes.reserve(groups.size());
+    for (const auto& entry : groups)
+        sizes.push_back(entry.first);
+    std::sort(sizes.begin(), sizes.end(), std::greater<>());
+    return sizes;
+}
+
 std::vector<std::string> mailDownloadFolders() {
     const std::string home = realHomeDirectory();
     return {home + "/Library/Mail Downloads", home + "/Library/Containers/com.apple.mail/Data/Library/Mail Downloads"};
@@ -90,7 +116,30 @@ void CVFilesHierarchy::fatalErrorOccured() { NotificationCenter::defaultCenter()
 void CVFilesHierarchy::sortFoldersBySize(const std::vector<std::shared_ptr<CVFolder>>& folders) {
     for (const auto& folder : folders)
         if (folder->size() != 0 && folder->childrenCount() != 0)
-            m_filesGroupedBySize[folder->size()].push_back(folder);
+            m_comparable.emplace_back(folder->size(), folder);
+}
+
+void CVFilesHierarchy::fileComparableNodes() {
+    // Stable: nodes of one size keep the order in which the walk met them.
+    std::stable_sort(m_comparable.begin(), m_comparable.end(),
+                     [](const auto& a, const auto& b) { return a.first < b.first; });
+    std::size_t distinct = 0;
+    for (std::size_t i = 0; i < m_comparable.size(); ++i)
+        if (i == 0 || m_comparable[i].first != m_comparable[i - 1].first)
+            ++distinct;
+    m_filesGroupedBySize.reserve(m_filesGroupedBySize.size() + distinct);
+    for (std::size_t i = 0; i < m_comparable.size();) {
+        std::size_t end = i;
+        while (end < m_comparable.size() && m_comparable[end].first == m_comparable[i].first)
+            ++end;
+        auto& nodes = m_filesGroupedBySize[m_comparable[i].first];
+        nodes.reserve(nodes.size() + (end - i));
+        for (std::size_t k = i; k < end; ++k)
+            nodes.push_back(std::move(m_comparable[k].second));
+        i = end;
+    }
+    m_comparable.clear();
+    m_comparable.shrink_to_fit();
 }
 
 void CVFilesHierarchy::rescan() {
@@ -139,6 +188,7 @@ void CVFilesHierarchy::rescan() {
             break;
         buildHierarchyForPath(root);
     }
+    fileComparableNodes();
 }
 
 void CVFilesHierarchy::buildHierarchyForPath(const CVScanPath& root) {
@@ -176,7 +226,14 @@ void CVFilesHierarchy::buildHierarchyForPath(const CVScanPath& root) {
         case FTS_F:
         case FTS_DEFAULT: {
             const bool isFolder = entry->fts_info == FTS_D;
-            const ScanVerdict verdict = ignoreList.isPathForbiddenToScan(path, currentType, root.forceScan, isFolder);
+            // The folder's entries, read now rather than on the next fts_read (which then
+            // reuses them): the library, bundle and backup probes look among them.
+            std::optional<FtsListing> listing;
+            if (isFolder)
+                listing.emplace(::fts_children(fts.get(), 0));
+            const FolderListing* folderListing = listing ? &*listing : nullptr;
+            const ScanVerdict verdict =
+                ignoreList.isPathForbiddenToScan(path, currentType, root.forceScan, isFolder, folderListing);
             bool ignored = false;
             bool skip = false;
             if (verdict == ScanAllowed) {
@@ -210,7 +267,7 @@ void CVFilesHierarchy::buildHierarchyForPath(const CVScanPath& root) {
                     walk.top = file; // a root that is a file
                 }
                 if (!file->ignore())
-                    m_filesGroupedBySize[file->size()].push_back(file);
+                    m_comparable.emplace_back(file->size(), file);
                 break;
             }
             auto folder = std::make_shared<CVFolder>(path, std::string());
@@ -220,7 +277,7 @@ void CVFilesHierarchy::buildHierarchyForPath(const CVScanPath& root) {
             folder->setInodeNumber(st->st_ino);
             folder->setIgnore(ignored);
             std::int32_t type = kNodeTypePlainFolder;
-            if (ignoreList.isPathContentHidden(path, type))
+            if (ignoreList.isPathContentHidden(path, type, folderListing))
                 folder->setChildrenInvisible(true);
             folder->setType(type);
             if (isMainLibraryType(type) || ignoreList.isPathContentForbiddenToRemove(path))

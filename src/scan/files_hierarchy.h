@@ -10,7 +10,7 @@
 
 #include <atomic>
 #include <cstdint>
-#include <map>
+#include <unordered_map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -30,8 +30,11 @@ inline constexpr const char* kErrorOccuredWhileScanningNotification = "com.halvi
 inline constexpr const char* kDroppedFilesAreSystemNotification = "com.halvik.Corvel.droppedFilesAreSystem";
 inline constexpr const char* kDroppedFilesAreIgnoredNotification = "com.halvik.Corvel.droppedFilesAreIgnored";
 
-// Nodes of equal size, largest sizes last in the map (the locator walks it backwards).
-using SizeGroups = std::map<std::uint64_t, std::vector<NodePtr>>;
+// Nodes of equal size, by size (no order: the locator sorts the sizes it searches).
+using SizeGroups = std::unordered_map<std::uint64_t, std::vector<NodePtr>>;
+
+// The sizes of the groups, largest first.
+std::vector<std::uint64_t> sizesLargestFirst(const SizeGroups& groups);
 
 class CVFilesHierarchy {
 public:
@@ -66,6 +69,10 @@ private:
     std::atomic<bool> m_canContinue{true};
     std::vector<CVScanPath> m_rootPaths;
     SizeGroups m_filesGroupedBySize;
+    // Comparable nodes in walk order with their sizes; filed by size when the walk ends
+    // (one sort instead of a dictionary look-up per file).
+    std::vector<std::pair<std::uint64_t, NodePtr>> m_comparable;
+    void fileComparableNodes();
     std::vector<NodePtr> m_topNodes;
     CVNodeDelegate* m_nodeDelegate = nullptr;
     std::uint64_t m_failedRootPathsCount = 0;

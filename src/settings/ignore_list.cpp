@@ -20,12 +20,7 @@ namespace corvel {
 
 namespace {
 
-constexpr const char* kTimeMachineMarker = "/com.apple.timemachine.machineid.plist";
-
-bool fileExists(const std::string& path) {
-    struct stat st {};
-    return ::stat(path.c_str(), &st) == 0;
-}
+constexpr const char* kTimeMachineMarker = "com.apple.timemachine.machineid.plist";
 
 bool enabled(const PropertyValue& record) { return record[kRecordEnabledKey].toBool(); }
 
@@ -219,12 +214,12 @@ bool CVIgnoreList::isSubpath(const std::string& p, const std::string& e) {
 }
 
 ScanVerdict CVIgnoreList::isPathForbiddenToScan(const std::string& path, std::int32_t rootType, bool ignoreLibrary,
-                                                std::optional<bool> isFolder) {
+                                                std::optional<bool> isFolder, const FolderListing* listing) {
     const std::string name = lastPathComponent(path);
     if (isIPhotoLibFileType(rootType) && name != "Masters" && name != "Previews" && name != "Modified" &&
         name != "Originals")
         return ScanRefusedSystemPath;
-    if (isFolder.value_or(true) && fileExists(path + kTimeMachineMarker))
+    if (isFolder.value_or(true) && folderHolds(path, kTimeMachineMarker, listing))
         return ScanRefusedTimeMachine;
     const std::string p = lowercasePath(path);
     const std::string n = lastPathComponent(p);
@@ -274,8 +269,8 @@ const RegularExpression* CVIgnoreList::additionalRegex() {
     return m_additionalRegex ? &*m_additionalRegex : nullptr;
 }
 
-bool CVIgnoreList::isPathContentHidden(const std::string& folder, std::int32_t& type) {
-    type = m_typeGenerator.nodeTypeOfFolder(folder);
+bool CVIgnoreList::isPathContentHidden(const std::string& folder, std::int32_t& type, const FolderListing* listing) {
+    type = m_typeGenerator.nodeTypeOfFolder(folder, listing);
     if (type > 19)
         return false;
     if (type == kNodeTypePackage || type == kNodeTypeApplication || type == kNodeTypeDocumentPackage ||
@@ -286,7 +281,7 @@ bool CVIgnoreList::isPathContentHidden(const std::string& folder, std::int32_t& 
     if (folder.find("/Applications/Adobe") != std::string::npos)
         return true;
     for (const auto& name : arrayOf(defaultIgnoreList()["BundleFiles"]))
-        if (name.isString() && fileExists(joinPath(folder, *name.asString())))
+        if (name.isString() && folderHolds(folder, *name.asString(), listing))
             return true;
     return false;
 }

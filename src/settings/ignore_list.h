@@ -29,6 +29,7 @@ namespace corvel {
 
 class UserDefaults;
 class CVNodeTypeGenerator;
+class FolderListing;
 
 enum ScanVerdict : std::uint32_t {
     ScanAllowed = 0,
@@ -78,11 +79,13 @@ public:
 
     // The verdict for a path inside a folder of type rootType; ignoreLibrary lets files
     // under ~/Library pass a "~/Library" exclusion. isFolder, when known, spares the
-    // Time Machine probe for files.
+    // Time Machine probe for files; a listing of the folder answers the probe without
+    // the file system.
     ScanVerdict isPathForbiddenToScan(const std::string& path, std::int32_t rootType, bool ignoreLibrary,
-                                      std::optional<bool> isFolder = std::nullopt);
+                                      std::optional<bool> isFolder = std::nullopt,
+                                      const FolderListing* listing = nullptr);
     // Whether a folder's children are hidden content; always reports the folder's type.
-    bool isPathContentHidden(const std::string& folder, std::int32_t& type);
+    bool isPathContentHidden(const std::string& folder, std::int32_t& type, const FolderListing* listing = nullptr);
     bool isPathContentForbiddenToRemove(const std::string& path);
     bool isFolderForbiddenToRemove(const std::string& path);
     const std::vector<std::string>& unremovableFolders();

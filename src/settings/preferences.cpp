@@ -7,6 +7,7 @@
 #include <mutex>
 
 #include "platform/app_info.h"
+#include "platform/file_url.h"
 #include "platform/main_queue.h"
 #include "platform/text_format.h"
 #include "platform/tracker.h"
@@ -25,22 +26,6 @@ struct Band {
 constexpr Band kBands[] = {{0, "Locate All"},          {500000, "500 KB"},   {1000000, "1 MB"},
                            {20000000, "20 MB"},        {50000000, "50 MB"},  {100000000, "100 MB"},
                            {200000000, "200 MB"}};
-
-std::string percentEscape(std::string_view text) {
-    static constexpr char kHex[] = "0123456789ABCDEF";
-    std::string out;
-    for (const char c : text) {
-        const auto u = static_cast<unsigned char>(c);
-        if (std::isalnum(u) || c == '-' || c == '.' || c == '_' || c == '~') {
-            out += c;
-        } else {
-            out += '%';
-            out += kHex[u >> 4];
-            out += kHex[u & 0x0F];
-        }
-    }
-    return out;
-}
 
 // "de_DE.UTF-8@euro" -> "de-DE"; "C" and "POSIX" -> nothing.
 std::string languageFromLocale(std::string locale) {
@@ -220,7 +205,7 @@ std::string CVPreferences::preferredLanguages() const {
 
 std::string CVPreferences::defaultSiteArguments() {
     // OS version, user identifier, A/B values and campaign are not known on Linux: empty.
-    return formatf("product=%@&version=%@&user=%@&OS=%@&lang=%@&cid=%@&v=%@%@", percentEscape("Corvel"),
+    return formatf("product=%@&version=%@&user=%@&OS=%@&lang=%@&cid=%@&v=%@%@", percentEncode("Corvel"),
                    applicationVersion(), accountName(), "", preferredLanguages(), "", "", "");
 }
 

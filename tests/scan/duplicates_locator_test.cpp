@@ -274,16 +274,16 @@ TEST_F(Locator, DigestBucketsFindExactlyWhatPairwiseComparisonFinds) {
         CVNodeCache::sharedCache().resetCache();
         CVFolder::seedRandom(seed);
         Outcome fast;
-        for (auto it = fastSizes.rbegin(); it != fastSizes.rend(); ++it)
-            if (it->second.size() > 1)
-                for (auto& group : outcome(fastLocator->findDuplicatesInSizeGroup(it->second)))
+        for (const std::uint64_t size : sizesLargestFirst(fastSizes))
+            if (fastSizes[size].size() > 1)
+                for (auto& group : outcome(fastLocator->findDuplicatesInSizeGroup(fastSizes[size])))
                     fast.push_back(group);
         CVNodeCache::sharedCache().resetCache();
         CVFolder::seedRandom(seed);
         Outcome reference;
-        for (auto it = referenceSizes.rbegin(); it != referenceSizes.rend(); ++it)
-            if (it->second.size() > 1)
-                for (auto& group : outcome(test::referenceFindDuplicatesInSizeGroup(*referenceLocator, it->second)))
+        for (const std::uint64_t size : sizesLargestFirst(referenceSizes))
+            if (referenceSizes[size].size() > 1)
+                for (auto& group : outcome(test::referenceFindDuplicatesInSizeGroup(*referenceLocator, referenceSizes[size])))
                     reference.push_back(group);
         ASSERT_EQ(fast, reference);
         compared += static_cast<int>(reference.size());
