@@ -34,8 +34,11 @@ CVFolder::CVFolder(std::string path, std::string name, std::uint64_t size, std::
 
 CVFolder::~CVFolder() {
     for (const auto& child : children())
-        if (auto* file = dynamic_cast<CVFile*>(child.get()); file && file->parentFolder() == this)
+        if (auto* file = dynamic_cast<CVFile*>(child.get()); file && file->parentFolder() == this) {
+            if (child.use_count() > 1)
+                file->setPath(file->path()); // it lives on (in a group): give it its full path
             file->setParentFolder(nullptr);
+        }
 }
 
 void CVFolder::addChildFile(const NodePtr& child) {
@@ -83,9 +86,11 @@ bool CVFolder::isDuplicateOf(CVNode& other, bool skipChildrenSize) {
     if (childrenCount() == 0)
         return true;
     // A folder is never a duplicate of a folder inside it.
-    const bool thisShorter = path().size() <= folder->path().size();
-    const std::string& shorter = thisShorter ? path() : folder->path();
-    const std::string& longer = thisShorter ? folder->path() : path();
+    const std::string mine = path();
+    const std::string theirs = folder->path();
+    const bool thisShorter = mine.size() <= theirs.size();
+    const std::string& shorter = thisShorter ? mine : theirs;
+    const std::string& longer = thisShorter ? theirs : mine;
     if (parentPath(longer).starts_with(shorter))
         return false;
     if (!skipChildrenSize && !childrenHaveEqualSize(*folder))
@@ -161,7 +166,7 @@ bool CVFolder::checkForIntegrity() const {
 
 std::string CVFolder::title() const {
     if (type() == kNodeTypePlainFolder)
-        return lastPathComponent(path());
+        return lastPathComponent(storedPath());
     return CVFile::title();
 }
 

@@ -94,9 +94,45 @@ ChangeNotifier* CVNode::changeNotifierIfAny() const {
     return e ? e->notifier.get() : nullptr;
 }
 
+std::string CVNode::path() const { return m_path; }
+
 void CVNode::setPath(std::string path) {
     std::lock_guard guard(lock());
     m_path = std::move(path);
+}
+
+std::string CVFile::path() const {
+    if (!flag(kRelativePath) || !m_parentFolder)
+        return storedPath();
+    // Names up to the first node that knows its full path, joined once.
+    const CVFile* chain[256];
+    std::size_t depth = 0;
+    std::size_t length = 0;
+    const CVFile* node = this;
+    while (node->flag(kRelativePath) && node->m_parentFolder && depth < std::size(chain)) {
+        chain[depth++] = node;
+        length += node->storedPath().size() + 1;
+        node = node->m_parentFolder;
+    }
+    std::string result = node->path();
+    result.reserve(result.size() + length);
+    while (depth > 0) {
+        const CVFile* step = chain[--depth];
+        if (result.empty() || result.back() != '/')
+            result += '/';
+        result += step->storedPath();
+    }
+    return result;
+}
+
+void CVFile::setPath(std::string path) {
+    CVNode::setPath(std::move(path));
+    setFlag(kRelativePath, false);
+}
+
+void CVFile::setNameRelativeToParent(std::string name) {
+    CVNode::setPath(std::move(name));
+    setFlag(kRelativePath, true);
 }
 
 std::string CVNode::name() const {
@@ -150,7 +186,7 @@ std::string CVNode::uti() const {
     Extras& e = extras();
     std::lock_guard guard(lock());
     if (!e.utiKnown) {
-        e.uti = TypeIdentifiers::shared().preferredIdentifierForExtension(pathExtension(m_path));
+        e.uti = TypeIdentifiers::shared().preferredIdentifierForExtension(pathExtension(m_path)); // name or path: same extension
         e.utiKnown = true;
     }
     return e.uti;
@@ -159,7 +195,7 @@ std::string CVNode::uti() const {
 const CVSignature& CVNode::signature() {
     Extras& e = extras();
     if (!e.signature)
-        e.signature = std::make_shared<CVSignature>(m_path, size(), type(), uti());
+        e.signature = std::make_shared<CVSignature>(path(), size(), type(), uti());
     return *e.signature;
 }
 
@@ -237,7 +273,7 @@ const char* CVFile::stringSelectionType(std::int32_t type) {
     return type >= 0 && type <= 4 ? names[type] : "unknown";
 }
 
-std::string CVFile::title() const { return fileTitle(path()); }
+std::string CVFile::title() const { return fileTitle(storedPath()); }
 
 std::string CVFile::relativePathURL() const {
     const std::string url = fileURLStringFromPath(path());

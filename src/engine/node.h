@@ -61,8 +61,13 @@ public:
     CVNode(const CVNode&) = delete;
     CVNode& operator=(const CVNode&) = delete;
 
-    const std::string& path() const { return m_path; }
-    void setPath(std::string path);
+    // The absolute path. A walked node stores only its name and asks its parent folder
+    // for the rest, which keeps a million paths from being stored a million times.
+    virtual std::string path() const;
+    // Stores an absolute path (a rename, a group's first member).
+    virtual void setPath(std::string path);
+    // The path as stored: absolute, or just the name for a walked node.
+    const std::string& storedPath() const { return m_path; }
     // Display name; empty unless set (groups take their first member's title).
     std::string name() const;
     void setName(std::string name);
@@ -174,6 +179,13 @@ public:
     void setStatCTime(std::int64_t t) { m_statCTime = t; }
     void setStatMTime(std::int64_t t) { m_statMTime = t; }
 
+    std::string path() const override;
+    void setPath(std::string path) override;
+    // Stores only the name: the path is the parent folder's path and this name. Set
+    // before the node is attached to its folder; a folder that dies gives its children
+    // their full paths back.
+    void setNameRelativeToParent(std::string name);
+
     // The file name without its extension.
     virtual std::string title() const;
     // The file URL of the path relative to the group's base path ("b/x.jpg" under
@@ -206,6 +218,7 @@ protected:
         kChildrenInvisible = 1 << 7,
         kChildrenUndeletable = 1 << 8,
         kAllChildrenIgnored = 1 << 9,
+        kRelativePath = 1 << 10,
     };
     bool flag(Flag f) const { return (m_flags.load(std::memory_order_relaxed) & f) != 0; }
     void setFlag(Flag f, bool value) {

@@ -246,7 +246,7 @@ void CVFilesHierarchy::buildHierarchyForPath(const CVScanPath& root) {
                 }
             } else {
                 skip = true;
-                if (lastPathComponent(path) == ".DS_Store") {
+                if (std::string_view(entry->fts_name, entry->fts_namelen) == ".DS_Store") {
                     if (isFolder)
                         ::fts_set(fts.get(), entry, FTS_SKIP);
                     break;
@@ -254,9 +254,14 @@ void CVFilesHierarchy::buildHierarchyForPath(const CVScanPath& root) {
                 ignored = true;
             }
             const struct stat* st = entry->fts_statp;
+            // Nodes inside a folder keep only their name; the folder knows the rest of the path.
+            const std::string name(entry->fts_name, entry->fts_namelen);
             if (!isFolder) {
-                auto file = std::make_shared<CVFile>(path, std::string(), static_cast<std::uint64_t>(st->st_size),
+                auto file = std::make_shared<CVFile>(current ? name : path, std::string(),
+                                                     static_cast<std::uint64_t>(st->st_size),
                                                      HVFileSizer::itemSizeWithFTSEntry(entry));
+                if (current)
+                    file->setNameRelativeToParent(name);
                 file->setIgnore(ignored);
                 file->setStatCTime(st->st_ctim.tv_sec);
                 file->setStatMTime(st->st_mtim.tv_sec);
@@ -271,6 +276,8 @@ void CVFilesHierarchy::buildHierarchyForPath(const CVScanPath& root) {
                 break;
             }
             auto folder = std::make_shared<CVFolder>(path, std::string());
+            if (walk.top && current)
+                folder->setNameRelativeToParent(name);
             folder->setStatCTime(st->st_ctim.tv_sec);
             folder->setStatMTime(st->st_mtim.tv_sec);
             folder->setDelegate(m_nodeDelegate);
@@ -291,7 +298,6 @@ void CVFilesHierarchy::buildHierarchyForPath(const CVScanPath& root) {
             walk.stack.push_back(folder);
             const auto rootFolder = folder->rootFolder();
             if (rootFolder && isITunesLibFileType(rootFolder->type())) {
-                const std::string name = lastPathComponent(path);
                 if (name == "Books" || name == "Mobile Applications" || name == "Album Artwork")
                     folder->setIgnore(true);
             }
@@ -327,8 +333,8 @@ void CVFilesHierarchy::buildHierarchyForPath(const CVScanPath& root) {
                 failRoot();
                 break;
             }
-            if (current && current->path() == path)
-                walk.closeCurrent();
+            if (current && entry->fts_info == FTS_DNR)
+                walk.closeCurrent(); // the folder just entered could not be read
             break;
         }
         }
