@@ -13,7 +13,7 @@ cd "$(dirname "$0")/.."
 corpus=${1:-/tmp/corvel-corpus}
 rounds=${2:-5}
 build=build
-corvel=$build/bin/corvel
+corvel=$(pwd)/$build/bin/corvel
 
 need=()
 for tool in jdupes fdupes rdfind rmlint; do command -v "$tool" >/dev/null || need+=("$tool"); done
@@ -42,6 +42,12 @@ declare -A commands=(
     [rmlint]="rmlint -T df --hidden '$corpus'"
 )
 order=(walk corvel corvel-min1 jdupes fdupes rdfind rmlint)
+# TOOLS="corvel jdupes" limits the tools (the walk always runs, for the ratios).
+if [[ -n ${TOOLS:-} ]]; then
+    order=(walk)
+    for tool in $TOOLS; do order+=("$tool"); done
+fi
+cold_order=(walk corvel jdupes)
 
 # run NAME: runs the command in the scratch folder; prints "seconds maxrss_kb".
 run() {
@@ -85,7 +91,7 @@ measure() { # measure MODE (warm|cold)
 
 measure warm
 if [[ ${COLD:-1} == 1 ]] && drop_caches 2>/dev/null; then
-    order=(walk corvel jdupes)
+    order=("${cold_order[@]}")
     measure cold
 else
     echo "cold cache: cannot drop the page cache here (needs root and /proc/sys/vm/drop_caches)"
