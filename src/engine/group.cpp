@@ -128,7 +128,8 @@ void CVGroup::removeFileSilently(CVFile* file) {
 }
 
 void CVGroup::analyseFileData(CVFile& file) {
-    setSignature(file.sharedSignature());
+    // The member's signature as it stands; none is read for the group's sake.
+    setSignature(file.hasSignature() ? file.sharedSignature() : nullptr);
     if (size() == 0) {
         setSize(file.size());
         setSizeOnDisk(file.sizeOnDisk());

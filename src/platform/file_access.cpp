@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 
 #include "file_io.h"
 
@@ -34,25 +35,34 @@ std::optional<int> readFlags(const std::string& path) {
     return flags;
 }
 
-bool forbidsRemoval(const std::string& path) {
-    const auto flags = readFlags(path);
-    return flags && (*flags & (FS_IMMUTABLE_FL | FS_APPEND_FL));
+// Status with the immutable and append-only attributes, which statx reports without
+// opening the item (file systems that keep no such flags report them as unknown).
+bool statWithAttributes(const std::string& path, bool followLink, struct statx& out) {
+    const int flags = followLink ? 0 : AT_SYMLINK_NOFOLLOW;
+    return ::statx(AT_FDCWD, path.c_str(), flags, STATX_BASIC_STATS, &out) == 0;
+}
+
+bool forbidsRemoval(const struct statx& st) {
+    const std::uint64_t locked = STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND;
+    return (st.stx_attributes & st.stx_attributes_mask & locked) != 0;
 }
 
 } // namespace
 
 bool isDeletableByUser(const std::string& path) {
-    struct stat item {};
-    if (::lstat(path.c_str(), &item) != 0)
+    struct statx item {};
+    if (!statWithAttributes(path, false, item))
         return false;
     const std::string parent = parentPath(path);
-    struct stat dir {};
-    if (::stat(parent.c_str(), &dir) != 0 || ::access(parent.c_str(), W_OK | X_OK) != 0)
+    struct statx dir {};
+    if (!statWithAttributes(parent, true, dir) || ::access(parent.c_str(), W_OK | X_OK) != 0)
         return false;
     const uid_t uid = ::geteuid();
-    if ((dir.st_mode & S_ISVTX) && uid != 0 && uid != item.st_uid && uid != dir.st_uid)
+    if ((dir.stx_mode & S_ISVTX) && uid != 0 && uid != item.stx_uid && uid != dir.stx_uid)
         return false;
-    return !forbidsRemoval(path) && !forbidsRemoval(parent);
+    // A link's own flags do not lock it; only files and folders carry them.
+    const bool itemLocked = (S_ISREG(item.stx_mode) || S_ISDIR(item.stx_mode)) && forbidsRemoval(item);
+    return !itemLocked && !forbidsRemoval(dir);
 }
 
 std::optional<bool> isImmutable(const std::string& path) {

@@ -40,6 +40,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstring>
 #include <unordered_map>
 
 #include "digest_reader.h"
@@ -347,47 +348,78 @@ void CVDuplicatesLocator::findFileGroups(const std::vector<CVFile*>& files, cons
         it->second.push_back(n);
     }
     for (const auto& key : keyOrder) {
-        auto& members = buckets[key];
+        const auto& members = buckets[key];
         if (members.size() < 2)
             continue;
         // Confirm byte for byte: split the bucket into classes of equal signatures.
-        std::vector<std::vector<std::size_t>> classes;
-        for (const std::size_t n : members) {
-            if (state() == 0)
-                return;
-            CVFile* file = files[n];
-            if (file->signature().length() == 0)
-                continue;
-            auto equalClass = std::find_if(classes.begin(), classes.end(), [&](const auto& c) {
-                return files[c.front()]->signature().isEqualTo(file->signature());
-            });
-            if (equalClass == classes.end())
-                classes.push_back({n});
-            else
-                equalClass->push_back(n);
-        }
+        const std::vector<std::vector<std::size_t>> classes = confirmEqual(files, members);
+        if (state() == 0)
+            return;
         // Within a class every pair is equal; fold as the pairwise walk does.
-        for (const auto& members2 : classes) {
-            std::vector<bool> taken(members2.size(), false);
-            for (std::size_t a = 0; a < members2.size(); ++a) {
+        for (const auto& equal : classes) {
+            std::vector<bool> taken(equal.size(), false);
+            for (std::size_t a = 0; a < equal.size(); ++a) {
                 if (taken[a])
                     continue;
-                CVFile* first = files[members2[a]];
+                CVFile* first = files[equal[a]];
+                const std::string firstPath = first->path();
                 std::vector<std::shared_ptr<CVFile>> matches;
-                for (std::size_t b = a + 1; b < members2.size(); ++b) {
-                    if (taken[b] || files[members2[b]]->path() == first->path())
+                for (std::size_t b = a + 1; b < equal.size(); ++b) {
+                    if (taken[b] || files[equal[b]]->path() == firstPath)
                         continue;
                     taken[b] = true;
-                    matches.push_back(std::static_pointer_cast<CVFile>(files[members2[b]]->shared_from_this()));
+                    matches.push_back(std::static_pointer_cast<CVFile>(files[equal[b]]->shared_from_this()));
                 }
                 if (!matches.empty())
                     if (auto group = makeGroup(std::static_pointer_cast<CVFile>(first->shared_from_this()), matches))
-                        found.emplace_back(order[members2[a]], std::move(group));
+                        found.emplace_back(order[equal[a]], std::move(group));
             }
         }
-        for (const std::size_t n : members)
-            files[n]->releaseSignature();
     }
+}
+
+std::vector<std::vector<std::size_t>> CVDuplicatesLocator::confirmEqual(const std::vector<CVFile*>& files,
+                                                                         const std::vector<std::size_t>& members) {
+    std::vector<std::vector<std::size_t>> classes;
+    std::vector<std::vector<std::uint8_t>> representatives;
+    thread_local std::vector<std::uint8_t> scratch;
+    for (const std::size_t n : members) {
+        if (state() == 0)
+            return {};
+        CVFile* file = files[n];
+        const std::int32_t type = file->type();
+        const std::string uti = type == kNodeTypeDocument ? file->uti() : std::string();
+        bool streamed = false;
+        const std::uint64_t length = CVSignature::readInto(file->path(), file->size(), type, uti, scratch, streamed);
+        if (length == 0)
+            continue; // vanished or shrunk since its digest was taken
+        if (streamed) {
+            // Too large to hold: compare from disk through the signatures themselves.
+            auto same = std::find_if(classes.begin(), classes.end(), [&](const auto& c) {
+                return files[c.front()]->signature().isEqualTo(file->signature());
+            });
+            if (same == classes.end()) {
+                classes.push_back({n});
+                representatives.emplace_back();
+            } else {
+                same->push_back(n);
+            }
+            continue;
+        }
+        std::size_t c = 0;
+        for (; c < classes.size(); ++c)
+            if (representatives[c].size() == length && std::memcmp(representatives[c].data(), scratch.data(), length) == 0)
+                break;
+        if (c == classes.size()) {
+            classes.push_back({n});
+            representatives.emplace_back(scratch.begin(), scratch.begin() + static_cast<std::ptrdiff_t>(length));
+        } else {
+            classes[c].push_back(n);
+        }
+    }
+    for (const std::size_t n : members)
+        files[n]->releaseSignature();
+    return classes;
 }
 
 std::vector<GroupPtr> CVDuplicatesLocator::findDuplicatesInSizeGroup(std::vector<NodePtr>& nodes) {

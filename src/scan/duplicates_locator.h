@@ -104,6 +104,10 @@ private:
     // The digests, bucketed and confirmed byte for byte, in place of pairwise comparison of files.
     void findFileGroups(const std::vector<CVFile*>& files, const std::vector<std::size_t>& order,
                         std::vector<std::pair<std::size_t, GroupPtr>>& found);
+    // The members of a digest bucket split into classes of byte-equal signatures, in
+    // the members' order; files that can no longer be read are left out.
+    std::vector<std::vector<std::size_t>> confirmEqual(const std::vector<CVFile*>& files,
+                                                       const std::vector<std::size_t>& members);
     GroupPtr makeGroup(const std::shared_ptr<CVFile>& first, const std::vector<std::shared_ptr<CVFile>>& matches);
     void queueAhead(const std::vector<std::uint64_t>& keys, std::size_t from, SizeGroups& groups,
                     std::uint64_t minimumSize, std::uint64_t topCount);
