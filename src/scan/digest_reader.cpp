@@ -65,7 +65,8 @@ void DigestReader::work() {
             done->second.digest = digest;
             done->second.state = State::Done;
         }
-        m_digestReady.notify_all();
+        if (m_awaited == file || m_clearing)
+            m_digestReady.notify_all();
     }
 }
 
@@ -79,10 +80,12 @@ SignatureDigest DigestReader::take(CVFile* file) {
         lock.unlock();
         return digestOfFile(*file);
     }
+    m_awaited = file;
     m_digestReady.wait(lock, [&] {
         auto e = m_entries.find(file);
         return e == m_entries.end() || e->second.state == State::Done;
     });
+    m_awaited = nullptr;
     auto e = m_entries.find(file);
     if (e == m_entries.end()) {
         lock.unlock();
@@ -101,6 +104,7 @@ std::size_t DigestReader::pending() const {
 void DigestReader::clear() {
     std::unique_lock lock(m_mutex);
     m_queue.clear();
+    m_clearing = true;
     // Reads under way finish into entries that are then dropped.
     m_digestReady.wait(lock, [this] {
         for (const auto& [file, entry] : m_entries)
@@ -109,6 +113,7 @@ void DigestReader::clear() {
         return true;
     });
     m_entries.clear();
+    m_clearing = false;
 }
 
 } // namespace corvel

@@ -57,6 +57,9 @@ private:
     std::deque<CVFile*> m_queue;
     std::unordered_map<CVFile*, Entry> m_entries;
     bool m_stopping = false;
+    // The file the consumer waits for; readers wake it only for that one (or a clear).
+    CVFile* m_awaited = nullptr;
+    bool m_clearing = false;
     std::vector<std::thread> m_threads;
 };
 
