@@ -1,8 +1,8 @@
 // make_corpus: builds the benchmark corpus, a home-folder-like tree of about 200,000
 // paths: mostly small files, a band of 50 kB to 2 MB files, a few files of 5 to 200 MB,
 // a quarter of the files duplicated, duplicate folders, hard links, symbolic links,
-// hidden and empty files. Deterministic for a given seed.
-//   make_corpus OUT_DIR [PATHS] [SEED]
+// hidden and empty files. The same START gives the same corpus.
+//   make_corpus OUT_DIR [PATHS] [START]
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -68,12 +68,12 @@ struct Made {
 
 int main(int argc, char** argv) {
     if (argc < 2) {
-        std::fprintf(stderr, "usage: make_corpus OUT_DIR [PATHS] [SEED]\n");
+        std::fprintf(stderr, "usage: make_corpus OUT_DIR [PATHS] [START]\n");
         return 2;
     }
     const fs::path out = argv[1];
     const std::uint64_t target = argc > 2 ? std::strtoull(argv[2], nullptr, 10) : 200000;
-    rng.seed(argc > 3 ? std::strtoull(argv[3], nullptr, 10) : 42);
+    rng = std::mt19937_64(argc > 3 ? std::strtoull(argv[3], nullptr, 10) : 42);
     fs::remove_all(out);
     fs::create_directories(out);
 

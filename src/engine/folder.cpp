@@ -25,7 +25,7 @@ std::mt19937& randomSource() {
 
 void CVFolder::setComparisonCache(CVNodeCache* cache) { g_cache = cache; }
 
-void CVFolder::seedRandom(std::uint32_t seed) { randomSource().seed(seed); }
+void CVFolder::restartRandomSource(std::uint32_t start) { randomSource() = std::mt19937(start); }
 
 CVFolder::CVFolder(std::string path, std::string name, std::uint64_t size, std::uint64_t sizeOnDisk)
     : CVFile(std::move(path), std::move(name), size, sizeOnDisk) {

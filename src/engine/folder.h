@@ -53,7 +53,7 @@ public:
 
     // The comparison memo and the random source; the shared ones unless replaced (tests).
     static void setComparisonCache(CVNodeCache* cache);
-    static void seedRandom(std::uint32_t seed);
+    static void restartRandomSource(std::uint32_t start);
 
 private:
     bool stopRequested() const { return m_delegate && m_delegate->stopSignaturesComparing(); }

@@ -50,7 +50,7 @@ class FolderComparison : public testing::Test {
 protected:
     void SetUp() override {
         CVFolder::setComparisonCache(&cache);
-        CVFolder::seedRandom(7);
+        CVFolder::restartRandomSource(7);
     }
     void TearDown() override { CVFolder::setComparisonCache(nullptr); }
     test::TempTree tree;
@@ -81,8 +81,8 @@ TEST_F(FolderComparison, DifferentSizesOrCountsOrContentAreNotDuplicates) {
     auto a = build(tree / "A", &delegate);
     EXPECT_FALSE(a->isDuplicateOf(*build(tree / "B", &delegate)));
     EXPECT_FALSE(a->isDuplicateOf(*build(tree / "C", &delegate)));
-    CVFolder::seedRandom(1);
-    // Two children, two samples: with a fixed seed both positions may or may not be
+    CVFolder::restartRandomSource(1);
+    // Two children, two samples: with a fixed random start both positions may or may not be
     // drawn, so compare often enough that the differing one is drawn.
     bool anyDifferent = false;
     for (int i = 0; i < 20; ++i)

@@ -136,9 +136,9 @@ TEST(UserDefaults, AWriterKilledMidFlushLeavesTheOldOrTheNewFile) {
     const std::string path = tree / "k.plist";
     const std::string big(300000, 'x');
     {
-        UserDefaults seed(path);
-        seed.setObject("generation-0", "Generation");
-        ASSERT_TRUE(seed.synchronize());
+        UserDefaults first(path);
+        first.setObject("generation-0", "Generation");
+        ASSERT_TRUE(first.synchronize());
     }
     for (int round = 0; round < 12; ++round) {
         const pid_t child = ::fork();

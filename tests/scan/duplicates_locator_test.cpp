@@ -33,10 +33,10 @@ Outcome outcome(const std::vector<GroupPtr>& groups) {
     return out;
 }
 
-std::string content(char seed, std::size_t size) {
+std::string content(char salt, std::size_t size) {
     std::string s(size, '\0');
     for (std::size_t i = 0; i < size; ++i)
-        s[i] = static_cast<char>(seed * 31 + i * 7 + (i >> 9));
+        s[i] = static_cast<char>(salt * 31 + i * 7 + (i >> 9));
     return s;
 }
 
@@ -230,8 +230,8 @@ void buildRandomTree(const test::TempTree& tree, std::mt19937& rng) {
     const std::vector<std::string> folders = {"r", "r/a", "r/b", "r/a/c", "r/b/d", "r/e"};
     for (int n = 0; n < 24; ++n) {
         const std::size_t size = sizes[pick(std::size(sizes))];
-        const char seed = static_cast<char>('a' + pick(3));
-        std::string data = content(seed, size);
+        const char salt = static_cast<char>('a' + pick(3));
+        std::string data = content(salt, size);
         if (size == 600000 && pick(2) == 0)
             data[15000] ^= 1; // outside every sampled piece: still equal by signature
         const char* extension = pick(3) == 0 ? ".txt" : ".bin";
@@ -259,7 +259,7 @@ TEST_F(Locator, DigestBucketsFindExactlyWhatPairwiseComparisonFinds) {
         std::vector<std::string> roots{tree2 / "r"};
         if (rng() % 4 == 0)
             roots.push_back(tree2 / "r"); // the same root twice: same-path doubles
-        const std::uint32_t seed = rng();
+        const std::uint32_t start = rng();
 
         auto fastLocator = harness.locator();
         auto fastWalk = harness.walk(roots, fastLocator.get());
@@ -272,14 +272,14 @@ TEST_F(Locator, DigestBucketsFindExactlyWhatPairwiseComparisonFinds) {
         auto& referenceSizes = referenceWalk->filesGroupedBySize();
         ASSERT_EQ(fastSizes.size(), referenceSizes.size());
         CVNodeCache::sharedCache().resetCache();
-        CVFolder::seedRandom(seed);
+        CVFolder::restartRandomSource(start);
         Outcome fast;
         for (const std::uint64_t size : sizesLargestFirst(fastSizes))
             if (fastSizes[size].size() > 1)
                 for (auto& group : outcome(fastLocator->findDuplicatesInSizeGroup(fastSizes[size])))
                     fast.push_back(group);
         CVNodeCache::sharedCache().resetCache();
-        CVFolder::seedRandom(seed);
+        CVFolder::restartRandomSource(start);
         Outcome reference;
         for (const std::uint64_t size : sizesLargestFirst(referenceSizes))
             if (referenceSizes[size].size() > 1)
