@@ -94,6 +94,21 @@ std::optional<std::pair<std::size_t, std::size_t>> RegularExpression::firstMatch
     });
 }
 
+std::vector<std::pair<std::size_t, std::size_t>> RegularExpression::allMatches(std::string_view text) const {
+    return withMatcher(*m_compiled, text, [](icu::RegexMatcher* m) {
+        std::vector<std::pair<std::size_t, std::size_t>> found;
+        UErrorCode status = U_ZERO_ERROR;
+        while (m && m->find(status) && U_SUCCESS(status)) {
+            const int64_t start = m->start64(status);
+            const int64_t end = m->end64(status);
+            if (U_FAILURE(status))
+                break;
+            found.emplace_back(static_cast<std::size_t>(start), static_cast<std::size_t>(end - start));
+        }
+        return found;
+    });
+}
+
 std::string RegularExpression::replaceAll(std::string_view text, std::string_view replacement) const {
     UErrorCode status = U_ZERO_ERROR;
     // The matcher keeps a reference to its input, which must outlive it.

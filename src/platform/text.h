@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "error.h"
 
@@ -35,6 +36,8 @@ public:
     bool matchesWhole(std::string_view text) const;
     // Byte offset and length of the first match in the text.
     std::optional<std::pair<std::size_t, std::size_t>> firstMatch(std::string_view text) const;
+    // Byte offset and length of every match, in order, as a search from the start finds them.
+    std::vector<std::pair<std::size_t, std::size_t>> allMatches(std::string_view text) const;
     // The text with every match replaced ($1 names a capture group).
     std::string replaceAll(std::string_view text, std::string_view replacement) const;
 
