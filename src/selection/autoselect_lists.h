@@ -1,0 +1,78 @@
+#pragma once
+// The Always Select and Never Select lists of the automatic selection, kept in the
+// user default "AutoselectList" (both lists together, in the user's order).
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/property_value.h"
+
+namespace corvel {
+
+class UserDefaults;
+
+inline constexpr const char* kAutoselectListKey = "AutoselectList";
+inline constexpr const char* kAutoSelectDefaultSetKey = "AutoSelectDefaultSet";
+inline constexpr const char* kAutoselectMailDownloadsSetKey = "AutoselectMailDownloadsSet";
+
+enum AutoselectCategory : std::int32_t { kAlwaysSelect = 0, kNeverSelect = 1 };
+
+// One entry: a folder (and an optional second folder that counts as the same entry).
+struct CVAutoselectListItem {
+    bool enabled = true;
+    std::int32_t category = kAlwaysSelect;
+    std::string path;
+    std::optional<std::string> linkedPath;
+
+    // An enabled entry for the folder, with symbolic links in the path resolved.
+    static CVAutoselectListItem autoselectItemWithPath(const std::string& path, std::int32_t category);
+    // An entry as stored ("Path", "Category", "Enabled", "LinkedPath"); the path as it stands.
+    static CVAutoselectListItem autoselectItemWithDictionary(const PropertyValue& dictionary);
+    PropertyValue userDefaultValue() const;
+    friend bool operator==(const CVAutoselectListItem&, const CVAutoselectListItem&) = default;
+};
+
+// How a new entry relates to the stored ones (relationForItem).
+enum AutoselectRelation : int {
+    kRelationNone = 0,           // add it
+    kRelationInOtherList = 1,    // the same folder is in the other list
+    kRelationContainsAlways = 2, // an Always Select folder lies inside this Never Select one
+    kRelationInsideNever = 3,    // this folder lies inside a Never Select folder
+    kRelationSameEntry = 4,      // the same entry exists: replace it
+};
+
+class CVAutoselectLists {
+public:
+    // Reads the lists; on the first use writes the default Always Select entries (the
+    // Downloads folder and Mail's downloads folder).
+    explicit CVAutoselectLists(UserDefaults& defaults);
+
+    void initAutoselectDefaultList();
+    void resetAutoselectList();
+    void resetAutoselectPrefferedListWithPath(const std::string& path, const std::optional<std::string>& linkedPath);
+    // Drops every Always Select entry.
+    void removeAutoselectIncludeList();
+
+    std::vector<CVAutoselectListItem> list() const;
+    void setAutoselectList(const std::vector<CVAutoselectListItem>& items);
+    void setEnable(bool enabled, const std::string& path);
+    AutoselectRelation relationForItem(const CVAutoselectListItem& item, CVAutoselectListItem* relatedItem) const;
+
+private:
+    void addMailDownloadsEntry();
+
+    UserDefaults& m_defaults;
+};
+
+// The conflicts found when folders are added in the preferences window: new entry to
+// the stored entry it conflicts with.
+struct CVConflictAutoselectItemsContainer {
+    std::vector<std::pair<CVAutoselectListItem, CVAutoselectListItem>> sameitemsInAnotherListItems;
+    std::vector<std::pair<CVAutoselectListItem, CVAutoselectListItem>> subitemsInPrefferedListItems;
+    std::vector<std::pair<CVAutoselectListItem, CVAutoselectListItem>> superitemsInNeverSelectListItems;
+};
+
+} // namespace corvel

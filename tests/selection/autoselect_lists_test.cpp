@@ -1,0 +1,122 @@
+#include "selection/autoselect_lists.h"
+
+#include <gtest/gtest.h>
+
+#include "platform/user_defaults.h"
+#include "platform/user_paths.h"
+#include "selection/autoselect_separator.h"
+#include "support/temp_tree.h"
+
+namespace corvel {
+namespace {
+
+CVAutoselectListItem entry(const std::string& path, std::int32_t category, bool enabled = true) {
+    CVAutoselectListItem item;
+    item.path = path;
+    item.category = category;
+    item.enabled = enabled;
+    return item;
+}
+
+class AutoselectListsTest : public testing::Test {
+protected:
+    test::TempTree tree;
+    UserDefaults defaults{tree / "d.plist"};
+};
+
+TEST_F(AutoselectListsTest, TheFirstStartWritesDownloadsAndMailDownloads) {
+    CVAutoselectLists lists(defaults);
+    const auto items = lists.list();
+    ASSERT_EQ(items.size(), 2u);
+    EXPECT_EQ(items[0].path, userDirectory(UserDirectory::Downloads));
+    EXPECT_FALSE(items[0].linkedPath);
+    EXPECT_EQ(items[1].path, realHomeDirectory() + "/Library/Mail Downloads");
+    EXPECT_EQ(items[1].linkedPath, realHomeDirectory() + "/Library/Containers/com.apple.mail/Data/Library/Mail Downloads");
+    for (const auto& item : items) {
+        EXPECT_TRUE(item.enabled);
+        EXPECT_EQ(item.category, kAlwaysSelect);
+    }
+    EXPECT_TRUE(defaults.boolForKey(kAutoSelectDefaultSetKey));
+    // A second start keeps what the user made of the lists.
+    lists.setAutoselectList({entry("/data/keep", kNeverSelect)});
+    CVAutoselectLists again(defaults);
+    EXPECT_EQ(again.list().size(), 2u) << "the mail entry is added once, the rest stays";
+    EXPECT_EQ(again.list()[0].path, "/data/keep");
+    CVAutoselectLists third(defaults);
+    EXPECT_EQ(third.list().size(), 2u);
+}
+
+TEST_F(AutoselectListsTest, EntriesRoundTripAndResetsKeepNeverSelect) {
+    CVAutoselectLists lists(defaults);
+    CVAutoselectListItem linked = entry("/a", kAlwaysSelect, false);
+    linked.linkedPath = "/b";
+    lists.setAutoselectList({linked, entry("/n", kNeverSelect)});
+    EXPECT_EQ(lists.list()[0], linked);
+    lists.removeAutoselectIncludeList();
+    ASSERT_EQ(lists.list().size(), 1u);
+    EXPECT_EQ(lists.list()[0].path, "/n");
+    lists.resetAutoselectPrefferedListWithPath("/n", std::nullopt);
+    ASSERT_EQ(lists.list().size(), 1u) << "the same path in either list is replaced";
+    EXPECT_EQ(lists.list()[0].category, kAlwaysSelect);
+    lists.setEnable(false, "/n");
+    EXPECT_FALSE(lists.list()[0].enabled);
+    tree.folder("real");
+    tree.symlink("link", tree / "real");
+    EXPECT_EQ(CVAutoselectListItem::autoselectItemWithPath(tree / "link", kNeverSelect).path, tree / "real");
+}
+
+TEST_F(AutoselectListsTest, RelationsToStoredEntries) {
+    CVAutoselectLists lists(defaults);
+    lists.setAutoselectList({entry("/u/Downloads", kAlwaysSelect), entry("/u/Archive", kNeverSelect, false),
+                             entry("/u/Photos", kNeverSelect)});
+    struct Case {
+        CVAutoselectListItem item;
+        AutoselectRelation relation;
+        std::string related;
+    };
+    for (const Case& c : {Case{entry("/u/Downloads", kNeverSelect), kRelationInOtherList, "/u/Downloads"},
+                          Case{entry("/u", kNeverSelect), kRelationContainsAlways, "/u/Downloads"},
+                          Case{entry("/u/Archive/old", kAlwaysSelect), kRelationInsideNever, "/u/Archive"},
+                          Case{entry("/u/Photos", kNeverSelect), kRelationSameEntry, "/u/Photos"},
+                          Case{entry("/u/Downloadsx", kNeverSelect), kRelationNone, ""},
+                          Case{entry("/elsewhere", kAlwaysSelect), kRelationNone, ""}}) {
+        CVAutoselectListItem related;
+        EXPECT_EQ(lists.relationForItem(c.item, &related), c.relation) << c.item.path;
+        EXPECT_EQ(related.path, c.related) << c.item.path;
+    }
+}
+
+std::vector<std::shared_ptr<CVFile>> files(const std::vector<std::string>& paths) {
+    std::vector<std::shared_ptr<CVFile>> out;
+    for (const auto& p : paths)
+        out.push_back(std::make_shared<CVFile>(p, "", 10));
+    return out;
+}
+
+std::vector<std::string> paths(const std::vector<std::shared_ptr<CVFile>>& items) {
+    std::vector<std::string> out;
+    for (const auto& i : items)
+        out.push_back(i->path());
+    return out;
+}
+
+TEST_F(AutoselectListsTest, TheSeparatorPrefersTheLongerFolderAndNeverSelectOnTies) {
+    CVAutoselectLists lists(defaults);
+    defaults.setBool(true, kAutoselectMailDownloadsSetKey); // the mail entry is not wanted here
+    lists.setAutoselectList({entry("/u/Downloads", kAlwaysSelect), entry("/u", kNeverSelect),
+                             entry("/u/Down", kAlwaysSelect), entry("/v/Off", kAlwaysSelect, false),
+                             entry("/w/Same", kAlwaysSelect), entry("/w/Same", kNeverSelect)});
+    const auto items = files({"/u/Downloads/x", "/u/Documents/y", "/w/Same/z", "/v/Off/q", "/other/r",
+                              "/home/u/Google Drive/s", "/home/u/Nextcloud/t"});
+    CVAutoselectSeparator separator(items, defaults);
+    EXPECT_EQ(paths(separator.alwaysSelect()), (std::vector<std::string>{"/u/Downloads/x"}));
+    EXPECT_EQ(paths(separator.neverSelect()),
+              (std::vector<std::string>{"/u/Documents/y", "/w/Same/z", "/home/u/Google Drive/s", "/home/u/Nextcloud/t"}));
+    EXPECT_EQ(CVAutoselectSeparator::getMaxRangeWithStingsArray({"/u", "/u/Down"}, "/u/Downloads/x"), 7u)
+        << "a plain prefix: /u/Down claims /u/Downloads";
+    EXPECT_FALSE(CVAutoselectSeparator::getMaxRangeWithStingsArray({"/x"}, "/u/a"));
+    EXPECT_EQ(separator.whiteList().size(), 3u) << "the disabled entry is left out";
+}
+
+} // namespace
+} // namespace corvel
