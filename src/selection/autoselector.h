@@ -1,0 +1,87 @@
+#pragma once
+// CVAutoselector: decides, for the copies of one duplicate group, which are selected
+// for removal, by setting needToRemove and selectionType. Its rule above all others:
+// an automatic step never selects every copy; at least one always stays. Automatic
+// selection prefers copies in Always Select folders, copies of unknown type, copies
+// outside media libraries (and inside them, the lower-rated or less-played ones), and
+// copies whose names say they are copies. A group the user touched is left alone.
+// Made for one operation on one group; main thread.
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "autoselect_separator.h"
+#include "library_filters.h"
+#include "platform/predicate.h"
+#include "selection_result.h"
+
+namespace corvel {
+
+class UserDefaults;
+
+class CVAutoselector {
+public:
+    CVAutoselector(SelectionItems itemsToSelect, UserDefaults& defaults);
+
+    CVSelectionResult autoselect();
+    CVSelectionResult forceAutoselect();
+    bool selectionPossible() const;
+    CVSelectionResult manuallySelectItem(const SelectionItem& item);
+    CVSelectionResult manuallySelectAllButItem(const SelectionItem& item);
+    CVSelectionResult keepAnyItem();
+    CVSelectionResult keepOldestItems() { return dateOperation(false); }
+    CVSelectionResult keepMostRecentItems() { return dateOperation(true); }
+    CVSelectionResult deselectItem(const SelectionItem& item);
+    static CVSelectionResult manualDeselectItem(const SelectionItem& item);
+    CVSelectionResult deselectAll();
+
+    // Item sets, afresh from the items on every call, in the items' order.
+    SelectionItems alreadySelectedItems() const;
+    SelectionItems notSelectedItems() const;
+    SelectionItems manuallyTouchedItems() const;
+    SelectionItems manuallySelectedItems() const;
+    SelectionItems autoselectedItems() const;
+    SelectionItems itemsImpossibleToSelect() const;
+    SelectionItems itemsPossibleToSelect() const;
+    SelectionItems itemsForbiddenToSelect();
+    SelectionItems itemsAllowedToSelect();
+
+    // Filters (none selects anything).
+    SelectionItems blackListFilter(const SelectionItems& items);
+    SelectionItems whiteListFilter(const SelectionItems& items);
+    static SelectionItems iTunesItemsFilter(const SelectionItems& items);
+    static SelectionItems iPhotoItemsFilter(const SelectionItems& items);
+    static SelectionItems apertureItemsFilter(const SelectionItems& items);
+
+    // Selectors: each may select some candidates and answers those still undecided.
+    // All but the library ones select only while fewer items match than are unselected.
+    SelectionItems predicateBasedItemsSelector(const SelectionItems& candidates, const Predicate& predicate,
+                                               std::int32_t selectionType = 4);
+    SelectionItems whiteListSelector(const SelectionItems& candidates, bool& allWhite);
+    SelectionItems undefinedTypeItemsSelector(const SelectionItems& candidates);
+    SelectionItems pathBasedItemsSelector(const SelectionItems& candidates, const std::string& path);
+    SelectionItems applicationsItemsSelector(const SelectionItems& candidates, const std::string& userApplications);
+    SelectionItems librariesItemsSelector(const SelectionItems& candidates);
+    SelectionItems iTunesLiraryItemsSelector(const SelectionItems& candidates);
+    SelectionItems iPhotoLibraryItemsSelector(const SelectionItems& candidates);
+    SelectionItems modificationDateBasedItemsSelector(const SelectionItems& candidates, bool keepYoungest);
+    SelectionItems smartPatternItemsSelector(const SelectionItems& candidates);
+
+    std::int64_t selectedItemsCount() const { return m_selectedItemsCount; }
+
+private:
+    bool selectItemToRemove(const SelectionItem& item, std::int32_t selectionType);
+    CVSelectionResult dateOperation(bool keepYoungest);
+    SelectionItems libraryItemsSelector(const SelectionItems& candidates, const SelectionItems& toSelect);
+    CVAutoselectSeparator& separator();
+
+    SelectionItems m_itemsToSelect;
+    UserDefaults& m_defaults;
+    std::unique_ptr<CVAutoselectSeparator> m_separator;
+    std::int64_t m_selectedItemsCount = 0;
+};
+
+} // namespace corvel
