@@ -210,6 +210,9 @@ TEST_F(Locator, FilesThatChangeBetweenWalkAndComparisonMatchNothing) {
     tree.file("b/shrink", content('s', 80000));
     tree.file("a/stays", content('k', 90000));
     tree.file("b/stays", content('k', 90000));
+    // Unequal extras keep the folders apart (their sampled comparison could miss the changes).
+    tree.file("a/extra", content('1', 10));
+    tree.file("b/extra", content('2', 20));
     auto locator = harness.locator();
     auto hierarchy = harness.walk({tree.path()}, locator.get());
     ::unlink((tree / "b/vanish").c_str());
