@@ -16,7 +16,9 @@
 #include "platform/notification_center.h"
 #include "platform/system_log.h"
 #include "results/meta_group.h"
+#include "platform/user_defaults.h"
 #include "scan/duplicates_locator.h"
+#include "selection/selecting_controller.h"
 #include "settings/ignore_list.h"
 
 namespace corvel::cli {
@@ -126,7 +128,8 @@ std::string textReport(CVDuplicatesController& results) {
         out += CVMetaGroup::stringType(group->metaGroupType()) + ": " + std::to_string(group->childrenCount()) +
                " copies of " + sizeText(group->size()) + "\n";
         for (const auto& file : group->files())
-            out += "  " + file->path() + (file->removeForbidden() ? "  (cannot be removed)" : "") + "\n";
+            out += "  " + file->path() + (file->needToRemove() ? "  (selected)" : "") +
+                   (file->removeForbidden() ? "  (cannot be removed)" : "") + "\n";
         out += "\n";
     }
     if (groups.empty())
@@ -138,15 +141,31 @@ std::string textReport(CVDuplicatesController& results) {
     return out;
 }
 
+// The selection's message goes to stderr: a warning first when there is one, then the details.
+class StderrDisplay : public CVSelectingControllerDisplay {
+public:
+    void shouldIncSelectedSize(std::int64_t, std::int64_t) override {}
+    void shouldIncSelectedSize(std::int64_t, std::int64_t, const std::string& warning, const std::string& details) override {
+        if (!warning.empty())
+            std::cerr << warning << "\n";
+        std::cerr << details << "\n";
+    }
+};
+
+// Runs the automatic selection on every group, as the results' select-all does.
+void autoselectAll(CVDuplicatesController& results) {
+    StderrDisplay display;
+    CVSelectingController selecting(nullptr, UserDefaults::standardUserDefaults());
+    selecting.setDisplay(&display);
+    selecting.autoselectGroups(results.duplicatesGroups());
+    MainQueue::shared().drain(); // the groups' counts are announced on the main queue
+}
+
 } // namespace
 
 int runScan(const ScanOptions& options) {
     if (options.verbose)
         setLogToStderr(true);
-    if (options.autoselect) {
-        std::cerr << "corvel: --autoselect is not available in this version\n";
-        return kExitUsage;
-    }
     std::vector<std::string> roots;
     for (const auto& path : options.paths) {
         char resolved[PATH_MAX];
@@ -221,6 +240,8 @@ int runScan(const ScanOptions& options) {
         std::cerr << "corvel: scan interrupted\n";
         return kExitFailure;
     }
+    if (options.autoselect)
+        autoselectAll(*results);
     if (options.json) {
         writeJsonReport(roots, *results, stdout);
     } else {

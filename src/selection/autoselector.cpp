@@ -120,6 +120,13 @@ SelectionItems CVAutoselector::apertureItemsFilter(const SelectionItems& items) 
     return filtered(items, predicate("(rootFolder.type == %i)", kNodeTypeApertureLibrary));
 }
 
+SelectionItems CVAutoselector::itemsFilter(const SelectionItems& items, const CVPathComponent& component) {
+    const std::string key = CVPathComponent::parserKeyForPathComponentKind(component.kind);
+    const auto p = key.empty() ? Predicate::parsef("path BEGINSWITH[c] %@", nullptr, component.source + "/")
+                               : Predicate::parsef("(info.%@ == %@)", nullptr, key, component.source);
+    return p ? filtered(items, *p) : SelectionItems{};
+}
+
 bool CVAutoselector::selectItemToRemove(const SelectionItem& item, std::int32_t selectionType) {
     if (item->needToRemove())
         return false;
@@ -309,6 +316,38 @@ CVSelectionResult CVAutoselector::dateOperation(bool keepYoungest) {
     const SelectionItems possible = itemsPossibleToSelect();
     const SelectionItems undecided = modificationDateBasedItemsSelector(possible, keepYoungest);
     return CVSelectionResult::selectionResultWithType(kResultDate, possible.size() - undecided.size());
+}
+
+CVSelectionResult CVAutoselector::selectAllLikePathComponent(const CVPathComponent& component) {
+    const SelectionItems possible = itemsPossibleToSelect();
+    const SelectionItems like = itemsFilter(possible, component);
+    const SelectionItems handSelected = manuallySelectedItems();
+    const SelectionItems others = minus(minus(possible, like), handSelected);
+    if (like.empty())
+        return CVSelectionResult::zeroSelectionWithType(kResultWeak);
+    const SelectionItems handOther = minus(handSelected, like);
+    if (like.size() < m_itemsToSelect.size() - handOther.size()) {
+        SelectionItems covered = alreadySelectedItems();
+        for (const auto& item : like)
+            if (!contains(covered, item))
+                covered.push_back(item);
+        if (covered.size() >= m_itemsToSelect.size()) {
+            if (others.empty())
+                return CVSelectionResult::zeroSelectionWithType(kResultWeak);
+            for (const auto& item : others)
+                deselectItem(item);
+        }
+        for (const auto& item : like)
+            selectItemToRemove(item, kSelectionWeak);
+        return CVSelectionResult::selectionResultWithType(kResultWeak, like.size());
+    }
+    return autoselect();
+}
+
+CVSelectionResult CVAutoselector::deselectAllFilesWithPathComponent(const CVPathComponent& component) {
+    for (const auto& item : itemsFilter(m_itemsToSelect, component))
+        deselectItem(item);
+    return CVSelectionResult::zeroSelectionWithType(kResultDeselection);
 }
 
 CVSelectionResult CVAutoselector::deselectItem(const SelectionItem& item) {

@@ -15,6 +15,7 @@
 
 #include "autoselect_separator.h"
 #include "library_filters.h"
+#include "path_component.h"
 #include "platform/predicate.h"
 #include "selection_result.h"
 
@@ -34,6 +35,10 @@ public:
     CVSelectionResult keepAnyItem();
     CVSelectionResult keepOldestItems() { return dateOperation(false); }
     CVSelectionResult keepMostRecentItems() { return dateOperation(true); }
+    // Selects (weakly) the possible copies under the component, unless that would leave
+    // no copy; falls back to automatic selection when every copy is alike.
+    CVSelectionResult selectAllLikePathComponent(const CVPathComponent& component);
+    CVSelectionResult deselectAllFilesWithPathComponent(const CVPathComponent& component);
     CVSelectionResult deselectItem(const SelectionItem& item);
     static CVSelectionResult manualDeselectItem(const SelectionItem& item);
     CVSelectionResult deselectAll();
@@ -55,6 +60,8 @@ public:
     static SelectionItems iTunesItemsFilter(const SelectionItems& items);
     static SelectionItems iPhotoItemsFilter(const SelectionItems& items);
     static SelectionItems apertureItemsFilter(const SelectionItems& items);
+    // The items under the component: by the library record key of its kind, or by path.
+    static SelectionItems itemsFilter(const SelectionItems& items, const CVPathComponent& component);
 
     // Selectors: each may select some candidates and answers those still undecided.
     // All but the library ones select only while fewer items match than are unselected.

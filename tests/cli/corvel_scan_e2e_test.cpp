@@ -6,9 +6,11 @@
 
 #include <array>
 #include <cstdio>
+#include <map>
 #include <set>
 
 #include "json_writer.h"
+#include "platform/property_list.h"
 #include "support/temp_tree.h"
 
 namespace corvel {
@@ -137,7 +139,7 @@ TEST_F(CorvelScan, ExitStatusesTellWhatHappened) {
                           Case{"", 2, "subcommand"},
                           Case{"scan /proc", 3, "cannot scan /proc: it is a protected system folder"},
                           Case{"scan " + quoted(home.folder(".hidden")), 3, "hidden folders are not scanned"},
-                          Case{"scan --autoselect " + quoted(tree / "x"), 2, "not available"}}) {
+                          Case{"scan --min-size lots " + quoted(tree / "x"), 2, "min-size"}}) {
         const Outcome run = corvel(c.arguments + " " + settings(), home);
         EXPECT_EQ(run.status, c.status) << c.arguments << "\n" << run.err;
         EXPECT_NE(run.err.find(c.message), std::string::npos) << c.arguments << "\n" << run.err;
@@ -154,6 +156,72 @@ TEST_F(CorvelScan, ExportWritesTheSelectedCopiesAndSettingsAreKept) {
     EXPECT_EQ(test::TempTree::read(home / "export.txt"), "") << "nothing is selected without automatic selection";
     EXPECT_NE(test::TempTree::read(home / "settings.plist").find("IgnoreList"), std::string::npos)
         << "the settings file is created with the user's part of the ignore list";
+}
+
+} // namespace
+} // namespace corvel
+
+namespace corvel {
+namespace {
+
+std::map<std::string, std::pair<bool, std::string>> selections(const nlohmann::json& doc) {
+    std::map<std::string, std::pair<bool, std::string>> out;
+    for (const auto& group : doc["groups"])
+        for (const auto& file : group["files"])
+            out[file["path"]] = {file["needToRemove"].get<bool>(), file["selectionType"].get<std::string>()};
+    return out;
+}
+
+TEST_F(CorvelScan, AutoselectChoosesCopiesAndAlwaysKeepsOne) {
+    const std::string a(60000, 'a'), b(61000, 'b'), c(62000, 'c'), d(63000, 'd'), e(64000, 'e');
+    tree.file("Photos/beach.jpg", a);
+    tree.file("Photos/beach copy.jpg", a);
+    tree.file("Photos/beach copy 2.jpg", a);
+    tree.file("Work/report.pdf", b);
+    tree.file("Always/report.pdf", b);
+    tree.file("Keep/contract.pdf", c);
+    tree.file("Keep/contract copy.pdf", c);
+    tree.file("Always/both.zip", d);
+    tree.file("Always/sub/both.zip", d);
+    tree.file("Dropbox/notes.txt", e);
+    tree.file("Notes/notes copy.txt", e);
+    tree.file("Notes/other", "keeps the folders apart");
+    // The lists as a user keeps them in the settings file.
+    PropertyValue::Array list;
+    for (const auto& [path, category] : {std::pair{tree / "Always", 0}, std::pair{tree / "Keep", 1}})
+        list.emplace_back(PropertyValue::Dictionary{{"Path", path}, {"Category", category}, {"Enabled", true}});
+    home.file("settings.plist", propertyListData(PropertyValue::Dictionary{{"AutoselectList", list},
+                                                                           {"AutoSelectDefaultSet", true},
+                                                                           {"AutoselectMailDownloadsSet", true}},
+                                                 PropertyListFormat::XML));
+    const Outcome run = corvel("scan --json --autoselect --export " + quoted(home / "export.txt") + " " + settings() +
+                                   " " + quoted(tree.path()),
+                               home);
+    ASSERT_EQ(run.status, 0) << run.err;
+    const auto doc = nlohmann::json::parse(run.out);
+    const auto chosen = selections(doc);
+    auto isSelected = [&](const std::string& relative) { return chosen.at(tree / relative).first; };
+    EXPECT_FALSE(isSelected("Photos/beach.jpg"));
+    EXPECT_TRUE(isSelected("Photos/beach copy.jpg"));
+    EXPECT_TRUE(isSelected("Photos/beach copy 2.jpg"));
+    EXPECT_EQ(chosen.at(tree / "Photos/beach copy.jpg").second, "automatic");
+    EXPECT_TRUE(isSelected("Always/report.pdf")) << "the copy in the always-select folder";
+    EXPECT_FALSE(isSelected("Work/report.pdf"));
+    EXPECT_FALSE(isSelected("Keep/contract.pdf"));
+    EXPECT_FALSE(isSelected("Keep/contract copy.pdf")) << "never-select folders are never chosen, copy name or not";
+    EXPECT_NE(isSelected("Always/both.zip"), isSelected("Always/sub/both.zip")) << "all white: one copy stays";
+    EXPECT_FALSE(isSelected("Dropbox/notes.txt")) << "cloud folders are never chosen";
+    for (const auto& group : doc["groups"]) {
+        bool kept = false;
+        for (const auto& file : group["files"])
+            kept = kept || !file["needToRemove"].get<bool>();
+        EXPECT_TRUE(kept) << group.dump();
+    }
+    EXPECT_NE(run.err.find("duplicates were selected automatically"), std::string::npos) << run.err;
+    const std::string exported = test::TempTree::read(home / "export.txt");
+    for (const char* selected : {"Photos/beach copy.jpg\n", "Photos/beach copy 2.jpg\n", "Always/report.pdf\n\n"})
+        EXPECT_NE(exported.find(tree / selected), std::string::npos) << exported;
+    EXPECT_EQ(exported.find(tree / "Photos/beach.jpg"), std::string::npos);
 }
 
 } // namespace
