@@ -111,6 +111,25 @@ TEST_F(Autoselection, KeepingTheNewestOrOldestByModificationTime) {
     EXPECT_EQ(selected(same), (std::vector<bool>{false, false, false}));
 }
 
+TEST_F(Autoselection, EverySelectorKeepsOneCopy) {
+    auto items = group({item("/Apps/a"), item("/Apps/b"), item("/Apps/c")});
+    CVAutoselector selector(items, defaults);
+    // Each selector below would match every copy: none may select anything.
+    EXPECT_EQ(selector.pathBasedItemsSelector(items, "/apps").size(), 3u);
+    EXPECT_EQ(selector.applicationsItemsSelector(items, "/home/u/Applications").size(), 3u);
+    items[0]->setType(kNodeTypeUnknown);
+    items[1]->setType(kNodeTypeUnknown);
+    items[2]->setType(kNodeTypeUnknown);
+    EXPECT_EQ(selector.undefinedTypeItemsSelector(items).size(), 3u);
+    EXPECT_EQ(selected(items), (std::vector<bool>{false, false, false}));
+    // Matching fewer than the unselected copies, they select.
+    EXPECT_EQ(selector.pathBasedItemsSelector(items, "/APPS/A").size(), 2u) << "case-insensitive prefix";
+    EXPECT_EQ(selected(items), (std::vector<bool>{true, false, false}));
+    EXPECT_EQ(selector.pathBasedItemsSelector({items[1], items[2]}, "/apps").size(), 2u)
+        << "two matches against two unselected copies: the guard holds";
+    EXPECT_EQ(selector.selectedItemsCount(), 1);
+}
+
 TEST_F(Autoselection, ManualOperations) {
     auto items = group({item("/a/x"), item("/b/x"), item("/c/x")});
     CVAutoselector selector(items, defaults);
