@@ -2,11 +2,10 @@
 // cache) and comparing two, for the sampled kind and the whole-file kind.
 
 #include <benchmark/benchmark.h>
-#include <stdlib.h>
-#include <unistd.h>
-
 #include <fstream>
+#include <stdlib.h>
 #include <string>
+#include <unistd.h>
 
 #include "engine/node_type.h"
 #include "engine/signature.h"
@@ -25,7 +24,8 @@ public:
         std::ofstream out(m_path, std::ios::binary);
         const std::string block(1 << 16, fill);
         for (std::uint64_t written = 0; written < size; written += block.size())
-            out.write(block.data(), static_cast<std::streamsize>(std::min<std::uint64_t>(block.size(), size - written)));
+            out.write(block.data(),
+                      static_cast<std::streamsize>(std::min<std::uint64_t>(block.size(), size - written)));
     }
     ~ScratchFile() { ::unlink(m_path.c_str()); }
     const std::string& path() const { return m_path; }

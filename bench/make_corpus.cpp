@@ -4,17 +4,16 @@
 // hidden and empty files. The same START gives the same corpus.
 //   make_corpus OUT_DIR [PATHS] [START]
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <random>
 #include <string>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <vector>
 
 namespace fs = std::filesystem;
@@ -48,7 +47,8 @@ void writeContent(const std::string& path, std::uint64_t id, std::uint64_t size)
     while (written < size) {
         // Each 1 MiB block starts with its offset and the id, so blocks differ across the file.
         block[0] = written ^ id;
-        const std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(size - written, block.size() * 8));
+        const std::size_t n =
+            static_cast<std::size_t>(std::min<std::uint64_t>(size - written, block.size() * 8));
         if (::write(fd, block.data(), n) != static_cast<ssize_t>(n)) {
             std::perror(path.c_str());
             std::exit(1);
@@ -90,7 +90,8 @@ int main(int argc, char** argv) {
     std::uint64_t paths = folderCount + 20 + 20 * 50;
     std::vector<Made> originals;
     std::uint64_t nextId = 1;
-    std::uint64_t files = 0, duplicates = 0, band = 0, big = 0, links = 0, hardLinks = 0, hidden = 0, empty = 0;
+    std::uint64_t files = 0, duplicates = 0, band = 0, big = 0, links = 0, hardLinks = 0, hidden = 0,
+                  empty = 0;
     while (paths < target) {
         const std::string& dir = folders[uniform(0, folders.size() - 1)];
         const std::uint64_t roll = uniform(0, 999);
@@ -149,14 +150,16 @@ int main(int argc, char** argv) {
     fs::create_directories(out / "backup");
     for (int i = 0; i < 20; ++i) {
         const std::string& dir = folders[uniform(0, folders.size() - 1)];
-        fs::copy(dir, out / "backup" / ("copy" + std::to_string(i)), fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+        fs::copy(dir, out / "backup" / ("copy" + std::to_string(i)),
+                 fs::copy_options::recursive | fs::copy_options::copy_symlinks);
     }
-    std::printf("corpus %s: about %llu paths: %llu files (%llu copies), %llu in the 50 kB-2 MB band, %llu large, "
-                "%llu empty, %llu hidden, %llu symbolic links, %llu hard links, %llu folders, 20 copied folders\n",
-                out.c_str(), static_cast<unsigned long long>(paths), static_cast<unsigned long long>(files),
-                static_cast<unsigned long long>(duplicates), static_cast<unsigned long long>(band),
-                static_cast<unsigned long long>(big), static_cast<unsigned long long>(empty),
-                static_cast<unsigned long long>(hidden), static_cast<unsigned long long>(links),
-                static_cast<unsigned long long>(hardLinks), static_cast<unsigned long long>(folderCount));
+    std::printf(
+        "corpus %s: about %llu paths: %llu files (%llu copies), %llu in the 50 kB-2 MB band, %llu large, "
+        "%llu empty, %llu hidden, %llu symbolic links, %llu hard links, %llu folders, 20 copied folders\n",
+        out.c_str(), static_cast<unsigned long long>(paths), static_cast<unsigned long long>(files),
+        static_cast<unsigned long long>(duplicates), static_cast<unsigned long long>(band),
+        static_cast<unsigned long long>(big), static_cast<unsigned long long>(empty),
+        static_cast<unsigned long long>(hidden), static_cast<unsigned long long>(links),
+        static_cast<unsigned long long>(hardLinks), static_cast<unsigned long long>(folderCount));
     return 0;
 }

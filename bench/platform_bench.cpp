@@ -12,7 +12,8 @@ namespace corvel {
 namespace {
 
 void BM_PredicateEvaluate(benchmark::State& state) {
-    const auto predicate = Predicate::parse("(rootFolder.type == 11) && (info[SIZE] > 0) || path BEGINSWITH[c] '/home/ada/music/'", nullptr);
+    const auto predicate = Predicate::parse(
+        "(rootFolder.type == 11) && (info[SIZE] > 0) || path BEGINSWITH[c] '/home/ada/music/'", nullptr);
     const PropertyValue item(PropertyValue::Dictionary{{"path", "/home/ada/Music/Album/Track 01.mp3"},
                                                        {"info", PropertyValue::Dictionary{{"Rating", 60}}}});
     for (auto _ : state)
@@ -38,9 +39,10 @@ BENCHMARK(BM_Nfd);
 void BM_PropertyListRead(benchmark::State& state) {
     PropertyValue::Dictionary tracks;
     for (int i = 0; i < state.range(0); ++i)
-        tracks[std::to_string(i)] = PropertyValue::Dictionary{{"Name", "Track " + std::to_string(i)},
-                                                               {"Play Count", i},
-                                                               {"Location", "file:///home/ada/Music/" + std::to_string(i) + ".mp3"}};
+        tracks[std::to_string(i)] =
+            PropertyValue::Dictionary{{"Name", "Track " + std::to_string(i)},
+                                      {"Play Count", i},
+                                      {"Location", "file:///home/ada/Music/" + std::to_string(i) + ".mp3"}};
     const std::string xml = propertyListData(PropertyValue(PropertyValue::Dictionary{{"Tracks", tracks}}),
                                              PropertyListFormat::XML);
     PropertyValue out;

@@ -1,11 +1,10 @@
 #include "file_sizer.h"
 
-#include <unicode/numberformatter.h>
-
 #include <atomic>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <unicode/numberformatter.h>
 
 #include "platform/string_tables.h"
 #include "platform/system_log.h"
@@ -18,8 +17,10 @@ namespace {
 std::atomic<bool> g_uncompressed{false};
 
 constexpr const char* kNoBreakSpace = "\u00A0";
-constexpr std::uint64_t kDecimalUnits[] = {1000ULL, 1000000ULL, 1000000000ULL, 1000000000000ULL, 1000000000000000ULL};
-constexpr std::uint64_t kBinaryUnits[] = {1024ULL, 1048576ULL, 1073741824ULL, 1099511627776ULL, 1125899906842624ULL};
+constexpr std::uint64_t kDecimalUnits[] = {1000ULL, 1000000ULL, 1000000000ULL, 1000000000000ULL,
+                                           1000000000000000ULL};
+constexpr std::uint64_t kBinaryUnits[] = {1024ULL, 1048576ULL, 1073741824ULL, 1099511627776ULL,
+                                          1125899906842624ULL};
 constexpr char kUnitLetters[] = "KMGTPE";
 
 icu::Locale numberLocale() {
@@ -51,11 +52,15 @@ int unitIndex(std::uint64_t size, const std::uint64_t* units) {
     return k;
 }
 
-std::string unitName(int k) { return localized(formatf("%cB", static_cast<int>(kUnitLetters[k]))); }
+std::string unitName(int k) {
+    return localized(formatf("%cB", static_cast<int>(kUnitLetters[k])));
+}
 
 } // namespace
 
-void HVFileSizer::setReturnUncompressedFileSize(bool value) { g_uncompressed = value; }
+void HVFileSizer::setReturnUncompressedFileSize(bool value) {
+    g_uncompressed = value;
+}
 
 std::uint64_t HVFileSizer::itemSizeWithStat(const struct stat& st) {
     if (st.st_nlink >= 2 && !S_ISDIR(st.st_mode))
@@ -98,7 +103,8 @@ std::string HVFileSizer::displayItemSizeNumberFromSize(std::uint64_t size) {
     if (size == 0)
         return "0";
     const int k = unitIndex(size, kDecimalUnits);
-    return formatNumber(static_cast<double>(size) / static_cast<double>(kDecimalUnits[k]), k, UNUM_ROUND_HALFEVEN);
+    return formatNumber(static_cast<double>(size) / static_cast<double>(kDecimalUnits[k]), k,
+                        UNUM_ROUND_HALFEVEN);
 }
 
 std::string HVFileSizer::displayItemSizeDimensionFromSize(std::uint64_t size) {

@@ -3,11 +3,10 @@
 // Display strings use the user's locale for the number and the string tables for the
 // unit names; a no-break space separates number and unit.
 
-#include <fts.h>
-#include <sys/stat.h>
-
 #include <cstdint>
+#include <fts.h>
 #include <string>
+#include <sys/stat.h>
 
 #include "platform/property_value.h"
 
@@ -26,7 +25,9 @@ public:
     // "1.5 MB": the largest unit the size reaches (KB even below 1000 bytes), at most
     // 0 (KB), 1 (MB), 2 (GB), 3 (TB), 4 (PB) decimals, rounded half to even. 0 is "Zero KB".
     static std::string displayItemSizeFromSize(std::uint64_t size, bool base2 = false);
-    static std::string displayItemSizeFromSizeInBase2(std::uint64_t size) { return displayItemSizeFromSize(size, true); }
+    static std::string displayItemSizeFromSizeInBase2(std::uint64_t size) {
+        return displayItemSizeFromSize(size, true);
+    }
     // The number part and the unit part of the decimal display ("" unit for 0).
     static std::string displayItemSizeNumberFromSize(std::uint64_t size);
     static std::string displayItemSizeDimensionFromSize(std::uint64_t size);

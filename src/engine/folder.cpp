@@ -1,8 +1,7 @@
 #include "folder.h"
 
-#include <sys/stat.h>
-
 #include <mutex>
+#include <sys/stat.h>
 
 #include "node_cache.h"
 #include "node_type.h"
@@ -14,7 +13,9 @@ namespace {
 
 CVNodeCache* g_cache = nullptr;
 
-CVNodeCache& comparisonCache() { return g_cache ? *g_cache : CVNodeCache::sharedCache(); }
+CVNodeCache& comparisonCache() {
+    return g_cache ? *g_cache : CVNodeCache::sharedCache();
+}
 
 std::mt19937& randomSource() {
     static std::mt19937 source{std::random_device{}()};
@@ -23,9 +24,13 @@ std::mt19937& randomSource() {
 
 } // namespace
 
-void CVFolder::setComparisonCache(CVNodeCache* cache) { g_cache = cache; }
+void CVFolder::setComparisonCache(CVNodeCache* cache) {
+    g_cache = cache;
+}
 
-void CVFolder::restartRandomSource(std::uint32_t start) { randomSource() = std::mt19937(start); }
+void CVFolder::restartRandomSource(std::uint32_t start) {
+    randomSource() = std::mt19937(start);
+}
 
 CVFolder::CVFolder(std::string path, std::string name, std::uint64_t size, std::uint64_t sizeOnDisk)
     : CVFile(std::move(path), std::move(name), size, sizeOnDisk) {

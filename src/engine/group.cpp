@@ -60,7 +60,9 @@ bool CVGroup::autocollected() const {
     return m_autocollected;
 }
 
-void CVGroup::setAutocollected(bool value) { changeCounter("autocollected", [&] { m_autocollected = value; }); }
+void CVGroup::setAutocollected(bool value) {
+    changeCounter("autocollected", [&] { m_autocollected = value; });
+}
 
 std::int64_t CVGroup::filesToRemoveCount() const {
     std::lock_guard guard(m_mutex);
@@ -86,7 +88,9 @@ std::uint64_t CVGroup::totalSize() const {
     return m_totalSize;
 }
 
-void CVGroup::setTotalSize(std::uint64_t size) { changeCounter("totalSize", [&] { m_totalSize = size; }); }
+void CVGroup::setTotalSize(std::uint64_t size) {
+    changeCounter("totalSize", [&] { m_totalSize = size; });
+}
 
 std::uint64_t CVGroup::removedFilesCount() const {
     std::lock_guard guard(m_mutex);
@@ -182,7 +186,9 @@ void CVGroup::manifest() {
     MainQueue::shared().deliver([self] { self->setFilesToRemoveCount(self->silentFilesToRemoveCount()); });
 }
 
-std::string CVGroup::groupPath() const { return children().empty() ? std::string() : children().front()->path(); }
+std::string CVGroup::groupPath() const {
+    return children().empty() ? std::string() : children().front()->path();
+}
 
 std::vector<std::shared_ptr<CVFile>> CVGroup::files() const {
     std::vector<std::shared_ptr<CVFile>> out;

@@ -1,10 +1,9 @@
 #include "node.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <array>
 #include <functional>
+#include <sys/stat.h>
 
 #include "folder.h"
 #include "group.h"
@@ -51,9 +50,13 @@ std::string fileTitle(std::string_view path) {
 
 CVNode::CVNode(std::string path) : m_path(std::move(path)) {}
 
-CVNode::~CVNode() { delete m_extras.load(); }
+CVNode::~CVNode() {
+    delete m_extras.load();
+}
 
-std::mutex& CVNode::lock() const { return stripedLock(this); }
+std::mutex& CVNode::lock() const {
+    return stripedLock(this);
+}
 
 CVNode::Extras& CVNode::extras() const {
     Extras* current = m_extras.load(std::memory_order_acquire);
@@ -94,7 +97,9 @@ ChangeNotifier* CVNode::changeNotifierIfAny() const {
     return e ? e->notifier.get() : nullptr;
 }
 
-std::string CVNode::path() const { return m_path; }
+std::string CVNode::path() const {
+    return m_path;
+}
 
 void CVNode::setPath(std::string path) {
     std::lock_guard guard(lock());
@@ -186,7 +191,8 @@ std::string CVNode::uti() const {
     Extras& e = extras();
     std::lock_guard guard(lock());
     if (!e.utiKnown) {
-        e.uti = TypeIdentifiers::shared().preferredIdentifierForExtension(pathExtension(m_path)); // name or path: same extension
+        e.uti = TypeIdentifiers::shared().preferredIdentifierForExtension(
+            pathExtension(m_path)); // name or path: same extension
         e.utiKnown = true;
     }
     return e.uti;
@@ -273,7 +279,9 @@ const char* CVFile::stringSelectionType(std::int32_t type) {
     return type >= 0 && type <= 4 ? names[type] : "unknown";
 }
 
-std::string CVFile::title() const { return fileTitle(storedPath()); }
+std::string CVFile::title() const {
+    return fileTitle(storedPath());
+}
 
 std::string CVFile::relativePathURL() const {
     const std::string url = fileURLStringFromPath(path());

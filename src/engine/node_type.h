@@ -30,10 +30,18 @@ enum NodeType : std::int32_t {
     kNodeTypeProjectPackage = 19,
 };
 
-inline bool isFolderType(std::int32_t type) { return type > 6; }
-inline bool isMediaLibType(std::int32_t type) { return type >= 10 && type <= 17; }
-inline bool isIPhotoLibFileType(std::int32_t type) { return type >= 13 && type <= 15; }
-inline bool isITunesLibFileType(std::int32_t type) { return type >= 10 && type <= 12; }
+inline bool isFolderType(std::int32_t type) {
+    return type > 6;
+}
+inline bool isMediaLibType(std::int32_t type) {
+    return type >= 10 && type <= 17;
+}
+inline bool isIPhotoLibFileType(std::int32_t type) {
+    return type >= 13 && type <= 15;
+}
+inline bool isITunesLibFileType(std::int32_t type) {
+    return type >= 10 && type <= 12;
+}
 
 // Compares dotted version strings ("12.4.1.6"): 1 when a is newer, -1 when older, 0
 // when equal. Missing components count as 0; non-numeric text in a component compares

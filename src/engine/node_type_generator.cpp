@@ -1,10 +1,9 @@
 #include "node_type_generator.h"
 
-#include <sys/stat.h>
-
 #include <array>
 #include <cctype>
 #include <charconv>
+#include <sys/stat.h>
 
 #include "platform/file_io.h"
 #include "platform/file_url.h"
@@ -28,19 +27,22 @@ const RegularExpression& pattern(int which) {
             "^(rmvb$)|^(mkv$)|^(vob$)|^(swf$)",
             "^(dib$)|^(rle$)|^(pcx$)|^(tpic$)|^(jfif$)|^(eps$)|^(cgm$)",
             "^(odt$)|^(djvu$)|^(docset$)|^(eml$)",
-            "^(pkg$)|^(iso$)|^(dmg$)|^(ccd$)|^(rar$)|^(7z$)|^(arc$)|^(bz$)|^(bz2$)|^(bzip$)|^(bzip2$)|^(gz$)|^(gzi$)|"
+            "^(pkg$)|^(iso$)|^(dmg$)|^(ccd$)|^(rar$)|^(7z$)|^(arc$)|^(bz$)|^(bz2$)|^(bzip$)|^(bzip2$)|^(gz$)|"
+            "^(gzi$)|"
             "^(gzip$)|^(tar$)|^(taz$)|^(zip$)|^(zz$)",
             "^(screenflow$)|^(rcproject$)",
         };
         auto compile = [](const char* source) { return *RegularExpression::compile(source, nullptr); };
-        return std::array<RegularExpression, 6>{compile(sources[0]), compile(sources[1]), compile(sources[2]),
-                                                compile(sources[3]), compile(sources[4]), compile(sources[5])};
+        return std::array<RegularExpression, 6>{compile(sources[0]), compile(sources[1]),
+                                                compile(sources[2]), compile(sources[3]),
+                                                compile(sources[4]), compile(sources[5])};
     }();
     return patterns[static_cast<std::size_t>(which)];
 }
 enum { kAudioPattern, kVideoPattern, kImagePattern, kDocumentPattern, kArchivePattern, kProjectPattern };
 
-bool anyConforms(const TypeIdentifiers& types, const std::string& id, std::initializer_list<const char*> parents) {
+bool anyConforms(const TypeIdentifiers& types, const std::string& id,
+                 std::initializer_list<const char*> parents) {
     for (const char* parent : parents)
         if (types.conformsTo(id, parent))
             return true;
@@ -62,11 +64,12 @@ std::string asciiLower(std::string_view s) {
 // Folder extensions that make a folder one item (a package) rather than a plain folder.
 bool isPackageExtension(std::string_view extension) {
     static constexpr std::string_view kPackages[] = {
-        "app",       "bundle",      "framework",  "plugin",       "kext",       "photolibrary", "photoslibrary",
-        "aplibrary", "approject",   "xcodeproj",  "xcworkspace",  "playground", "logicx",       "band",
-        "sparsebundle", "imovielibrary", "fcpbundle", "pages",    "numbers",    "key",          "wdgt",
-        "prefpane",  "qlgenerator", "mdimporter", "saver",        "xpc",        "theater",      "tvlibrary",
-        "musiclibrary", "photobooth", "rtfd",     "lpdf",         "screenflow", "rcproject"};
+        "app",           "bundle",    "framework",    "plugin",        "kext",         "photolibrary",
+        "photoslibrary", "aplibrary", "approject",    "xcodeproj",     "xcworkspace",  "playground",
+        "logicx",        "band",      "sparsebundle", "imovielibrary", "fcpbundle",    "pages",
+        "numbers",       "key",       "wdgt",         "prefpane",      "qlgenerator",  "mdimporter",
+        "saver",         "xpc",       "theater",      "tvlibrary",     "musiclibrary", "photobooth",
+        "rtfd",          "lpdf",      "screenflow",   "rcproject"};
     const std::string lower = asciiLower(extension);
     for (const auto p : kPackages)
         if (lower == p)
@@ -129,7 +132,8 @@ int compareVersion(std::string_view a, std::string_view b) {
 }
 
 CVNodeTypeGenerator& CVNodeTypeGenerator::sharedGenerator() {
-    static CVNodeTypeGenerator generator(UserDefaults::standardUserDefaults(), homeDirectory(), realHomeDirectory());
+    static CVNodeTypeGenerator generator(UserDefaults::standardUserDefaults(), homeDirectory(),
+                                         realHomeDirectory());
     return generator;
 }
 
@@ -258,7 +262,8 @@ std::int32_t CVNodeTypeGenerator::nodeTypeOfFolder(std::string_view path, const 
     if ((package && path.ends_with(".photolibrary")) || folderHolds(folder, "AlbumData.xml", listing))
         return folder == currentIPhotoLibPath() ? kNodeTypeCurrentIPhotoLibrary : kNodeTypeIPhotoLibrary;
     if (!package) {
-        if (!folderHolds(folder, "iTunes Library.xml", listing) && !folderHolds(folder, "iTunes Music Library.xml", listing))
+        if (!folderHolds(folder, "iTunes Library.xml", listing) &&
+            !folderHolds(folder, "iTunes Music Library.xml", listing))
             return kNodeTypePlainFolder;
         return folder == currentITunesLibPath() ? kNodeTypeCurrentITunesLibrary : kNodeTypeITunesLibrary;
     }

@@ -8,11 +8,11 @@
 // application is ever installed, so the "newer library" types 12 and 15 never occur.
 
 #include <mutex>
-#include <shared_mutex>
-#include <unordered_map>
 #include <optional>
+#include <shared_mutex>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 
 #include "node_type.h"
 #include "platform/text.h"
@@ -49,7 +49,8 @@ public:
     std::string currentIPhotoLibPath();
     std::string currentITunesLibPath();
 
-    // User defaults "iPhotoCompatibleVersion" (default "910.42") and "iTunesCompatibleVersion" (default "12.4.1.6").
+    // User defaults "iPhotoCompatibleVersion" (default "910.42") and "iTunesCompatibleVersion" (default
+    // "12.4.1.6").
     std::string maxiPhotoTested() const;
     std::string maxiTunesTested() const;
 

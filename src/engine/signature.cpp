@@ -1,11 +1,10 @@
 #include "signature.h"
 
+#include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <cerrno>
-#include <cstring>
 #include <vector>
 
 #include "node_type.h"
@@ -113,7 +112,8 @@ bool readPlan(int fd, const ReadPlan& plan, std::uint8_t* into) {
 } // namespace
 
 std::uint64_t CVSignature::readInto(const std::string& path, std::uint64_t size, std::int32_t nodeType,
-                                    const std::string& uti, std::vector<std::uint8_t>& scratch, bool& streamed) {
+                                    const std::string& uti, std::vector<std::uint8_t>& scratch,
+                                    bool& streamed) {
     streamed = false;
     std::string file = path;
     std::uint64_t fileSize = size;
@@ -149,7 +149,8 @@ std::uint64_t CVSignature::readInto(const std::string& path, std::uint64_t size,
 }
 
 std::unique_ptr<std::uint8_t[]> CVSignature::computeFileSignature(const std::string& path, std::uint64_t size,
-                                                                  std::uint32_t count, std::uint64_t pieceSize,
+                                                                  std::uint32_t count,
+                                                                  std::uint64_t pieceSize,
                                                                   std::uint64_t& length) {
     length = 0;
     FileDescriptor fd(path);
@@ -183,7 +184,8 @@ void CVSignature::calculateSignature() {
     case Bundle: {
         const std::string plist = m_nodePath + "/Contents/Info.plist";
         struct stat st {};
-        const std::uint64_t plistSize = ::stat(plist.c_str(), &st) == 0 ? static_cast<std::uint64_t>(st.st_size) : 0;
+        const std::uint64_t plistSize =
+            ::stat(plist.c_str(), &st) == 0 ? static_cast<std::uint64_t>(st.st_size) : 0;
         wholeFile(plist, plistSize);
         break;
     }

@@ -39,8 +39,8 @@ public:
     // bytes. Answers the bytes, or nothing when the file cannot be opened or a read
     // comes short. Exposed for tests and benchmarks.
     static std::unique_ptr<std::uint8_t[]> computeFileSignature(const std::string& path, std::uint64_t size,
-                                                               std::uint32_t count, std::uint64_t pieceSize,
-                                                               std::uint64_t& length);
+                                                                std::uint32_t count, std::uint64_t pieceSize,
+                                                                std::uint64_t& length);
 
     // Reads what the signature of such a node would hold into scratch, reusing its
     // memory, without making a signature. Answers the length (0: no signature); for a

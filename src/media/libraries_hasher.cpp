@@ -1,8 +1,7 @@
 #include "libraries_hasher.h"
 
-#include <sys/stat.h>
-
 #include <cstdio>
+#include <sys/stat.h>
 
 #include "platform/user_defaults.h"
 
@@ -15,7 +14,8 @@ std::string modificationStamp(const std::string& path) {
     if (::stat(path.c_str(), &st) != 0)
         return {};
     char text[64];
-    std::snprintf(text, sizeof text, "%lld.%09ld", static_cast<long long>(st.st_mtim.tv_sec), st.st_mtim.tv_nsec);
+    std::snprintf(text, sizeof text, "%lld.%09ld", static_cast<long long>(st.st_mtim.tv_sec),
+                  st.st_mtim.tv_nsec);
     return text;
 }
 
@@ -23,7 +23,8 @@ std::string modificationStamp(const std::string& path) {
 
 std::string CVMD5LibrariesHasher::MD5HashFromFile(const std::string& path) {
     const std::string stamp = modificationStamp(path);
-    PropertyValue hashes(m_defaults.dictionaryForKey(kLibraryHashesKey).value_or(PropertyValue::Dictionary{}));
+    PropertyValue hashes(
+        m_defaults.dictionaryForKey(kLibraryHashesKey).value_or(PropertyValue::Dictionary{}));
     hashes.set(path, stamp);
     m_defaults.setObject(std::move(hashes), kLibraryHashesKey);
     return stamp;

@@ -49,7 +49,9 @@ public:
     const std::string& libraryPath() const { return m_libraryPath; }
     const std::string& libraryVersion() const { return m_libraryVersion; }
     const std::vector<PropertyValue>& photosArray() const { return m_photos.records(); }
-    void setPhotosArray(std::vector<PropertyValue> photos) { m_photos.setRecords(std::move(photos), kPhotoPathKey); }
+    void setPhotosArray(std::vector<PropertyValue> photos) {
+        m_photos.setRecords(std::move(photos), kPhotoPathKey);
+    }
     // The record of the photo at that path as the library writes it, or null.
     PropertyValue libraryEventForPath(std::string_view path) const { return m_photos.recordForPath(path); }
 
@@ -65,7 +67,9 @@ public:
     const std::string& libraryPath() const { return m_libraryPath; }
     const std::string& libraryVersion() const { return m_libraryVersion; }
     const std::vector<PropertyValue>& tracksArray() const { return m_tracks.records(); }
-    void setTracksArray(std::vector<PropertyValue> tracks) { m_tracks.setRecords(std::move(tracks), kTrackPathKey); }
+    void setTracksArray(std::vector<PropertyValue> tracks) {
+        m_tracks.setRecords(std::move(tracks), kTrackPathKey);
+    }
     PropertyValue trackInfoAtPath(std::string_view path) const { return m_tracks.recordForPath(path); }
 
 private:

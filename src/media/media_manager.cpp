@@ -53,7 +53,8 @@ bool CViMediaManager::parseLibraryIfDidntAlready(const std::string& path, bool i
     return parseLocked(path, iPhoto);
 }
 
-PropertyValue CViMediaManager::iPhotoLibraryEventOfPhotoAtPath(const std::string& path, const std::string& libraryPath) {
+PropertyValue CViMediaManager::iPhotoLibraryEventOfPhotoAtPath(const std::string& path,
+                                                               const std::string& libraryPath) {
     std::lock_guard lock(m_mutex);
     if (!parseLocked(libraryPath, true))
         return {};
@@ -62,7 +63,8 @@ PropertyValue CViMediaManager::iPhotoLibraryEventOfPhotoAtPath(const std::string
     return photos ? (*photos)->libraryEventForPath(path) : PropertyValue();
 }
 
-PropertyValue CViMediaManager::iTunesTrackInfoAtPath(const std::string& path, const std::string& libraryPath) {
+PropertyValue CViMediaManager::iTunesTrackInfoAtPath(const std::string& path,
+                                                     const std::string& libraryPath) {
     std::lock_guard lock(m_mutex);
     if (!parseLocked(libraryPath, false))
         return {};

@@ -1,10 +1,9 @@
 #include "photo_parser.h"
 
+#include <cstdio>
+#include <libxml/SAX2.h>
 #include <libxml/parser.h>
 #include <libxml/parserInternals.h>
-#include <libxml/SAX2.h>
-
-#include <cstdio>
 #include <memory>
 #include <mutex>
 
@@ -27,31 +26,39 @@ CViPhotoParser* parserOf(void* context) {
     return static_cast<CViPhotoParser*>(static_cast<xmlParserCtxtPtr>(context)->_private);
 }
 
-void onStartElement(void* ctx, const xmlChar* localname, const xmlChar*, const xmlChar*, int, const xmlChar**, int,
-                    int, const xmlChar**) {
+void onStartElement(void* ctx, const xmlChar* localname, const xmlChar*, const xmlChar*, int, const xmlChar**,
+                    int, int, const xmlChar**) {
     parserOf(ctx)->startElement(reinterpret_cast<const char*>(localname));
 }
 
-void onEndElement(void* ctx, const xmlChar*, const xmlChar*, const xmlChar*) { parserOf(ctx)->endElement(); }
+void onEndElement(void* ctx, const xmlChar*, const xmlChar*, const xmlChar*) {
+    parserOf(ctx)->endElement();
+}
 
 void onCharacters(void* ctx, const xmlChar* text, int length) {
-    parserOf(ctx)->characters(std::string_view(reinterpret_cast<const char*>(text), static_cast<std::size_t>(length)));
+    parserOf(ctx)->characters(
+        std::string_view(reinterpret_cast<const char*>(text), static_cast<std::size_t>(length)));
 }
 
 // Entities declared in the file's own DTD are expanded; external ones are never loaded.
 xmlEntityPtr onGetEntity(void* ctx, const xmlChar* name) {
     xmlEntityPtr entity = xmlSAX2GetEntity(ctx, name);
-    if (entity && entity->etype != XML_INTERNAL_GENERAL_ENTITY && entity->etype != XML_INTERNAL_PREDEFINED_ENTITY)
+    if (entity && entity->etype != XML_INTERNAL_GENERAL_ENTITY &&
+        entity->etype != XML_INTERNAL_PREDEFINED_ENTITY)
         return nullptr;
     return entity;
 }
 
-xmlParserInputPtr refuseExternalEntity(void*, const xmlChar*, const xmlChar*) { return nullptr; }
+xmlParserInputPtr refuseExternalEntity(void*, const xmlChar*, const xmlChar*) {
+    return nullptr;
+}
 
 // libxml2 falls back to its own entity lookup and loads external entities through the
 // process-wide loader, whatever the handler says; so the loader itself refuses. Corvel
 // never needs an external entity or DTD anywhere.
-xmlParserInputPtr refuseExternalLoad(const char*, const char*, xmlParserCtxtPtr) { return nullptr; }
+xmlParserInputPtr refuseExternalLoad(const char*, const char*, xmlParserCtxtPtr) {
+    return nullptr;
+}
 
 void refuseExternalEntitiesEverywhere() {
     static std::once_flag once;
@@ -146,7 +153,8 @@ bool CViPhotoParser::parseXMLFile(const std::string& path, bool checkRemovedFile
         return false;
     }
     ctxt->_private = this;
-    xmlCtxtUseOptions(ctxt.get(), XML_PARSE_NOENT | XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING);
+    xmlCtxtUseOptions(ctxt.get(),
+                      XML_PARSE_NOENT | XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING);
     ctxt->loadsubset = 0;
 
     char buffer[1 << 16];
@@ -163,8 +171,9 @@ bool CViPhotoParser::parseXMLFile(const std::string& path, bool checkRemovedFile
     }
     if (!ok || !ctxt->wellFormed) {
         const xmlError* error = xmlCtxtGetLastError(ctxt.get());
-        systemLog(formatf("Malformed photo library description %@ (line %i): %@", path, error ? error->line : 0,
-                          error && error->message ? std::string(error->message) : std::string("not well-formed")));
+        systemLog(
+            formatf("Malformed photo library description %@ (line %i): %@", path, error ? error->line : 0,
+                    error && error->message ? std::string(error->message) : std::string("not well-formed")));
         return false;
     }
     return true;
@@ -181,7 +190,9 @@ void CViPhotoParser::endElement() {
         --m_keyDepth;
 }
 
-void CViPhotoParser::characters(std::string_view text) { handleText(std::string(text)); }
+void CViPhotoParser::characters(std::string_view text) {
+    handleText(std::string(text));
+}
 
 void CViPhotoParser::emitPhoto() {
     if (!photoContainsInAlreadyRemovedList(m_currentImagePath)) {
@@ -224,7 +235,8 @@ void CViPhotoParser::handleText(const std::string& text) {
     }
     if (m_gotNewRollID) {
         if (isInteger) {
-            m_eventDict = PropertyValue::Dictionary{{kEventIDKey, std::to_string(std::strtoll(text.c_str(), nullptr, 10))}};
+            m_eventDict = PropertyValue::Dictionary{
+                {kEventIDKey, std::to_string(std::strtoll(text.c_str(), nullptr, 10))}};
             m_gotNewRollID = false;
         }
         return;

@@ -6,7 +6,11 @@
 
 namespace corvel {
 
-std::string applicationVersion() { return CORVEL_VERSION; }
-std::string applicationName() { return "Corvel"; }
+std::string applicationVersion() {
+    return CORVEL_VERSION;
+}
+std::string applicationName() {
+    return "Corvel";
+}
 
 } // namespace corvel

@@ -1,13 +1,12 @@
 #include "file_access.h"
 
+#include <cerrno>
+#include <cstdint>
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <cerrno>
-#include <cstdint>
 
 #include "file_io.h"
 

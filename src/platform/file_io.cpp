@@ -82,8 +82,9 @@ bool readFileContents(const std::string& path, std::string& out, std::size_t max
             break;
         if (out.size() + static_cast<std::size_t>(n) > maxBytes) {
             ::close(fd);
-            setError(error, CVError(kCorvelFileErrorDomain, EFBIG,
-                                    "File " + path + " is larger than " + std::to_string(maxBytes) + " bytes"));
+            setError(error,
+                     CVError(kCorvelFileErrorDomain, EFBIG,
+                             "File " + path + " is larger than " + std::to_string(maxBytes) + " bytes"));
             return false;
         }
         out.append(buffer, static_cast<std::size_t>(n));

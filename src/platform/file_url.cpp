@@ -72,7 +72,8 @@ std::string percentEncode(std::string_view text, std::string_view keep) {
     out.reserve(text.size());
     for (const char c : text) {
         const auto u = static_cast<unsigned char>(c);
-        if (std::isalnum(u) || c == '-' || c == '.' || c == '_' || c == '~' || keep.find(c) != std::string_view::npos) {
+        if (std::isalnum(u) || c == '-' || c == '.' || c == '_' || c == '~' ||
+            keep.find(c) != std::string_view::npos) {
             out += c;
         } else {
             out += '%';
@@ -83,6 +84,8 @@ std::string percentEncode(std::string_view text, std::string_view keep) {
     return out;
 }
 
-std::string fileURLStringFromPath(std::string_view path) { return "file://" + percentEncode(path, "/"); }
+std::string fileURLStringFromPath(std::string_view path) {
+    return "file://" + percentEncode(path, "/");
+}
 
 } // namespace corvel

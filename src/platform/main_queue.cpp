@@ -158,9 +158,13 @@ bool MainQueue::runUntil(const std::function<bool()>& condition, Clock::duration
     }
 }
 
-void MainQueue::runFor(Clock::duration duration) { runUntil(nullptr, duration); }
+void MainQueue::runFor(Clock::duration duration) {
+    runUntil(nullptr, duration);
+}
 
-void MainQueue::run() { runUntil(nullptr, std::chrono::hours(24 * 365 * 100)); }
+void MainQueue::run() {
+    runUntil(nullptr, std::chrono::hours(24 * 365 * 100));
+}
 
 void MainQueue::stop() {
     {

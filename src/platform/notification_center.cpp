@@ -38,7 +38,8 @@ void NotificationCenter::post(const Notification& notification) {
     {
         std::lock_guard lock(m_mutex);
         for (const auto& e : m_entries)
-            if ((e->name.empty() || e->name == notification.name) && (!e->sender || e->sender == notification.sender))
+            if ((e->name.empty() || e->name == notification.name) &&
+                (!e->sender || e->sender == notification.sender))
                 matching.push_back(e);
     }
     for (const auto& e : matching)

@@ -63,7 +63,8 @@ private:
 class ScopedObserver {
 public:
     ScopedObserver() = default;
-    ScopedObserver(NotificationCenter& center, NotificationCenter::ObserverId id) : m_center(&center), m_id(id) {}
+    ScopedObserver(NotificationCenter& center, NotificationCenter::ObserverId id)
+        : m_center(&center), m_id(id) {}
     ScopedObserver(ScopedObserver&& other) noexcept : m_center(other.m_center), m_id(other.m_id) {
         other.m_center = nullptr;
     }

@@ -34,8 +34,12 @@ bool equalsIgnoringAsciiCase(std::string_view a, std::string_view b) {
     return true;
 }
 
-bool isIdentifierStart(char c) { return std::isalpha(static_cast<unsigned char>(c)) || c == '_' || c == '$' || c == '@'; }
-bool isIdentifierChar(char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '$' || c == '@'; }
+bool isIdentifierStart(char c) {
+    return std::isalpha(static_cast<unsigned char>(c)) || c == '_' || c == '$' || c == '@';
+}
+bool isIdentifierChar(char c) {
+    return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '$' || c == '@';
+}
 
 } // namespace
 
@@ -71,8 +75,8 @@ public:
 
     CVError error() const {
         CVError e(kPredicateErrorDomain, 1,
-                  "Unable to parse the format string \"" + std::string(m_text) + "\": " + m_message + " at position " +
-                      std::to_string(m_errorPos));
+                  "Unable to parse the format string \"" + std::string(m_text) + "\": " + m_message +
+                      " at position " + std::to_string(m_errorPos));
         e.userInfo["position"] = static_cast<unsigned long long>(m_errorPos);
         return e;
     }
@@ -103,7 +107,8 @@ private:
     // A keyword matches only as a whole word.
     bool consumeKeyword(std::string_view word) {
         skipSpace();
-        if (m_pos + word.size() > m_text.size() || !equalsIgnoringAsciiCase(m_text.substr(m_pos, word.size()), word))
+        if (m_pos + word.size() > m_text.size() ||
+            !equalsIgnoringAsciiCase(m_text.substr(m_pos, word.size()), word))
             return false;
         if (m_pos + word.size() < m_text.size() && isIdentifierChar(m_text[m_pos + word.size()]))
             return false;
@@ -194,7 +199,7 @@ private:
     bool parseOperator(Predicate::Node& node) {
         skipSpace();
         static constexpr std::pair<std::string_view, Op> symbols[] = {
-            {"==", Op::Equal},     {"!=", Op::NotEqual},     {"<>", Op::NotEqual},  {"<=", Op::LessEqual},
+            {"==", Op::Equal},     {"!=", Op::NotEqual},     {"<>", Op::NotEqual},     {"<=", Op::LessEqual},
             {"=<", Op::LessEqual}, {">=", Op::GreaterEqual}, {"=>", Op::GreaterEqual}, {"<", Op::Less},
             {">", Op::Greater},    {"=", Op::Equal},
         };
@@ -306,8 +311,8 @@ private:
              std::isdigit(static_cast<unsigned char>(m_text[m_pos + 1]))))
             return parseNumber(expr.literal);
         // Literal words: 1 true, 0 false, -1 null.
-        static constexpr std::pair<std::string_view, int> words[] = {
-            {"YES", 1}, {"TRUE", 1}, {"NO", 0}, {"FALSE", 0}, {"NIL", -1}, {"NULL", -1}};
+        static constexpr std::pair<std::string_view, int> words[] = {{"YES", 1},   {"TRUE", 1}, {"NO", 0},
+                                                                     {"FALSE", 0}, {"NIL", -1}, {"NULL", -1}};
         for (const auto& [word, meaning] : words) {
             if (consumeKeyword(word)) {
                 expr.literal = meaning < 0 ? PropertyValue() : PropertyValue(meaning == 1);
@@ -327,7 +332,8 @@ private:
         std::size_t start = 0;
         while (start <= keyPath.size()) {
             const std::size_t dot = keyPath.find('.', start);
-            const std::string part = keyPath.substr(start, dot == std::string::npos ? std::string::npos : dot - start);
+            const std::string part =
+                keyPath.substr(start, dot == std::string::npos ? std::string::npos : dot - start);
             if (!part.empty())
                 path.push_back({PathComponent::Kind::Key, part, 0});
             if (dot == std::string::npos)
@@ -374,7 +380,8 @@ private:
                 const std::string_view inside = m_text.substr(m_pos + 1, close - m_pos - 1);
                 if (equalsIgnoringAsciiCase(inside, "SIZE")) {
                     path.push_back({PathComponent::Kind::Size, {}, 0});
-                } else if (!inside.empty() && inside.find_first_not_of("0123456789") == std::string_view::npos) {
+                } else if (!inside.empty() &&
+                           inside.find_first_not_of("0123456789") == std::string_view::npos) {
                     path.push_back({PathComponent::Kind::Index, {}, std::stoull(std::string(inside))});
                 } else {
                     ++m_pos;
@@ -423,7 +430,8 @@ private:
         while (m_pos < m_text.size() &&
                (std::isdigit(static_cast<unsigned char>(m_text[m_pos])) || m_text[m_pos] == '.' ||
                 m_text[m_pos] == 'e' || m_text[m_pos] == 'E' ||
-                ((m_text[m_pos] == '-' || m_text[m_pos] == '+') && (m_text[m_pos - 1] == 'e' || m_text[m_pos - 1] == 'E')))) {
+                ((m_text[m_pos] == '-' || m_text[m_pos] == '+') &&
+                 (m_text[m_pos - 1] == 'e' || m_text[m_pos - 1] == 'E')))) {
             real = real || !std::isdigit(static_cast<unsigned char>(m_text[m_pos]));
             ++m_pos;
         }
@@ -510,7 +518,8 @@ std::optional<double> numericString(const PropertyValue& v) {
 }
 
 // Orders two values: negative, zero or positive; nothing when they do not compare.
-std::optional<int> order(const PropertyValue& a, const PropertyValue& b, bool ignoreCase, bool ignoreDiacritics) {
+std::optional<int> order(const PropertyValue& a, const PropertyValue& b, bool ignoreCase,
+                         bool ignoreDiacritics) {
     using Type = PropertyValue::Type;
     auto sign = [](auto x, auto y) { return x < y ? -1 : (y < x ? 1 : 0); };
     if (a.isNumber() && b.isNumber()) {
@@ -549,8 +558,10 @@ std::optional<int> order(const PropertyValue& a, const PropertyValue& b, bool ig
     return std::nullopt;
 }
 
-bool compareStrings(Op op, const std::string& hay, const std::string& needle, bool ignoreCase, bool ignoreDiacritics) {
-    const std::string h = (ignoreCase || ignoreDiacritics) ? comparisonKey(hay, ignoreCase, ignoreDiacritics) : hay;
+bool compareStrings(Op op, const std::string& hay, const std::string& needle, bool ignoreCase,
+                    bool ignoreDiacritics) {
+    const std::string h =
+        (ignoreCase || ignoreDiacritics) ? comparisonKey(hay, ignoreCase, ignoreDiacritics) : hay;
     const std::string n =
         (ignoreCase || ignoreDiacritics) ? comparisonKey(needle, ignoreCase, ignoreDiacritics) : needle;
     switch (op) {
@@ -585,7 +596,10 @@ bool compare(const Predicate::Node& node, const PropertyValue& a, const Property
         const auto o = order(a, b, node.ignoreCase, node.ignoreDiacritics);
         if (!o)
             return false;
-        return node.op == Op::Less ? *o < 0 : node.op == Op::Greater ? *o > 0 : node.op == Op::LessEqual ? *o <= 0 : *o >= 0;
+        return node.op == Op::Less        ? *o < 0
+               : node.op == Op::Greater   ? *o > 0
+               : node.op == Op::LessEqual ? *o <= 0
+                                          : *o >= 0;
     }
     case Op::BeginsWith:
     case Op::EndsWith:
@@ -634,6 +648,8 @@ std::optional<Predicate> Predicate::parse(std::string_view format, std::span<con
     return Predicate(std::string(format), std::move(root));
 }
 
-bool Predicate::evaluate(const KeyValueObject& object) const { return evaluateNode(*m_root, object); }
+bool Predicate::evaluate(const KeyValueObject& object) const {
+    return evaluateNode(*m_root, object);
+}
 
 } // namespace corvel

@@ -58,7 +58,8 @@ public:
     const std::string& format() const { return m_format; }
 
 private:
-    Predicate(std::string format, std::shared_ptr<const Node> root) : m_format(std::move(format)), m_root(std::move(root)) {}
+    Predicate(std::string format, std::shared_ptr<const Node> root)
+        : m_format(std::move(format)), m_root(std::move(root)) {}
     std::string m_format;
     std::shared_ptr<const Node> m_root;
 };

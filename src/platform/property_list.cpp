@@ -1,12 +1,11 @@
 #include "property_list.h"
 
-#include <plist/plist.h>
-
 #include <cerrno>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <plist/plist.h>
 #include <vector>
 
 #include "file_io.h"
@@ -23,7 +22,9 @@ struct PlistDeleter {
 };
 using PlistPtr = std::unique_ptr<void, PlistDeleter>;
 
-bool isBinary(std::string_view bytes) { return bytes.size() >= 8 && bytes.substr(0, 6) == "bplist"; }
+bool isBinary(std::string_view bytes) {
+    return bytes.size() >= 8 && bytes.substr(0, 6) == "bplist";
+}
 
 bool startsWith(std::string_view s, std::size_t at, std::string_view prefix) {
     return s.size() >= at + prefix.size() && s.compare(at, prefix.size(), prefix) == 0;
@@ -61,8 +62,8 @@ int xmlDepth(std::string_view s, int limit) {
         if (tagEnd == std::string_view::npos)
             return maxDepth;
         const char after = nameAt + nameLen < s.size() ? s[nameAt + nameLen] : '\0';
-        const bool nameEnds = after == '>' || after == '/' || after == ' ' || after == '\t' || after == '\n' ||
-                              after == '\r';
+        const bool nameEnds =
+            after == '>' || after == '/' || after == ' ' || after == '\t' || after == '\n' || after == '\r';
         if (nameLen > 0 && nameEnds) {
             if (closing) {
                 depth = depth > 0 ? depth - 1 : 0;
@@ -274,7 +275,8 @@ plist_t toPlist(const PropertyValue& value) {
         double rel = value.asDate()->secondsSince1970 - kReferenceDateOffset;
         rel = std::fmax(-2147483648.0, std::fmin(2147483647.0, rel));
         double whole = std::floor(rel);
-        return plist_new_date(static_cast<std::int32_t>(whole), static_cast<std::int32_t>((rel - whole) * 1e6));
+        return plist_new_date(static_cast<std::int32_t>(whole),
+                              static_cast<std::int32_t>((rel - whole) * 1e6));
     }
     case Type::Data: {
         const auto* data = value.asData();
@@ -298,7 +300,9 @@ plist_t toPlist(const PropertyValue& value) {
     return nullptr;
 }
 
-CVError malformed(const std::string& what) { return CVError(kCorvelFileErrorDomain, EINVAL, what); }
+CVError malformed(const std::string& what) {
+    return CVError(kCorvelFileErrorDomain, EINVAL, what);
+}
 
 } // namespace
 
@@ -312,13 +316,14 @@ bool readPropertyList(std::string_view bytes, PropertyValue& out, CVError* error
         return false;
     }
     if (bytes.size() > kMaxPropertyListBytes) {
-        setError(error, malformed("The property list is larger than " + std::to_string(kMaxPropertyListBytes) +
-                                  " bytes"));
+        setError(error, malformed("The property list is larger than " +
+                                  std::to_string(kMaxPropertyListBytes) + " bytes"));
         return false;
     }
     const int depth = propertyListNestingDepth(bytes, kMaxPropertyListDepth);
     if (depth < 0) {
-        setError(error, malformed("The binary property list is damaged (bad trailer, offsets or references)"));
+        setError(error,
+                 malformed("The binary property list is damaged (bad trailer, offsets or references)"));
         return false;
     }
     if (depth > kMaxPropertyListDepth) {

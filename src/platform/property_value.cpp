@@ -51,7 +51,9 @@ std::optional<double> PropertyValue::asReal() const {
     return std::nullopt;
 }
 
-const std::string* PropertyValue::asString() const { return std::get_if<std::string>(&m_value); }
+const std::string* PropertyValue::asString() const {
+    return std::get_if<std::string>(&m_value);
+}
 
 std::optional<PropertyDate> PropertyValue::asDate() const {
     if (const auto* d = std::get_if<PropertyDate>(&m_value))

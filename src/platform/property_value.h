@@ -90,7 +90,9 @@ public:
     // unshares storage that other copies still hold.
     Array& mutableArray();
     Dictionary& mutableDictionary();
-    void set(std::string_view key, PropertyValue value) { mutableDictionary()[std::string(key)] = std::move(value); }
+    void set(std::string_view key, PropertyValue value) {
+        mutableDictionary()[std::string(key)] = std::move(value);
+    }
     void append(PropertyValue value) { mutableArray().push_back(std::move(value)); }
 
     // Deep equality; an integer and a real with the same numeric value are equal, as are
@@ -105,8 +107,8 @@ private:
         std::int64_t bits;
         bool isUnsigned;
     };
-    std::variant<std::monostate, bool, Integer, double, std::string, PropertyDate, std::shared_ptr<const Data>,
-                 std::shared_ptr<const Array>, std::shared_ptr<const Dictionary>>
+    std::variant<std::monostate, bool, Integer, double, std::string, PropertyDate,
+                 std::shared_ptr<const Data>, std::shared_ptr<const Array>, std::shared_ptr<const Dictionary>>
         m_value;
 };
 

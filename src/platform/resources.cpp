@@ -1,9 +1,8 @@
 #include "resources.h"
 
+#include <cstdlib>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <cstdlib>
 
 #include "file_io.h"
 
@@ -45,6 +44,8 @@ const std::string& resourceDirectory() {
     return dir;
 }
 
-std::string resourcePath(std::string_view relative) { return resourceDirectory() + "/" + std::string(relative); }
+std::string resourcePath(std::string_view relative) {
+    return resourceDirectory() + "/" + std::string(relative);
+}
 
 } // namespace corvel

@@ -1,10 +1,9 @@
 #include "system_log.h"
 
-#include <syslog.h>
-
 #include <atomic>
 #include <cstdio>
 #include <mutex>
+#include <syslog.h>
 
 #include "text_format.h"
 
@@ -49,8 +48,12 @@ void systemLogFormat(std::string_view format, std::span<const PropertyValue> arg
     systemLog(formatString(format, args));
 }
 
-void setLogToStderr(bool enabled) { g_toStderr = enabled; }
-void setLogToSyslog(bool enabled) { g_toSyslog = enabled; }
+void setLogToStderr(bool enabled) {
+    g_toStderr = enabled;
+}
+void setLogToSyslog(bool enabled) {
+    g_toSyslog = enabled;
+}
 
 ScopedLogCapture::ScopedLogCapture() : m_impl(std::make_unique<Impl>()) {
     std::lock_guard lock(logMutex());

@@ -81,17 +81,19 @@ bool RegularExpression::matchesWhole(std::string_view text) const {
     });
 }
 
-std::optional<std::pair<std::size_t, std::size_t>> RegularExpression::firstMatch(std::string_view text) const {
-    return withMatcher(*m_compiled, text, [](icu::RegexMatcher* m) -> std::optional<std::pair<std::size_t, std::size_t>> {
-        UErrorCode status = U_ZERO_ERROR;
-        if (!m || !m->find(0, status) || U_FAILURE(status))
-            return std::nullopt;
-        const int64_t start = m->start64(status);
-        const int64_t end = m->end64(status);
-        if (U_FAILURE(status))
-            return std::nullopt;
-        return std::make_pair(static_cast<std::size_t>(start), static_cast<std::size_t>(end - start));
-    });
+std::optional<std::pair<std::size_t, std::size_t>>
+RegularExpression::firstMatch(std::string_view text) const {
+    return withMatcher(
+        *m_compiled, text, [](icu::RegexMatcher* m) -> std::optional<std::pair<std::size_t, std::size_t>> {
+            UErrorCode status = U_ZERO_ERROR;
+            if (!m || !m->find(0, status) || U_FAILURE(status))
+                return std::nullopt;
+            const int64_t start = m->start64(status);
+            const int64_t end = m->end64(status);
+            if (U_FAILURE(status))
+                return std::nullopt;
+            return std::make_pair(static_cast<std::size_t>(start), static_cast<std::size_t>(end - start));
+        });
 }
 
 std::vector<std::pair<std::size_t, std::size_t>> RegularExpression::allMatches(std::string_view text) const {
@@ -120,7 +122,9 @@ std::string RegularExpression::replaceAll(std::string_view text, std::string_vie
     return U_SUCCESS(status) ? toUtf8(result) : std::string(text);
 }
 
-std::string nfd(std::string_view text) { return toUtf8(decomposed(text)); }
+std::string nfd(std::string_view text) {
+    return toUtf8(decomposed(text));
+}
 
 std::string nfc(std::string_view text) {
     UErrorCode status = U_ZERO_ERROR;
@@ -180,9 +184,9 @@ int localizedCaseInsensitiveCompare(std::string_view a, std::string_view b) {
         return ka < kb ? -1 : (ka > kb ? 1 : 0);
     }
     UErrorCode status = U_ZERO_ERROR;
-    const UCollationResult r = collator->compareUTF8(icu::StringPiece(a.data(), static_cast<int32_t>(a.size())),
-                                                     icu::StringPiece(b.data(), static_cast<int32_t>(b.size())),
-                                                     status);
+    const UCollationResult r =
+        collator->compareUTF8(icu::StringPiece(a.data(), static_cast<int32_t>(a.size())),
+                              icu::StringPiece(b.data(), static_cast<int32_t>(b.size())), status);
     return r == UCOL_LESS ? -1 : (r == UCOL_GREATER ? 1 : 0);
 }
 

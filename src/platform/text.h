@@ -8,12 +8,11 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unicode/uversion.h>
 #include <utility>
 #include <vector>
 
 #include "error.h"
-
-#include <unicode/uversion.h>
 
 U_NAMESPACE_BEGIN
 class RegexPattern;

@@ -11,7 +11,9 @@ std::shared_ptr<Tracker>& installed() {
 
 } // namespace
 
-Tracker& sharedTracker() { return *installed(); }
+Tracker& sharedTracker() {
+    return *installed();
+}
 
 void setSharedTracker(std::shared_ptr<Tracker> tracker) {
     installed() = tracker ? std::move(tracker) : std::make_shared<NullTracker>();

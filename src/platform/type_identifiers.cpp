@@ -1,9 +1,8 @@
 #include "type_identifiers.h"
 
-#include <nlohmann/json.hpp>
-
 #include <algorithm>
 #include <cctype>
+#include <nlohmann/json.hpp>
 
 #include "file_io.h"
 #include "resources.h"
@@ -39,8 +38,8 @@ bool TypeIdentifiers::load(const std::string& path, CVError* error) {
     if (!readFileContents(path, text, std::size_t{16} << 20, error))
         return false;
     const nlohmann::json doc = nlohmann::json::parse(text, nullptr, false);
-    if (doc.is_discarded() || !doc.is_object() || !doc.contains("extensions") || !doc.contains("conformsTo") ||
-        !doc["extensions"].is_object() || !doc["conformsTo"].is_object()) {
+    if (doc.is_discarded() || !doc.is_object() || !doc.contains("extensions") ||
+        !doc.contains("conformsTo") || !doc["extensions"].is_object() || !doc["conformsTo"].is_object()) {
         setError(error, CVError(kCorvelFileErrorDomain, 1, path + ": not a type identifier table"));
         return false;
     }

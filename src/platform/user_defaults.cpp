@@ -1,9 +1,8 @@
 #include "user_defaults.h"
 
-#include <sys/stat.h>
-
 #include <cstdio>
 #include <cstdlib>
+#include <sys/stat.h>
 
 #include "file_io.h"
 #include "main_queue.h"
@@ -42,7 +41,9 @@ std::string setAsideCorruptFile(const std::string& path) {
 
 } // namespace
 
-UserDefaults::UserDefaults(std::string path) : m_path(std::move(path)) { load(); }
+UserDefaults::UserDefaults(std::string path) : m_path(std::move(path)) {
+    load();
+}
 
 UserDefaults::~UserDefaults() {
     CVError error;
@@ -136,7 +137,9 @@ std::optional<PropertyValue::Data> UserDefaults::dataForKey(std::string_view key
     return std::nullopt;
 }
 
-std::optional<PropertyDate> UserDefaults::dateForKey(std::string_view key) const { return objectForKey(key).asDate(); }
+std::optional<PropertyDate> UserDefaults::dateForKey(std::string_view key) const {
+    return objectForKey(key).asDate();
+}
 
 bool UserDefaults::hasStoredValueForKey(std::string_view key) const {
     std::lock_guard lock(m_mutex);
@@ -185,7 +188,8 @@ void UserDefaults::registerDefaults(const PropertyValue::Dictionary& defaults) {
 UserDefaults::ObserverId UserDefaults::addObserver(std::string key, Observer observer) {
     std::lock_guard lock(m_mutex);
     const ObserverId id = m_nextObserverId++;
-    m_observers.push_back(std::make_shared<ObserverEntry>(ObserverEntry{id, std::move(key), std::move(observer)}));
+    m_observers.push_back(
+        std::make_shared<ObserverEntry>(ObserverEntry{id, std::move(key), std::move(observer)}));
     return id;
 }
 

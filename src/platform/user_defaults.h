@@ -63,12 +63,16 @@ public:
     // Stores a value; a null value removes the key.
     void setObject(PropertyValue value, std::string_view key);
     void setBool(bool value, std::string_view key) { setObject(PropertyValue(value), key); }
-    void setInteger(std::int64_t value, std::string_view key) { setObject(PropertyValue(static_cast<long long>(value)), key); }
+    void setInteger(std::int64_t value, std::string_view key) {
+        setObject(PropertyValue(static_cast<long long>(value)), key);
+    }
     void setUnsignedInteger(std::uint64_t value, std::string_view key) {
         setObject(PropertyValue(static_cast<unsigned long long>(value)), key);
     }
     void setDouble(double value, std::string_view key) { setObject(PropertyValue(value), key); }
-    void setFloat(float value, std::string_view key) { setObject(PropertyValue(static_cast<double>(value)), key); }
+    void setFloat(float value, std::string_view key) {
+        setObject(PropertyValue(static_cast<double>(value)), key);
+    }
     void removeObjectForKey(std::string_view key) { setObject(PropertyValue(), key); }
 
     // Adds registered defaults (later registrations of a key win). Never written.
@@ -86,7 +90,8 @@ public:
 private:
     PropertyValue effectiveValueLocked(std::string_view key) const;
     void load();
-    void notifyObservers(const std::string& key, const PropertyValue& oldValue, const PropertyValue& newValue);
+    void notifyObservers(const std::string& key, const PropertyValue& oldValue,
+                         const PropertyValue& newValue);
 
     struct ObserverEntry {
         ObserverId id;

@@ -1,10 +1,9 @@
 #include "user_paths.h"
 
-#include <pwd.h>
-#include <unistd.h>
-
 #include <cstdlib>
 #include <fstream>
+#include <pwd.h>
+#include <unistd.h>
 #include <vector>
 
 namespace corvel {
@@ -97,7 +96,8 @@ std::string xdgDataHome() {
     return dir.empty() ? homeDirectory() + "/.local/share" : trimTrailingSlashes(dir);
 }
 
-std::string userDirectoryFromFile(UserDirectory kind, const std::string& userDirsFile, const std::string& home) {
+std::string userDirectoryFromFile(UserDirectory kind, const std::string& userDirsFile,
+                                  const std::string& home) {
     const DirectoryKey key = keyFor(kind);
     const std::string fallback = home + "/" + key.fallback;
     std::ifstream in(userDirsFile);
@@ -106,7 +106,8 @@ std::string userDirectoryFromFile(UserDirectory kind, const std::string& userDir
     // Lines look like XDG_DOWNLOAD_DIR="$HOME/Downloads" or ="/absolute/path"; the last one wins.
     while (std::getline(in, line)) {
         const auto eq = line.find('=');
-        if (line.empty() || line[0] == '#' || eq == std::string::npos || line.compare(0, eq, key.variable) != 0)
+        if (line.empty() || line[0] == '#' || eq == std::string::npos ||
+            line.compare(0, eq, key.variable) != 0)
             continue;
         std::string value = line.substr(eq + 1);
         if (value.size() < 2 || value.front() != '"' || value.back() != '"')

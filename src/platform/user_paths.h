@@ -28,6 +28,7 @@ std::string userDirectory(UserDirectory kind);
 // The same, read from the given user-dirs.dirs file with the given home folder. A
 // missing file, a missing entry or a malformed line gives the fallback; an entry that
 // names the home folder itself means "not set" and also gives the fallback.
-std::string userDirectoryFromFile(UserDirectory kind, const std::string& userDirsFile, const std::string& home);
+std::string userDirectoryFromFile(UserDirectory kind, const std::string& userDirsFile,
+                                  const std::string& home);
 
 } // namespace corvel

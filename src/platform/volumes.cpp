@@ -1,9 +1,8 @@
 #include "volumes.h"
 
-#include <sys/vfs.h>
-
 #include <fstream>
 #include <sstream>
+#include <sys/vfs.h>
 
 namespace corvel {
 
@@ -90,7 +89,9 @@ std::string volumePathOfPath(std::string_view path, const std::vector<MountEntry
     return best;
 }
 
-std::string volumePathOfPath(std::string_view path) { return volumePathOfPath(path, readMountTable()); }
+std::string volumePathOfPath(std::string_view path) {
+    return volumePathOfPath(path, readMountTable());
+}
 
 bool isLocalVolume(const std::string& path) {
     struct statfs fs {};

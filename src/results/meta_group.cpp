@@ -13,13 +13,19 @@ struct Category {
 };
 
 constexpr Category kCategories[] = {
-    {"MetaGroupName_AllFiles", "", 0, 0, 0},       {"MetaGroupName_Other", "LimeDot", 217, 224, 33},
-    {"MetaGroupName_Documents", "GreenDot", 136, 201, 48}, {"MetaGroupName_Pictures", "OrangeDot", 247, 147, 30},
-    {"MetaGroupName_Music", "BlueDot", 0, 153, 255},       {"MetaGroupName_Movies", "PurpleDot", 207, 50, 207},
-    {"MetaGroupName_Archives", "CyanDot", 0, 181, 181},    {"MetaGroupName_Folders", "RedDot", 237, 30, 121},
+    {"MetaGroupName_AllFiles", "", 0, 0, 0},
+    {"MetaGroupName_Other", "LimeDot", 217, 224, 33},
+    {"MetaGroupName_Documents", "GreenDot", 136, 201, 48},
+    {"MetaGroupName_Pictures", "OrangeDot", 247, 147, 30},
+    {"MetaGroupName_Music", "BlueDot", 0, 153, 255},
+    {"MetaGroupName_Movies", "PurpleDot", 207, 50, 207},
+    {"MetaGroupName_Archives", "CyanDot", 0, 181, 181},
+    {"MetaGroupName_Folders", "RedDot", 237, 30, 121},
 };
 
-const Category* category(std::int32_t id) { return id >= 0 && id <= 7 ? &kCategories[id] : nullptr; }
+const Category* category(std::int32_t id) {
+    return id >= 0 && id <= 7 ? &kCategories[id] : nullptr;
+}
 
 } // namespace
 

@@ -71,7 +71,9 @@ struct DigestKey {
 };
 
 struct DigestKeyHash {
-    std::size_t operator()(const DigestKey& k) const { return static_cast<std::size_t>(k.hash ^ (k.length * 0x9E3779B97F4A7C15ULL)); }
+    std::size_t operator()(const DigestKey& k) const {
+        return static_cast<std::size_t>(k.hash ^ (k.length * 0x9E3779B97F4A7C15ULL));
+    }
 };
 
 } // namespace
@@ -194,8 +196,8 @@ void CVDuplicatesLocator::updateProgress(double delta, double delaySeconds) {
     NotificationCenter::defaultCenter().post(kProgressUpdatedNotification, nullptr, value);
 }
 
-void CVDuplicatesLocator::queueAhead(const std::vector<std::uint64_t>& keys, std::size_t from, SizeGroups& groups,
-                                     std::uint64_t minimumSize, std::uint64_t topCount) {
+void CVDuplicatesLocator::queueAhead(const std::vector<std::uint64_t>& keys, std::size_t from,
+                                     SizeGroups& groups, std::uint64_t minimumSize, std::uint64_t topCount) {
     m_queuedUpTo = std::max(m_queuedUpTo, from);
     while (m_queuedUpTo < keys.size() && m_reader->pending() < kReadAheadFiles) {
         const std::uint64_t size = keys[m_queuedUpTo];
@@ -271,7 +273,8 @@ void CVDuplicatesLocator::locateDuplicatesInDictionary(SizeGroups& groups) {
         updateProgress(100.0 - progress(), 0);
     }
     const auto controller = duplicatesController();
-    systemLogf("Total duplicates found size = %llu count = %lu", controller->size(), controller->allFiles().size());
+    systemLogf("Total duplicates found size = %llu count = %lu", controller->size(),
+               controller->allFiles().size());
 }
 
 void CVDuplicatesLocator::sortSizeGroup(std::vector<NodePtr>& nodes) {
@@ -293,7 +296,8 @@ bool CVDuplicatesLocator::ignoreFile(const CVNode& node) const {
     if (file->ignore())
         return true;
     const std::int32_t rootType = root->type();
-    if (file->type() == kNodeTypePlainFolder && (isIPhotoLibFileType(rootType) || isITunesLibFileType(rootType)))
+    if (file->type() == kNodeTypePlainFolder &&
+        (isIPhotoLibFileType(rootType) || isITunesLibFileType(rootType)))
         return true;
     if (isIPhotoLibFileType(rootType) && file->info().count() == 0)
         return true;
@@ -301,7 +305,8 @@ bool CVDuplicatesLocator::ignoreFile(const CVNode& node) const {
 }
 
 void CVDuplicatesLocator::decideRemoveForbidden(CVFile& file) const {
-    if (const auto root = file.rootFolder(); root && isITunesLibFileType(root->type()) && file.info().count() == 0) {
+    if (const auto root = file.rootFolder();
+        root && isITunesLibFileType(root->type()) && file.info().count() == 0) {
         file.setRemoveForbidden(false);
         file.setRootFolder(nullptr);
     }
@@ -328,7 +333,8 @@ GroupPtr CVDuplicatesLocator::makeGroup(const std::shared_ptr<CVFile>& first,
     return group;
 }
 
-void CVDuplicatesLocator::findFileGroups(const std::vector<CVFile*>& files, const std::vector<std::size_t>& order,
+void CVDuplicatesLocator::findFileGroups(const std::vector<CVFile*>& files,
+                                         const std::vector<std::size_t>& order,
                                          std::vector<std::pair<std::size_t, GroupPtr>>& found) {
     std::unordered_map<DigestKey, std::vector<std::size_t>, DigestKeyHash> buckets;
     std::vector<DigestKey> keyOrder;
@@ -371,15 +377,17 @@ void CVDuplicatesLocator::findFileGroups(const std::vector<CVFile*>& files, cons
                     matches.push_back(std::static_pointer_cast<CVFile>(files[equal[b]]->shared_from_this()));
                 }
                 if (!matches.empty())
-                    if (auto group = makeGroup(std::static_pointer_cast<CVFile>(first->shared_from_this()), matches))
+                    if (auto group =
+                            makeGroup(std::static_pointer_cast<CVFile>(first->shared_from_this()), matches))
                         found.emplace_back(order[equal[a]], std::move(group));
             }
         }
     }
 }
 
-std::vector<std::vector<std::size_t>> CVDuplicatesLocator::confirmEqual(const std::vector<CVFile*>& files,
-                                                                         const std::vector<std::size_t>& members) {
+std::vector<std::vector<std::size_t>>
+CVDuplicatesLocator::confirmEqual(const std::vector<CVFile*>& files,
+                                  const std::vector<std::size_t>& members) {
     std::vector<std::vector<std::size_t>> classes;
     std::vector<std::vector<std::uint8_t>> representatives;
     thread_local std::vector<std::uint8_t> scratch;
@@ -390,7 +398,8 @@ std::vector<std::vector<std::size_t>> CVDuplicatesLocator::confirmEqual(const st
         const std::int32_t type = file->type();
         const std::string uti = type == kNodeTypeDocument ? file->uti() : std::string();
         bool streamed = false;
-        const std::uint64_t length = CVSignature::readInto(file->path(), file->size(), type, uti, scratch, streamed);
+        const std::uint64_t length =
+            CVSignature::readInto(file->path(), file->size(), type, uti, scratch, streamed);
         if (length == 0)
             continue; // vanished or shrunk since its digest was taken
         if (streamed) {
@@ -408,11 +417,13 @@ std::vector<std::vector<std::size_t>> CVDuplicatesLocator::confirmEqual(const st
         }
         std::size_t c = 0;
         for (; c < classes.size(); ++c)
-            if (representatives[c].size() == length && std::memcmp(representatives[c].data(), scratch.data(), length) == 0)
+            if (representatives[c].size() == length &&
+                std::memcmp(representatives[c].data(), scratch.data(), length) == 0)
                 break;
         if (c == classes.size()) {
             classes.push_back({n});
-            representatives.emplace_back(scratch.begin(), scratch.begin() + static_cast<std::ptrdiff_t>(length));
+            representatives.emplace_back(scratch.begin(),
+                                         scratch.begin() + static_cast<std::ptrdiff_t>(length));
         } else {
             classes[c].push_back(n);
         }
@@ -465,7 +476,8 @@ std::vector<GroupPtr> CVDuplicatesLocator::findDuplicatesInSizeGroup(std::vector
     }
     if (!files.empty() && state() != 0)
         findFileGroups(files, fileOrder, found);
-    std::stable_sort(found.begin(), found.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+    std::stable_sort(found.begin(), found.end(),
+                     [](const auto& a, const auto& b) { return a.first < b.first; });
     std::vector<GroupPtr> groups;
     groups.reserve(found.size());
     for (auto& [index, group] : found)
@@ -473,7 +485,9 @@ std::vector<GroupPtr> CVDuplicatesLocator::findDuplicatesInSizeGroup(std::vector
     return groups;
 }
 
-void CVDuplicatesLocator::addDuplicateGroup(const GroupPtr& group) { duplicatesController()->addGroup(group); }
+void CVDuplicatesLocator::addDuplicateGroup(const GroupPtr& group) {
+    duplicatesController()->addGroup(group);
+}
 
 void CVDuplicatesLocator::addDuplicateGroupsFromArray(const std::vector<GroupPtr>& groups) {
     for (const auto& group : groups)

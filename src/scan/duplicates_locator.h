@@ -108,7 +108,8 @@ private:
     // the members' order; files that can no longer be read are left out.
     std::vector<std::vector<std::size_t>> confirmEqual(const std::vector<CVFile*>& files,
                                                        const std::vector<std::size_t>& members);
-    GroupPtr makeGroup(const std::shared_ptr<CVFile>& first, const std::vector<std::shared_ptr<CVFile>>& matches);
+    GroupPtr makeGroup(const std::shared_ptr<CVFile>& first,
+                       const std::vector<std::shared_ptr<CVFile>>& matches);
     void queueAhead(const std::vector<std::uint64_t>& keys, std::size_t from, SizeGroups& groups,
                     std::uint64_t minimumSize, std::uint64_t topCount);
 

@@ -1,13 +1,12 @@
 #include "files_hierarchy.h"
 
-#include <fts.h>
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <fts.h>
 #include <functional>
 #include <optional>
+#include <sys/stat.h>
 
 #include "engine/file_sizer.h"
 #include "engine/node_type.h"
@@ -36,8 +35,9 @@ bool directoryExists(const std::string& path) {
 }
 
 bool isMainLibraryType(std::int32_t type) {
-    return type == kNodeTypeITunesLibrary || type == kNodeTypeNewerITunesLibrary || type == kNodeTypeIPhotoLibrary ||
-           type == kNodeTypeNewerIPhotoLibrary || type == kNodeTypeApertureLibrary;
+    return type == kNodeTypeITunesLibrary || type == kNodeTypeNewerITunesLibrary ||
+           type == kNodeTypeIPhotoLibrary || type == kNodeTypeNewerIPhotoLibrary ||
+           type == kNodeTypeApertureLibrary;
 }
 
 // The entries fts has read for the folder it just returned.
@@ -101,7 +101,8 @@ std::vector<std::uint64_t> sizesLargestFirst(const SizeGroups& groups) {
 
 std::vector<std::string> mailDownloadFolders() {
     const std::string home = realHomeDirectory();
-    return {home + "/Library/Mail Downloads", home + "/Library/Containers/com.apple.mail/Data/Library/Mail Downloads"};
+    return {home + "/Library/Mail Downloads",
+            home + "/Library/Containers/com.apple.mail/Data/Library/Mail Downloads"};
 }
 
 CVFilesHierarchy::CVFilesHierarchy(std::vector<CVScanPath> rootPaths, Services services)
@@ -111,7 +112,9 @@ std::string CVFilesHierarchy::correctedPath(const std::string& path) const {
     return m_services.preferences.isAllFilesPath(path) ? std::string("/") : path;
 }
 
-void CVFilesHierarchy::fatalErrorOccured() { NotificationCenter::defaultCenter().post(kErrorOccuredWhileScanningNotification); }
+void CVFilesHierarchy::fatalErrorOccured() {
+    NotificationCenter::defaultCenter().post(kErrorOccuredWhileScanningNotification);
+}
 
 void CVFilesHierarchy::sortFoldersBySize(const std::vector<std::shared_ptr<CVFolder>>& folders) {
     for (const auto& folder : folders)
@@ -303,8 +306,8 @@ void CVFilesHierarchy::buildHierarchyForPath(const CVScanPath& root) {
             }
             if (path.starts_with("/Applications/")) {
                 const std::int32_t rootType = rootFolder ? rootFolder->type() : 0;
-                if (type != kNodeTypeApplication && type != kNodeTypePackage && rootType != kNodeTypeApplication &&
-                    rootType != kNodeTypePackage)
+                if (type != kNodeTypeApplication && type != kNodeTypePackage &&
+                    rootType != kNodeTypeApplication && rootType != kNodeTypePackage)
                     folder->setIgnore(true);
             }
             if (!folder->ignore())

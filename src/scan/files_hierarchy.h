@@ -10,9 +10,9 @@
 
 #include <atomic>
 #include <cstdint>
-#include <unordered_map>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "engine/folder.h"
@@ -26,7 +26,8 @@ class CVPreferences;
 
 // Notifications of the walk (object: none). The dropped-files ones carry the refused
 // root as userInfo["path"] and the verdict as userInfo["verdict"].
-inline constexpr const char* kErrorOccuredWhileScanningNotification = "com.halvik.corvel.errorOccuredWhileScanning";
+inline constexpr const char* kErrorOccuredWhileScanningNotification =
+    "com.halvik.corvel.errorOccuredWhileScanning";
 inline constexpr const char* kDroppedFilesAreSystemNotification = "com.halvik.Corvel.droppedFilesAreSystem";
 inline constexpr const char* kDroppedFilesAreIgnoredNotification = "com.halvik.Corvel.droppedFilesAreIgnored";
 

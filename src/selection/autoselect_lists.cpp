@@ -1,8 +1,7 @@
 #include "autoselect_lists.h"
 
-#include <stdlib.h>
-
 #include <climits>
+#include <stdlib.h>
 
 #include "platform/predicate.h"
 #include "platform/user_defaults.h"
@@ -12,14 +11,17 @@ namespace corvel {
 
 namespace {
 
-std::string mailDownloads() { return realHomeDirectory() + "/Library/Mail Downloads"; }
+std::string mailDownloads() {
+    return realHomeDirectory() + "/Library/Mail Downloads";
+}
 std::string mailContainerDownloads() {
     return realHomeDirectory() + "/Library/Containers/com.apple.mail/Data/Library/Mail Downloads";
 }
 
 } // namespace
 
-CVAutoselectListItem CVAutoselectListItem::autoselectItemWithPath(const std::string& path, std::int32_t category) {
+CVAutoselectListItem CVAutoselectListItem::autoselectItemWithPath(const std::string& path,
+                                                                  std::int32_t category) {
     CVAutoselectListItem item;
     item.category = category;
     char resolved[PATH_MAX];
@@ -44,7 +46,9 @@ PropertyValue CVAutoselectListItem::userDefaultValue() const {
     return PropertyValue(std::move(d));
 }
 
-CVAutoselectLists::CVAutoselectLists(UserDefaults& defaults) : m_defaults(defaults) { initAutoselectDefaultList(); }
+CVAutoselectLists::CVAutoselectLists(UserDefaults& defaults) : m_defaults(defaults) {
+    initAutoselectDefaultList();
+}
 
 void CVAutoselectLists::initAutoselectDefaultList() {
     if (!m_defaults.hasStoredValueForKey(kAutoSelectDefaultSetKey)) {
@@ -67,7 +71,7 @@ void CVAutoselectLists::resetAutoselectList() {
 }
 
 void CVAutoselectLists::resetAutoselectPrefferedListWithPath(const std::string& path,
-                                                            const std::optional<std::string>& linkedPath) {
+                                                             const std::optional<std::string>& linkedPath) {
     CVAutoselectListItem item = CVAutoselectListItem::autoselectItemWithPath(path, kAlwaysSelect);
     item.linkedPath = linkedPath;
     auto items = list();
@@ -82,7 +86,8 @@ void CVAutoselectLists::resetAutoselectPrefferedListWithPath(const std::string& 
 }
 
 void CVAutoselectLists::removeAutoselectIncludeList() {
-    static const auto neverSelect = Predicate::parsef("Category == %i", nullptr, static_cast<int>(kNeverSelect));
+    static const auto neverSelect =
+        Predicate::parsef("Category == %i", nullptr, static_cast<int>(kNeverSelect));
     std::vector<CVAutoselectListItem> kept;
     for (const auto& entry : m_defaults.arrayForKey(kAutoselectListKey).value_or(PropertyValue::Array{}))
         if (neverSelect->evaluate(entry))

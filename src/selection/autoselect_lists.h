@@ -52,14 +52,16 @@ public:
 
     void initAutoselectDefaultList();
     void resetAutoselectList();
-    void resetAutoselectPrefferedListWithPath(const std::string& path, const std::optional<std::string>& linkedPath);
+    void resetAutoselectPrefferedListWithPath(const std::string& path,
+                                              const std::optional<std::string>& linkedPath);
     // Drops every Always Select entry.
     void removeAutoselectIncludeList();
 
     std::vector<CVAutoselectListItem> list() const;
     void setAutoselectList(const std::vector<CVAutoselectListItem>& items);
     void setEnable(bool enabled, const std::string& path);
-    AutoselectRelation relationForItem(const CVAutoselectListItem& item, CVAutoselectListItem* relatedItem) const;
+    AutoselectRelation relationForItem(const CVAutoselectListItem& item,
+                                       CVAutoselectListItem* relatedItem) const;
 
 private:
     void addMailDownloadsEntry();

@@ -24,8 +24,9 @@ void CVAutoselectSeparator::reloadDefaults() {
     }
 }
 
-std::optional<std::size_t> CVAutoselectSeparator::getMaxRangeWithStingsArray(const std::vector<std::string>& strings,
-                                                                            const std::string& path) {
+std::optional<std::size_t>
+CVAutoselectSeparator::getMaxRangeWithStingsArray(const std::vector<std::string>& strings,
+                                                  const std::string& path) {
     std::optional<std::size_t> longest;
     for (const auto& s : strings)
         if (path.starts_with(s) && (!longest || s.size() > *longest))
@@ -33,11 +34,13 @@ std::optional<std::size_t> CVAutoselectSeparator::getMaxRangeWithStingsArray(con
     return longest;
 }
 
-std::vector<CVAutoselectSeparator::FilePtr> CVAutoselectSeparator::insideNetworkDrives(const std::vector<FilePtr>& items) {
+std::vector<CVAutoselectSeparator::FilePtr>
+CVAutoselectSeparator::insideNetworkDrives(const std::vector<FilePtr>& items) {
     // The last two are the sync clients common on Linux desktops.
-    static const auto cloud = RegularExpression::compile(
-        "/Dropbox/|/SkyDrive/|/SparkleShare/|/Google.+/|/.+Google/|/Yandex\\.Disk/|/Cloud Drive/|/Nextcloud/|/ownCloud/",
-        nullptr);
+    static const auto cloud =
+        RegularExpression::compile("/Dropbox/|/SkyDrive/|/SparkleShare/|/Google.+/|/.+Google/|/Yandex\\.Disk/"
+                                   "|/Cloud Drive/|/Nextcloud/|/ownCloud/",
+                                   nullptr);
     std::vector<FilePtr> out;
     for (const auto& item : items)
         if (cloud->search(item->path()))

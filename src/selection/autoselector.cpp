@@ -79,8 +79,12 @@ CVAutoselectSeparator& CVAutoselector::separator() {
     return *m_separator;
 }
 
-SelectionItems CVAutoselector::alreadySelectedItems() const { return filtered(m_itemsToSelect, plain("needToRemove == YES")); }
-SelectionItems CVAutoselector::notSelectedItems() const { return minus(m_itemsToSelect, alreadySelectedItems()); }
+SelectionItems CVAutoselector::alreadySelectedItems() const {
+    return filtered(m_itemsToSelect, plain("needToRemove == YES"));
+}
+SelectionItems CVAutoselector::notSelectedItems() const {
+    return minus(m_itemsToSelect, alreadySelectedItems());
+}
 SelectionItems CVAutoselector::manuallyTouchedItems() const {
     return filtered(m_itemsToSelect, predicate("selectionType == %i", kSelectionManual));
 }
@@ -93,7 +97,9 @@ SelectionItems CVAutoselector::autoselectedItems() const {
 SelectionItems CVAutoselector::itemsImpossibleToSelect() const {
     return filtered(m_itemsToSelect, plain("(removeForbidden == YES)"));
 }
-SelectionItems CVAutoselector::itemsPossibleToSelect() const { return minus(m_itemsToSelect, itemsImpossibleToSelect()); }
+SelectionItems CVAutoselector::itemsPossibleToSelect() const {
+    return minus(m_itemsToSelect, itemsImpossibleToSelect());
+}
 SelectionItems CVAutoselector::itemsForbiddenToSelect() {
     SelectionItems forbidden = blackListFilter(m_itemsToSelect);
     const SelectionItems impossible = itemsImpossibleToSelect();
@@ -111,10 +117,12 @@ SelectionItems CVAutoselector::whiteListFilter(const SelectionItems& items) {
     return intersection(items, separator().alwaysSelect());
 }
 SelectionItems CVAutoselector::iTunesItemsFilter(const SelectionItems& items) {
-    return filtered(items, predicate("(rootFolder.type == %i) && (info[SIZE] > 0)", kNodeTypeCurrentITunesLibrary));
+    return filtered(items,
+                    predicate("(rootFolder.type == %i) && (info[SIZE] > 0)", kNodeTypeCurrentITunesLibrary));
 }
 SelectionItems CVAutoselector::iPhotoItemsFilter(const SelectionItems& items) {
-    return filtered(items, predicate("(rootFolder.type == %i) && (info[SIZE] > 0)", kNodeTypeCurrentIPhotoLibrary));
+    return filtered(items,
+                    predicate("(rootFolder.type == %i) && (info[SIZE] > 0)", kNodeTypeCurrentIPhotoLibrary));
 }
 SelectionItems CVAutoselector::apertureItemsFilter(const SelectionItems& items) {
     return filtered(items, predicate("(rootFolder.type == %i)", kNodeTypeApertureLibrary));
@@ -136,8 +144,8 @@ bool CVAutoselector::selectItemToRemove(const SelectionItem& item, std::int32_t 
     return true;
 }
 
-SelectionItems CVAutoselector::predicateBasedItemsSelector(const SelectionItems& candidates, const Predicate& p,
-                                                           std::int32_t selectionType) {
+SelectionItems CVAutoselector::predicateBasedItemsSelector(const SelectionItems& candidates,
+                                                           const Predicate& p, std::int32_t selectionType) {
     const SelectionItems matching = filtered(candidates, p);
     if (matching.size() >= notSelectedItems().size())
         return candidates; // selecting them all would leave no copy
@@ -160,19 +168,22 @@ SelectionItems CVAutoselector::undefinedTypeItemsSelector(const SelectionItems& 
     return predicateBasedItemsSelector(candidates, predicate("type == %i", kNodeTypeUnknown));
 }
 
-SelectionItems CVAutoselector::pathBasedItemsSelector(const SelectionItems& candidates, const std::string& path) {
-    return predicateBasedItemsSelector(candidates, *Predicate::parsef("path BEGINSWITH[c] %@", nullptr, path));
+SelectionItems CVAutoselector::pathBasedItemsSelector(const SelectionItems& candidates,
+                                                      const std::string& path) {
+    return predicateBasedItemsSelector(candidates,
+                                       *Predicate::parsef("path BEGINSWITH[c] %@", nullptr, path));
 }
 
 SelectionItems CVAutoselector::applicationsItemsSelector(const SelectionItems& candidates,
                                                          const std::string& userApplications) {
     // "/Application" without the final "s" also matches paths that merely begin so; kept.
     return predicateBasedItemsSelector(
-        candidates,
-        *Predicate::parsef("!(path BEGINSWITH '/Application') && !(path BEGINSWITH %@)", nullptr, userApplications));
+        candidates, *Predicate::parsef("!(path BEGINSWITH '/Application') && !(path BEGINSWITH %@)", nullptr,
+                                       userApplications));
 }
 
-SelectionItems CVAutoselector::libraryItemsSelector(const SelectionItems& candidates, const SelectionItems& toSelect) {
+SelectionItems CVAutoselector::libraryItemsSelector(const SelectionItems& candidates,
+                                                    const SelectionItems& toSelect) {
     for (const auto& item : toSelect)
         selectItemToRemove(item, kSelectionAutomatic);
     return minus(candidates, toSelect);
@@ -207,19 +218,22 @@ SelectionItems CVAutoselector::librariesItemsSelector(const SelectionItems& cand
     return rest;
 }
 
-SelectionItems CVAutoselector::modificationDateBasedItemsSelector(const SelectionItems& candidates, bool keepYoungest) {
+SelectionItems CVAutoselector::modificationDateBasedItemsSelector(const SelectionItems& candidates,
+                                                                  bool keepYoungest) {
     if (candidates.empty())
         return candidates;
     SelectionItems sorted = candidates;
-    std::stable_sort(sorted.begin(), sorted.end(), [keepYoungest](const SelectionItem& a, const SelectionItem& b) {
-        return keepYoungest ? a->statMTime() > b->statMTime() : a->statMTime() < b->statMTime();
-    });
+    std::stable_sort(
+        sorted.begin(), sorted.end(), [keepYoungest](const SelectionItem& a, const SelectionItem& b) {
+            return keepYoungest ? a->statMTime() > b->statMTime() : a->statMTime() < b->statMTime();
+        });
     if (sorted.front()->statMTime() == sorted.back()->statMTime())
         return candidates;
     deselectAll();
     return predicateBasedItemsSelector(
         candidates,
-        *Predicate::parsef("(statMTime != %lu)", nullptr, static_cast<unsigned long long>(sorted.front()->statMTime())),
+        *Predicate::parsef("(statMTime != %lu)", nullptr,
+                           static_cast<unsigned long long>(sorted.front()->statMTime())),
         kSelectionStrong);
 }
 
@@ -241,7 +255,8 @@ SelectionItems CVAutoselector::smartPatternItemsSelector(const SelectionItems& c
         return candidates;
     if (copies.size() < notSelectedItems().size()) {
         for (const auto& copy : copies) {
-            auto it = std::find_if(byPath.begin(), byPath.end(), [&](const auto& e) { return e.first == copy; });
+            auto it =
+                std::find_if(byPath.begin(), byPath.end(), [&](const auto& e) { return e.first == copy; });
             if (it != byPath.end()) {
                 selectItemToRemove(it->second, kSelectionAutomatic);
                 byPath.erase(it);
@@ -280,7 +295,8 @@ CVSelectionResult CVAutoselector::autoselect() {
             selectItemToRemove(item, kSelectionAutomatic);
         deselectItem(rest.front());
     }
-    return CVSelectionResult::selectionResultWithType(kResultAutomatic, intersection(autoselectedItems(), alreadySelectedItems()).size());
+    return CVSelectionResult::selectionResultWithType(
+        kResultAutomatic, intersection(autoselectedItems(), alreadySelectedItems()).size());
 }
 
 CVSelectionResult CVAutoselector::forceAutoselect() {
@@ -288,10 +304,13 @@ CVSelectionResult CVAutoselector::forceAutoselect() {
     return autoselect();
 }
 
-bool CVAutoselector::selectionPossible() const { return alreadySelectedItems().size() + 1 < m_itemsToSelect.size(); }
+bool CVAutoselector::selectionPossible() const {
+    return alreadySelectedItems().size() + 1 < m_itemsToSelect.size();
+}
 
 CVSelectionResult CVAutoselector::manuallySelectItem(const SelectionItem& item) {
-    return CVSelectionResult::selectionResultWithType(kResultManual, selectItemToRemove(item, kSelectionManual) ? 1 : 0);
+    return CVSelectionResult::selectionResultWithType(kResultManual,
+                                                      selectItemToRemove(item, kSelectionManual) ? 1 : 0);
 }
 
 CVSelectionResult CVAutoselector::manuallySelectAllButItem(const SelectionItem& item) {
@@ -299,7 +318,8 @@ CVSelectionResult CVAutoselector::manuallySelectAllButItem(const SelectionItem& 
     for (const auto& candidate : possible)
         selectItemToRemove(candidate, kSelectionManual);
     deselectItem(item);
-    return CVSelectionResult::selectionResultWithType(kResultManual, possible.empty() ? 0 : possible.size() - 1);
+    return CVSelectionResult::selectionResultWithType(kResultManual,
+                                                      possible.empty() ? 0 : possible.size() - 1);
 }
 
 CVSelectionResult CVAutoselector::keepAnyItem() {

@@ -70,7 +70,8 @@ public:
     SelectionItems whiteListSelector(const SelectionItems& candidates, bool& allWhite);
     SelectionItems undefinedTypeItemsSelector(const SelectionItems& candidates);
     SelectionItems pathBasedItemsSelector(const SelectionItems& candidates, const std::string& path);
-    SelectionItems applicationsItemsSelector(const SelectionItems& candidates, const std::string& userApplications);
+    SelectionItems applicationsItemsSelector(const SelectionItems& candidates,
+                                             const std::string& userApplications);
     SelectionItems librariesItemsSelector(const SelectionItems& candidates);
     SelectionItems iTunesLiraryItemsSelector(const SelectionItems& candidates);
     SelectionItems iPhotoLibraryItemsSelector(const SelectionItems& candidates);

@@ -46,7 +46,8 @@ template <typename Fn> SelectionItems groupsFilter(std::vector<SelectionItems>& 
 
 } // namespace
 
-SelectionItems CVITunesAutoselectFilter::lessRatedItemsFilter(const SelectionItems& items, const std::string& key) {
+SelectionItems CVITunesAutoselectFilter::lessRatedItemsFilter(const SelectionItems& items,
+                                                              const std::string& key) {
     if (items.size() < 2)
         return {};
     std::optional<std::uint64_t> top;

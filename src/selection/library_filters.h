@@ -24,7 +24,8 @@ public:
     // none with fewer than two items or when no item has a value.
     static SelectionItems lessRatedItemsFilter(const SelectionItems& items, const std::string& key);
     // Moves the less-rated items of the working list to the result.
-    static void filterAndRemoveLessRatedItems(SelectionItems& working, const std::string& key, SelectionItems& result);
+    static void filterAndRemoveLessRatedItems(SelectionItems& working, const std::string& key,
+                                              SelectionItems& result);
 
 private:
     SelectionItems m_items;

@@ -7,7 +7,12 @@
 
 namespace corvel {
 
-enum PathComponentKind : std::int32_t { kComponentFolder = 0, kComponentEvent = 1, kComponentAlbum = 2, kComponentArtist = 3 };
+enum PathComponentKind : std::int32_t {
+    kComponentFolder = 0,
+    kComponentEvent = 1,
+    kComponentAlbum = 2,
+    kComponentArtist = 3
+};
 
 struct CVPathComponent {
     std::int32_t kind = kComponentFolder;

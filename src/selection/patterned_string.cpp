@@ -15,10 +15,11 @@ constexpr const char* kDigits = "[0,1,2,3,4,5,6,7,8,9]";
 constexpr const char* kUntitledFolders =
     "untitled folder|Neuer ordner|carpeta sin título|dossier sans titre|cartella senza titolo|Новая папка|"
     "名称未設定フォルダ|katalog bez nazwy|Pasta Sem Título|безіменна папка";
-constexpr const char* kFoldersWithItems =
-    "New Folder With Items|Neuer Ordner mit Objekten|Nueva carpeta con ítems|Nouveau dossier contenant des éléments|"
-    "Nuova cartella con elementi|Новая папка с объектами|選択項目から作成したフォルダ|Nowy katalog z rzeczami|"
-    "Nova Pasta Com Itens|Нова папка з елементами";
+constexpr const char* kFoldersWithItems = "New Folder With Items|Neuer Ordner mit Objekten|Nueva carpeta con "
+                                          "ítems|Nouveau dossier contenant des éléments|"
+                                          "Nuova cartella con elementi|Новая папка с "
+                                          "объектами|選択項目から作成したフォルダ|Nowy katalog z rzeczami|"
+                                          "Nova Pasta Com Itens|Нова папка з елементами";
 
 // The patterns, compiled once, with the word lists in decomposed form.
 struct Patterns {
@@ -28,7 +29,9 @@ struct Patterns {
     RegularExpression autoName;
 };
 
-RegularExpression compiled(const std::string& pattern) { return *RegularExpression::compile(nfd(pattern), nullptr); }
+RegularExpression compiled(const std::string& pattern) {
+    return *RegularExpression::compile(nfd(pattern), nullptr);
+}
 
 const Patterns& patterns() {
     static const Patterns p{
@@ -41,7 +44,8 @@ const Patterns& patterns() {
 }
 
 std::uint64_t saturatingAdd(std::uint64_t a, std::uint64_t b) {
-    return b > std::numeric_limits<std::uint64_t>::max() - a ? std::numeric_limits<std::uint64_t>::max() : a + b;
+    return b > std::numeric_limits<std::uint64_t>::max() - a ? std::numeric_limits<std::uint64_t>::max()
+                                                             : a + b;
 }
 
 std::vector<std::string> splitPath(const std::string& path) {

@@ -8,16 +8,17 @@ namespace corvel {
 
 namespace {
 
-SelectionItems allChildren(const CVGroup& group) { return group.files(); }
+SelectionItems allChildren(const CVGroup& group) {
+    return group.files();
+}
 
 } // namespace
 
 CVSelectingController::CVSelectingController(CVSelectingControllerDelegate* delegate, UserDefaults& defaults)
     : m_delegate(delegate), m_defaults(defaults) {}
 
-std::pair<CVSelectionResult, std::int64_t> CVSelectingController::run(const Operation& operation,
-                                                                      const GroupPtr& group,
-                                                                      const SelectionItems& items) {
+std::pair<CVSelectionResult, std::int64_t>
+CVSelectingController::run(const Operation& operation, const GroupPtr& group, const SelectionItems& items) {
     CVAutoselector selector(items, m_defaults);
     const CVSelectionResult result = operation(selector);
     group->setSilentFilesToRemoveCount(group->silentFilesToRemoveCount() + selector.selectedItemsCount());
@@ -69,7 +70,8 @@ void CVSelectingController::performAutoselectSelector(const Operation& operation
 void CVSelectingController::deselectGroup(const GroupPtr& group) {
     if (m_delegate)
         m_delegate->selectingDidStarted();
-    const auto [result, count] = run([](CVAutoselector& s) { return s.deselectAll(); }, group, allChildren(*group));
+    const auto [result, count] =
+        run([](CVAutoselector& s) { return s.deselectAll(); }, group, allChildren(*group));
     if (m_display)
         m_display->shouldIncSelectedSize(static_cast<std::int64_t>(group->sizeOnDisk()) * count, count);
     group->manifest();
@@ -78,7 +80,8 @@ void CVSelectingController::deselectGroup(const GroupPtr& group) {
 }
 
 void CVSelectingController::selectAllButItem(const SelectionItem& item, const GroupPtr& group) {
-    performAutoselectSelector([item](CVAutoselector& s) { return s.manuallySelectAllButItem(item); }, group, false);
+    performAutoselectSelector([item](CVAutoselector& s) { return s.manuallySelectAllButItem(item); }, group,
+                              false);
 }
 
 void CVSelectingController::keepOldestItemsInGroup(const GroupPtr& group) {
@@ -89,7 +92,8 @@ void CVSelectingController::keepMostRecentItemsInGroup(const GroupPtr& group) {
     performAutoselectSelector([](CVAutoselector& s) { return s.keepMostRecentItems(); }, group, false);
 }
 
-void CVSelectingController::performAutoselectSelector(const Operation& operation, const std::vector<GroupPtr>& groups,
+void CVSelectingController::performAutoselectSelector(const Operation& operation,
+                                                      const std::vector<GroupPtr>& groups,
                                                       bool displayMessages) {
     if (m_delegate)
         m_delegate->selectingDidStarted();
@@ -129,15 +133,17 @@ void CVSelectingController::deselectGroups(const std::vector<GroupPtr>& groups) 
     performAutoselectSelector([](CVAutoselector& s) { return s.deselectAll(); }, groups, false);
 }
 
-void CVSelectingController::selectGroupsInArray(const std::vector<GroupPtr>& groups, const CVPathComponent& component) {
-    performAutoselectSelector([component](CVAutoselector& s) { return s.selectAllLikePathComponent(component); }, groups,
-                              false);
+void CVSelectingController::selectGroupsInArray(const std::vector<GroupPtr>& groups,
+                                                const CVPathComponent& component) {
+    performAutoselectSelector(
+        [component](CVAutoselector& s) { return s.selectAllLikePathComponent(component); }, groups, false);
 }
 
 void CVSelectingController::deselectGroupsInArray(const std::vector<GroupPtr>& groups,
                                                   const CVPathComponent& component) {
     performAutoselectSelector(
-        [component](CVAutoselector& s) { return s.deselectAllFilesWithPathComponent(component); }, groups, false);
+        [component](CVAutoselector& s) { return s.deselectAllFilesWithPathComponent(component); }, groups,
+        false);
 }
 
 void CVSelectingController::keepOldestItemsInGroupsArray(const std::vector<GroupPtr>& groups) {

@@ -60,7 +60,8 @@ public:
     void keepMostRecentItemsInGroup(const GroupPtr& group);
 
     // Lists of groups.
-    void performAutoselectSelector(const Operation& operation, const std::vector<GroupPtr>& groups, bool displayMessages);
+    void performAutoselectSelector(const Operation& operation, const std::vector<GroupPtr>& groups,
+                                   bool displayMessages);
     void autoselectGroups(const std::vector<GroupPtr>& groups);
     void forceAutoselectGroups(const std::vector<GroupPtr>& groups);
     void deselectGroups(const std::vector<GroupPtr>& groups);
@@ -75,7 +76,8 @@ public:
     void deselectItem(const SelectionItem& item);
 
     // The details text (and warning, empty for none) for a finished operation.
-    static std::pair<std::string, std::string> messageFor(std::uint64_t selectionCount, std::int32_t selectionType);
+    static std::pair<std::string, std::string> messageFor(std::uint64_t selectionCount,
+                                                          std::int32_t selectionType);
 
 private:
     void displayMessage(std::uint64_t selectionCount, std::int64_t totalCount, std::int64_t totalSize,

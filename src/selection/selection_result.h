@@ -17,7 +17,9 @@ struct CVSelectionResult {
     std::int32_t type = kResultDeselection;
     std::uint64_t count = 0;
 
-    static CVSelectionResult selectionResultWithType(std::int32_t type, std::uint64_t count) { return {type, count}; }
+    static CVSelectionResult selectionResultWithType(std::int32_t type, std::uint64_t count) {
+        return {type, count};
+    }
     static CVSelectionResult zeroSelectionWithType(std::int32_t type) { return {type, 0}; }
     friend bool operator==(const CVSelectionResult&, const CVSelectionResult&) = default;
 };

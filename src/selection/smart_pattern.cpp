@@ -12,7 +12,8 @@ bool CVSmartPattern::equalityCheckWithStringsArray(const std::vector<Patterned>&
                        [&](const Patterned& s) { return s->currentPathComponent() == first; });
 }
 
-std::vector<CVSmartPattern::Patterned> CVSmartPattern::patternedStringWithStrings(const std::vector<std::string>& paths) {
+std::vector<CVSmartPattern::Patterned>
+CVSmartPattern::patternedStringWithStrings(const std::vector<std::string>& paths) {
     std::vector<Patterned> out;
     out.reserve(paths.size());
     for (const auto& path : paths)
@@ -20,9 +21,13 @@ std::vector<CVSmartPattern::Patterned> CVSmartPattern::patternedStringWithString
     return out;
 }
 
-std::vector<std::vector<CVSmartPattern::Patterned>> CVSmartPattern::groupingStringsArray(std::vector<Patterned> strings) {
-    auto length = [](const Patterned& s) { return s->currentPathComponent() ? s->currentPathComponent()->size() : 0; };
-    std::stable_sort(strings.begin(), strings.end(), [&](const Patterned& a, const Patterned& b) { return length(a) > length(b); });
+std::vector<std::vector<CVSmartPattern::Patterned>>
+CVSmartPattern::groupingStringsArray(std::vector<Patterned> strings) {
+    auto length = [](const Patterned& s) {
+        return s->currentPathComponent() ? s->currentPathComponent()->size() : 0;
+    };
+    std::stable_sort(strings.begin(), strings.end(),
+                     [&](const Patterned& a, const Patterned& b) { return length(a) > length(b); });
     std::vector<std::vector<Patterned>> groups;
     std::size_t base = 0;
     while (strings.size() >= 2 && base < strings.size()) {
@@ -37,8 +42,9 @@ std::vector<std::vector<CVSmartPattern::Patterned>> CVSmartPattern::groupingStri
         }
         if (group.size() >= 2) {
             rest.erase(rest.begin() + static_cast<std::ptrdiff_t>(base)); // the base leaves with its group
-            std::stable_sort(group.begin(), group.end(),
-                             [](const Patterned& a, const Patterned& b) { return a->patternsRate() < b->patternsRate(); });
+            std::stable_sort(group.begin(), group.end(), [](const Patterned& a, const Patterned& b) {
+                return a->patternsRate() < b->patternsRate();
+            });
             groups.push_back(std::move(group));
         } else {
             ++base;
@@ -48,8 +54,8 @@ std::vector<std::vector<CVSmartPattern::Patterned>> CVSmartPattern::groupingStri
     return groups;
 }
 
-std::vector<CVSmartPattern::Patterned> CVSmartPattern::getHightRatedStringsFromGroups(
-    const std::vector<std::vector<Patterned>>& groups) {
+std::vector<CVSmartPattern::Patterned>
+CVSmartPattern::getHightRatedStringsFromGroups(const std::vector<std::vector<Patterned>>& groups) {
     std::vector<Patterned> out;
     for (const auto& group : groups)
         for (const auto& member : group)
@@ -58,7 +64,8 @@ std::vector<CVSmartPattern::Patterned> CVSmartPattern::getHightRatedStringsFromG
     return out;
 }
 
-std::vector<CVSmartPattern::Patterned> CVSmartPattern::detectAutonamedStrings(const std::vector<Patterned>& strings) {
+std::vector<CVSmartPattern::Patterned>
+CVSmartPattern::detectAutonamedStrings(const std::vector<Patterned>& strings) {
     std::vector<Patterned> out;
     for (const auto& s : strings) {
         for (s->resetCurrentPathComponent(); s->currentPathComponent(); s->moveToNextPathComponent()) {

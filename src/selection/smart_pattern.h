@@ -30,7 +30,8 @@ public:
     // sorted by rate (lowest first).
     static std::vector<std::vector<Patterned>> groupingStringsArray(std::vector<Patterned> strings);
     // In each group, the members rated strictly above the group's first member.
-    static std::vector<Patterned> getHightRatedStringsFromGroups(const std::vector<std::vector<Patterned>>& groups);
+    static std::vector<Patterned>
+    getHightRatedStringsFromGroups(const std::vector<std::vector<Patterned>>& groups);
     // The elements with a default folder name somewhere on their path.
     static std::vector<Patterned> detectAutonamedStrings(const std::vector<Patterned>& strings);
 

@@ -1,8 +1,7 @@
 #include "ignore_list.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
+#include <sys/stat.h>
 
 #include "engine/node_type.h"
 #include "engine/node_type_generator.h"
@@ -22,7 +21,9 @@ namespace {
 
 constexpr const char* kTimeMachineMarker = "com.apple.timemachine.machineid.plist";
 
-bool enabled(const PropertyValue& record) { return record[kRecordEnabledKey].toBool(); }
+bool enabled(const PropertyValue& record) {
+    return record[kRecordEnabledKey].toBool();
+}
 
 std::string joinPath(const std::string& base, const std::string& component) {
     std::string c = component;
@@ -41,9 +42,9 @@ PropertyValue::Array arrayOf(const PropertyValue& value) {
 // "$XDG_PICTURES_DIR" and its siblings name the user's standard folders.
 std::optional<std::string> xdgFolder(const std::string& entry) {
     static const std::pair<const char*, UserDirectory> names[] = {
-        {"$XDG_DESKTOP_DIR", UserDirectory::Desktop},   {"$XDG_DOCUMENTS_DIR", UserDirectory::Documents},
+        {"$XDG_DESKTOP_DIR", UserDirectory::Desktop},    {"$XDG_DOCUMENTS_DIR", UserDirectory::Documents},
         {"$XDG_DOWNLOAD_DIR", UserDirectory::Downloads}, {"$XDG_MUSIC_DIR", UserDirectory::Music},
-        {"$XDG_PICTURES_DIR", UserDirectory::Pictures}, {"$XDG_VIDEOS_DIR", UserDirectory::Videos}};
+        {"$XDG_PICTURES_DIR", UserDirectory::Pictures},  {"$XDG_VIDEOS_DIR", UserDirectory::Videos}};
     for (const auto& [name, kind] : names)
         if (entry == name)
             return userDirectory(kind);
@@ -69,10 +70,11 @@ std::string lowercasePath(std::string_view path) {
 }
 
 CVIgnoreList& CVIgnoreList::sharedIgnoreList() {
-    static CVIgnoreList* list = new CVIgnoreList(
-        UserDefaults::standardUserDefaults(), resourcePath("IgnoreList.plist"),
-        Environment{homeDirectory(), realHomeDirectory(), [](const std::string& p) { return volumePathOfPath(p); }},
-        CVNodeTypeGenerator::sharedGenerator());
+    static CVIgnoreList* list =
+        new CVIgnoreList(UserDefaults::standardUserDefaults(), resourcePath("IgnoreList.plist"),
+                         Environment{homeDirectory(), realHomeDirectory(),
+                                     [](const std::string& p) { return volumePathOfPath(p); }},
+                         CVNodeTypeGenerator::sharedGenerator());
     return *list;
 }
 
@@ -189,7 +191,8 @@ void CVIgnoreList::addExcludePathWithRoot(const std::string& root) {
     for (const auto& entry : m_systemPaths) {
         const std::string expanded = expandHome(entry, true);
         // Absolute entries stand for themselves; relative ones sit at each volume's root.
-        const std::string x = lowercasePath(expanded.starts_with("/") ? expanded : joinPath(volume, expanded));
+        const std::string x =
+            lowercasePath(expanded.starts_with("/") ? expanded : joinPath(volume, expanded));
         if (!known(x) && related(x)) {
             m_currentSystemPathsIndices.insert(m_currentPathsToExclude.size());
             m_currentPathsToExclude.push_back(x);
@@ -213,8 +216,9 @@ bool CVIgnoreList::isSubpath(const std::string& p, const std::string& e) {
     return q.starts_with(e) && q.find(e + "/") != std::string::npos;
 }
 
-ScanVerdict CVIgnoreList::isPathForbiddenToScan(const std::string& path, std::int32_t rootType, bool ignoreLibrary,
-                                                std::optional<bool> isFolder, const FolderListing* listing) {
+ScanVerdict CVIgnoreList::isPathForbiddenToScan(const std::string& path, std::int32_t rootType,
+                                                bool ignoreLibrary, std::optional<bool> isFolder,
+                                                const FolderListing* listing) {
     const std::string name = lastPathComponent(path);
     if (isIPhotoLibFileType(rootType) && name != "Masters" && name != "Previews" && name != "Modified" &&
         name != "Originals")
@@ -269,7 +273,8 @@ const RegularExpression* CVIgnoreList::additionalRegex() {
     return m_additionalRegex ? &*m_additionalRegex : nullptr;
 }
 
-bool CVIgnoreList::isPathContentHidden(const std::string& folder, std::int32_t& type, const FolderListing* listing) {
+bool CVIgnoreList::isPathContentHidden(const std::string& folder, std::int32_t& type,
+                                       const FolderListing* listing) {
     type = m_typeGenerator.nodeTypeOfFolder(folder, listing);
     if (type > 19)
         return false;
@@ -323,20 +328,22 @@ bool CVIgnoreList::isFolderForbiddenToRemove(const std::string& path) {
 }
 
 PropertyValue CVIgnoreList::generateNewExcludeGroupWithExtensions(const PropertyValue::Array& extensions) {
-    return PropertyValue::Dictionary{{kGroupIDKey, -1}, {kRecordEnabledKey, true}, {kGroupExtentionsKey, extensions}};
+    return PropertyValue::Dictionary{
+        {kGroupIDKey, -1}, {kRecordEnabledKey, true}, {kGroupExtentionsKey, extensions}};
 }
 
 std::int64_t CVIgnoreList::generateUniqueIDForKey(const std::string& key) const {
     auto it = m_customAutoselectIgnoreList.find(key);
-    const std::int64_t count = it == m_customAutoselectIgnoreList.end() ? 0 : static_cast<std::int64_t>(it->second.count());
+    const std::int64_t count =
+        it == m_customAutoselectIgnoreList.end() ? 0 : static_cast<std::int64_t>(it->second.count());
     return ~count;
 }
 
 PropertyValue::Array CVIgnoreList::pathsRecordsWithURLs(const std::vector<std::string>& urls) {
     PropertyValue::Array records;
     for (const auto& url : urls)
-        records.emplace_back(PropertyValue::Dictionary{{kRecordValueKey, filePathFromURLString(url).value_or(url)},
-                                                       {kRecordEnabledKey, true}});
+        records.emplace_back(PropertyValue::Dictionary{
+            {kRecordValueKey, filePathFromURLString(url).value_or(url)}, {kRecordEnabledKey, true}});
     return records;
 }
 
@@ -346,7 +353,8 @@ std::string CVIgnoreList::description() const {
         return PropertyValue(std::move(array));
     };
     return formatf("currentExtentionsToExclude %@ \n currentPathsToExclude %@ \n currentFilesToExclude %@",
-                   list(m_currentExtentionsToExclude), list(m_currentPathsToExclude), list(m_currentFilesToExclude));
+                   list(m_currentExtentionsToExclude), list(m_currentPathsToExclude),
+                   list(m_currentFilesToExclude));
 }
 
 } // namespace corvel

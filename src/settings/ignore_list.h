@@ -85,7 +85,8 @@ public:
                                       std::optional<bool> isFolder = std::nullopt,
                                       const FolderListing* listing = nullptr);
     // Whether a folder's children are hidden content; always reports the folder's type.
-    bool isPathContentHidden(const std::string& folder, std::int32_t& type, const FolderListing* listing = nullptr);
+    bool isPathContentHidden(const std::string& folder, std::int32_t& type,
+                             const FolderListing* listing = nullptr);
     bool isPathContentForbiddenToRemove(const std::string& path);
     bool isFolderForbiddenToRemove(const std::string& path);
     const std::vector<std::string>& unremovableFolders();
@@ -104,7 +105,9 @@ public:
 
     // The flattened lists of the current scan.
     const std::vector<std::string>& currentPathsToExclude() const { return m_currentPathsToExclude; }
-    const std::vector<std::string>& currentExtentionsToExclude() const { return m_currentExtentionsToExclude; }
+    const std::vector<std::string>& currentExtentionsToExclude() const {
+        return m_currentExtentionsToExclude;
+    }
     const std::vector<std::string>& currentFilesToExclude() const { return m_currentFilesToExclude; }
     bool isSystemPathIndex(std::size_t index) const { return m_currentSystemPathsIndices.count(index) > 0; }
 

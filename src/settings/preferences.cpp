@@ -23,8 +23,8 @@ struct Band {
     std::uint64_t bound;
     const char* name;
 };
-constexpr Band kBands[] = {{0, "Locate All"},          {500000, "500 KB"},   {1000000, "1 MB"},
-                           {20000000, "20 MB"},        {50000000, "50 MB"},  {100000000, "100 MB"},
+constexpr Band kBands[] = {{0, "Locate All"},    {500000, "500 KB"},  {1000000, "1 MB"},
+                           {20000000, "20 MB"},  {50000000, "50 MB"}, {100000000, "100 MB"},
                            {200000000, "200 MB"}};
 
 // "de_DE.UTF-8@euro" -> "de-DE"; "C" and "POSIX" -> nothing.
@@ -47,7 +47,8 @@ CVPreferences& CVPreferences::sharedInstance() {
 
 CVPreferences::CVPreferences(UserDefaults& defaults, Tracker& tracker)
     : m_defaults(defaults), m_tracker(tracker),
-      m_allFilesPath("/System/Library/CoreServices/Finder.app/Contents/Resources/MyLibraries/myDocuments.cannedSearch") {
+      m_allFilesPath(
+          "/System/Library/CoreServices/Finder.app/Contents/Resources/MyLibraries/myDocuments.cannedSearch") {
     m_sortKey = m_defaults.integerForKey(kSortingTypeKey);
     m_sortDirection = m_defaults.boolForKey(kSortingDirectionKey);
     registerDefaults();
@@ -116,11 +117,13 @@ void CVPreferences::observe() {
     };
     auto checkbox = [](const PropertyValue& value) { return value.toBool() ? "Checked" : "Unchecked"; };
     m_observers.push_back(m_defaults.addObserver(
-        kMoveIntoTrashKey, checked([checkbox](CVPreferences& self, const PropertyValue&, const PropertyValue& v) {
+        kMoveIntoTrashKey,
+        checked([checkbox](CVPreferences& self, const PropertyValue&, const PropertyValue& v) {
             self.report("Move Duplicates to Trash", checkbox(v));
         })));
     m_observers.push_back(m_defaults.addObserver(
-        kRemoveEmptyFoldersKey, checked([checkbox](CVPreferences& self, const PropertyValue&, const PropertyValue& v) {
+        kRemoveEmptyFoldersKey,
+        checked([checkbox](CVPreferences& self, const PropertyValue&, const PropertyValue& v) {
             self.report("Remove Empty Folders", checkbox(v));
         })));
     m_observers.push_back(m_defaults.addObserver(
@@ -129,45 +132,77 @@ void CVPreferences::observe() {
             self.report("Automatically Check iTunes and iPhoto", checkbox(v));
         })));
     auto minimalSize = [](CVPreferences& self) {
-        self.report("Minimal File Size", self.overrideMinSizeDefining()
-                                             ? std::string("Change to Manual \u2013 ") + sizeBandName(self.minimumScanSize())
-                                             : std::string("Change to Automatic"));
+        self.report("Minimal File Size",
+                    self.overrideMinSizeDefining()
+                        ? std::string("Change to Manual \u2013 ") + sizeBandName(self.minimumScanSize())
+                        : std::string("Change to Automatic"));
     };
     m_observers.push_back(m_defaults.addObserver(
-        kMinScanSizeKey, checked([minimalSize](CVPreferences& self, const PropertyValue& o, const PropertyValue&) {
+        kMinScanSizeKey,
+        checked([minimalSize](CVPreferences& self, const PropertyValue& o, const PropertyValue&) {
             const std::uint64_t before = o.isNull() ? 0 : minScanSizeFromFloat(o.toDouble());
             if (std::string_view(sizeBandName(before)) != sizeBandName(self.minimumScanSize()))
                 minimalSize(self);
         })));
     m_observers.push_back(m_defaults.addObserver(
-        kOverrideMinSizeKey,
-        checked([minimalSize](CVPreferences& self, const PropertyValue&, const PropertyValue&) { minimalSize(self); })));
+        kOverrideMinSizeKey, checked([minimalSize](CVPreferences& self, const PropertyValue&,
+                                                   const PropertyValue&) { minimalSize(self); })));
     m_alive = std::move(alive);
 }
 
-bool CVPreferences::moveDuplicatesToTrash() const { return m_defaults.boolForKey(kMoveIntoTrashKey); }
-void CVPreferences::setMoveDuplicatesToTrash(bool value) { m_defaults.setBool(value, kMoveIntoTrashKey); }
-bool CVPreferences::removeEmptyFolders() const { return m_defaults.boolForKey(kRemoveEmptyFoldersKey); }
-bool CVPreferences::overrideMinSizeDefining() const { return m_defaults.boolForKey(kOverrideMinSizeKey); }
+bool CVPreferences::moveDuplicatesToTrash() const {
+    return m_defaults.boolForKey(kMoveIntoTrashKey);
+}
+void CVPreferences::setMoveDuplicatesToTrash(bool value) {
+    m_defaults.setBool(value, kMoveIntoTrashKey);
+}
+bool CVPreferences::removeEmptyFolders() const {
+    return m_defaults.boolForKey(kRemoveEmptyFoldersKey);
+}
+bool CVPreferences::overrideMinSizeDefining() const {
+    return m_defaults.boolForKey(kOverrideMinSizeKey);
+}
 std::uint64_t CVPreferences::minimumScanSize() const {
     return minScanSizeFromFloat(static_cast<double>(m_defaults.floatForKey(kMinScanSizeKey)));
 }
-bool CVPreferences::autoUpdateConfigurationFiles() const { return m_defaults.boolForKey(kUpdateConfigurationFilesKey); }
-bool CVPreferences::needToSendAnonymousData() const { return m_defaults.boolForKey(kSendDataKey); }
-bool CVPreferences::finderServiceEnabled() const { return m_defaults.boolForKey(kFinderServiceKey); }
-void CVPreferences::setFinderServiceEnabled(bool value) { m_defaults.setBool(value, kFinderServiceKey); }
-std::string CVPreferences::configVersion() const { return m_defaults.stringForKey(kConfigVersionKey).value_or(""); }
-void CVPreferences::setConfigVersion(const std::string& version) { m_defaults.setObject(version, kConfigVersionKey); }
-std::int64_t CVPreferences::schedulePeriod() const { return m_defaults.integerForKey(kSchedulerIntervalKey); }
-void CVPreferences::setSchedulePeriod(std::int64_t period) { m_defaults.setInteger(period, kSchedulerIntervalKey); }
+bool CVPreferences::autoUpdateConfigurationFiles() const {
+    return m_defaults.boolForKey(kUpdateConfigurationFilesKey);
+}
+bool CVPreferences::needToSendAnonymousData() const {
+    return m_defaults.boolForKey(kSendDataKey);
+}
+bool CVPreferences::finderServiceEnabled() const {
+    return m_defaults.boolForKey(kFinderServiceKey);
+}
+void CVPreferences::setFinderServiceEnabled(bool value) {
+    m_defaults.setBool(value, kFinderServiceKey);
+}
+std::string CVPreferences::configVersion() const {
+    return m_defaults.stringForKey(kConfigVersionKey).value_or("");
+}
+void CVPreferences::setConfigVersion(const std::string& version) {
+    m_defaults.setObject(version, kConfigVersionKey);
+}
+std::int64_t CVPreferences::schedulePeriod() const {
+    return m_defaults.integerForKey(kSchedulerIntervalKey);
+}
+void CVPreferences::setSchedulePeriod(std::int64_t period) {
+    m_defaults.setInteger(period, kSchedulerIntervalKey);
+}
 bool CVPreferences::shouldAdvertiseTDW() const {
     if (m_configUpdateFailed || !autoUpdateConfigurationFiles())
         return false;
     return m_defaults.boolForKey(kShouldShowLearnMoreKey);
 }
-void CVPreferences::setShouldAdvertiseTDW(bool value) { m_defaults.setBool(value, kShouldShowLearnMoreKey); }
-std::uint64_t CVPreferences::advertisementMinSize() const { return m_defaults.unsignedIntegerForKey(kIntegrationMinSizeKey); }
-void CVPreferences::setAdvertisementMinSize(std::uint64_t size) { m_defaults.setUnsignedInteger(size, kIntegrationMinSizeKey); }
+void CVPreferences::setShouldAdvertiseTDW(bool value) {
+    m_defaults.setBool(value, kShouldShowLearnMoreKey);
+}
+std::uint64_t CVPreferences::advertisementMinSize() const {
+    return m_defaults.unsignedIntegerForKey(kIntegrationMinSizeKey);
+}
+void CVPreferences::setAdvertisementMinSize(std::uint64_t size) {
+    m_defaults.setUnsignedInteger(size, kIntegrationMinSizeKey);
+}
 PropertyValue::Dictionary CVPreferences::advertisementTexts() const {
     return m_defaults.dictionaryForKey(kIntegrationTextsKey).value_or(PropertyValue::Dictionary{});
 }
@@ -230,11 +265,10 @@ std::uint64_t CVPreferences::minScanSizeFromFloat(double x) {
         double low, high;
         std::uint64_t bytes;
     };
-    static constexpr Snap snaps[] = {{0.0875, 0.1125, 100000},     {0.1875, 0.2125, 200000},
-                                     {0.2875, 0.3125, 470000},     {0.3875, 0.4125, 733000},
-                                     {0.4875, 0.5125, 1000000},    {0.5875, 0.6125, 40000000},
-                                     {0.6875, 0.7125, 80000000},   {0.7875, 0.8125, 120000000},
-                                     {0.8875, 0.9125, 160000000}};
+    static constexpr Snap snaps[] = {
+        {0.0875, 0.1125, 100000},   {0.1875, 0.2125, 200000},    {0.2875, 0.3125, 470000},
+        {0.3875, 0.4125, 733000},   {0.4875, 0.5125, 1000000},   {0.5875, 0.6125, 40000000},
+        {0.6875, 0.7125, 80000000}, {0.7875, 0.8125, 120000000}, {0.8875, 0.9125, 160000000}};
     for (const auto& snap : snaps)
         if (snap.low < x && x < snap.high)
             return snap.bytes;

@@ -1,13 +1,12 @@
 // End-to-end: the real corvel binary on trees built here, read through its JSON.
 
-#include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
-#include <sys/wait.h>
-
 #include <array>
 #include <cstdio>
+#include <gtest/gtest.h>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <set>
+#include <sys/wait.h>
 
 #include "json_writer.h"
 #include "platform/property_list.h"
@@ -38,7 +37,9 @@ Outcome corvel(const std::string& arguments, const test::TempTree& home) {
     return run;
 }
 
-std::string quoted(const std::string& path) { return "'" + path + "'"; }
+std::string quoted(const std::string& path) {
+    return "'" + path + "'";
+}
 
 class CorvelScan : public testing::Test {
 protected:
@@ -85,7 +86,8 @@ TEST_F(CorvelScan, JsonListsTheGroupsWithTheirFiles) {
     EXPECT_EQ(doc["summary"]["groups"], 3);
     EXPECT_EQ(doc["summary"]["files"], 7);
 
-    const Outcome limited = corvel("scan --json --min-size 100000 " + settings() + " " + quoted(tree.path()), home);
+    const Outcome limited =
+        corvel("scan --json --min-size 100000 " + settings() + " " + quoted(tree.path()), home);
     ASSERT_EQ(limited.status, 0);
     EXPECT_EQ(nlohmann::json::parse(limited.out)["groups"].size(), 1u);
 
@@ -121,8 +123,10 @@ TEST_F(CorvelScan, NamesThatAreNotUtf8AreWrittenWithSurrogateEscapes) {
     const auto at = run.out.find(key);
     ASSERT_NE(at, std::string::npos);
     const auto end = run.out.find('"', at + key.size());
-    const std::string decoded = cli::decodeJsonString(std::string_view(run.out).substr(at + key.size(), end - at - key.size()));
-    EXPECT_TRUE(decoded == tree / ("a/" + name) || decoded == tree / ("b/" + name)) << "the path comes back byte for byte";
+    const std::string decoded =
+        cli::decodeJsonString(std::string_view(run.out).substr(at + key.size(), end - at - key.size()));
+    EXPECT_TRUE(decoded == tree / ("a/" + name) || decoded == tree / ("b/" + name))
+        << "the path comes back byte for byte";
 }
 
 TEST_F(CorvelScan, ExitStatusesTellWhatHappened) {
@@ -135,8 +139,7 @@ TEST_F(CorvelScan, ExitStatusesTellWhatHappened) {
     for (const Case& c : {Case{"scan " + quoted(tree / "x"), 0, ""},
                           Case{"scan " + quoted(tree / "missing"), 2, "no such file or directory"},
                           Case{"scan --frobnicate " + quoted(tree / "x"), 2, "frobnicate"},
-                          Case{"scan", 2, "paths"},
-                          Case{"", 2, "subcommand"},
+                          Case{"scan", 2, "paths"}, Case{"", 2, "subcommand"},
                           Case{"scan /proc", 3, "cannot scan /proc: it is a protected system folder"},
                           Case{"scan " + quoted(home.folder(".hidden")), 3, "hidden folders are not scanned"},
                           Case{"scan --min-size lots " + quoted(tree / "x"), 2, "min-size"}}) {
@@ -151,9 +154,11 @@ TEST_F(CorvelScan, ExitStatusesTellWhatHappened) {
 TEST_F(CorvelScan, ExportWritesTheSelectedCopiesAndSettingsAreKept) {
     tree.file("a/x.bin", std::string(60000, 'x'));
     tree.file("b/x.bin", std::string(60000, 'x'));
-    const Outcome run = corvel("scan --export " + quoted(home / "export.txt") + " " + settings() + " " + quoted(tree.path()), home);
+    const Outcome run = corvel(
+        "scan --export " + quoted(home / "export.txt") + " " + settings() + " " + quoted(tree.path()), home);
     ASSERT_EQ(run.status, 0) << run.err;
-    EXPECT_EQ(test::TempTree::read(home / "export.txt"), "") << "nothing is selected without automatic selection";
+    EXPECT_EQ(test::TempTree::read(home / "export.txt"), "")
+        << "nothing is selected without automatic selection";
     EXPECT_NE(test::TempTree::read(home / "settings.plist").find("IgnoreList"), std::string::npos)
         << "the settings file is created with the user's part of the ignore list";
 }
@@ -189,13 +194,15 @@ TEST_F(CorvelScan, AutoselectChoosesCopiesAndAlwaysKeepsOne) {
     // The lists as a user keeps them in the settings file.
     PropertyValue::Array list;
     for (const auto& [path, category] : {std::pair{tree / "Always", 0}, std::pair{tree / "Keep", 1}})
-        list.emplace_back(PropertyValue::Dictionary{{"Path", path}, {"Category", category}, {"Enabled", true}});
-    home.file("settings.plist", propertyListData(PropertyValue::Dictionary{{"AutoselectList", list},
-                                                                           {"AutoSelectDefaultSet", true},
-                                                                           {"AutoselectMailDownloadsSet", true}},
-                                                 PropertyListFormat::XML));
-    const Outcome run = corvel("scan --json --autoselect --export " + quoted(home / "export.txt") + " " + settings() +
-                                   " " + quoted(tree.path()),
+        list.emplace_back(
+            PropertyValue::Dictionary{{"Path", path}, {"Category", category}, {"Enabled", true}});
+    home.file("settings.plist",
+              propertyListData(PropertyValue::Dictionary{{"AutoselectList", list},
+                                                         {"AutoSelectDefaultSet", true},
+                                                         {"AutoselectMailDownloadsSet", true}},
+                               PropertyListFormat::XML));
+    const Outcome run = corvel("scan --json --autoselect --export " + quoted(home / "export.txt") + " " +
+                                   settings() + " " + quoted(tree.path()),
                                home);
     ASSERT_EQ(run.status, 0) << run.err;
     const auto doc = nlohmann::json::parse(run.out);
@@ -208,8 +215,10 @@ TEST_F(CorvelScan, AutoselectChoosesCopiesAndAlwaysKeepsOne) {
     EXPECT_TRUE(isSelected("Always/report.pdf")) << "the copy in the always-select folder";
     EXPECT_FALSE(isSelected("Work/report.pdf"));
     EXPECT_FALSE(isSelected("Keep/contract.pdf"));
-    EXPECT_FALSE(isSelected("Keep/contract copy.pdf")) << "never-select folders are never chosen, copy name or not";
-    EXPECT_NE(isSelected("Always/both.zip"), isSelected("Always/sub/both.zip")) << "all white: one copy stays";
+    EXPECT_FALSE(isSelected("Keep/contract copy.pdf"))
+        << "never-select folders are never chosen, copy name or not";
+    EXPECT_NE(isSelected("Always/both.zip"), isSelected("Always/sub/both.zip"))
+        << "all white: one copy stays";
     EXPECT_FALSE(isSelected("Dropbox/notes.txt")) << "cloud folders are never chosen";
     for (const auto& group : doc["groups"]) {
         bool kept = false;
@@ -219,7 +228,8 @@ TEST_F(CorvelScan, AutoselectChoosesCopiesAndAlwaysKeepsOne) {
     }
     EXPECT_NE(run.err.find("duplicates were selected automatically"), std::string::npos) << run.err;
     const std::string exported = test::TempTree::read(home / "export.txt");
-    for (const char* selected : {"Photos/beach copy.jpg\n", "Photos/beach copy 2.jpg\n", "Always/report.pdf\n\n"})
+    for (const char* selected :
+         {"Photos/beach copy.jpg\n", "Photos/beach copy 2.jpg\n", "Always/report.pdf\n\n"})
         EXPECT_NE(exported.find(tree / selected), std::string::npos) << exported;
     EXPECT_EQ(exported.find(tree / "Photos/beach.jpg"), std::string::npos);
 }

@@ -1,7 +1,7 @@
-#include "json_writer.h"
-
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+
+#include "json_writer.h"
 
 namespace corvel::cli {
 namespace {
@@ -11,14 +11,14 @@ TEST(JsonWriter, StringsEscapeWhatJsonNeedsAndRoundTripEveryByte) {
         std::string bytes;
         std::string literal;
     };
-    for (const Case& c : {Case{"plain", "\"plain\""}, Case{"a\"b\\c", "\"a\\\"b\\\\c\""},
-                          Case{"tab\tline\n", "\"tab\\tline\\n\""}, Case{std::string("\x01", 1), "\"\\u0001\""},
-                          Case{"caf\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80", "\"caf\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80\""},
-                          Case{"caf\xE9.jpg", "\"caf\\udce9.jpg\""},
-                          Case{"\xC3", "\"\\udcc3\""},                 // truncated sequence
-                          Case{"\xC0\xAF", "\"\\udcc0\\udcaf\""},      // overlong form
-                          Case{"\xED\xA0\x80", "\"\\udced\\udca0\\udc80\""}, // encoded surrogate
-                          Case{"\xFF\xFE", "\"\\udcff\\udcfe\""}}) {
+    for (const Case& c :
+         {Case{"plain", "\"plain\""}, Case{"a\"b\\c", "\"a\\\"b\\\\c\""},
+          Case{"tab\tline\n", "\"tab\\tline\\n\""}, Case{std::string("\x01", 1), "\"\\u0001\""},
+          Case{"caf\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80", "\"caf\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80\""},
+          Case{"caf\xE9.jpg", "\"caf\\udce9.jpg\""}, Case{"\xC3", "\"\\udcc3\""}, // truncated sequence
+          Case{"\xC0\xAF", "\"\\udcc0\\udcaf\""},                                 // overlong form
+          Case{"\xED\xA0\x80", "\"\\udced\\udca0\\udc80\""},                      // encoded surrogate
+          Case{"\xFF\xFE", "\"\\udcff\\udcfe\""}}) {
         EXPECT_EQ(jsonString(c.bytes), c.literal);
         const std::string& l = c.literal;
         EXPECT_EQ(decodeJsonString(std::string_view(l).substr(1, l.size() - 2)), c.bytes);

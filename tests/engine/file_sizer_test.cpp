@@ -1,7 +1,6 @@
-#include "engine/file_sizer.h"
-
 #include <gtest/gtest.h>
 
+#include "engine/file_sizer.h"
 #include "support/temp_tree.h"
 
 namespace corvel {
@@ -14,9 +13,10 @@ TEST(FileSizer, DisplayStringsRoundHalfToEvenPerUnit) {
         std::uint64_t bytes;
         std::string shown;
     };
-    for (const Case& c : {Case{1500, "2"}, Case{2500, "2"}, Case{999, "1"}, Case{500, "0"}, Case{1, "0"},
-                          Case{1536000, "1.5"}, Case{1000000, "1"}, Case{1250000, "1.2"}, Case{1350000, "1.4"},
-                          Case{2345678901, "2.35"}, Case{1000000000000, "1"}, Case{1234567890123456, "1.2346"}}) {
+    for (const Case& c :
+         {Case{1500, "2"}, Case{2500, "2"}, Case{999, "1"}, Case{500, "0"}, Case{1, "0"},
+          Case{1536000, "1.5"}, Case{1000000, "1"}, Case{1250000, "1.2"}, Case{1350000, "1.4"},
+          Case{2345678901, "2.35"}, Case{1000000000000, "1"}, Case{1234567890123456, "1.2346"}}) {
         const std::string expected = c.shown;
         EXPECT_EQ(HVFileSizer::displayItemSizeNumberFromSize(c.bytes), expected) << c.bytes;
     }
@@ -34,10 +34,10 @@ TEST(FileSizer, SizeFieldStringsRoundDownInSinglePrecision) {
         bool finder;
         std::string shown;
     };
-    for (const Case& c : {Case{300, false, "0.3 KB"}, Case{1000000, false, "1000 KB"}, Case{1000001, false, "1 MB"},
-                          Case{1555555, false, "1.56 MB"}, Case{2500000000, false, "2.5 GB"},
-                          Case{100, true, "4 KB"}, Case{4000, true, "8 KB"}, Case{0, false, "Zero KB"},
-                          Case{UINT64_MAX, false, "Unavailable"}})
+    for (const Case& c :
+         {Case{300, false, "0.3 KB"}, Case{1000000, false, "1000 KB"}, Case{1000001, false, "1 MB"},
+          Case{1555555, false, "1.56 MB"}, Case{2500000000, false, "2.5 GB"}, Case{100, true, "4 KB"},
+          Case{4000, true, "8 KB"}, Case{0, false, "Zero KB"}, Case{UINT64_MAX, false, "Unavailable"}})
         EXPECT_EQ(stringWithSize(c.bytes, c.finder), c.shown) << c.bytes;
     // Rounded to hundredths first, then cut (not rounded) to the digits asked for.
     EXPECT_EQ(stringWithSize(1555555, false, 1), "1.5 MB");
@@ -45,7 +45,8 @@ TEST(FileSizer, SizeFieldStringsRoundDownInSinglePrecision) {
 }
 
 TEST(FileSizer, TheSizeFieldTransformerSumsArraysAndSkipsUnknownSizes) {
-    EXPECT_EQ(sizeToStringTransformedValue(PropertyValue::Array{100, PropertyValue(UINT64_MAX), 200}), "0.3 KB");
+    EXPECT_EQ(sizeToStringTransformedValue(PropertyValue::Array{100, PropertyValue(UINT64_MAX), 200}),
+              "0.3 KB");
     EXPECT_EQ(sizeToStringTransformedValue(PropertyValue(1555555)), "1.56 MB");
     EXPECT_EQ(sizeToStringTransformedValue(PropertyValue()), "");
     EXPECT_EQ(sizeToStringTransformedValue(PropertyValue("")), "");

@@ -1,10 +1,8 @@
-#include "engine/folder.h"
-
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <filesystem>
+#include <gtest/gtest.h>
 
+#include "engine/folder.h"
 #include "engine/node_cache.h"
 #include "engine/node_type.h"
 #include "support/temp_tree.h"
@@ -67,17 +65,18 @@ TEST_F(FolderComparison, EqualFoldersWithNestedSubfoldersAreDuplicates) {
     auto a = build(tree / "A", &delegate);
     auto b = build(tree / "B", &delegate);
     EXPECT_TRUE(a->isDuplicateOf(*b));
-    EXPECT_TRUE(cache.folderChildrenSizeAreEqual(tree / "B/sub").value_or(false)) << "sub-folder sizes memoised by b's path";
+    EXPECT_TRUE(cache.folderChildrenSizeAreEqual(tree / "B/sub").value_or(false))
+        << "sub-folder sizes memoised by b's path";
 }
 
 TEST_F(FolderComparison, DifferentSizesOrCountsOrContentAreNotDuplicates) {
     tree.file("A/x.bin", "12345");
     tree.file("A/y.bin", "abc");
     tree.file("B/x.bin", "12345");
-    tree.file("B/y.bin", "abcd");          // other size
-    tree.file("C/x.bin", "12345");          // fewer children
+    tree.file("B/y.bin", "abcd");  // other size
+    tree.file("C/x.bin", "12345"); // fewer children
     tree.file("D/x.bin", "12345");
-    tree.file("D/y.bin", "xyz");            // same sizes, other content
+    tree.file("D/y.bin", "xyz"); // same sizes, other content
     auto a = build(tree / "A", &delegate);
     EXPECT_FALSE(a->isDuplicateOf(*build(tree / "B", &delegate)));
     EXPECT_FALSE(a->isDuplicateOf(*build(tree / "C", &delegate)));

@@ -1,8 +1,7 @@
-#include "engine/group.h"
-
 #include <gtest/gtest.h>
 
 #include "engine/folder.h"
+#include "engine/group.h"
 #include "engine/node_type.h"
 #include "platform/file_url.h"
 #include "platform/main_queue.h"
@@ -88,10 +87,10 @@ TEST(Group, UnremovableMembersMakeTheGroupForbiddenUnlessALibraryHoldsThem) {
     locked2->setRemoveForbidden(true);
     EXPECT_TRUE(groupOf({locked, locked2})->allFilesForbidden());
 
-    for (const auto& [rootType, forbidden] : {std::pair{kNodeTypeITunesLibrary, false}, std::pair{kNodeTypeIPhotoLibrary, false},
-                                             std::pair{kNodeTypeNewerIPhotoLibrary, false},
-                                             std::pair{kNodeTypeCurrentIPhotoLibrary, true},
-                                             std::pair{kNodeTypeApertureLibrary, true}}) {
+    for (const auto& [rootType, forbidden] :
+         {std::pair{kNodeTypeITunesLibrary, false}, std::pair{kNodeTypeIPhotoLibrary, false},
+          std::pair{kNodeTypeNewerIPhotoLibrary, false}, std::pair{kNodeTypeCurrentIPhotoLibrary, true},
+          std::pair{kNodeTypeApertureLibrary, true}}) {
         auto root = std::make_shared<CVFolder>("/lib", "");
         root->setType(rootType);
         auto inLibrary = member("/lib/x.jpg");
@@ -129,11 +128,12 @@ TEST(Group, BaseAndCommonPaths) {
         std::string base;
         std::string common;
     };
-    for (const Case& c : {Case{{"/a/b/x.jpg", "/a/b/y.jpg"}, "/a/", "/a/b"},
-                          Case{{"/a/b/x.jpg", "/a/c/y.jpg"}, "/", "/a"},
-                          Case{{"/home/ada/Pics/2020/a.jpg", "/home/ada/Pics/2021/a.jpg", "/home/ada/Pics/2020/b.jpg"},
-                               "/home/ada/Pics/", "/home/ada/Pics/2020"}, // the last differing member decides
-                          Case{{"/x/My Files/a.jpg", "/x/My Files/b.jpg"}, "/x/", "/x/My Files"}}) {
+    for (const Case& c :
+         {Case{{"/a/b/x.jpg", "/a/b/y.jpg"}, "/a/", "/a/b"}, Case{{"/a/b/x.jpg", "/a/c/y.jpg"}, "/", "/a"},
+          Case{{"/home/ada/Pics/2020/a.jpg", "/home/ada/Pics/2021/a.jpg", "/home/ada/Pics/2020/b.jpg"},
+               "/home/ada/Pics/",
+               "/home/ada/Pics/2020"}, // the last differing member decides
+          Case{{"/x/My Files/a.jpg", "/x/My Files/b.jpg"}, "/x/", "/x/My Files"}}) {
         std::vector<std::shared_ptr<CVFile>> files;
         for (const auto& p : c.paths)
             files.push_back(member(p));

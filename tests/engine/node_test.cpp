@@ -1,8 +1,7 @@
-#include "engine/node.h"
-
 #include <gtest/gtest.h>
 
 #include "engine/folder.h"
+#include "engine/node.h"
 #include "engine/node_type.h"
 #include "media/media_manager.h"
 #include "platform/file_url.h"
@@ -97,9 +96,13 @@ TEST(Node, LastComponentsCompareWithoutExtensionAndCase) {
         std::string a, b;
         bool same;
     };
-    for (const Case& c : {Case{"/a/Photo.JPG", "/x/photo.jpeg", true}, Case{"/a/Photo.JPG", "/x/photo2.jpeg", false},
-                          Case{"/a/archive.tar.gz", "/b/ARCHIVE.tar.bz2", true}, Case{"/a/.bashrc", "/b/.BASHRC", true},
-                          Case{"/a/noext", "/b/noext.txt", true}, Case{"/a/Stra\xC3\x9F" "e.txt", "/b/STRASSE.md", true}})
+    for (const Case& c :
+         {Case{"/a/Photo.JPG", "/x/photo.jpeg", true}, Case{"/a/Photo.JPG", "/x/photo2.jpeg", false},
+          Case{"/a/archive.tar.gz", "/b/ARCHIVE.tar.bz2", true}, Case{"/a/.bashrc", "/b/.BASHRC", true},
+          Case{"/a/noext", "/b/noext.txt", true},
+          Case{"/a/Stra\xC3\x9F"
+               "e.txt",
+               "/b/STRASSE.md", true}})
         EXPECT_EQ(file(c.a)->areLastComponentsTheSame(c.b), c.same) << c.a << " " << c.b;
     EXPECT_EQ(file("/a/photo.jpeg")->title(), "photo");
     EXPECT_EQ(folder("/a/My.Folder")->title(), "My.Folder");
@@ -153,9 +156,10 @@ TEST(Node, FilesInsideAnITunesLibraryCarryTheirTrackRecord) {
     test::TempTree tree;
     const std::string song = tree.file("iTunes/Music/Band/song.mp3", "x");
     const PropertyValue library(PropertyValue::Dictionary{
-        {"Tracks", PropertyValue::Dictionary{{"7", PropertyValue::Dictionary{{"Location", fileURLStringFromPath(song)},
-                                                                             {"Name", "Song"},
-                                                                             {"Rating", 60}}}}}});
+        {"Tracks",
+         PropertyValue::Dictionary{{"7", PropertyValue::Dictionary{{"Location", fileURLStringFromPath(song)},
+                                                                   {"Name", "Song"},
+                                                                   {"Rating", 60}}}}}});
     // Only the older file name exists: the record comes from it.
     tree.file("iTunes/iTunes Music Library.xml", propertyListData(library, PropertyListFormat::XML));
     auto root = folder(tree / "iTunes", kNodeTypeITunesLibrary);

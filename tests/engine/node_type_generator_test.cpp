@@ -1,8 +1,7 @@
-#include "engine/node_type_generator.h"
-
 #include <gtest/gtest.h>
 
 #include "engine/node_type.h"
+#include "engine/node_type_generator.h"
 #include "platform/property_list.h"
 #include "platform/user_defaults.h"
 #include "support/temp_tree.h"
@@ -22,12 +21,13 @@ TEST_F(NodeTypes, FilesAreTypedByIdentifierThenByExtensionPattern) {
         std::string name;
         std::int32_t type;
     };
-    for (const Case& c : {Case{"a.txt", 2}, Case{"a.pdf", 2}, Case{"a.docx", 2}, Case{"a.pptx", 2},
-                          Case{"a.key", 2}, Case{"a.JPG", 3}, Case{"a.cr2", 3}, Case{"a.eps", 3},
-                          Case{"a.mkv", 5}, Case{"a.mov", 5}, Case{"a.mp3", 4}, Case{"song.FLAC", 4},
-                          Case{"a.zip", 6}, Case{"a.iso", 6}, Case{"a.ccd", 6}, Case{"a.arc", 6}, Case{"a.zz", 6},
-                          Case{"a.docset", 2}, Case{"a.ttf", 1}, Case{"a.weird", 1}, Case{"noextension", 1},
-                          Case{".hidden", 1}})
+    for (const Case& c :
+         {Case{"a.txt", 2},       Case{"a.pdf", 2},    Case{"a.docx", 2}, Case{"a.pptx", 2},
+          Case{"a.key", 2},       Case{"a.JPG", 3},    Case{"a.cr2", 3},  Case{"a.eps", 3},
+          Case{"a.mkv", 5},       Case{"a.mov", 5},    Case{"a.mp3", 4},  Case{"song.FLAC", 4},
+          Case{"a.zip", 6},       Case{"a.iso", 6},    Case{"a.ccd", 6},  Case{"a.arc", 6},
+          Case{"a.zz", 6},        Case{"a.docset", 2}, Case{"a.ttf", 1},  Case{"a.weird", 1},
+          Case{"noextension", 1}, Case{".hidden", 1}})
         EXPECT_EQ(generator.nodeTypeOfFile("/x/" + c.name), c.type) << c.name;
 }
 
@@ -38,11 +38,11 @@ TEST_F(NodeTypes, FoldersAreTypedByExtensionAndLibraryFiles) {
         std::string name;
         std::int32_t type;
     };
-    for (const Case& c : {Case{"Notes.rtfd", 18}, Case{"Scan.lpdf", 18}, Case{"x.zip", 6}, Case{"x.odt", 2},
-                          Case{"Talk.screenflow", 19}, Case{"Calc.app", 9}, Case{"Pics.photolibrary", 13},
-                          Case{"Old Photos", 13}, Case{"Music/iTunes", 10}, Case{"Lib.aplibrary", 17},
-                          Case{"Proj.approject", 17}, Case{"Plugin.bundle", 8}, Case{"Plain", 7},
-                          Case{"version.1.2", 7}})
+    for (const Case& c :
+         {Case{"Notes.rtfd", 18}, Case{"Scan.lpdf", 18}, Case{"x.zip", 6}, Case{"x.odt", 2},
+          Case{"Talk.screenflow", 19}, Case{"Calc.app", 9}, Case{"Pics.photolibrary", 13},
+          Case{"Old Photos", 13}, Case{"Music/iTunes", 10}, Case{"Lib.aplibrary", 17},
+          Case{"Proj.approject", 17}, Case{"Plugin.bundle", 8}, Case{"Plain", 7}, Case{"version.1.2", 7}})
         EXPECT_EQ(generator.nodeTypeOfFolder(tree / c.name), c.type) << c.name;
 }
 
@@ -57,11 +57,14 @@ TEST_F(NodeTypes, TheCurrentLibrariesComeFromTheIAppsPreferences) {
     tree.file("music/iTunes/iTunes Library.xml", "<plist/>");
     tree.folder("pics/Main.photolibrary");
     const PropertyValue prefs(PropertyValue::Dictionary{
-        {"iTunesRecentDatabases", PropertyValue::Array{"file://localhost" + tree / "music/iTunes/iTunes%20Library.xml"}},
-        {"iPhotoRecentDatabases", PropertyValue::Array{"file://" + tree / "pics/Main.photolibrary/AlbumData.xml"}}});
+        {"iTunesRecentDatabases",
+         PropertyValue::Array{"file://localhost" + tree / "music/iTunes/iTunes%20Library.xml"}},
+        {"iPhotoRecentDatabases",
+         PropertyValue::Array{"file://" + tree / "pics/Main.photolibrary/AlbumData.xml"}}});
     // The first place is unreadable; the account's real home holds a binary list.
     tree.file("home/Library/Preferences/com.apple.iApps.plist", "garbage");
-    tree.file("realhome/Library/Preferences/com.apple.iApps.plist", propertyListData(prefs, PropertyListFormat::Binary));
+    tree.file("realhome/Library/Preferences/com.apple.iApps.plist",
+              propertyListData(prefs, PropertyListFormat::Binary));
     EXPECT_EQ(generator.currentITunesLibPath(), tree / "music/iTunes");
     EXPECT_EQ(generator.nodeTypeOfFolder(tree / "music/iTunes"), kNodeTypeCurrentITunesLibrary);
     EXPECT_EQ(generator.nodeTypeOfFolder(tree / "pics/Main.photolibrary"), kNodeTypeCurrentIPhotoLibrary);

@@ -1,12 +1,10 @@
-#include "engine/signature.h"
-
+#include <cstring>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <cstring>
-
 #include "engine/node_type.h"
+#include "engine/signature.h"
 #include "support/temp_tree.h"
 
 namespace corvel {
@@ -40,7 +38,8 @@ void writeRange(int fd, std::uint64_t from, std::uint64_t to) {
     std::vector<std::uint8_t> block(static_cast<std::size_t>(to - from));
     for (std::uint64_t o = from; o < to; ++o)
         block[static_cast<std::size_t>(o - from)] = byteAt(o);
-    ASSERT_EQ(::pwrite(fd, block.data(), block.size(), static_cast<off_t>(from)), static_cast<ssize_t>(block.size()));
+    ASSERT_EQ(::pwrite(fd, block.data(), block.size(), static_cast<off_t>(from)),
+              static_cast<ssize_t>(block.size()));
 }
 
 // A file of the given size holding byteAt everywhere a correct reader looks, and a
@@ -66,8 +65,17 @@ std::string patternedFile(const test::TempTree& tree, const std::string& name, s
 
 TEST(Signature, TheSampledReaderReadsTheHeadAndThePiecesAtTheirOffsets) {
     test::TempTree tree;
-    const std::uint64_t sizes[] = {19599,  19600,  19601,   50000,  499999, 500000,
-                                   500001, 1234567, 7777777, std::uint64_t{3} << 30, std::uint64_t{5000000000}};
+    const std::uint64_t sizes[] = {19599,
+                                   19600,
+                                   19601,
+                                   50000,
+                                   499999,
+                                   500000,
+                                   500001,
+                                   1234567,
+                                   7777777,
+                                   std::uint64_t{3} << 30,
+                                   std::uint64_t{5000000000}};
     for (const std::uint64_t size : sizes) {
         SCOPED_TRACE(size);
         const std::string path = patternedFile(tree, "f" + std::to_string(size), size);
@@ -109,14 +117,16 @@ TEST(Signature, KindsFollowTypeAndSize) {
         {"dyn.app", 10, kNodeTypeApplication, CVSignature::Bundle},
     };
     for (const auto& c : cases)
-        EXPECT_EQ(CVSignature::getSignatureTypeWithUTI(c.uti, c.size, c.nodeType), c.kind) << c.uti << " " << c.size;
+        EXPECT_EQ(CVSignature::getSignatureTypeWithUTI(c.uti, c.size, c.nodeType), c.kind)
+            << c.uti << " " << c.size;
 }
 
 TEST(Signature, SamplingSeesOnlyTheSampledBytesOfLargeFiles) {
     test::TempTree tree;
     std::string content(600000, 'a');
     const std::string a = tree.file("a.bin", content);
-    content[15000] = 'b'; // between the head and the first piece's end? first piece starts at 10000: outside pieces
+    content[15000] =
+        'b'; // between the head and the first piece's end? first piece starts at 10000: outside pieces
     content[10000 + 18281 + 5] = 'b';
     const std::string b = tree.file("b.bin", content);
     std::string inSample(600000, 'a');
@@ -133,7 +143,8 @@ TEST(Signature, SamplingSeesOnlyTheSampledBytesOfLargeFiles) {
     const std::string d = tree.file("d.bin", small);
     small[400000] = 'z';
     const std::string e = tree.file("e.bin", small);
-    EXPECT_FALSE(CVSignature(d, 499999, kNodeTypeOther, "public.data").isEqualTo(CVSignature(e, 499999, kNodeTypeOther, "public.data")));
+    EXPECT_FALSE(CVSignature(d, 499999, kNodeTypeOther, "public.data")
+                     .isEqualTo(CVSignature(e, 499999, kNodeTypeOther, "public.data")));
 }
 
 TEST(Signature, TextDocumentsCompareWholeEvenBeyondTheMemoryLimit) {
@@ -165,7 +176,9 @@ TEST(Signature, BundlesCompareByTheirInfoPlistOnly) {
     tree.file("C.app/Contents/Info.plist", "<plist>different</plist>");
     tree.folder("D.app/Contents");
     tree.folder("E.app/Contents");
-    auto bundle = [&](const char* name) { return CVSignature(tree / name, 0, kNodeTypeApplication, "dyn.app"); };
+    auto bundle = [&](const char* name) {
+        return CVSignature(tree / name, 0, kNodeTypeApplication, "dyn.app");
+    };
     EXPECT_TRUE(bundle("A.app").isEqualTo(bundle("B.app")));
     EXPECT_FALSE(bundle("A.app").isEqualTo(bundle("C.app")));
     EXPECT_EQ(bundle("D.app").length(), 0u);
@@ -191,7 +204,10 @@ TEST(Signature, EmptyVanishedAndShrunkFilesMatchNothing) {
     const std::string shrunkText = tree.file("s.txt", std::string(100, 'x'));
     EXPECT_EQ(CVSignature(shrunkText, 200, kNodeTypeDocument, "public.plain-text").length(), 0u);
     const std::string bigText = tree.file("big.txt", "tiny now");
-    EXPECT_EQ(CVSignature(bigText, CVSignature::kMaxBufferedSignature + 10, kNodeTypeDocument, "public.plain-text").length(), 0u);
+    EXPECT_EQ(
+        CVSignature(bigText, CVSignature::kMaxBufferedSignature + 10, kNodeTypeDocument, "public.plain-text")
+            .length(),
+        0u);
 }
 
 } // namespace

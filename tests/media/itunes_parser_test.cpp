@@ -1,7 +1,6 @@
-#include "media/itunes_parser.h"
-
 #include <gtest/gtest.h>
 
+#include "media/itunes_parser.h"
 #include "media/media_library.h"
 #include "platform/property_list.h"
 #include "support/temp_tree.h"
@@ -34,10 +33,13 @@ TEST(ITunesParser, TrackTypesFollowTheirPrecedence) {
 }
 
 TEST(ITunesParser, RecordsCarryTheTrackData) {
-    const PropertyValue music = CViTunesParser::trackRecord(
-        track("file://localhost/Users/ada/Music/iTunes/My%20Song%20%C3%A9.mp3",
-              {{"Artist", "Band"}, {"Album", "Disc"}, {"Play Count", 3}, {"Rating", 80},
-               {"Play Date", PropertyDate{1e9}}}));
+    const PropertyValue music =
+        CViTunesParser::trackRecord(track("file://localhost/Users/ada/Music/iTunes/My%20Song%20%C3%A9.mp3",
+                                          {{"Artist", "Band"},
+                                           {"Album", "Disc"},
+                                           {"Play Count", 3},
+                                           {"Rating", 80},
+                                           {"Play Date", PropertyDate{1e9}}}));
     EXPECT_EQ(*music[kTrackPathKey].asString(), "/Users/ada/Music/iTunes/My Song \xC3\xA9.mp3");
     EXPECT_EQ(*music[kArtistNameKey].asString(), "Band");
     EXPECT_EQ(*music[kAlbumNameKey].asString(), "Disc");
@@ -48,7 +50,8 @@ TEST(ITunesParser, RecordsCarryTheTrackData) {
 
     const PropertyValue untagged = CViTunesParser::trackRecord(track("file:///M/a.mp3", {{"Artist", "X"}}));
     EXPECT_TRUE(untagged[kAlbumNameKey].isNull()) << "a track without album gets no album key";
-    const PropertyValue movie = CViTunesParser::trackRecord(track("file:///M/m.m4v", {{"Movie", true}, {"Artist", "X"}}));
+    const PropertyValue movie =
+        CViTunesParser::trackRecord(track("file:///M/m.m4v", {{"Movie", true}, {"Artist", "X"}}));
     EXPECT_TRUE(movie[kArtistNameKey].isNull()) << "artist and album only for music";
     EXPECT_TRUE(movie[kPlayCountKey].isNull());
 }
@@ -67,7 +70,8 @@ TEST(ITunesParser, ReadsBinaryAndXmlLibrariesAndSurvivesBadOnes) {
     }
     CViTunesParser parser;
     EXPECT_FALSE(parser.parseXMLFile(tree.file("bad.xml", "<plist><dict><key>Tracks</key>")));
-    EXPECT_FALSE(parser.parseXMLFile(tree.file("notracks.xml", propertyListData(PropertyValue::Dictionary{}, PropertyListFormat::XML))));
+    EXPECT_FALSE(parser.parseXMLFile(
+        tree.file("notracks.xml", propertyListData(PropertyValue::Dictionary{}, PropertyListFormat::XML))));
     EXPECT_TRUE(parser.getTracksArray().empty());
 }
 

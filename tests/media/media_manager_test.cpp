@@ -1,11 +1,10 @@
-#include "media/media_manager.h"
-
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 
 #include "media/libraries_hasher.h"
 #include "media/media_library.h"
+#include "media/media_manager.h"
 #include "media/photo_parser.h"
 #include "platform/property_list.h"
 #include "platform/user_defaults.h"
@@ -19,7 +18,9 @@ std::string photoLibraryXml(const std::string& photoPath) {
            "<key>RollName</key><string>Trip</string><key>Other</key><string>x</string></dict></array>"
            "<key>Major</key><integer>1</integer><key>Master Image List</key><dict><key>1</key><dict>"
            "<key>MediaType</key><string>Image</string><key>Roll</key><integer>1</integer>"
-           "<key>ImagePath</key><string>" + photoPath + "</string><key>Thumb</key><string>t</string>"
+           "<key>ImagePath</key><string>" +
+           photoPath +
+           "</string><key>Thumb</key><string>t</string>"
            "</dict></dict></dict></plist>";
 }
 
@@ -36,7 +37,7 @@ protected:
 };
 
 TEST_F(MediaManagerTest, EachLibraryIsParsedOncePerScan) {
-    const std::string album = tree.file("P.photolibrary/AlbumData.xml", photoLibraryXml("/P/a.jpg") );
+    const std::string album = tree.file("P.photolibrary/AlbumData.xml", photoLibraryXml("/P/a.jpg"));
     const PropertyValue first = manager.iPhotoLibraryEventOfPhotoAtPath("/P/a.jpg", album);
     EXPECT_EQ(*first[kEventNameKey].asString(), "Trip");
     EXPECT_TRUE(manager.iPhotoLibraryEventOfPhotoAtPath("/P/missing.jpg", album).isNull());
@@ -54,8 +55,8 @@ TEST_F(MediaManagerTest, MissingLibrariesAreNotRememberedSoALaterLookUpTriesAgai
     EXPECT_TRUE(manager.iTunesTrackInfoAtPath("/M/a.mp3", xml).isNull());
     EXPECT_EQ(manager.parsedLibrariesCount(), 0u);
     const PropertyValue library(PropertyValue::Dictionary{
-        {"Tracks", PropertyValue::Dictionary{{"1", PropertyValue::Dictionary{{"Location", "file:///M/a.mp3"},
-                                                                             {"Name", "A"}}}}}});
+        {"Tracks", PropertyValue::Dictionary{
+                       {"1", PropertyValue::Dictionary{{"Location", "file:///M/a.mp3"}, {"Name", "A"}}}}}});
     tree.file("M/iTunes Library.xml", propertyListData(library, PropertyListFormat::Binary));
     EXPECT_EQ(*manager.iTunesTrackInfoAtPath("/M/a.mp3", xml)[kTrackNameKey].asString(), "A");
     EXPECT_FALSE(manager.parseLibraryIfDidntAlready("", true));
@@ -76,10 +77,12 @@ TEST_F(MediaManagerTest, ChangeDetectionFollowsTheModificationDate) {
 TEST_F(MediaManagerTest, RemovedPhotosStayHiddenUntilTheLibraryChanges) {
     const std::string album = tree.file("L/AlbumData.xml", photoLibraryXml(tree / "L/a.jpg"));
     setModificationTime(album, 1600000000);
-    ASSERT_TRUE(manager.parseLibraryIfDidntAlready(album, true)); // first parse: the library counts as changed
+    ASSERT_TRUE(
+        manager.parseLibraryIfDidntAlready(album, true)); // first parse: the library counts as changed
     defaults.setObject(PropertyValue::Array{tree / "L/a.jpg"}, kRemovedPhotosKey);
     manager.rescan();
-    EXPECT_TRUE(manager.iPhotoLibraryEventOfPhotoAtPath(tree / "L/a.jpg", album).isNull()) << "unchanged: still removed";
+    EXPECT_TRUE(manager.iPhotoLibraryEventOfPhotoAtPath(tree / "L/a.jpg", album).isNull())
+        << "unchanged: still removed";
     setModificationTime(album, 1600000500);
     manager.rescan();
     EXPECT_FALSE(manager.iPhotoLibraryEventOfPhotoAtPath(tree / "L/a.jpg", album).isNull());

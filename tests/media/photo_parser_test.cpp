@@ -1,8 +1,7 @@
-#include "media/photo_parser.h"
-
 #include <gtest/gtest.h>
 
 #include "media/media_library.h"
+#include "media/photo_parser.h"
 #include "platform/system_log.h"
 #include "platform/user_defaults.h"
 #include "support/temp_tree.h"
@@ -22,7 +21,8 @@ struct Photo {
 
 // An AlbumData.xml laid out as the photo application writes it: version, the list of
 // rolls, a top-level key between the lists, then the master image list.
-std::string albumData(const std::vector<Roll>& rolls, const std::vector<Photo>& photos, std::string doctype = {}) {
+std::string albumData(const std::vector<Roll>& rolls, const std::vector<Photo>& photos,
+                      std::string doctype = {}) {
     std::string xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n" + doctype +
                       "<plist version=\"1.0\">\n<dict>\n"
                       "\t<key>Application Version</key>\n\t<string>9.6.1</string>\n"
@@ -33,11 +33,13 @@ std::string albumData(const std::vector<Roll>& rolls, const std::vector<Photo>& 
         xml += "\t\t<dict>\n\t\t\t<key>RollID</key>\n\t\t\t<integer>" + roll.id +
                "</integer>\n\t\t\t<key>RollName</key>\n\t\t\t<string>" + roll.name +
                "</string>\n\t\t\t<key>RollDateAsTimerInterval</key>\n\t\t\t<real>3.1e8</real>\n\t\t</dict>\n";
-    xml += "\t</array>\n\t<key>Major Version</key>\n\t<integer>2</integer>\n\t<key>Master Image List</key>\n\t<dict>\n";
+    xml += "\t</array>\n\t<key>Major Version</key>\n\t<integer>2</integer>\n\t<key>Master Image "
+           "List</key>\n\t<dict>\n";
     int n = 1;
     for (const auto& photo : photos) {
-        xml += "\t\t<key>" + std::to_string(n++) + "</key>\n\t\t<dict>\n\t\t\t<key>MediaType</key>\n\t\t\t<string>" +
-               photo.mediaType + "</string>\n\t\t\t<key>Caption</key>\n\t\t\t<string>c</string>\n";
+        xml += "\t\t<key>" + std::to_string(n++) +
+               "</key>\n\t\t<dict>\n\t\t\t<key>MediaType</key>\n\t\t\t<string>" + photo.mediaType +
+               "</string>\n\t\t\t<key>Caption</key>\n\t\t\t<string>c</string>\n";
         if (!photo.roll.empty())
             xml += "\t\t\t<key>Roll</key>\n\t\t\t<integer>" + photo.roll + "</integer>\n";
         xml += "\t\t\t<key>ImagePath</key>\n\t\t\t<string>" + photo.path +
@@ -55,13 +57,13 @@ protected:
 };
 
 TEST_F(PhotoParserTest, PhotosTakeTheEventOfTheirRoll) {
-    const std::string path = tree.file(
-        "Lib.photolibrary/AlbumData.xml",
-        albumData({{"5", "Summer &amp; Sea"}, {"7", "Caf&#233; &lt;night&gt;"}},
-                  {{"Image", "5", "/lib/Masters/a.jpg"},
-                   {"Movie", "7", "/lib/Masters/b.mov"},
-                   {"Image", "99", "/lib/Masters/c.jpg"},
-                   {"Image", "", "/lib/Masters/R&amp;D.jpg"}}));
+    const std::string path =
+        tree.file("Lib.photolibrary/AlbumData.xml",
+                  albumData({{"5", "Summer &amp; Sea"}, {"7", "Caf&#233; &lt;night&gt;"}},
+                            {{"Image", "5", "/lib/Masters/a.jpg"},
+                             {"Movie", "7", "/lib/Masters/b.mov"},
+                             {"Image", "99", "/lib/Masters/c.jpg"},
+                             {"Image", "", "/lib/Masters/R&amp;D.jpg"}}));
     ASSERT_TRUE(parser.parseXMLFile(path, true));
     const auto& photos = parser.getPhotosArray();
     ASSERT_EQ(photos.size(), 4u);
@@ -91,8 +93,9 @@ TEST_F(PhotoParserTest, InternalEntitiesExpandAndExternalOnesAreNeverLoaded) {
     ASSERT_EQ(parser.getPhotosArray().size(), 1u);
     EXPECT_EQ(*parser.getPhotosArray()[0][kEventNameKey].asString(), "Road Trip");
 
-    const std::string external = albumData({{"1", "&leak;"}}, {{"Image", "1", "/p/a.jpg"}},
-                                           "<!DOCTYPE plist [<!ENTITY leak SYSTEM \"file://" + secret + "\">]>\n");
+    const std::string external =
+        albumData({{"1", "&leak;"}}, {{"Image", "1", "/p/a.jpg"}},
+                  "<!DOCTYPE plist [<!ENTITY leak SYSTEM \"file://" + secret + "\">]>\n");
     ScopedLogCapture log;
     parser.parseXMLFile(tree.file("e/AlbumData.xml", external), true);
     for (const auto& photo : parser.getPhotosArray())
@@ -122,8 +125,9 @@ TEST_F(PhotoParserTest, MalformedAndMissingFilesGiveNoRecordsAndALogLine) {
 }
 
 TEST_F(PhotoParserTest, RemovedPhotosAreSkippedOnlyWhileCheckingIsOn) {
-    const std::string path = tree.file("Lib/AlbumData.xml", albumData({{"1", "E"}}, {{"Image", "1", "/Lib/Masters/a.jpg"},
-                                                                                    {"Image", "1", "/Lib/Masters/b.jpg"}}));
+    const std::string path =
+        tree.file("Lib/AlbumData.xml", albumData({{"1", "E"}}, {{"Image", "1", "/Lib/Masters/a.jpg"},
+                                                                {"Image", "1", "/Lib/Masters/b.jpg"}}));
     defaults.setObject(PropertyValue::Array{"/Lib/Masters/a.jpg", tree / "Other/x.jpg"}, kRemovedPhotosKey);
     ASSERT_TRUE(parser.parseXMLFile(path, true));
     ASSERT_EQ(parser.getPhotosArray().size(), 1u);
@@ -131,7 +135,8 @@ TEST_F(PhotoParserTest, RemovedPhotosAreSkippedOnlyWhileCheckingIsOn) {
     EXPECT_TRUE(parser.photoContainsInAlreadyRemovedList("/Lib/Masters/a.jpg"));
 
     // Without checking (the library changed), the list loses this library's entries.
-    defaults.setObject(PropertyValue::Array{tree / "Lib/Masters/a.jpg", tree / "Other/x.jpg"}, kRemovedPhotosKey);
+    defaults.setObject(PropertyValue::Array{tree / "Lib/Masters/a.jpg", tree / "Other/x.jpg"},
+                       kRemovedPhotosKey);
     ASSERT_TRUE(parser.parseXMLFile(path, false));
     EXPECT_EQ(parser.getPhotosArray().size(), 2u);
     EXPECT_EQ(*defaults.arrayForKey(kRemovedPhotosKey), (PropertyValue::Array{tree / "Other/x.jpg"}));

@@ -1,9 +1,7 @@
-#include "platform/change_notifier.h"
-
 #include <gtest/gtest.h>
-
 #include <thread>
 
+#include "platform/change_notifier.h"
 #include "platform/main_queue.h"
 
 namespace corvel {

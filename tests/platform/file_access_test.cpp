@@ -1,10 +1,9 @@
-#include "platform/file_access.h"
-
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "platform/file_access.h"
 #include "support/temp_tree.h"
 
 namespace corvel {

@@ -1,10 +1,9 @@
-#include "platform/main_queue.h"
-
-#include <gtest/gtest.h>
-
 #include <atomic>
+#include <gtest/gtest.h>
 #include <thread>
 #include <vector>
+
+#include "platform/main_queue.h"
 
 namespace corvel {
 namespace {

@@ -1,10 +1,8 @@
-#include "platform/notification_center.h"
-
 #include <gtest/gtest.h>
-
 #include <thread>
 
 #include "platform/main_queue.h"
+#include "platform/notification_center.h"
 
 namespace corvel {
 namespace {
@@ -30,7 +28,8 @@ TEST(NotificationCenter, DeliversByNameAndSender) {
 TEST(NotificationCenter, CarriesObjectAndUserInfo) {
     NotificationCenter center;
     Notification seen;
-    center.addObserver("com.halvik.corvel.ProgressUpdated", nullptr, [&](const Notification& n) { seen = n; });
+    center.addObserver("com.halvik.corvel.ProgressUpdated", nullptr,
+                       [&](const Notification& n) { seen = n; });
     Notification n{"com.halvik.corvel.ProgressUpdated", nullptr, 42.5, {{"path", "/x"}}};
     center.post(n);
     EXPECT_DOUBLE_EQ(seen.object.toDouble(), 42.5);
@@ -58,7 +57,8 @@ TEST(NotificationCenter, ScopedObserverStopsListeningWhenDestroyed) {
     NotificationCenter center;
     int count = 0;
     {
-        ScopedObserver scoped(center, center.addObserver("n", nullptr, [&](const Notification&) { ++count; }));
+        ScopedObserver scoped(center,
+                              center.addObserver("n", nullptr, [&](const Notification&) { ++count; }));
         center.post("n");
     }
     center.post("n");

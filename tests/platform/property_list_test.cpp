@@ -1,7 +1,6 @@
-#include "platform/property_list.h"
-
 #include <gtest/gtest.h>
 
+#include "platform/property_list.h"
 #include "support/temp_tree.h"
 
 namespace corvel {
@@ -20,8 +19,9 @@ PropertyValue sampleValue() {
     d["date"] = PropertyDate{1234567890.0};
     d["old date"] = PropertyDate{-86400.0 * 365};
     d["data"] = PropertyValue::Data{0, 1, 2, 0xFF, 0x80, 0};
-    d["nested"] = PropertyValue::Array{PropertyValue::Array{1, PropertyValue::Array{"deep", PropertyValue::Dictionary{{"k", 2.5}}}},
-                                       PropertyValue::Dictionary{}, PropertyValue::Array{}};
+    d["nested"] = PropertyValue::Array{
+        PropertyValue::Array{1, PropertyValue::Array{"deep", PropertyValue::Dictionary{{"k", 2.5}}}},
+        PropertyValue::Dictionary{}, PropertyValue::Array{}};
     return PropertyValue(d);
 }
 
@@ -134,14 +134,14 @@ TEST(PropertyList, ModerateNestingIsAccepted) {
 std::string selfReferencingBinaryList() {
     std::string s = "bplist00";
     const std::size_t object = s.size();
-    s += "\xA1";          // array of one element
-    s += '\0';            // ... which is object 0, itself
+    s += "\xA1"; // array of one element
+    s += '\0';   // ... which is object 0, itself
     const std::size_t table = s.size();
     s += static_cast<char>(object);
     std::string trailer(32, '\0');
-    trailer[6] = 1;       // offset size
-    trailer[7] = 1;       // reference size
-    trailer[15] = 1;      // one object
+    trailer[6] = 1;  // offset size
+    trailer[7] = 1;  // reference size
+    trailer[15] = 1; // one object
     trailer[31] = static_cast<char>(table);
     return s + trailer;
 }

@@ -1,6 +1,6 @@
-#include "platform/property_value.h"
-
 #include <gtest/gtest.h>
+
+#include "platform/property_value.h"
 
 namespace corvel {
 namespace {
@@ -71,7 +71,8 @@ TEST(PropertyValue, EqualityIsDeepAndNumeric) {
     EXPECT_TRUE(PropertyValue(1) == PropertyValue(1.0));
     EXPECT_TRUE(PropertyValue(true) == PropertyValue(1));
     EXPECT_FALSE(PropertyValue("1") == PropertyValue(1));
-    const PropertyValue a(PropertyValue::Dictionary{{"x", PropertyValue::Array{1, "b", PropertyValue::Data{1, 2}}}});
+    const PropertyValue a(
+        PropertyValue::Dictionary{{"x", PropertyValue::Array{1, "b", PropertyValue::Data{1, 2}}}});
     PropertyValue b = a;
     EXPECT_TRUE(a == b);
     b.mutableDictionary()["x"].append(4);

@@ -1,7 +1,6 @@
-#include "platform/string_tables.h"
-
 #include <gtest/gtest.h>
 
+#include "platform/string_tables.h"
 #include "platform/system_log.h"
 #include "support/temp_tree.h"
 
@@ -16,8 +15,8 @@ TEST(StringTables, ShippedTablesAnswerTheirKeys) {
 
 TEST(StringTables, UnknownKeysAndTablesShowTheKey) {
     test::TempTree tree;
-    tree.file("Localizable.strings",
-              "<plist><dict><key>Hello</key><string>Hallo</string><key>Size</key><integer>3</integer></dict></plist>");
+    tree.file("Localizable.strings", "<plist><dict><key>Hello</key><string>Hallo</string><key>Size</"
+                                     "key><integer>3</integer></dict></plist>");
     tree.file("Broken.strings", "<plist><dict>");
     StringTables tables(tree.path());
     EXPECT_EQ(tables.localizedString("Hello"), "Hallo");

@@ -1,8 +1,7 @@
-#include "platform/system_log.h"
-
 #include <gtest/gtest.h>
-
 #include <thread>
+
+#include "platform/system_log.h"
 
 namespace corvel {
 namespace {

@@ -1,13 +1,13 @@
-#include "platform/text.h"
-
 #include <gtest/gtest.h>
+
+#include "platform/text.h"
 
 namespace corvel {
 namespace {
 
 // "é" composed (U+00E9) and decomposed (e + U+0301).
-const std::string kComposed = "C\xC3\xB3pia de foto.jpg";      // Cópia, NFC
-const std::string kDecomposed = "Co\xCC\x81pia de foto.jpg";   // Cópia, NFD
+const std::string kComposed = "C\xC3\xB3pia de foto.jpg";    // Cópia, NFC
+const std::string kDecomposed = "Co\xCC\x81pia de foto.jpg"; // Cópia, NFD
 
 TEST(Text, NormalisationConvertsBetweenForms) {
     EXPECT_EQ(nfd(kComposed), kDecomposed);
@@ -68,7 +68,9 @@ TEST(Text, CaseInsensitiveEqualityTreatsFormsAlike) {
     const Case cases[] = {
         {kComposed, kDecomposed, true},
         {"STRASSE", "strasse", true},
-        {"Stra\xC3\x9F" "e", "STRASSE", true},   // ß folds to ss
+        {"Stra\xC3\x9F"
+         "e",
+         "STRASSE", true}, // ß folds to ss
         {"\xC3\x89t\xC3\xA9", "\xC3\xA9T\xC3\x89", true},
         {"cafe", "caf\xC3\xA9", false},
         {"a", "b", false},
@@ -82,7 +84,11 @@ TEST(Text, LocalisedOrderingIgnoresCase) {
     EXPECT_EQ(localizedCaseInsensitiveCompare("apple", "APPLE"), 0);
     EXPECT_LT(localizedCaseInsensitiveCompare("apple", "Banana"), 0);
     EXPECT_GT(localizedCaseInsensitiveCompare("zebra", "Apple"), 0);
-    EXPECT_LT(localizedCaseInsensitiveCompare("\xC3\xA9" "a", "f"), 0) << "é sorts with e, before f";
+    EXPECT_LT(localizedCaseInsensitiveCompare("\xC3\xA9"
+                                              "a",
+                                              "f"),
+              0)
+        << "é sorts with e, before f";
     EXPECT_EQ(lowercase("\xC3\x89T\xC3\x89"), "\xC3\xA9t\xC3\xA9");
 }
 

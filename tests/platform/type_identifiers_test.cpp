@@ -1,7 +1,6 @@
-#include "platform/type_identifiers.h"
-
 #include <gtest/gtest.h>
 
+#include "platform/type_identifiers.h"
 #include "support/temp_tree.h"
 
 namespace corvel {
@@ -13,7 +12,9 @@ struct Case {
     bool expected;
 };
 
-void PrintTo(const Case& c, std::ostream* os) { *os << c.extension << " -> " << c.conformsTo; }
+void PrintTo(const Case& c, std::ostream* os) {
+    *os << c.extension << " -> " << c.conformsTo;
+}
 
 class TypeConformance : public testing::TestWithParam<Case> {};
 
@@ -29,8 +30,9 @@ INSTANTIATE_TEST_SUITE_P(
                     Case{"jpg", "public.data", true}, Case{"jpg", "public.content", true},
                     Case{"jpg", "public.movie", false}, Case{"txt", "public.text", true},
                     Case{"pdf", "com.adobe.pdf", true}, Case{"pdf", "public.composite-content", true},
-                    Case{"docx", "public.composite-content", true}, Case{"doc", "com.microsoft.word.doc", true},
-                    Case{"xls", "com.microsoft.excel.xls", true}, Case{"key", "com.apple.iwork.keynote.key", true},
+                    Case{"docx", "public.composite-content", true},
+                    Case{"doc", "com.microsoft.word.doc", true}, Case{"xls", "com.microsoft.excel.xls", true},
+                    Case{"key", "com.apple.iwork.keynote.key", true},
                     Case{"pptx", "public.presentation", true}, Case{"mkv", "public.movie", true},
                     Case{"mp4", "public.movie", true}, Case{"mp3", "public.audio", true},
                     Case{"mp3", "public.movie", false}, Case{"flac", "public.audio", true},
@@ -42,9 +44,10 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(TypeIdentifiers, EveryParentInTheShippedTableIsKnownAndNamedTypesExist) {
     const auto& types = TypeIdentifiers::shared();
     EXPECT_GT(types.extensionCount(), 150u);
-    for (const char* id : {"public.dib", "public.rle", "public.pcx", "public.tpic", "public.jfif", "public.cgm",
-                           "public.rmvb", "public.vob", "public.swf", "public.ogg", "public.aac", "public.mmf",
-                           "com.apple.iwork.pages.pages", "com.apple.iwork.numbers.numbers"})
+    for (const char* id :
+         {"public.dib", "public.rle", "public.pcx", "public.tpic", "public.jfif", "public.cgm", "public.rmvb",
+          "public.vob", "public.swf", "public.ogg", "public.aac", "public.mmf", "com.apple.iwork.pages.pages",
+          "com.apple.iwork.numbers.numbers"})
         EXPECT_TRUE(types.conformsTo(id, "public.data")) << id;
     EXPECT_EQ(types.preferredIdentifierForExtension("Weird"), "dyn.weird");
 }
@@ -56,7 +59,10 @@ TEST(TypeIdentifiers, ABrokenTableIsAnError) {
     EXPECT_FALSE(types.load(tree.file("t.json", "{\"extensions\": 3}"), &error));
     EXPECT_FALSE(types.load(tree.file("u.json", "not json"), &error));
     EXPECT_FALSE(types.load(tree / "missing.json", &error));
-    EXPECT_TRUE(types.load(tree.file("ok.json", R"({"extensions": {"abc": "x.a"}, "conformsTo": {"x.a": ["x.b"], "x.b": ["x.a"]}})"), &error));
+    EXPECT_TRUE(types.load(
+        tree.file("ok.json",
+                  R"({"extensions": {"abc": "x.a"}, "conformsTo": {"x.a": ["x.b"], "x.b": ["x.a"]}})"),
+        &error));
     EXPECT_TRUE(types.conformsTo("x.a", "x.b"));
     EXPECT_FALSE(types.conformsTo("x.a", "x.c")) << "a cycle in the relation ends the search";
 }

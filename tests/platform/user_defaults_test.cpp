@@ -1,17 +1,15 @@
-#include "platform/user_defaults.h"
-
+#include <chrono>
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <cstdlib>
 #include <thread>
+#include <unistd.h>
 
 #include "platform/main_queue.h"
 #include "platform/property_list.h"
 #include "platform/system_log.h"
+#include "platform/user_defaults.h"
 #include "support/temp_tree.h"
 
 namespace corvel {
@@ -94,10 +92,10 @@ TEST(UserDefaults, ObserversHearEachRealChangeOnceOnTheMainQueue) {
         onMain = onMain && MainQueue::shared().isMainThread();
         seen.emplace_back(o.toInt64(), n.toInt64());
     });
-    defaults.setInteger(5, "MinScanSize");  // stored now, but the value is the same
-    defaults.setInteger(5, "MinScanSize");  // no change at all
+    defaults.setInteger(5, "MinScanSize"); // stored now, but the value is the same
+    defaults.setInteger(5, "MinScanSize"); // no change at all
     defaults.setInteger(7, "MinScanSize");
-    defaults.setObject("x", "Other");       // another key
+    defaults.setObject("x", "Other"); // another key
     std::thread writer([&] { defaults.setInteger(9, "MinScanSize"); });
     writer.join();
     EXPECT_EQ(seen.size(), 1u) << "a change from another thread waits for the main queue";
@@ -126,7 +124,8 @@ TEST(UserDefaults, ACorruptFileIsKeptAsideAndTheStoreStartsEmpty) {
 
 TEST(UserDefaults, AListThatIsNotADictionaryCountsAsCorrupt) {
     test::TempTree tree;
-    const std::string path = tree.file("a.plist", propertyListData(PropertyValue::Array{1}, PropertyListFormat::XML));
+    const std::string path =
+        tree.file("a.plist", propertyListData(PropertyValue::Array{1}, PropertyListFormat::XML));
     UserDefaults defaults(path);
     EXPECT_EQ(::access((path + ".corrupt").c_str(), F_OK), 0);
 }
@@ -156,7 +155,8 @@ TEST(UserDefaults, AWriterKilledMidFlushLeavesTheOldOrTheNewFile) {
         ::waitpid(child, nullptr, 0);
         PropertyValue file;
         CVError error;
-        ASSERT_TRUE(readPropertyListFile(path, file, &error)) << "round " << round << ": " << error.localizedDescription();
+        ASSERT_TRUE(readPropertyListFile(path, file, &error))
+            << "round " << round << ": " << error.localizedDescription();
         const std::string generation = *file["Generation"].asString();
         if (generation != "generation-0") {
             // Payload and generation were written together: they must agree.

@@ -1,10 +1,8 @@
-#include "platform/user_paths.h"
-
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <cstdlib>
-
+#include "platform/user_paths.h"
 #include "support/temp_tree.h"
 
 namespace corvel {
@@ -12,26 +10,26 @@ namespace {
 
 TEST(UserPaths, UserFoldersAreReadFromUserDirsFile) {
     test::TempTree tree;
-    const std::string file = tree.file("user-dirs.dirs",
-                                       "# written by xdg-user-dirs-update\n"
-                                       "XDG_DESKTOP_DIR=\"$HOME/Schreibtisch\"\n"
-                                       "XDG_DOWNLOAD_DIR=\"$HOME/Downloads/\"\n"
-                                       "XDG_PICTURES_DIR=\"/data/Bilder mit \\\"Zitat\\\"\"\n"
-                                       "XDG_MUSIC_DIR=\"$HOME\"\n"
-                                       "XDG_VIDEOS_DIR=relative-and-unquoted\n"
-                                       "XDG_DOCUMENTS_DIR=\"$HOME/Old\"\n"
-                                       "XDG_DOCUMENTS_DIR=\"$HOME/Dokumente\"\n");
+    const std::string file =
+        tree.file("user-dirs.dirs", "# written by xdg-user-dirs-update\n"
+                                    "XDG_DESKTOP_DIR=\"$HOME/Schreibtisch\"\n"
+                                    "XDG_DOWNLOAD_DIR=\"$HOME/Downloads/\"\n"
+                                    "XDG_PICTURES_DIR=\"/data/Bilder mit \\\"Zitat\\\"\"\n"
+                                    "XDG_MUSIC_DIR=\"$HOME\"\n"
+                                    "XDG_VIDEOS_DIR=relative-and-unquoted\n"
+                                    "XDG_DOCUMENTS_DIR=\"$HOME/Old\"\n"
+                                    "XDG_DOCUMENTS_DIR=\"$HOME/Dokumente\"\n");
     const std::string home = "/home/ada";
     struct Case {
         UserDirectory kind;
         std::string expected;
     };
-    for (const Case& c : {Case{UserDirectory::Desktop, "/home/ada/Schreibtisch"},
-                          Case{UserDirectory::Downloads, "/home/ada/Downloads"},
-                          Case{UserDirectory::Pictures, "/data/Bilder mit \"Zitat\""},
-                          Case{UserDirectory::Music, "/home/ada/Music"},
-                          Case{UserDirectory::Videos, "/home/ada/Videos"},
-                          Case{UserDirectory::Documents, "/home/ada/Dokumente"}})
+    for (const Case& c :
+         {Case{UserDirectory::Desktop, "/home/ada/Schreibtisch"},
+          Case{UserDirectory::Downloads, "/home/ada/Downloads"},
+          Case{UserDirectory::Pictures, "/data/Bilder mit \"Zitat\""},
+          Case{UserDirectory::Music, "/home/ada/Music"}, Case{UserDirectory::Videos, "/home/ada/Videos"},
+          Case{UserDirectory::Documents, "/home/ada/Dokumente"}})
         EXPECT_EQ(userDirectoryFromFile(c.kind, file, home), c.expected);
     EXPECT_EQ(userDirectoryFromFile(UserDirectory::Desktop, tree / "missing", home), "/home/ada/Desktop");
 }

@@ -1,10 +1,9 @@
-#include "results/duplicates_controller.h"
-
 #include <gtest/gtest.h>
 
 #include "engine/node_type.h"
 #include "platform/notification_center.h"
 #include "platform/user_paths.h"
+#include "results/duplicates_controller.h"
 #include "support/temp_tree.h"
 
 namespace corvel {
@@ -54,7 +53,8 @@ TEST(DuplicatesController, CategoriesAppearInOrderOfFirstGroup) {
     results.addGroup(group({file("/a/s.mp3"), file("/b/s.mp3"), file("/c/s.mp3")}));
     results.addGroup(group({file("/a/y.png"), file("/b/y.png")}));
     results.addGroup(group({file("/a/odd"), file("/b/odd")}, 25));
-    expectCounts(results, {{0, 4, 9, 9 * 4096}, {3, 2, 4, 4 * 4096}, {4, 1, 3, 3 * 4096}, {1, 1, 2, 2 * 4096}});
+    expectCounts(results,
+                 {{0, 4, 9, 9 * 4096}, {3, 2, 4, 4 * 4096}, {4, 1, 3, 3 * 4096}, {1, 1, 2, 2 * 4096}});
     EXPECT_EQ(results.count(), 4u);
     EXPECT_EQ(results.size(), 9u * 4096);
     EXPECT_EQ(results.allFiles().size(), 9u);
@@ -141,8 +141,8 @@ TEST(DuplicatesController, ExportListsSelectedCopiesGroupByGroup) {
     EXPECT_EQ(results.exportText(), "/g1/a\n/g1/b\n\n/g2/c\n\n");
     int closed = 0;
     ScopedObserver observer(NotificationCenter::defaultCenter(),
-                            NotificationCenter::defaultCenter().addObserver("CVExportPanelDidClose", nullptr,
-                                                                            [&](const Notification&) { ++closed; }));
+                            NotificationCenter::defaultCenter().addObserver(
+                                "CVExportPanelDidClose", nullptr, [&](const Notification&) { ++closed; }));
     ASSERT_TRUE(results.exportSelectedDupesToPath(tree / "out.txt", nullptr));
     EXPECT_EQ(test::TempTree::read(tree / "out.txt"), "/g1/a\n/g1/b\n\n/g2/c\n\n");
     CVError error;

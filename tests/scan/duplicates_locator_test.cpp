@@ -1,17 +1,15 @@
-#include "scan/duplicates_locator.h"
-
-#include <gtest/gtest.h>
-#include <unistd.h>
-
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <random>
 #include <thread>
+#include <unistd.h>
 
 #include "engine/node_cache.h"
 #include "platform/file_access.h"
 #include "platform/main_queue.h"
 #include "platform/notification_center.h"
 #include "reference_locator.h"
+#include "scan/duplicates_locator.h"
 #include "scan_harness.h"
 
 namespace corvel {
@@ -53,7 +51,9 @@ struct Listener {
                 progress.push_back(n.object.toDouble());
         }));
     }
-    int count(const std::string& name) const { return static_cast<int>(std::count(names.begin(), names.end(), name)); }
+    int count(const std::string& name) const {
+        return static_cast<int>(std::count(names.begin(), names.end(), name));
+    }
 };
 
 class Locator : public testing::Test {
@@ -62,7 +62,8 @@ protected:
     test::TempTree tree;
 
     // A scan on this thread (the main thread): "scanFinished" runs inline.
-    std::shared_ptr<CVDuplicatesController> scan(CVDuplicatesLocator& locator, const std::vector<std::string>& roots) {
+    std::shared_ptr<CVDuplicatesController> scan(CVDuplicatesLocator& locator,
+                                                 const std::vector<std::string>& roots) {
         locator.asyncScanPaths(roots);
         MainQueue::shared().drain();
         return locator.duplicatesController();
@@ -84,7 +85,8 @@ TEST_F(Locator, ThreeIdenticalFilesMakeOneGroupAndScanEndsWithNotifications) {
     Listener listener;
     auto locator = harness.locator();
     ASSERT_TRUE(locator->scanPaths({tree.path()}));
-    ASSERT_TRUE(MainQueue::shared().runUntil([&] { return !locator->isScanThreadRunning(); }, std::chrono::seconds(30)));
+    ASSERT_TRUE(MainQueue::shared().runUntil([&] { return !locator->isScanThreadRunning(); },
+                                             std::chrono::seconds(30)));
     locator->waitForScanThread();
     MainQueue::shared().drain();
     const auto results = locator->duplicatesController();
@@ -100,7 +102,8 @@ TEST_F(Locator, ProgressEndsAt199ForFewGroupsAndAt100ForMany) {
         test::TempTree many;
         for (int i = 0; i < groups; ++i)
             for (const char* side : {"a", "b"})
-                many.file(std::string(side) + "/f" + std::to_string(i), content(static_cast<char>(i), 1000 + i));
+                many.file(std::string(side) + "/f" + std::to_string(i),
+                          content(static_cast<char>(i), 1000 + i));
         // Unequal extras keep the two folders from being duplicates of each other.
         many.file("a/extra", content('1', 10));
         many.file("b/extra", content('2', 20));
@@ -146,11 +149,13 @@ TEST_F(Locator, MinimumSizeAndTheTopCountDecideWhichSizesAreSearched) {
     harness.preferences.setTopFilesCount(100);
     auto locator = harness.locator();
     locator->setMinimumSizeOverride(35000);
-    EXPECT_EQ(scan(*locator, {tree.path()})->duplicatesGroups().size(), 3u) << "a hard minimum ignores the top count";
+    EXPECT_EQ(scan(*locator, {tree.path()})->duplicatesGroups().size(), 3u)
+        << "a hard minimum ignores the top count";
     harness.defaults.setBool(true, "OverrideMinSize");
     harness.defaults.setDouble(0.0, "MinScanSize");
     auto everything = harness.locator();
-    EXPECT_EQ(scan(*everything, {tree.path()})->duplicatesGroups().size(), 4u) << "the slider at 0 locates all";
+    EXPECT_EQ(scan(*everything, {tree.path()})->duplicatesGroups().size(), 4u)
+        << "the slider at 0 locates all";
 }
 
 TEST_F(Locator, HardLinksAndUnremovableGroupsAreDropped) {
@@ -192,10 +197,11 @@ TEST_F(Locator, StoppingMidScanKeepsWhatWasFoundAndPostsNoFinish) {
     auto locator = harness.locator();
     locator->setMinimumSizeOverride(1);
     auto& center = NotificationCenter::defaultCenter();
-    ScopedObserver stopper(center, center.addObserver(kProgressUpdatedNotification, nullptr, [&](const Notification& n) {
-        if (n.object.toDouble() > 30.0)
-            locator->stopScan();
-    }));
+    ScopedObserver stopper(
+        center, center.addObserver(kProgressUpdatedNotification, nullptr, [&](const Notification& n) {
+            if (n.object.toDouble() > 30.0)
+                locator->stopScan();
+        }));
     const auto results = scan(*locator, {tree.path()});
     EXPECT_EQ(listener.count(kScanFinishedNotification), 0);
     EXPECT_EQ(locator->state(), 0);
@@ -286,7 +292,8 @@ TEST_F(Locator, DigestBucketsFindExactlyWhatPairwiseComparisonFinds) {
         Outcome reference;
         for (const std::uint64_t size : sizesLargestFirst(referenceSizes))
             if (referenceSizes[size].size() > 1)
-                for (auto& group : outcome(test::referenceFindDuplicatesInSizeGroup(*referenceLocator, referenceSizes[size])))
+                for (auto& group : outcome(
+                         test::referenceFindDuplicatesInSizeGroup(*referenceLocator, referenceSizes[size])))
                     reference.push_back(group);
         ASSERT_EQ(fast, reference);
         compared += static_cast<int>(reference.size());

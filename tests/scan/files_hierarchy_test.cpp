@@ -1,13 +1,11 @@
-#include "scan/files_hierarchy.h"
-
 #include <gtest/gtest.h>
-#include <unistd.h>
-
 #include <set>
+#include <unistd.h>
 
 #include "engine/node_type.h"
 #include "platform/notification_center.h"
 #include "platform/system_log.h"
+#include "scan/files_hierarchy.h"
 #include "scan_harness.h"
 
 namespace corvel {
@@ -92,7 +90,8 @@ TEST_F(Walk, FoldersStandTwiceInTheirParentAndCarryTheirSize) {
     // Candidate folders: sizes and children, not empty ones.
     EXPECT_TRUE(inSizeGroups(*h, tree / "top/sub"));
     EXPECT_FALSE(inSizeGroups(*h, tree / "top/empty"));
-    EXPECT_EQ(std::dynamic_pointer_cast<CVFile>(find(*h, tree / "top/sub/a.bin"))->parentFolder()->path(), tree / "top/sub");
+    EXPECT_EQ(std::dynamic_pointer_cast<CVFile>(find(*h, tree / "top/sub/a.bin"))->parentFolder()->path(),
+              tree / "top/sub");
 }
 
 TEST_F(Walk, DeepPlainFoldersStopAtTheDepthLimit) {
@@ -134,13 +133,14 @@ TEST_F(Walk, RefusedRootsStopTheScanWithTheirNotification) {
                           Case{"/usr/share", kDroppedFilesAreSystemNotification},
                           Case{tree / "excluded", kDroppedFilesAreIgnoredNotification}}) {
         std::string heard;
-        ScopedObserver observer(NotificationCenter::defaultCenter(),
-                                NotificationCenter::defaultCenter().addObserver("", nullptr, [&](const Notification& n) {
-                                    if (n.name.find("droppedFiles") != std::string::npos) {
-                                        heard = n.name;
-                                        EXPECT_EQ(n.userInfo.at("path").toString(), c.root);
-                                    }
-                                }));
+        ScopedObserver observer(
+            NotificationCenter::defaultCenter(),
+            NotificationCenter::defaultCenter().addObserver("", nullptr, [&](const Notification& n) {
+                if (n.name.find("droppedFiles") != std::string::npos) {
+                    heard = n.name;
+                    EXPECT_EQ(n.userInfo.at("path").toString(), c.root);
+                }
+            }));
         auto h = harness.walk({tree / "snapfolder", c.root}, nullptr);
         EXPECT_EQ(heard, c.notification) << c.root;
         EXPECT_FALSE(h->canContinue());
@@ -150,9 +150,10 @@ TEST_F(Walk, RefusedRootsStopTheScanWithTheirNotification) {
 
 TEST_F(Walk, WhenEveryRootFailsTheErrorIsPosted) {
     int errors = 0;
-    ScopedObserver observer(NotificationCenter::defaultCenter(),
-                            NotificationCenter::defaultCenter().addObserver(kErrorOccuredWhileScanningNotification, nullptr,
-                                                                            [&](const Notification&) { ++errors; }));
+    ScopedObserver observer(
+        NotificationCenter::defaultCenter(),
+        NotificationCenter::defaultCenter().addObserver(kErrorOccuredWhileScanningNotification, nullptr,
+                                                        [&](const Notification&) { ++errors; }));
     ScopedLogCapture log;
     auto one = harness.walk({tree / "gone1", tree.folder("present")}, nullptr);
     EXPECT_EQ(errors, 0);
@@ -175,7 +176,8 @@ TEST_F(Walk, LibrariesAndBundlesProtectAndHideTheirContent) {
     auto song = std::dynamic_pointer_cast<CVFile>(find(*h, tree / "top/Music/iTunes/Media/song.mp3"));
     EXPECT_TRUE(song->removeForbidden());
     EXPECT_EQ(song->rootFolder(), library);
-    EXPECT_TRUE(std::dynamic_pointer_cast<CVFile>(find(*h, tree / "top/Music/iTunes/Album Artwork"))->ignore());
+    EXPECT_TRUE(
+        std::dynamic_pointer_cast<CVFile>(find(*h, tree / "top/Music/iTunes/Album Artwork"))->ignore());
     EXPECT_TRUE(std::dynamic_pointer_cast<CVFile>(find(*h, tree / "top/repo/main.c"))->ignore())
         << "a working copy's files are hidden content";
     EXPECT_TRUE(inSizeGroups(*h, tree / "top/repo")) << "the working copy is still compared as a whole";

@@ -10,7 +10,7 @@
 namespace corvel::test {
 
 inline std::vector<GroupPtr> referenceFindDuplicatesInSizeGroup(CVDuplicatesLocator& locator,
-                                                                 std::vector<NodePtr>& nodes) {
+                                                                std::vector<NodePtr>& nodes) {
     CVDuplicatesLocator::sortSizeGroup(nodes);
     std::vector<GroupPtr> groups;
     for (std::size_t i = 0; i < nodes.size(); ++i) {

@@ -22,7 +22,8 @@ struct ScanHarness {
     CVNodeTypeGenerator generator{defaults, settings / "home", settings / "home"};
     CVPreferences preferences{defaults, tracker};
     CVIgnoreList ignoreList{defaults, resourcePath("IgnoreList.plist"),
-                            CVIgnoreList::Environment{settings / "home", settings / "home", nullptr}, generator};
+                            CVIgnoreList::Environment{settings / "home", settings / "home", nullptr},
+                            generator};
 
     CVDuplicatesLocator::Services services() { return {ignoreList, generator, preferences, defaults}; }
     CVFilesHierarchy::Services hierarchyServices() { return {ignoreList, generator, preferences}; }

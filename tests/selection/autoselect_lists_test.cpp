@@ -1,9 +1,8 @@
-#include "selection/autoselect_lists.h"
-
 #include <gtest/gtest.h>
 
 #include "platform/user_defaults.h"
 #include "platform/user_paths.h"
+#include "selection/autoselect_lists.h"
 #include "selection/autoselect_separator.h"
 #include "support/temp_tree.h"
 
@@ -31,7 +30,8 @@ TEST_F(AutoselectListsTest, TheFirstStartWritesDownloadsAndMailDownloads) {
     EXPECT_EQ(items[0].path, userDirectory(UserDirectory::Downloads));
     EXPECT_FALSE(items[0].linkedPath);
     EXPECT_EQ(items[1].path, realHomeDirectory() + "/Library/Mail Downloads");
-    EXPECT_EQ(items[1].linkedPath, realHomeDirectory() + "/Library/Containers/com.apple.mail/Data/Library/Mail Downloads");
+    EXPECT_EQ(items[1].linkedPath,
+              realHomeDirectory() + "/Library/Containers/com.apple.mail/Data/Library/Mail Downloads");
     for (const auto& item : items) {
         EXPECT_TRUE(item.enabled);
         EXPECT_EQ(item.category, kAlwaysSelect);
@@ -111,7 +111,8 @@ TEST_F(AutoselectListsTest, TheSeparatorPrefersTheLongerFolderAndNeverSelectOnTi
     CVAutoselectSeparator separator(items, defaults);
     EXPECT_EQ(paths(separator.alwaysSelect()), (std::vector<std::string>{"/u/Downloads/x"}));
     EXPECT_EQ(paths(separator.neverSelect()),
-              (std::vector<std::string>{"/u/Documents/y", "/w/Same/z", "/home/u/Google Drive/s", "/home/u/Nextcloud/t"}));
+              (std::vector<std::string>{"/u/Documents/y", "/w/Same/z", "/home/u/Google Drive/s",
+                                        "/home/u/Nextcloud/t"}));
     EXPECT_EQ(CVAutoselectSeparator::getMaxRangeWithStingsArray({"/u", "/u/Down"}, "/u/Downloads/x"), 7u)
         << "a plain prefix: /u/Down claims /u/Downloads";
     EXPECT_FALSE(CVAutoselectSeparator::getMaxRangeWithStingsArray({"/x"}, "/u/a"));

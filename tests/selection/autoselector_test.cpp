@@ -1,5 +1,3 @@
-#include "selection/autoselector.h"
-
 #include <gtest/gtest.h>
 
 #include "engine/folder.h"
@@ -7,6 +5,7 @@
 #include "engine/node_type.h"
 #include "media/media_library.h"
 #include "platform/user_defaults.h"
+#include "selection/autoselector.h"
 #include "support/temp_tree.h"
 
 namespace corvel {
@@ -136,8 +135,10 @@ TEST_F(Autoselection, ManualOperations) {
     EXPECT_EQ(selector.manuallySelectAllButItem(items[1]), (CVSelectionResult{kResultManual, 2}));
     EXPECT_EQ(selected(items), (std::vector<bool>{true, false, true}));
     EXPECT_FALSE(selector.selectionPossible());
-    EXPECT_EQ(selector.manuallySelectItem(items[0]), (CVSelectionResult{kResultManual, 0})) << "already selected";
-    EXPECT_EQ(CVAutoselector::manualDeselectItem(items[0]), CVSelectionResult::zeroSelectionWithType(kResultManual));
+    EXPECT_EQ(selector.manuallySelectItem(items[0]), (CVSelectionResult{kResultManual, 0}))
+        << "already selected";
+    EXPECT_EQ(CVAutoselector::manualDeselectItem(items[0]),
+              CVSelectionResult::zeroSelectionWithType(kResultManual));
     EXPECT_FALSE(items[0]->needToRemove());
     EXPECT_EQ(items[0]->selectionType(), kSelectionManual);
     selector.deselectAll();
@@ -146,8 +147,8 @@ TEST_F(Autoselection, ManualOperations) {
 }
 
 // Library copies: the records say which copy to keep.
-SelectionItem libraryItem(const std::string& path, const std::shared_ptr<CVFolder>& root, PropertyValue::Dictionary record,
-                          std::int64_t mtime = 100) {
+SelectionItem libraryItem(const std::string& path, const std::shared_ptr<CVFolder>& root,
+                          PropertyValue::Dictionary record, std::int64_t mtime = 100) {
     auto f = item(path, mtime);
     f->setRootFolder(root);
     f->setInfo(PropertyValue(std::move(record)));
@@ -158,25 +159,31 @@ TEST_F(Autoselection, MusicCopiesKeepTheBestRatedAndMostPlayed) {
     auto root = std::make_shared<CVFolder>("/m/iTunes", "");
     root->setType(kNodeTypeCurrentITunesLibrary);
     auto rated = SelectionItems{
-        libraryItem("/m/iTunes/a.mp3", root, {{"Rating", 80}, {"AlbumName", "A"}, {"ArtistName", "B"}, {"PlayCount", 3}}),
-        libraryItem("/m/iTunes/b.mp3", root, {{"Rating", 80}, {"AlbumName", "A"}, {"ArtistName", "B"}, {"PlayCount", 9}}),
+        libraryItem("/m/iTunes/a.mp3", root,
+                    {{"Rating", 80}, {"AlbumName", "A"}, {"ArtistName", "B"}, {"PlayCount", 3}}),
+        libraryItem("/m/iTunes/b.mp3", root,
+                    {{"Rating", 80}, {"AlbumName", "A"}, {"ArtistName", "B"}, {"PlayCount", 9}}),
         libraryItem("/m/iTunes/c.mp3", root, {{"Rating", 60}, {"AlbumName", "A"}, {"ArtistName", "B"}})};
     const auto chosen = CVITunesAutoselectFilter(rated).getItemsToSelect();
-    EXPECT_EQ(chosen, (SelectionItems{rated[2], rated[0]})) << "the 60 first, then the less played of the 80s";
+    EXPECT_EQ(chosen, (SelectionItems{rated[2], rated[0]}))
+        << "the 60 first, then the less played of the 80s";
     auto bare = SelectionItems{libraryItem("/m/iTunes/x.mp3", root, {{"Name", "x"}}),
                                libraryItem("/m/iTunes/y.mp3", root, {{"Name", "y"}})};
     EXPECT_EQ(CVITunesAutoselectFilter(bare).getItemsToSelect(), (SelectionItems{bare[1]}));
     auto untagged = SelectionItems{
         libraryItem("/m/iTunes/t.mp3", root, {{"AlbumName", "A"}, {"ArtistName", "B"}}),
         libraryItem("/m/iTunes/u.mp3", root, {{"ArtistName", "B"}}),
-        libraryItem("/m/iTunes/v.mp3", root, {{"PlayDate", PropertyDate{1e9}}, {"AlbumName", "A"}, {"ArtistName", "B"}})};
-    EXPECT_EQ(CVITunesAutoselectFilter(untagged).getItemsToSelect(), (SelectionItems{untagged[1], untagged[0]}))
+        libraryItem("/m/iTunes/v.mp3", root,
+                    {{"PlayDate", PropertyDate{1e9}}, {"AlbumName", "A"}, {"ArtistName", "B"}})};
+    EXPECT_EQ(CVITunesAutoselectFilter(untagged).getItemsToSelect(),
+              (SelectionItems{untagged[1], untagged[0]}))
         << "the untagged copy, then the never-played one";
 
     auto group2 = group({libraryItem("/m/iTunes/s.mp3", root, {{"Rating", 40}}),
                          libraryItem("/m/iTunes/s2.mp3", root, {{"Rating", 100}}), item("/outside/s.mp3")});
     EXPECT_EQ(CVAutoselector(group2, defaults).autoselect(), (CVSelectionResult{kResultAutomatic, 2}));
-    EXPECT_EQ(selected(group2), (std::vector<bool>{true, false, true})) << "outside copies go first, then the lower rated";
+    EXPECT_EQ(selected(group2), (std::vector<bool>{true, false, true}))
+        << "outside copies go first, then the lower rated";
 }
 
 TEST_F(Autoselection, PhotoCopiesCompareWithinTheirEvent) {
@@ -194,12 +201,14 @@ TEST_F(Autoselection, PhotoCopiesCompareWithinTheirEvent) {
     EXPECT_EQ(CViPhotoAutoselectFilter(dated).getItemsToFilter(), (SelectionItems{dated[0], dated[2]}));
     auto apart = SelectionItems{event("/p/Lib.photolibrary/A/IMG_3.jpg", "One", 5),
                                 event("/p/Lib.photolibrary/B/IMG_3.jpg", "Two", 9)};
-    EXPECT_TRUE(CViPhotoAutoselectFilter(apart).getItemsToFilter().empty()) << "different events never compare";
+    EXPECT_TRUE(CViPhotoAutoselectFilter(apart).getItemsToFilter().empty())
+        << "different events never compare";
 
     auto mixed = group({event("/p/Lib.photolibrary/M/IMG_4.jpg", "Trip", 5), item("/home/u/IMG_4 copy.jpg"),
                         event("/p/Lib.photolibrary/N/IMG_4.jpg", "Other", 5)});
     CVAutoselector(mixed, defaults).autoselect();
-    EXPECT_EQ(selected(mixed), (std::vector<bool>{false, true, false})) << "the copy outside the library goes";
+    EXPECT_EQ(selected(mixed), (std::vector<bool>{false, true, false}))
+        << "the copy outside the library goes";
 }
 
 } // namespace

@@ -1,10 +1,9 @@
-#include "selection/selecting_controller.h"
-
 #include <gtest/gtest.h>
 
 #include "platform/main_queue.h"
 #include "platform/user_defaults.h"
 #include "selection/autoselect_lists.h"
+#include "selection/selecting_controller.h"
 #include "support/temp_tree.h"
 
 namespace corvel {
@@ -13,7 +12,9 @@ namespace {
 struct FakeDisplay : CVSelectingControllerDisplay {
     std::vector<std::pair<std::int64_t, std::int64_t>> changes;
     std::vector<std::pair<std::string, std::string>> messages; // warning, details
-    void shouldIncSelectedSize(std::int64_t size, std::int64_t count) override { changes.emplace_back(size, count); }
+    void shouldIncSelectedSize(std::int64_t size, std::int64_t count) override {
+        changes.emplace_back(size, count);
+    }
     void shouldIncSelectedSize(std::int64_t size, std::int64_t count, const std::string& warning,
                                const std::string& details) override {
         changes.emplace_back(size, count);
@@ -67,7 +68,8 @@ TEST_F(SelectingControllerTest, MessagesFollowTheCountAndType) {
                           Case{1, 2, "1 duplicate was selected.", ""},
                           Case{5, 4, "5 duplicates were selected automatically.", ""},
                           Case{3, 3, "3 duplicates were selected.", ""},
-                          Case{0, 3, "Please select the copies to remove by hand.", "All copies have the same modification date."},
+                          Case{0, 3, "Please select the copies to remove by hand.",
+                               "All copies have the same modification date."},
                           Case{0, 4, "Please select the copies to remove by hand.",
                                "No automatic selection rule applies to these copies."}}) {
         const auto [details, warning] = CVSelectingController::messageFor(c.count, c.type);

@@ -1,8 +1,7 @@
-#include "selection/smart_pattern.h"
-
 #include <gtest/gtest.h>
 
 #include "platform/text.h"
+#include "selection/smart_pattern.h"
 
 namespace corvel {
 namespace {
@@ -13,7 +12,9 @@ struct Case {
     std::vector<std::string> copies;
 };
 
-void PrintTo(const Case& c, std::ostream* os) { *os << c.label; }
+void PrintTo(const Case& c, std::ostream* os) {
+    *os << c.label;
+}
 
 class SmartPatterns : public testing::TestWithParam<Case> {};
 
@@ -21,37 +22,52 @@ TEST_P(SmartPatterns, ReportTheCopies) {
     EXPECT_EQ(CVSmartPattern(GetParam().paths).getDuplicatePathStrings(), GetParam().copies);
 }
 
-const std::string kCopiaNFC = "C\xC3\xB3pia de ";     // "Cópia de " composed
-const std::string kCopiaNFD = "Co\xCC\x81pia de ";    // the same, decomposed
+const std::string kCopiaNFC = "C\xC3\xB3pia de ";  // "Cópia de " composed
+const std::string kCopiaNFD = "Co\xCC\x81pia de "; // the same, decomposed
 
 INSTANTIATE_TEST_SUITE_P(
     Names, SmartPatterns,
     testing::Values(
         Case{"a copy word", {"/x/photo.jpg", "/x/photo copy.jpg"}, {"/x/photo copy.jpg"}},
-        Case{"a copy word and a number", {"/x/photo copy.jpg", "/x/photo copy 2.jpg"}, {"/x/photo copy 2.jpg"}},
+        Case{"a copy word and a number",
+             {"/x/photo copy.jpg", "/x/photo copy 2.jpg"},
+             {"/x/photo copy 2.jpg"}},
         Case{"nothing alike", {"/x/a.jpg", "/x/b.jpg"}, {}},
-        Case{"a number in brackets", {"/d/report.pdf", "/d/report (1).pdf", "/d/report (2).pdf"},
+        Case{"a number in brackets",
+             {"/d/report.pdf", "/d/report (1).pdf", "/d/report (2).pdf"},
              {"/d/report (1).pdf", "/d/report (2).pdf"}},
         // The separator class holds blank, comma and underscore only: " - copie" strips to "Brief -".
-        Case{"German and French words", {"/d/Brief.odt", "/d/Brief Kopie.odt", "/d/Brief - copie.odt"},
+        Case{"German and French words",
+             {"/d/Brief.odt", "/d/Brief Kopie.odt", "/d/Brief - copie.odt"},
              {"/d/Brief - copie.odt", "/d/Brief Kopie.odt"}},
         Case{"a Russian word", {"/d/отчёт.txt", "/d/отчёт копия.txt"}, {"/d/отчёт копия.txt"}},
-        Case{"a Japanese word after a separator", {"/d/写真.png", "/d/写真 のコピー.png"}, {"/d/写真 のコピー.png"}},
+        Case{"a Japanese word after a separator",
+             {"/d/写真.png", "/d/写真 のコピー.png"},
+             {"/d/写真 のコピー.png"}},
         Case{"a Japanese word without a separator is not a mark", {"/d/写真.png", "/d/写真のコピー.png"}, {}},
-        Case{"the Portuguese prefix, composed", {"/f/foto.jpg", "/f/" + kCopiaNFC + "foto.jpg"},
+        Case{"the Portuguese prefix, composed",
+             {"/f/foto.jpg", "/f/" + kCopiaNFC + "foto.jpg"},
              {"/f/" + kCopiaNFC + "foto.jpg"}},
-        Case{"the Portuguese prefix, decomposed", {"/f/foto.jpg", "/f/" + kCopiaNFD + "foto.jpg"},
+        Case{"the Portuguese prefix, decomposed",
+             {"/f/foto.jpg", "/f/" + kCopiaNFD + "foto.jpg"},
              {"/f/" + kCopiaNFD + "foto.jpg"}},
         // The second mark's range is not shifted after the first is cut, so it is skipped.
         Case{"two copy marks count once", {"/p/a copy.txt", "/p/a copy copy.txt"}, {}},
-        Case{"two copy marks against a plain name", {"/p/a.txt", "/p/a copy copy.txt"}, {"/p/a copy copy.txt"}},
+        Case{"two copy marks against a plain name",
+             {"/p/a.txt", "/p/a copy copy.txt"},
+             {"/p/a copy copy.txt"}},
         Case{"copies in different folders compare at the folders",
-             {"/a/x/p.jpg", "/a copy/x/p.jpg"}, {"/a copy/x/p.jpg"}},
-        Case{"an untitled folder one level up", {"/a/untitled folder/p.jpg", "/b/Pictures/p.jpg"},
+             {"/a/x/p.jpg", "/a copy/x/p.jpg"},
+             {"/a copy/x/p.jpg"}},
+        Case{"an untitled folder one level up",
+             {"/a/untitled folder/p.jpg", "/b/Pictures/p.jpg"},
              {"/a/untitled folder/p.jpg"}},
-        Case{"an untitled folder deeper up", {"/a/New Folder With Items/2020/x/p.jpg", "/b/Trips/2020/y/p.jpg"},
+        Case{"an untitled folder deeper up",
+             {"/a/New Folder With Items/2020/x/p.jpg", "/b/Trips/2020/y/p.jpg"},
              {"/a/New Folder With Items/2020/x/p.jpg"}},
-        Case{"every copy untitled: none reported", {"/a/untitled folder/p.jpg", "/b/untitled folder 2/q.jpg"}, {}},
+        Case{"every copy untitled: none reported",
+             {"/a/untitled folder/p.jpg", "/b/untitled folder 2/q.jpg"},
+             {}},
         Case{"names that differ in case are not equal", {"/x/Photo.jpg", "/x/photo.jpg"}, {}},
         Case{"trailing numbers alone", {"/x/IMG_1.jpg", "/x/IMG_1 2.jpg"}, {"/x/IMG_1 2.jpg"}}));
 
@@ -61,10 +77,11 @@ TEST(PatternedString, StrippingCountsTheMarks) {
         std::string left;
         std::uint64_t rate;
     };
-    for (const Strip& s : {Strip{"/x/photo copy 2.jpg", "photo", 3}, Strip{"/x/photo (12).jpg", "photo", 12},
-                           Strip{"/x/photo 1 2.jpg", "photo", 12}, Strip{"/x/" + kCopiaNFC + "foto.jpg", "foto", 1},
-                           Strip{"/x/Copy of photo.jpg", "of photo", 1}, Strip{"/x/a copy copy.txt", "a copy", 1}, Strip{"/x/plain", "plain", 0},
-                           Strip{"/x/a 99999999999999999999999.txt", "a", UINT64_MAX}}) {
+    for (const Strip& s :
+         {Strip{"/x/photo copy 2.jpg", "photo", 3}, Strip{"/x/photo (12).jpg", "photo", 12},
+          Strip{"/x/photo 1 2.jpg", "photo", 12}, Strip{"/x/" + kCopiaNFC + "foto.jpg", "foto", 1},
+          Strip{"/x/Copy of photo.jpg", "of photo", 1}, Strip{"/x/a copy copy.txt", "a copy", 1},
+          Strip{"/x/plain", "plain", 0}, Strip{"/x/a 99999999999999999999999.txt", "a", UINT64_MAX}}) {
         CVPatternedString patterned(s.path);
         patterned.removePrefixCopyPattern();
         patterned.removeSufixCopyPattern();

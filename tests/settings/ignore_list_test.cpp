@@ -1,5 +1,3 @@
-#include "settings/ignore_list.h"
-
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 
@@ -9,6 +7,7 @@
 #include "platform/resources.h"
 #include "platform/system_log.h"
 #include "platform/user_defaults.h"
+#include "settings/ignore_list.h"
 #include "support/temp_tree.h"
 
 namespace corvel {
@@ -20,7 +19,8 @@ PropertyValue testList(const std::string& pattern) {
         return PropertyValue(PropertyValue::Dictionary{{"Value", value}, {"Enabled", on}});
     };
     return PropertyValue::Dictionary{
-        {"SystemPaths", PropertyValue::Dictionary{{"Value", PropertyValue::Array{"/sys", "lost+found", "~/Library"}}}},
+        {"SystemPaths",
+         PropertyValue::Dictionary{{"Value", PropertyValue::Array{"/sys", "lost+found", "~/Library"}}}},
         {"FileNames", PropertyValue::Array{"Thumbs.db", "junk"}},
         {"IgnoreRegexpString", pattern},
         {"BundleFiles", PropertyValue::Array{".git"}},
@@ -28,8 +28,11 @@ PropertyValue testList(const std::string& pattern) {
         {"UnremovableFolders", PropertyValue::Array{"~", "~/Pictures"}},
         {"Directories", PropertyValue::Array{record("~/Excluded"), record("/data/off", false)}},
         {"ExtentionsGroups",
-         PropertyValue::Array{PropertyValue::Dictionary{{"ID", 1}, {"Enabled", true}, {"Extentions", PropertyValue::Array{"tmp", "JPG"}}},
-                              PropertyValue::Dictionary{{"ID", 2}, {"Enabled", false}, {"Extentions", PropertyValue::Array{"iso"}}}}},
+         PropertyValue::Array{
+             PropertyValue::Dictionary{
+                 {"ID", 1}, {"Enabled", true}, {"Extentions", PropertyValue::Array{"tmp", "JPG"}}},
+             PropertyValue::Dictionary{
+                 {"ID", 2}, {"Enabled", false}, {"Extentions", PropertyValue::Array{"iso"}}}}},
         {"FilePathes", PropertyValue::Array{record("/home/ada/secret.txt")}},
     };
 }
@@ -37,7 +40,8 @@ PropertyValue testList(const std::string& pattern) {
 class IgnoreListTest : public testing::Test {
 protected:
     void make(const std::string& pattern = "(~$)") {
-        resource = tree.file("IgnoreList.plist", propertyListData(testList(pattern), PropertyListFormat::XML));
+        resource =
+            tree.file("IgnoreList.plist", propertyListData(testList(pattern), PropertyListFormat::XML));
         list = std::make_unique<CVIgnoreList>(defaults, resource, environment(), generator);
         list->updateExcludeList();
     }
@@ -60,7 +64,9 @@ struct VerdictCase {
     ScanVerdict verdict;
 };
 
-void PrintTo(const VerdictCase& c, std::ostream* os) { *os << c.path; }
+void PrintTo(const VerdictCase& c, std::ostream* os) {
+    *os << c.path;
+}
 
 class Verdicts : public IgnoreListTest, public testing::WithParamInterface<VerdictCase> {};
 
@@ -69,7 +75,8 @@ TEST_P(Verdicts, FirstRuleThatFiresDecides) {
     list->addExcludePathWithRoot("/");
     list->addExcludePathWithRoot("/home/ada");
     const auto& c = GetParam();
-    EXPECT_EQ(list->isPathForbiddenToScan(c.path, c.folderType, c.ignoreLibrary, false), c.verdict) << list->description();
+    EXPECT_EQ(list->isPathForbiddenToScan(c.path, c.folderType, c.ignoreLibrary, false), c.verdict)
+        << list->description();
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -109,7 +116,8 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(IgnoreListTest, SystemPathsAreRegisteredPerRootByPrefixInBothDirections) {
     make();
     list->addExcludePathWithRoot("/home/ada/Pictures");
-    EXPECT_TRUE(list->currentPathsToExclude().size() == 1 && list->currentPathsToExclude()[0] == "/home/ada/secret.txt")
+    EXPECT_TRUE(list->currentPathsToExclude().size() == 1 &&
+                list->currentPathsToExclude()[0] == "/home/ada/secret.txt")
         << "unrelated system and user paths are not registered for this root: " << list->description();
     list->addExcludePathWithRoot("/sys/kernel");
     ASSERT_EQ(list->currentPathsToExclude().back(), "/sys") << "a root inside a system path registers it";
@@ -117,7 +125,8 @@ TEST_F(IgnoreListTest, SystemPathsAreRegisteredPerRootByPrefixInBothDirections) 
     list->addExcludePathWithRoot("/media/usb/Photos");
     EXPECT_NE(list->currentPathsToExclude().back(), "/media/usb/lost+found") << "not inside this root";
     list->addExcludePathWithRoot("/media/usb");
-    EXPECT_EQ(list->currentPathsToExclude().back(), "/media/usb/lost+found") << "relative entries sit at the volume root";
+    EXPECT_EQ(list->currentPathsToExclude().back(), "/media/usb/lost+found")
+        << "relative entries sit at the volume root";
     const std::size_t before = list->currentPathsToExclude().size();
     list->addExcludePathWithRoot("/sys/kernel");
     EXPECT_EQ(list->currentPathsToExclude().size(), before) << "no entry twice";
@@ -241,8 +250,10 @@ TEST_F(ShippedIgnoreList, SystemAndHiddenRootsAreRefusedUserFoldersAllowed) {
     EXPECT_EQ(rootVerdict("/home/ada/snap"), ScanRefusedUserPath);
     EXPECT_EQ(rootVerdict("/"), ScanAllowed);
     EXPECT_EQ(list.isPathForbiddenToScan("/etc/passwd", 7, false, false), ScanRefusedSystemPath);
-    EXPECT_EQ(list.isPathForbiddenToScan("/home/ada/Pictures/Thumbs.db", 7, false, false), ScanRefusedFileName);
-    EXPECT_EQ(list.isPathForbiddenToScan("/home/ada/Downloads/film.mkv.part", 7, false, false), ScanRefusedPattern);
+    EXPECT_EQ(list.isPathForbiddenToScan("/home/ada/Pictures/Thumbs.db", 7, false, false),
+              ScanRefusedFileName);
+    EXPECT_EQ(list.isPathForbiddenToScan("/home/ada/Downloads/film.mkv.part", 7, false, false),
+              ScanRefusedPattern);
     EXPECT_EQ(list.isPathForbiddenToScan("/home/ada/vm/disk.qcow2", 7, false, false), ScanRefusedExtension);
     EXPECT_EQ(list.isPathForbiddenToScan("/home/ada/Pictures/a.jpg", 7, false, false), ScanAllowed);
 }

@@ -1,12 +1,10 @@
-#include "settings/preferences.h"
-
-#include <gtest/gtest.h>
-
 #include <cmath>
+#include <gtest/gtest.h>
 #include <thread>
 
 #include "platform/main_queue.h"
 #include "platform/property_list.h"
+#include "settings/preferences.h"
 #include "support/recording_tracker.h"
 #include "support/temp_tree.h"
 
@@ -18,7 +16,9 @@ struct SliderCase {
     std::uint64_t bytes;
 };
 
-void PrintTo(const SliderCase& c, std::ostream* os) { *os << c.x << " -> " << c.bytes; }
+void PrintTo(const SliderCase& c, std::ostream* os) {
+    *os << c.x << " -> " << c.bytes;
+}
 
 class SliderMapping : public testing::TestWithParam<SliderCase> {};
 
@@ -29,18 +29,18 @@ TEST_P(SliderMapping, GivesTheBytesOfThePosition) {
 // Every snap band at its edges and inside, and the three continuous pieces.
 INSTANTIATE_TEST_SUITE_P(
     Boundaries, SliderMapping,
-    testing::Values(SliderCase{0.0, 0}, SliderCase{-1.0, 0}, SliderCase{0.0124999, 0}, SliderCase{0.0125, 12500},
-                    SliderCase{static_cast<double>(0.0499999F), 50000}, SliderCase{0.0875, 87500},
-                    SliderCase{0.08751, 100000}, SliderCase{0.1, 100000}, SliderCase{0.11249, 100000},
-                    SliderCase{0.1125, 112500}, SliderCase{0.15, 150000}, SliderCase{0.1875, 187500},
-                    SliderCase{0.2, 200000}, SliderCase{0.2125, 233334}, SliderCase{0.25, 333334},
-                    SliderCase{0.2875, 433334}, SliderCase{0.3, 470000}, SliderCase{0.35, 600000},
-                    SliderCase{0.4, 733000}, SliderCase{0.45, 866667}, SliderCase{0.5, 1000000},
-                    SliderCase{0.5125, 5975000}, SliderCase{0.5625, 25875000}, SliderCase{0.6, 40000000},
-                    SliderCase{0.65625, 63187500}, SliderCase{0.7, 80000000}, SliderCase{0.75, 100500000},
-                    SliderCase{0.8, 120000000}, SliderCase{0.85, 140300000}, SliderCase{0.9, 160000000},
-                    SliderCase{0.95, 180100000}, SliderCase{0.9875, 195025001}, SliderCase{0.98751, 200000000},
-                    SliderCase{1.0, 200000000}, SliderCase{std::nan(""), 0}));
+    testing::Values(SliderCase{0.0, 0}, SliderCase{-1.0, 0}, SliderCase{0.0124999, 0},
+                    SliderCase{0.0125, 12500}, SliderCase{static_cast<double>(0.0499999F), 50000},
+                    SliderCase{0.0875, 87500}, SliderCase{0.08751, 100000}, SliderCase{0.1, 100000},
+                    SliderCase{0.11249, 100000}, SliderCase{0.1125, 112500}, SliderCase{0.15, 150000},
+                    SliderCase{0.1875, 187500}, SliderCase{0.2, 200000}, SliderCase{0.2125, 233334},
+                    SliderCase{0.25, 333334}, SliderCase{0.2875, 433334}, SliderCase{0.3, 470000},
+                    SliderCase{0.35, 600000}, SliderCase{0.4, 733000}, SliderCase{0.45, 866667},
+                    SliderCase{0.5, 1000000}, SliderCase{0.5125, 5975000}, SliderCase{0.5625, 25875000},
+                    SliderCase{0.6, 40000000}, SliderCase{0.65625, 63187500}, SliderCase{0.7, 80000000},
+                    SliderCase{0.75, 100500000}, SliderCase{0.8, 120000000}, SliderCase{0.85, 140300000},
+                    SliderCase{0.9, 160000000}, SliderCase{0.95, 180100000}, SliderCase{0.9875, 195025001},
+                    SliderCase{0.98751, 200000000}, SliderCase{1.0, 200000000}, SliderCase{std::nan(""), 0}));
 
 class PreferencesTest : public testing::Test {
 protected:
@@ -78,12 +78,12 @@ TEST_F(PreferencesTest, EachObservedChangeReportsOneEvent) {
     defaults.setBool(false, kMoveIntoTrashKey);
     defaults.setBool(true, kRemoveEmptyFoldersKey);
     defaults.setBool(false, kUpdateConfigurationFilesKey);
-    defaults.setDouble(0.05, kMinScanSizeKey);      // 50000 bytes: still "Locate All", no event
-    defaults.setBool(true, kOverrideMinSizeKey);     // manual now
-    defaults.setDouble(0.5, kMinScanSizeKey);       // 1 MB band
-    defaults.setDouble(0.52, kMinScanSizeKey);      // still 1 MB band, no event
+    defaults.setDouble(0.05, kMinScanSizeKey);   // 50000 bytes: still "Locate All", no event
+    defaults.setBool(true, kOverrideMinSizeKey); // manual now
+    defaults.setDouble(0.5, kMinScanSizeKey);    // 1 MB band
+    defaults.setDouble(0.52, kMinScanSizeKey);   // still 1 MB band, no event
     defaults.setBool(false, kOverrideMinSizeKey);
-    defaults.setBool(false, kSendDataKey);           // not observed
+    defaults.setBool(false, kSendDataKey); // not observed
     MainQueue::shared().drain();
     const std::vector<test::TrackedEvent> expected{
         {"Preferences", "Move Duplicates to Trash", "Unchecked", 1},
@@ -113,7 +113,8 @@ TEST_F(PreferencesTest, LanguagesAndSiteArguments) {
     const std::string arguments = preferences.defaultSiteArguments();
     EXPECT_EQ(arguments.rfind("product=Corvel&version=", 0), 0u) << arguments;
     EXPECT_NE(arguments.find("&lang=de-DE,fr,en&cid=&v="), std::string::npos) << arguments;
-    defaults.setObject(PropertyValue::Dictionary{{"en", "English text"}, {"de-DE", "Deutscher Text"}}, kIntegrationTextsKey);
+    defaults.setObject(PropertyValue::Dictionary{{"en", "English text"}, {"de-DE", "Deutscher Text"}},
+                       kIntegrationTextsKey);
     EXPECT_EQ(preferences.localizedAdvertisementText(), "Deutscher Text");
     EXPECT_STREQ(CVPreferences::sizeBandName(499999), "Locate All");
     EXPECT_STREQ(CVPreferences::sizeBandName(500000), "500 KB");

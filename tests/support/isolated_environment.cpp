@@ -4,9 +4,8 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
-#include <sys/stat.h>
-
 #include <string>
+#include <sys/stat.h>
 
 #include "platform/user_defaults.h"
 

@@ -1,13 +1,12 @@
 #include "support/temp_tree.h"
 
-#include <ftw.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cstdlib>
 #include <fstream>
+#include <ftw.h>
 #include <sstream>
 #include <stdexcept>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "platform/file_access.h"
 #include "platform/file_io.h"
