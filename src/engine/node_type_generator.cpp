@@ -49,18 +49,6 @@ bool anyConforms(const TypeIdentifiers& types, const std::string& id,
     return false;
 }
 
-bool fileExists(const std::string& path) {
-    struct stat st {};
-    return ::stat(path.c_str(), &st) == 0;
-}
-
-std::string asciiLower(std::string_view s) {
-    std::string out(s);
-    for (char& c : out)
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return out;
-}
-
 // Folder extensions that make a folder one item (a package) rather than a plain folder.
 bool isPackageExtension(std::string_view extension) {
     static constexpr std::string_view kPackages[] = {
@@ -70,7 +58,7 @@ bool isPackageExtension(std::string_view extension) {
         "numbers",       "key",       "wdgt",         "prefpane",      "qlgenerator",  "mdimporter",
         "saver",         "xpc",       "theater",      "tvlibrary",     "musiclibrary", "photobooth",
         "rtfd",          "lpdf",      "screenflow",   "rcproject"};
-    const std::string lower = asciiLower(extension);
+    const std::string lower = asciiLowercase(extension);
     for (const auto p : kPackages)
         if (lower == p)
             return true;
@@ -99,7 +87,7 @@ bool folderHolds(std::string_view folder, std::string_view name, const FolderLis
     if (path.empty() || path.back() != '/')
         path += '/';
     path.append(name);
-    return fileExists(path);
+    return pathExists(path);
 }
 
 std::string_view pathExtension(std::string_view path) {
@@ -154,7 +142,7 @@ void CVNodeTypeGenerator::getCurrentLibsFromPrefs() {
     };
     PropertyValue prefs;
     for (const auto& path : candidates) {
-        if (!fileExists(path))
+        if (!pathExists(path))
             continue;
         CVError error;
         if (readPropertyListFile(path, prefs, &error))
@@ -252,7 +240,7 @@ std::int32_t CVNodeTypeGenerator::nodeTypeOfFolder(std::string_view path, const 
         if (pattern(kProjectPattern).search(extension))
             return kNodeTypeProjectPackage;
     }
-    const std::string lowerExtension = asciiLower(extension);
+    const std::string lowerExtension = asciiLowercase(extension);
     const std::string folder(path);
     if (lowerExtension == "app")
         return kNodeTypeApplication;

@@ -32,6 +32,16 @@ void syncDirectory(const std::string& dir) {
 
 } // namespace
 
+bool pathExists(const std::string& path, bool followLinks) {
+    struct stat st {};
+    return (followLinks ? ::stat(path.c_str(), &st) : ::lstat(path.c_str(), &st)) == 0;
+}
+
+bool isDirectory(const std::string& path) {
+    struct stat st {};
+    return !path.empty() && ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
 std::string parentPath(std::string_view path) {
     while (path.size() > 1 && path.back() == '/')
         path.remove_suffix(1);

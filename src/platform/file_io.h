@@ -22,6 +22,12 @@ bool writeFileAtomically(const std::string& path, std::string_view bytes, CVErro
 // Creates the folder and its missing parents (mode 0700 for new ones). True when the folder exists after.
 bool makeDirectories(const std::string& path, CVError* error);
 
+// True when something exists at the path (symbolic links followed; with
+// followLinks false a dangling link counts too).
+bool pathExists(const std::string& path, bool followLinks = true);
+// True when the path names a folder (links followed).
+bool isDirectory(const std::string& path);
+
 // The folder part of a path ("/a/b" for "/a/b/c", "." for "c", "/" for "/c").
 std::string parentPath(std::string_view path);
 // The last component of a path (without trailing slashes).

@@ -190,6 +190,14 @@ int localizedCaseInsensitiveCompare(std::string_view a, std::string_view b) {
     return r == UCOL_LESS ? -1 : (r == UCOL_GREATER ? 1 : 0);
 }
 
+std::string asciiLowercase(std::string_view text) {
+    std::string out(text);
+    for (char& c : out)
+        if (c >= 'A' && c <= 'Z')
+            c = static_cast<char>(c - 'A' + 'a');
+    return out;
+}
+
 std::string lowercase(std::string_view text) {
     icu::UnicodeString s = fromUtf8(text);
     s.toLower(icu::Locale::getRoot());

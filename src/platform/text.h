@@ -63,6 +63,9 @@ bool caseInsensitiveEqual(std::string_view a, std::string_view b);
 // Ordering as the user's locale sorts, ignoring case: negative, 0 or positive.
 int localizedCaseInsensitiveCompare(std::string_view a, std::string_view b);
 
+// The text with ASCII capitals made small; other bytes as they are.
+std::string asciiLowercase(std::string_view text);
+
 // Lower-case form of the text (full Unicode case mapping, root locale).
 std::string lowercase(std::string_view text);
 

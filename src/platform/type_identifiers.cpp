@@ -7,18 +7,13 @@
 #include "file_io.h"
 #include "resources.h"
 #include "system_log.h"
+#include "text.h"
 
 namespace corvel {
 
 namespace {
 
 constexpr std::string_view kDynamicPrefix = "dyn.";
-
-std::string asciiLower(std::string_view s) {
-    std::string out(s);
-    std::transform(out.begin(), out.end(), out.begin(), [](unsigned char c) { return std::tolower(c); });
-    return out;
-}
 
 } // namespace
 
@@ -47,7 +42,7 @@ bool TypeIdentifiers::load(const std::string& path, CVError* error) {
     m_parents.clear();
     for (const auto& [ext, id] : doc["extensions"].items())
         if (id.is_string())
-            m_extensions[asciiLower(ext)] = id.get<std::string>();
+            m_extensions[asciiLowercase(ext)] = id.get<std::string>();
     for (const auto& [id, parents] : doc["conformsTo"].items()) {
         auto& list = m_parents[id];
         if (parents.is_array())
@@ -61,7 +56,7 @@ bool TypeIdentifiers::load(const std::string& path, CVError* error) {
 std::string TypeIdentifiers::preferredIdentifierForExtension(std::string_view extension) const {
     if (extension.empty())
         return "public.data";
-    const std::string lower = asciiLower(extension);
+    const std::string lower = asciiLowercase(extension);
     auto it = m_extensions.find(lower);
     if (it != m_extensions.end())
         return it->second;

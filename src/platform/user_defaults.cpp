@@ -24,15 +24,10 @@ std::string& standardPath() {
     return path;
 }
 
-bool pathExists(const std::string& path) {
-    struct stat st {};
-    return ::lstat(path.c_str(), &st) == 0;
-}
-
 // Moves an unreadable settings file out of the way, never over an earlier one.
 std::string setAsideCorruptFile(const std::string& path) {
     std::string target = path + ".corrupt";
-    for (int n = 2; pathExists(target) && n < 1000; ++n)
+    for (int n = 2; pathExists(target, false) && n < 1000; ++n)
         target = path + ".corrupt-" + std::to_string(n);
     if (std::rename(path.c_str(), target.c_str()) != 0)
         return {};
@@ -71,7 +66,7 @@ UserDefaults& UserDefaults::standardUserDefaults() {
 }
 
 void UserDefaults::load() {
-    if (!pathExists(m_path))
+    if (!pathExists(m_path, false))
         return;
     PropertyValue root;
     CVError error;

@@ -29,11 +29,6 @@ bool liesInside(const std::string& path, const std::string& folder) {
     return path.size() > folder.size() && path.starts_with(folder) && path[folder.size()] == '/';
 }
 
-bool directoryExists(const std::string& path) {
-    struct stat st {};
-    return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
-}
-
 bool isMainLibraryType(std::int32_t type) {
     return type == kNodeTypeITunesLibrary || type == kNodeTypeNewerITunesLibrary ||
            type == kNodeTypeIPhotoLibrary || type == kNodeTypeNewerIPhotoLibrary ||
@@ -182,7 +177,7 @@ void CVFilesHierarchy::rescan() {
     std::vector<CVScanPath> forced;
     for (const auto& root : m_rootPaths)
         for (const auto& folder : mail)
-            if (liesInside(folder, correctedPath(root.path)) && directoryExists(folder))
+            if (liesInside(folder, correctedPath(root.path)) && isDirectory(folder))
                 forced.push_back({folder, true});
     m_rootPaths.insert(m_rootPaths.end(), forced.begin(), forced.end());
 

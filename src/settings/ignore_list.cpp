@@ -60,13 +60,7 @@ std::string lowercasePath(std::string_view path) {
             ascii = false;
             break;
         }
-    if (!ascii)
-        return lowercase(path);
-    std::string out(path);
-    for (char& c : out)
-        if (c >= 'A' && c <= 'Z')
-            c = static_cast<char>(c - 'A' + 'a');
-    return out;
+    return ascii ? asciiLowercase(path) : lowercase(path);
 }
 
 CVIgnoreList& CVIgnoreList::sharedIgnoreList() {
