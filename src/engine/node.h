@@ -132,8 +132,9 @@ private:
     std::uint64_t m_sizeOnDisk = 0;
     std::uint64_t m_inodeNumber = 0;
     std::atomic<std::uint64_t> m_childrenCount{0};
-    std::atomic<std::int32_t> m_type{0};
     mutable std::atomic<Extras*> m_extras{nullptr};
+    // Last, so that a derived class's small fields fill the padding after it.
+    std::atomic<std::int32_t> m_type{0};
 };
 
 class CVFile : public CVNode {

@@ -3,12 +3,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fts.h>
 #include <functional>
-#include <optional>
-#include <sys/stat.h>
 
-#include "engine/file_sizer.h"
 #include "engine/node_type.h"
 #include "engine/node_type_generator.h"
 #include "platform/file_io.h"
@@ -35,54 +31,6 @@ bool isMainLibraryType(std::int32_t type) {
            type == kNodeTypeApertureLibrary;
 }
 
-// The entries fts has read for the folder it just returned.
-class FtsListing : public FolderListing {
-public:
-    explicit FtsListing(FTSENT* first) : m_first(first) {}
-    bool contains(std::string_view name) const override {
-        for (const FTSENT* child = m_first; child; child = child->fts_link)
-            if (std::string_view(child->fts_name, child->fts_namelen) == name)
-                return true;
-        return false;
-    }
-
-private:
-    FTSENT* m_first;
-};
-
-struct FtsCloser {
-    void operator()(FTS* fts) const {
-        if (fts)
-            ::fts_close(fts);
-    }
-};
-
-// The state of one root's walk.
-struct Walk {
-    std::vector<std::shared_ptr<CVFolder>> stack;
-    std::vector<std::shared_ptr<CVFolder>> candidates;
-    NodePtr top;
-    int depth = 0;
-    int specialOpen = 0;
-    bool deepestLogged = false;
-    bool failed = false;
-
-    CVFolder* current() const { return stack.empty() ? nullptr : stack.back().get(); }
-
-    // Closes the current folder: its parent receives it again, now with its final size.
-    void closeCurrent() {
-        if (stack.empty())
-            return;
-        const std::shared_ptr<CVFolder> folder = stack.back();
-        stack.pop_back();
-        if (!stack.empty())
-            stack.back()->addChildFile(folder);
-        --depth;
-        if (folder->type() != kNodeTypePlainFolder)
-            --specialOpen;
-    }
-};
-
 } // namespace
 
 std::vector<std::uint64_t> sizesLargestFirst(const SizeGroups& groups) {
@@ -99,6 +47,27 @@ std::vector<std::string> mailDownloadFolders() {
     return {home + "/Library/Mail Downloads",
             home + "/Library/Containers/com.apple.mail/Data/Library/Mail Downloads"};
 }
+
+// The state of one root's walk.
+struct CVFilesHierarchy::Walk {
+    std::vector<std::shared_ptr<CVFolder>> stack;
+    std::vector<std::shared_ptr<CVFolder>> candidates;
+    NodePtr top;
+    bool deepestLogged = false;
+    bool failed = false;
+
+    CVFolder* current() const { return stack.empty() ? nullptr : stack.back().get(); }
+
+    // Closes the current folder: its parent receives it again, now with its final size.
+    void closeCurrent() {
+        if (stack.empty())
+            return;
+        const std::shared_ptr<CVFolder> folder = stack.back();
+        stack.pop_back();
+        if (!stack.empty())
+            stack.back()->addChildFile(folder);
+    }
+};
 
 CVFilesHierarchy::CVFilesHierarchy(std::vector<CVScanPath> rootPaths, Services services)
     : m_rootPaths(std::move(rootPaths)), m_services(services) {}
@@ -191,17 +160,6 @@ void CVFilesHierarchy::rescan() {
 
 void CVFilesHierarchy::buildHierarchyForPath(const CVScanPath& root) {
     const std::string rootPath = correctedPath(root.path);
-    char* paths[] = {const_cast<char*>(rootPath.c_str()), nullptr};
-    std::unique_ptr<FTS, FtsCloser> fts(::fts_open(paths, FTS_PHYSICAL | FTS_NOCHDIR | FTS_XDEV, nullptr));
-    if (!fts) {
-        systemLogf("Error scanning '%s': %s\n", rootPath, std::string(std::strerror(errno)));
-        if (++m_failedRootPathsCount >= m_rootPaths.size()) {
-            fatalErrorOccured();
-            m_failedRootPathsCount = 0;
-        }
-        return;
-    }
-    CVIgnoreList& ignoreList = m_services.ignoreList;
     Walk walk;
     auto failRoot = [&] {
         walk.failed = true;
@@ -210,136 +168,102 @@ void CVFilesHierarchy::buildHierarchyForPath(const CVScanPath& root) {
             m_failedRootPathsCount = 0;
         }
     };
-
-    while (canContinue() && !walk.failed) {
-        FTSENT* entry = ::fts_read(fts.get());
-        if (!entry)
-            break;
-        const std::string path(entry->fts_path, entry->fts_pathlen);
-        CVFolder* current = walk.current();
-        const std::int32_t currentType = current ? current->type() : 0;
-
-        switch (entry->fts_info) {
-        case FTS_D:
-        case FTS_F:
-        case FTS_DEFAULT: {
-            const bool isFolder = entry->fts_info == FTS_D;
-            // The folder's entries, read now rather than on the next fts_read (which then
-            // reuses them): the library, bundle and backup probes look among them.
-            std::optional<FtsListing> listing;
-            if (isFolder)
-                listing.emplace(::fts_children(fts.get(), 0));
-            const FolderListing* folderListing = listing ? &*listing : nullptr;
-            const ScanVerdict verdict =
-                ignoreList.isPathForbiddenToScan(path, currentType, root.forceScan, isFolder, folderListing);
-            bool ignored = false;
-            bool skip = false;
-            if (verdict == ScanAllowed) {
-                if (isFolder && walk.depth >= kMaxPlainDepth && walk.specialOpen == 0) {
-                    skip = true;
-                    if (!walk.deepestLogged) {
-                        systemLog("Deepest Level Reached");
-                        walk.deepestLogged = true;
-                    }
-                }
-            } else {
-                skip = true;
-                if (std::string_view(entry->fts_name, entry->fts_namelen) == ".DS_Store") {
-                    if (isFolder)
-                        ::fts_set(fts.get(), entry, FTS_SKIP);
-                    break;
-                }
-                ignored = true;
-            }
-            const struct stat* st = entry->fts_statp;
-            // Nodes inside a folder keep only their name; the folder knows the rest of the path.
-            const std::string name(entry->fts_name, entry->fts_namelen);
-            if (!isFolder) {
-                auto file = std::make_shared<CVFile>(current ? name : path, std::string(),
-                                                     static_cast<std::uint64_t>(st->st_size),
-                                                     HVFileSizer::itemSizeWithFTSEntry(entry));
-                if (current)
-                    file->setNameRelativeToParent(name);
-                file->setIgnore(ignored);
-                file->setStatCTime(st->st_ctim.tv_sec);
-                file->setStatMTime(st->st_mtim.tv_sec);
-                file->setInodeNumber(st->st_ino);
-                if (current) {
-                    current->addChildFile(file);
-                } else {
-                    walk.top = file; // a root that is a file
-                }
-                if (!file->ignore())
-                    m_comparable.emplace_back(file->size(), file);
+    TreeWalker walker(m_services.ignoreList, m_canContinue, m_walkOptions);
+    int openError = 0;
+    const bool opened = walker.walk(
+        CVScanPath{rootPath, root.forceScan},
+        [&](const WalkEntry& entry) {
+            if (walk.failed)
+                return;
+            switch (entry.kind) {
+            case WalkEntry::File:
+                addFile(walk, entry);
+                break;
+            case WalkEntry::Folder:
+                addFolder(walk, entry);
+                break;
+            case WalkEntry::FolderEnd:
+                walk.closeCurrent();
+                break;
+            case WalkEntry::Failure:
+                systemLogf("Error scanning '%s': %s\n", std::string(entry.path),
+                           std::string(std::strerror(entry.error)));
+                if (entry.endsRoot)
+                    failRoot();
+                else if (entry.closesFolder)
+                    walk.closeCurrent();
                 break;
             }
-            auto folder = std::make_shared<CVFolder>(path, std::string());
-            if (walk.top && current)
-                folder->setNameRelativeToParent(name);
-            folder->setStatCTime(st->st_ctim.tv_sec);
-            folder->setStatMTime(st->st_mtim.tv_sec);
-            folder->setDelegate(m_nodeDelegate);
-            folder->setInodeNumber(st->st_ino);
-            folder->setIgnore(ignored);
-            std::int32_t type = kNodeTypePlainFolder;
-            if (ignoreList.isPathContentHidden(path, type, folderListing))
-                folder->setChildrenInvisible(true);
-            folder->setType(type);
-            if (isMainLibraryType(type) || ignoreList.isPathContentForbiddenToRemove(path))
-                folder->setChildrenUndeletable(true);
-            if (type != kNodeTypePlainFolder)
-                ++walk.specialOpen;
-            if (walk.top && current)
-                current->addChildFile(folder);
-            else if (!walk.top)
-                walk.top = folder;
-            walk.stack.push_back(folder);
-            const auto rootFolder = folder->rootFolder();
-            if (rootFolder && isITunesLibFileType(rootFolder->type())) {
-                if (name == "Books" || name == "Mobile Applications" || name == "Album Artwork")
-                    folder->setIgnore(true);
-            }
-            if (path.starts_with("/Applications/")) {
-                const std::int32_t rootType = rootFolder ? rootFolder->type() : 0;
-                if (type != kNodeTypeApplication && type != kNodeTypePackage &&
-                    rootType != kNodeTypeApplication && rootType != kNodeTypePackage)
-                    folder->setIgnore(true);
-            }
-            if (!folder->ignore())
-                walk.candidates.push_back(folder);
-            ++walk.depth;
-            if (skip) // not entered; fts still reports its exit (FTS_DP), which closes it
-                ::fts_set(fts.get(), entry, FTS_SKIP);
-            break;
-        }
-        case FTS_DP:
-            walk.closeCurrent();
-            break;
-        case FTS_SL:
-        case FTS_SLNONE:
-            break;
-        case FTS_DNR:
-        case FTS_ERR:
-        case FTS_NS:
-        case FTS_DC:
-        case FTS_NSOK:
-        default: {
-            const int error = entry->fts_errno;
-            systemLogf("Error scanning '%s': %s\n", path, std::string(std::strerror(error)));
-            const bool rootGone = error == ENOENT && entry->fts_level == FTS_ROOTLEVEL;
-            if (error == ENXIO || rootGone) {
-                failRoot();
-                break;
-            }
-            if (current && entry->fts_info == FTS_DNR)
-                walk.closeCurrent(); // the folder just entered could not be read
-            break;
-        }
-        }
+        },
+        openError);
+    if (!opened) {
+        systemLogf("Error scanning '%s': %s\n", rootPath, std::string(std::strerror(openError)));
+        failRoot();
+        return;
     }
     if (walk.top)
         m_topNodes.push_back(walk.top);
     sortFoldersBySize(walk.candidates);
+}
+
+void CVFilesHierarchy::addFile(Walk& walk, const WalkEntry& entry) {
+    CVFolder* current = walk.current();
+    // Nodes inside a folder keep only their name; the folder knows the rest of the path.
+    auto file = std::make_shared<CVFile>(current ? std::string() : std::string(entry.path), std::string(),
+                                         entry.size, entry.sizeOnDisk);
+    if (current)
+        file->setNameRelativeToParent(std::string(entry.name));
+    file->setIgnore(entry.ignored);
+    file->setStatCTime(entry.ctime);
+    file->setStatMTime(entry.mtime);
+    file->setInodeNumber(entry.inode);
+    if (current)
+        current->addChildFile(file);
+    else
+        walk.top = file; // a root that is a file
+    if (!file->ignore())
+        m_comparable.emplace_back(file->size(), std::move(file));
+}
+
+void CVFilesHierarchy::addFolder(Walk& walk, const WalkEntry& entry) {
+    CVFolder* current = walk.current();
+    const std::string path(entry.path);
+    auto folder = std::make_shared<CVFolder>(walk.top && current ? std::string() : path, std::string());
+    if (walk.top && current)
+        folder->setNameRelativeToParent(std::string(entry.name));
+    folder->setStatCTime(entry.ctime);
+    folder->setStatMTime(entry.mtime);
+    folder->setDelegate(m_nodeDelegate);
+    folder->setInodeNumber(entry.inode);
+    folder->setIgnore(entry.ignored);
+    if (entry.depthLimited && !walk.deepestLogged) {
+        systemLog("Deepest Level Reached");
+        walk.deepestLogged = true;
+    }
+    const std::int32_t type = entry.type;
+    if (entry.contentHidden)
+        folder->setChildrenInvisible(true);
+    folder->setType(type);
+    if (isMainLibraryType(type) || entry.contentUndeletable)
+        folder->setChildrenUndeletable(true);
+    if (walk.top && current)
+        current->addChildFile(folder);
+    else if (!walk.top)
+        walk.top = folder;
+    walk.stack.push_back(folder);
+    const auto rootFolder = folder->rootFolder();
+    if (rootFolder && isITunesLibFileType(rootFolder->type())) {
+        if (entry.name == "Books" || entry.name == "Mobile Applications" || entry.name == "Album Artwork")
+            folder->setIgnore(true);
+    }
+    if (path.starts_with("/Applications/")) {
+        const std::int32_t rootType = rootFolder ? rootFolder->type() : 0;
+        if (type != kNodeTypeApplication && type != kNodeTypePackage && rootType != kNodeTypeApplication &&
+            rootType != kNodeTypePackage)
+            folder->setIgnore(true);
+    }
+    if (!folder->ignore())
+        walk.candidates.push_back(std::move(folder));
 }
 
 } // namespace corvel

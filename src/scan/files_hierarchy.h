@@ -1,9 +1,9 @@
 #pragma once
 // CVFilesHierarchy: walks the scan's root folders into a tree of folder and file nodes
-// and files every comparable node under its size. One pass of fts(3) per root:
-// physical (links are not followed), no change of directory, no crossing of devices,
-// no sort. The ignore list decides what is entered, what is hidden content and what
-// may not be removed; the node type generator recognises libraries and bundles.
+// and files every comparable node under its size. The tree walker reads each root
+// (fts(3), on a few threads, entries in single-pass order) and decides with the ignore
+// list what is entered, what is hidden content and what may not be removed; this class
+// makes the nodes from its entries.
 //
 // Runs on the scan thread. canContinue may be cleared from any thread (stop); the walk
 // reads it between entries.
@@ -17,6 +17,7 @@
 
 #include "engine/folder.h"
 #include "engine/node.h"
+#include "tree_walker.h"
 
 namespace corvel {
 
@@ -64,7 +65,9 @@ public:
     std::uint64_t failedRootPathsCount() const { return m_failedRootPathsCount; }
 
     // Entries deeper than this under plain folders are not entered.
-    static constexpr int kMaxPlainDepth = 26;
+    static constexpr int kMaxPlainDepth = TreeWalker::kMaxPlainDepth;
+    // How the roots are read (threads, cuts); the default uses every core.
+    void setWalkOptions(TreeWalker::Options options) { m_walkOptions = options; }
 
 private:
     std::atomic<bool> m_canContinue{true};
@@ -74,6 +77,10 @@ private:
     // (one sort instead of a dictionary look-up per file).
     std::vector<std::pair<std::uint64_t, NodePtr>> m_comparable;
     void fileComparableNodes();
+    struct Walk;
+    void addFile(Walk& walk, const WalkEntry& entry);
+    void addFolder(Walk& walk, const WalkEntry& entry);
+    TreeWalker::Options m_walkOptions{TreeWalker::defaultThreads(), false};
     std::vector<NodePtr> m_topNodes;
     CVNodeDelegate* m_nodeDelegate = nullptr;
     std::uint64_t m_failedRootPathsCount = 0;

@@ -72,6 +72,18 @@ TEST_F(Walk, HiddenItemsAreIgnoredNodesAndLinksAndDSStoreAreLeftOut) {
     EXPECT_TRUE(inSizeGroups(*h, tree / "top/photo.jpg"));
 }
 
+TEST_F(Walk, AFolderNamedDSStoreIsDroppedWithoutClosingItsParent) {
+    tree.file("top/.DS_Store/inside", "x");
+    for (int i = 0; i < 20; ++i) // some of them come after the dropped folder
+        tree.file("top/f" + std::to_string(i), "y");
+    auto h = harness.walk({tree / "top"}, nullptr);
+    ASSERT_EQ(h->topNodes().size(), 1U);
+    const auto& top = h->topNodes()[0];
+    EXPECT_EQ(top->children().size(), 20U);
+    EXPECT_EQ(top->size(), 20U);
+    EXPECT_FALSE(find(*h, tree / "top/.DS_Store/inside"));
+}
+
 TEST_F(Walk, FoldersStandTwiceInTheirParentAndCarryTheirSize) {
     tree.file("top/sub/a.bin", std::string(1000, 'a'));
     tree.file("top/sub/b.bin", std::string(500, 'b'));
