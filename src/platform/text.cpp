@@ -1,5 +1,6 @@
 #include "text.h"
 
+#include <array>
 #include <unicode/coll.h>
 #include <unicode/normalizer2.h>
 #include <unicode/regex.h>
@@ -36,15 +37,49 @@ struct UTextCloser {
     void operator()(UText* t) const { utext_close(t); }
 };
 
-// Runs fn with a matcher reset to the UTF-8 text; native indexes are byte offsets.
-template <typename Fn> auto withMatcher(const icu::RegexPattern& pattern, std::string_view text, Fn fn) {
-    UErrorCode status = U_ZERO_ERROR;
-    std::unique_ptr<UText, UTextCloser> utext(
-        utext_openUTF8(nullptr, text.data(), static_cast<int64_t>(text.size()), &status));
-    std::unique_ptr<icu::RegexMatcher> matcher(pattern.matcher(status));
-    if (U_SUCCESS(status))
-        matcher->reset(utext.get());
-    return fn(U_SUCCESS(status) ? matcher.get() : nullptr);
+// Matchers are costly to make, so each thread keeps the last few it used, with the
+// UTF-8 text wrapper they read through. Entries hold their pattern, which therefore
+// outlives them.
+class MatcherCache {
+public:
+    icu::RegexMatcher* matcherFor(const std::shared_ptr<const icu::RegexPattern>& pattern, std::string_view text) {
+        Entry* entry = nullptr;
+        for (auto& e : m_entries)
+            if (e.pattern == pattern)
+                entry = &e;
+        UErrorCode status = U_ZERO_ERROR;
+        if (!entry) {
+            entry = &m_entries[m_next];
+            m_next = (m_next + 1) % m_entries.size();
+            entry->matcher.reset(pattern->matcher(status));
+            entry->pattern = U_SUCCESS(status) && entry->matcher ? pattern : nullptr;
+            if (!entry->pattern)
+                return nullptr;
+        }
+        entry->text.reset(
+            utext_openUTF8(entry->text.release(), text.data(), static_cast<int64_t>(text.size()), &status));
+        if (U_FAILURE(status))
+            return nullptr;
+        entry->matcher->reset(entry->text.get());
+        return entry->matcher.get();
+    }
+
+private:
+    struct Entry {
+        std::shared_ptr<const icu::RegexPattern> pattern;
+        std::unique_ptr<icu::RegexMatcher> matcher;
+        std::unique_ptr<UText, UTextCloser> text;
+    };
+    std::array<Entry, 4> m_entries;
+    std::size_t m_next = 0;
+};
+
+// Runs fn with a matcher reset to the UTF-8 text (null when ICU failed); native
+// indexes are byte offsets. fn must not search with another expression.
+template <typename Fn>
+auto withMatcher(const std::shared_ptr<const icu::RegexPattern>& pattern, std::string_view text, Fn fn) {
+    thread_local MatcherCache cache;
+    return fn(cache.matcherFor(pattern, text));
 }
 
 } // namespace
@@ -68,14 +103,14 @@ std::optional<RegularExpression> RegularExpression::compile(std::string_view pat
 }
 
 bool RegularExpression::search(std::string_view text) const {
-    return withMatcher(*m_compiled, text, [](icu::RegexMatcher* m) {
+    return withMatcher(m_compiled, text, [](icu::RegexMatcher* m) {
         UErrorCode status = U_ZERO_ERROR;
         return m && m->find(0, status) && U_SUCCESS(status);
     });
 }
 
 bool RegularExpression::matchesWhole(std::string_view text) const {
-    return withMatcher(*m_compiled, text, [](icu::RegexMatcher* m) {
+    return withMatcher(m_compiled, text, [](icu::RegexMatcher* m) {
         UErrorCode status = U_ZERO_ERROR;
         return m && m->matches(status) && U_SUCCESS(status);
     });
@@ -84,7 +119,7 @@ bool RegularExpression::matchesWhole(std::string_view text) const {
 std::optional<std::pair<std::size_t, std::size_t>>
 RegularExpression::firstMatch(std::string_view text) const {
     return withMatcher(
-        *m_compiled, text, [](icu::RegexMatcher* m) -> std::optional<std::pair<std::size_t, std::size_t>> {
+        m_compiled, text, [](icu::RegexMatcher* m) -> std::optional<std::pair<std::size_t, std::size_t>> {
             UErrorCode status = U_ZERO_ERROR;
             if (!m || !m->find(0, status) || U_FAILURE(status))
                 return std::nullopt;
@@ -97,7 +132,7 @@ RegularExpression::firstMatch(std::string_view text) const {
 }
 
 std::vector<std::pair<std::size_t, std::size_t>> RegularExpression::allMatches(std::string_view text) const {
-    return withMatcher(*m_compiled, text, [](icu::RegexMatcher* m) {
+    return withMatcher(m_compiled, text, [](icu::RegexMatcher* m) {
         std::vector<std::pair<std::size_t, std::size_t>> found;
         UErrorCode status = U_ZERO_ERROR;
         while (m && m->find(status) && U_SUCCESS(status)) {

@@ -97,7 +97,7 @@ public:
     WalkRun(CVIgnoreList& ignoreList, const std::atomic<bool>& canContinue, TreeWalker::Options options,
             const CVScanPath& root, const TreeWalker::Consumer& consume)
         : m_ignoreList(ignoreList), m_canContinue(canContinue), m_options(options), m_root(root),
-          m_consume(consume) {}
+          m_consume(consume), m_pattern(ignoreList.additionalRegexCopy()) {}
 
     bool run(int& error) {
         auto root = std::make_unique<Task>();
@@ -305,6 +305,7 @@ private:
     TreeWalker::Options m_options;
     const CVScanPath& m_root;
     const TreeWalker::Consumer& m_consume;
+    const std::optional<RegularExpression> m_pattern; // the ignore pattern as the walk began
 
     std::mutex m_mutex; // guards the lists, m_needed, m_finished, and waiting on m_changed
     std::condition_variable m_changed;
@@ -396,8 +397,8 @@ void WalkRun::walkTask(Task& task) {
                 listing.emplace(::fts_children(fts.get(), cut ? FTS_NAMEONLY : 0));
             const FolderListing* folderListing = listing ? &*listing : nullptr;
             const std::int32_t parentType = open.empty() ? 0 : open.back();
-            const ScanVerdict verdict =
-                m_ignoreList.isPathForbiddenToScan(path, parentType, m_root.forceScan, isFolder, folderListing);
+            const ScanVerdict verdict = m_ignoreList.isPathForbiddenToScan(
+                path, parentType, m_root.forceScan, isFolder, folderListing, m_pattern ? &*m_pattern : nullptr);
             bool skip = false;
             if (verdict == ScanAllowed) {
                 if (isFolder && depth >= TreeWalker::kMaxPlainDepth && specialOpen == 0) {

@@ -212,7 +212,8 @@ bool CVIgnoreList::isSubpath(const std::string& p, const std::string& e) {
 
 ScanVerdict CVIgnoreList::isPathForbiddenToScan(const std::string& path, std::int32_t rootType,
                                                 bool ignoreLibrary, std::optional<bool> isFolder,
-                                                const FolderListing* listing) {
+                                                const FolderListing* listing,
+                                                std::optional<const RegularExpression*> pattern) {
     const std::string name = lastPathComponent(path);
     if (isIPhotoLibFileType(rootType) && name != "Masters" && name != "Previews" && name != "Modified" &&
         name != "Originals")
@@ -238,7 +239,8 @@ ScanVerdict CVIgnoreList::isPathForbiddenToScan(const std::string& path, std::in
         for (const auto& excluded : m_currentExtentionsToExclude)
             if (extension == excluded)
                 return ScanRefusedExtension;
-    if (const RegularExpression* pattern = additionalRegex(); pattern && pattern->search(p))
+    if (const RegularExpression* combined = pattern ? *pattern : additionalRegex();
+        combined && combined->search(p))
         return ScanRefusedPattern;
     return ScanAllowed;
 }
@@ -265,6 +267,12 @@ const RegularExpression* CVIgnoreList::additionalRegex() {
                        error.localizedDescription());
     }
     return m_additionalRegex ? &*m_additionalRegex : nullptr;
+}
+
+std::optional<RegularExpression> CVIgnoreList::additionalRegexCopy() {
+    const RegularExpression* pattern = additionalRegex();
+    std::lock_guard lock(m_regexMutex);
+    return pattern ? std::optional<RegularExpression>(*pattern) : std::nullopt;
 }
 
 bool CVIgnoreList::isPathContentHidden(const std::string& folder, std::int32_t& type,

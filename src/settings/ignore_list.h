@@ -81,9 +81,12 @@ public:
     // under ~/Library pass a "~/Library" exclusion. isFolder, when known, spares the
     // Time Machine probe for files; a listing of the folder answers the probe without
     // the file system.
+    // The combined pattern is read from the settings for every verdict unless the caller
+    // passes it (the walk takes it once: a value, or null when there is none).
     ScanVerdict isPathForbiddenToScan(const std::string& path, std::int32_t rootType, bool ignoreLibrary,
                                       std::optional<bool> isFolder = std::nullopt,
-                                      const FolderListing* listing = nullptr);
+                                      const FolderListing* listing = nullptr,
+                                      std::optional<const RegularExpression*> pattern = std::nullopt);
     // Whether a folder's children are hidden content; always reports the folder's type.
     bool isPathContentHidden(const std::string& folder, std::int32_t& type,
                              const FolderListing* listing = nullptr);
@@ -94,8 +97,10 @@ public:
     static PropertyValue generateNewExcludeGroupWithExtensions(const PropertyValue::Array& extensions);
     std::int64_t generateUniqueIDForKey(const std::string& key) const;
     static PropertyValue::Array pathsRecordsWithURLs(const std::vector<std::string>& urls);
-    // The combined pattern of the default list and the user's, or nothing.
+    // The combined pattern of the default list and the user's, or nothing. Compiled
+    // again when the user's part changed; the copy stays valid.
     const RegularExpression* additionalRegex();
+    std::optional<RegularExpression> additionalRegexCopy();
     std::string description() const;
 
     // The user's lists (edit on the main thread; written by synchronize).
