@@ -111,6 +111,18 @@ bool readPlan(int fd, const ReadPlan& plan, std::uint8_t* into) {
 
 } // namespace
 
+std::uint64_t CVSignature::expectedLength(std::uint64_t size, std::int32_t nodeType, const std::string& uti) {
+    switch (getSignatureTypeWithUTI(uti, size, nodeType)) {
+    case Bundle:
+        return UINT64_MAX;
+    case Sampled:
+        return planFor(size, kSampleCount, kSampleSize).total;
+    case WholeFile:
+        break;
+    }
+    return planFor(size, 1, size).total;
+}
+
 std::uint64_t CVSignature::readInto(const std::string& path, std::uint64_t size, std::int32_t nodeType,
                                     const std::string& uti, std::vector<std::uint8_t>& scratch,
                                     bool& streamed) {

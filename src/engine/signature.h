@@ -42,6 +42,10 @@ public:
                                                                 std::uint32_t count, std::uint64_t pieceSize,
                                                                 std::uint64_t& length);
 
+    // How many bytes the signature of such a node holds; UINT64_MAX for a bundle, whose
+    // length is that of a file inside it.
+    static std::uint64_t expectedLength(std::uint64_t size, std::int32_t nodeType, const std::string& uti);
+
     // Reads what the signature of such a node would hold into scratch, reusing its
     // memory, without making a signature. Answers the length (0: no signature); for a
     // signature that would compare from disk nothing is read and streamed is set.

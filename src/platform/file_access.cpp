@@ -48,20 +48,32 @@ bool forbidsRemoval(const struct statx& st) {
 
 } // namespace
 
-bool isDeletableByUser(const std::string& path) {
+FolderRemovalAccess folderRemovalAccess(const std::string& folder) {
+    FolderRemovalAccess access;
+    struct statx dir {};
+    if (!statWithAttributes(folder, true, dir) || ::access(folder.c_str(), W_OK | X_OK) != 0)
+        return access;
+    access.usable = !forbidsRemoval(dir);
+    access.sticky = (dir.stx_mode & S_ISVTX) != 0;
+    access.owner = dir.stx_uid;
+    return access;
+}
+
+bool isDeletableByUser(const std::string& path, const FolderRemovalAccess& folder) {
+    if (!folder.usable)
+        return false;
     struct statx item {};
     if (!statWithAttributes(path, false, item))
         return false;
-    const std::string parent = parentPath(path);
-    struct statx dir {};
-    if (!statWithAttributes(parent, true, dir) || ::access(parent.c_str(), W_OK | X_OK) != 0)
-        return false;
     const uid_t uid = ::geteuid();
-    if ((dir.stx_mode & S_ISVTX) && uid != 0 && uid != item.stx_uid && uid != dir.stx_uid)
+    if (folder.sticky && uid != 0 && uid != item.stx_uid && uid != folder.owner)
         return false;
     // A link's own flags do not lock it; only files and folders carry them.
-    const bool itemLocked = (S_ISREG(item.stx_mode) || S_ISDIR(item.stx_mode)) && forbidsRemoval(item);
-    return !itemLocked && !forbidsRemoval(dir);
+    return !((S_ISREG(item.stx_mode) || S_ISDIR(item.stx_mode)) && forbidsRemoval(item));
+}
+
+bool isDeletableByUser(const std::string& path) {
+    return isDeletableByUser(path, folderRemovalAccess(parentPath(path)));
 }
 
 std::optional<bool> isImmutable(const std::string& path) {

@@ -14,6 +14,17 @@ namespace corvel {
 // or is root), and neither the item nor the parent is immutable or append-only.
 bool isDeletableByUser(const std::string& path);
 
+// What removing an entry needs to know of the folder that holds it: a caller deciding
+// for many entries of one folder reads it once.
+struct FolderRemovalAccess {
+    bool usable = false; // the folder exists, is writable and searchable by the user, and is not locked
+    bool sticky = false;
+    unsigned owner = 0;
+};
+FolderRemovalAccess folderRemovalAccess(const std::string& folder);
+// isDeletableByUser for an item of a folder whose access was read before.
+bool isDeletableByUser(const std::string& path, const FolderRemovalAccess& folder);
+
 // The immutable flag of a file or folder (chattr +i). Nothing when it cannot be read:
 // the item is missing, a symbolic link, or on a file system without such flags.
 std::optional<bool> isImmutable(const std::string& path);

@@ -4,19 +4,25 @@
 
 #include "engine/node.h"
 #include "engine/node_type.h"
+#include "engine/signature.h"
 
 namespace corvel {
 
 SignatureDigest digestOfFile(CVFile& file) {
-    // The bytes go to a buffer each thread keeps and reuses; the node keeps no signature.
+    // Larger signatures go to a buffer each thread keeps and reuses.
     thread_local std::vector<std::uint8_t> scratch;
     SignatureDigest digest;
     // The type identifier matters only for documents (text is read whole); others skip it.
     const std::int32_t type = file.type();
     const std::string uti = type == kNodeTypeDocument ? file.uti() : std::string();
-    digest.length = CVSignature::readInto(file.path(), file.size(), type, uti, scratch, digest.streamed);
+    const std::uint64_t expected = CVSignature::expectedLength(file.size(), type, uti);
+    const bool keep = expected <= kKeptSignatureBytes;
+    std::vector<std::uint8_t>& into = keep ? digest.bytes : scratch;
+    digest.length = CVSignature::readInto(file.path(), file.size(), type, uti, into, digest.streamed);
     if (digest.length > 0 && !digest.streamed)
-        digest.hash = XXH3_64bits(scratch.data(), digest.length);
+        digest.hash = XXH3_64bits(into.data(), digest.length);
+    if (keep)
+        digest.bytes.resize(digest.length);
     return digest;
 }
 
@@ -59,10 +65,10 @@ void DigestReader::work() {
             continue;
         it->second.state = State::Reading;
         lock.unlock();
-        const SignatureDigest digest = digestOfFile(*file);
+        SignatureDigest digest = digestOfFile(*file);
         lock.lock();
         if (auto done = m_entries.find(file); done != m_entries.end()) {
-            done->second.digest = digest;
+            done->second.digest = std::move(digest);
             done->second.state = State::Done;
         }
         if (m_awaited == file || m_clearing)
@@ -91,7 +97,7 @@ SignatureDigest DigestReader::take(CVFile* file) {
         lock.unlock();
         return digestOfFile(*file);
     }
-    const SignatureDigest digest = e->second.digest;
+    SignatureDigest digest = std::move(e->second.digest);
     m_entries.erase(e);
     return digest;
 }

@@ -1,8 +1,9 @@
 #pragma once
 // DigestReader: reads files' content signatures ahead of the comparison on a small
-// pool of threads and keeps only a digest of each (length and a 64-bit hash of the
-// bytes), never the bytes themselves. The comparison buckets files by digest and reads
-// the real signatures again only for files that share one.
+// pool of threads and keeps a digest of each (length and a 64-bit hash of the bytes).
+// Signatures of at most kKeptSignatureBytes are kept with their digest, so that files
+// sharing a digest can be confirmed byte for byte without reading them again; larger
+// ones are read again for that. The read-ahead window bounds what is kept.
 
 #include <condition_variable>
 #include <cstdint>
@@ -21,7 +22,11 @@ struct SignatureDigest {
     std::uint64_t hash = 0;
     // The signature compares from disk (a large text document): no hash was taken.
     bool streamed = false;
+    // The signature's bytes when it is small enough to keep, else empty.
+    std::vector<std::uint8_t> bytes;
 };
+
+inline constexpr std::uint64_t kKeptSignatureBytes = 64 * 1024;
 
 // The digest of a file's signature, computed on the calling thread.
 SignatureDigest digestOfFile(CVFile& file);

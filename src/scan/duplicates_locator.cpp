@@ -49,6 +49,7 @@
 #include "engine/node_type.h"
 #include "engine/node_type_generator.h"
 #include "platform/file_access.h"
+#include "platform/file_io.h"
 #include "platform/main_queue.h"
 #include "platform/notification_center.h"
 #include "platform/system_log.h"
@@ -63,6 +64,8 @@ namespace {
 constexpr unsigned kReaderThreads = 2;
 constexpr std::size_t kReadAheadFiles = 256;
 constexpr std::uint64_t kManyGroups = 31;
+// Signature bytes one size group keeps from its digests for the byte comparison.
+constexpr std::uint64_t kMaxKeptBytesPerSizeGroup = 64 << 20;
 
 struct DigestKey {
     std::uint64_t length;
@@ -244,6 +247,7 @@ void CVDuplicatesLocator::locateDuplicatesInDictionary(SizeGroups& groups) {
 
     m_reader = std::make_unique<DigestReader>(kReaderThreads);
     m_queuedUpTo = 0;
+    m_folderAccess.clear();
     for (std::size_t k = 0; k < keys.size(); ++k) {
         const std::uint64_t size = keys[k];
         if (size >= minimumSize || topCount != 0) {
@@ -310,8 +314,21 @@ void CVDuplicatesLocator::decideRemoveForbidden(CVFile& file) const {
         file.setRemoveForbidden(false);
         file.setRootFolder(nullptr);
     }
-    if (!file.removeForbidden() && !isDeletableByUser(file.path()))
+    if (!file.removeForbidden() && !isDeletableByUser(file.path(), folderAccess(file)))
         file.setRemoveForbidden(true);
+}
+
+const FolderRemovalAccess& CVDuplicatesLocator::folderAccess(const CVFile& file) const {
+    const CVFolder* folder = file.parentFolder();
+    if (!folder) { // a root: its folder is not part of the tree
+        thread_local FolderRemovalAccess access;
+        access = folderRemovalAccess(parentPath(file.path()));
+        return access;
+    }
+    auto [it, inserted] = m_folderAccess.try_emplace(folder);
+    if (inserted)
+        it->second = folderRemovalAccess(folder->path());
+    return it->second;
 }
 
 GroupPtr CVDuplicatesLocator::makeGroup(const std::shared_ptr<CVFile>& first,
@@ -338,14 +355,22 @@ void CVDuplicatesLocator::findFileGroups(const std::vector<CVFile*>& files,
                                          std::vector<std::pair<std::size_t, GroupPtr>>& found) {
     std::unordered_map<DigestKey, std::vector<std::size_t>, DigestKeyHash> buckets;
     std::vector<DigestKey> keyOrder;
+    std::vector<SignatureDigest> digests(files.size());
+    std::uint64_t kept = 0;
+    if (!files.empty())
+        setCurrentScanPath(files.front()->path());
     for (std::size_t n = 0; n < files.size(); ++n) {
         if (state() == 0)
             return;
-        setCurrentScanPath(files[n]->path());
         // Read ahead during a scan; read here when the size group is searched on its own.
-        const SignatureDigest digest = m_reader ? m_reader->take(files[n]) : digestOfFile(*files[n]);
+        SignatureDigest& digest = digests[n];
+        digest = m_reader ? m_reader->take(files[n]) : digestOfFile(*files[n]);
         if (digest.length == 0)
             continue; // an empty or unreadable file matches nothing
+        // A huge group of small files keeps no more than this; the rest is read again.
+        kept += digest.bytes.size();
+        if (kept > kMaxKeptBytesPerSizeGroup)
+            std::vector<std::uint8_t>().swap(digest.bytes);
         // Signatures that compare from disk have no hash: they share one bucket per length.
         const DigestKey key{digest.length, digest.streamed ? 0 : digest.hash};
         auto [it, inserted] = buckets.try_emplace(key);
@@ -358,7 +383,7 @@ void CVDuplicatesLocator::findFileGroups(const std::vector<CVFile*>& files,
         if (members.size() < 2)
             continue;
         // Confirm byte for byte: split the bucket into classes of equal signatures.
-        const std::vector<std::vector<std::size_t>> classes = confirmEqual(files, members);
+        const std::vector<std::vector<std::size_t>> classes = confirmEqual(files, members, digests);
         if (state() == 0)
             return;
         // Within a class every pair is equal; fold as the pairwise walk does.
@@ -386,47 +411,57 @@ void CVDuplicatesLocator::findFileGroups(const std::vector<CVFile*>& files,
 }
 
 std::vector<std::vector<std::size_t>>
-CVDuplicatesLocator::confirmEqual(const std::vector<CVFile*>& files,
-                                  const std::vector<std::size_t>& members) {
+CVDuplicatesLocator::confirmEqual(const std::vector<CVFile*>& files, const std::vector<std::size_t>& members,
+                                  const std::vector<SignatureDigest>& digests) {
     std::vector<std::vector<std::size_t>> classes;
-    std::vector<std::vector<std::uint8_t>> representatives;
+    // Each class's first signature: kept with its digest, or read again into owned.
+    std::vector<std::pair<const std::uint8_t*, std::uint64_t>> representatives;
+    std::vector<std::unique_ptr<std::uint8_t[]>> owned;
     thread_local std::vector<std::uint8_t> scratch;
     for (const std::size_t n : members) {
         if (state() == 0)
             return {};
         CVFile* file = files[n];
-        const std::int32_t type = file->type();
-        const std::string uti = type == kNodeTypeDocument ? file->uti() : std::string();
-        bool streamed = false;
-        const std::uint64_t length =
-            CVSignature::readInto(file->path(), file->size(), type, uti, scratch, streamed);
-        if (length == 0)
-            continue; // vanished or shrunk since its digest was taken
-        if (streamed) {
-            // Too large to hold: compare from disk through the signatures themselves.
-            auto same = std::find_if(classes.begin(), classes.end(), [&](const auto& c) {
-                return files[c.front()]->signature().isEqualTo(file->signature());
-            });
-            if (same == classes.end()) {
-                classes.push_back({n});
-                representatives.emplace_back();
-            } else {
-                same->push_back(n);
+        const SignatureDigest& digest = digests[n];
+        const std::uint8_t* bytes = digest.bytes.data();
+        std::uint64_t length = digest.bytes.size();
+        if (length == 0) {
+            const std::int32_t type = file->type();
+            const std::string uti = type == kNodeTypeDocument ? file->uti() : std::string();
+            bool streamed = false;
+            length = CVSignature::readInto(file->path(), file->size(), type, uti, scratch, streamed);
+            if (length == 0)
+                continue; // vanished or shrunk since its digest was taken
+            if (streamed) {
+                // Too large to hold: compare from disk through the signatures themselves.
+                auto same = std::find_if(classes.begin(), classes.end(), [&](const auto& c) {
+                    return files[c.front()]->signature().isEqualTo(file->signature());
+                });
+                if (same == classes.end()) {
+                    classes.push_back({n});
+                    representatives.emplace_back(nullptr, 0);
+                } else {
+                    same->push_back(n);
+                }
+                continue;
             }
-            continue;
+            bytes = scratch.data();
         }
         std::size_t c = 0;
         for (; c < classes.size(); ++c)
-            if (representatives[c].size() == length &&
-                std::memcmp(representatives[c].data(), scratch.data(), length) == 0)
+            if (representatives[c].second == length && std::memcmp(representatives[c].first, bytes, length) == 0)
                 break;
-        if (c == classes.size()) {
-            classes.push_back({n});
-            representatives.emplace_back(scratch.begin(),
-                                         scratch.begin() + static_cast<std::ptrdiff_t>(length));
-        } else {
+        if (c < classes.size()) {
             classes[c].push_back(n);
+            continue;
         }
+        classes.push_back({n});
+        if (bytes == scratch.data()) {
+            owned.push_back(std::make_unique_for_overwrite<std::uint8_t[]>(length));
+            std::memcpy(owned.back().get(), bytes, length);
+            bytes = owned.back().get();
+        }
+        representatives.emplace_back(bytes, length);
     }
     for (const std::size_t n : members)
         files[n]->releaseSignature();

@@ -11,12 +11,15 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <unordered_map>
 #include <vector>
 
 #include "engine/group.h"
 #include "engine/node.h"
+#include "digest_reader.h"
 #include "files_hierarchy.h"
 #include "platform/change_notifier.h"
+#include "platform/file_access.h"
 #include "results/duplicates_controller.h"
 
 namespace corvel {
@@ -24,7 +27,6 @@ namespace corvel {
 class CVIgnoreList;
 class CVNodeTypeGenerator;
 class CVPreferences;
-class DigestReader;
 class UserDefaults;
 
 inline constexpr const char* kScanStartedNotification = "com.halvik.corvel.scanStarted";
@@ -74,6 +76,8 @@ public:
     bool ignoreFile(const CVNode& node) const;
     // Frees files an iTunes library does not list, and forbids removing what the user may not delete.
     void decideRemoveForbidden(CVFile& file) const;
+    // The removal access of the file's folder, read once per folder and scan.
+    const FolderRemovalAccess& folderAccess(const CVFile& file) const;
     // Folders first, shallower paths first; other nodes keep their walk order.
     static void sortSizeGroup(std::vector<NodePtr>& nodes);
 
@@ -105,9 +109,11 @@ private:
     void findFileGroups(const std::vector<CVFile*>& files, const std::vector<std::size_t>& order,
                         std::vector<std::pair<std::size_t, GroupPtr>>& found);
     // The members of a digest bucket split into classes of byte-equal signatures, in
-    // the members' order; files that can no longer be read are left out.
+    // the members' order, comparing the bytes kept with the digests or read again;
+    // files that can no longer be read are left out.
     std::vector<std::vector<std::size_t>> confirmEqual(const std::vector<CVFile*>& files,
-                                                       const std::vector<std::size_t>& members);
+                                                       const std::vector<std::size_t>& members,
+                                                       const std::vector<SignatureDigest>& digests);
     GroupPtr makeGroup(const std::shared_ptr<CVFile>& first,
                        const std::vector<std::shared_ptr<CVFile>>& matches);
     void queueAhead(const std::vector<std::uint64_t>& keys, std::size_t from, SizeGroups& groups,
@@ -127,6 +133,7 @@ private:
     std::optional<std::uint64_t> m_minimumSizeOverride;
     bool m_progressPauses = true;
     std::unique_ptr<DigestReader> m_reader;
+    mutable std::unordered_map<const CVFolder*, FolderRemovalAccess> m_folderAccess;
     std::size_t m_queuedUpTo = 0;
     std::thread m_thread;
     std::atomic<bool> m_threadRunning{false};
