@@ -258,7 +258,8 @@ void CVFile::setRootFolder(const std::shared_ptr<CVFolder>& folder) {
 std::int32_t CVFile::type() const {
     std::int32_t stored = CVNode::type();
     if (stored == kNodeTypeUnknown) {
-        stored = CVNodeTypeGenerator::sharedGenerator().nodeTypeOfFile(path());
+        // The stored name has the path's extension.
+        stored = CVNodeTypeGenerator::sharedGenerator().nodeTypeOfFile(storedPath());
         const_cast<CVFile*>(this)->setType(stored);
     }
     return stored;

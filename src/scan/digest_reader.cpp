@@ -58,6 +58,12 @@ void DigestReader::work() {
         m_workAvailable.wait(lock, [this] { return m_stopping || !m_queue.empty(); });
         if (m_stopping)
             return;
+        readNext(lock);
+    }
+}
+
+bool DigestReader::readNext(std::unique_lock<std::mutex>& lock) {
+    while (!m_queue.empty()) {
         CVFile* file = m_queue.front();
         m_queue.pop_front();
         auto it = m_entries.find(file);
@@ -70,10 +76,17 @@ void DigestReader::work() {
         if (auto done = m_entries.find(file); done != m_entries.end()) {
             done->second.digest = std::move(digest);
             done->second.state = State::Done;
+            ++m_doneNotTaken;
         }
-        if (m_awaited == file || m_clearing)
+        // The consumer is woken when what it waits for is there and a batch more is
+        // ready (or nothing more will come soon): one wake-up per file would cost more
+        // than the reads.
+        if (m_clearing || (m_awaited && (m_doneNotTaken >= kWakeBatch || m_queue.empty()) &&
+                           m_entries.find(m_awaited)->second.state == State::Done))
             m_digestReady.notify_all();
+        return true;
     }
+    return false;
 }
 
 SignatureDigest DigestReader::take(CVFile* file) {
@@ -87,10 +100,15 @@ SignatureDigest DigestReader::take(CVFile* file) {
         return digestOfFile(*file);
     }
     m_awaited = file;
-    m_digestReady.wait(lock, [&] {
+    // While a reader has it, read the next queued file here rather than sleep: waking
+    // for every file would cost more than the reads.
+    for (;;) {
         auto e = m_entries.find(file);
-        return e == m_entries.end() || e->second.state == State::Done;
-    });
+        if (e == m_entries.end() || e->second.state == State::Done)
+            break;
+        if (!readNext(lock))
+            m_digestReady.wait(lock);
+    }
     m_awaited = nullptr;
     auto e = m_entries.find(file);
     if (e == m_entries.end()) {
@@ -99,6 +117,7 @@ SignatureDigest DigestReader::take(CVFile* file) {
     }
     SignatureDigest digest = std::move(e->second.digest);
     m_entries.erase(e);
+    --m_doneNotTaken;
     return digest;
 }
 
@@ -119,6 +138,7 @@ void DigestReader::clear() {
         return true;
     });
     m_entries.clear();
+    m_doneNotTaken = 0;
     m_clearing = false;
 }
 

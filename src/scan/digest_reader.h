@@ -50,6 +50,9 @@ public:
 
 private:
     void work();
+    // Reads the oldest queued file that nobody has started; false when there is none.
+    // Called with the lock held, which is released during the read.
+    bool readNext(std::unique_lock<std::mutex>& lock);
 
     enum class State { Queued, Reading, Done };
     struct Entry {
@@ -64,6 +67,8 @@ private:
     bool m_stopping = false;
     // The file the consumer waits for; readers wake it only for that one (or a clear).
     CVFile* m_awaited = nullptr;
+    std::size_t m_doneNotTaken = 0;
+    static constexpr std::size_t kWakeBatch = 32;
     bool m_clearing = false;
     std::vector<std::thread> m_threads;
 };
