@@ -3,11 +3,12 @@
 //
 // walk -> sizes -> digests -> groups
 //
-// 1. Walk (scan thread). CVFilesHierarchy runs one fts(3) pass per root and builds the
-//    node tree. The ignore list refuses system paths, hidden names and the user's
-//    exclusions before a node is made; refused folders are not entered. Every file
-//    that is not ignored is filed under its byte size; folders that may be compared as
-//    wholes are filed too when the root's walk ends.
+// 1. Walk (walker threads, scan thread). The tree walker reads each root with fts(3)
+//    on a few threads and hands its entries to the scan thread in one-pass order;
+//    CVFilesHierarchy builds the node tree from them. The ignore list refuses system
+//    paths, hidden names and the user's exclusions before a node is made; refused
+//    folders are not entered. Every file that is not ignored is filed under its byte
+//    size; folders that may be compared as wholes are filed too when the root's walk ends.
 //
 // 2. Sizes (scan thread). Sizes held by one node are dropped at once: most files on a
 //    disk have a size of their own and are never read. The rest are searched from the
@@ -19,13 +20,16 @@
 //    the files of the next size groups that will be searched (a bounded window, so
 //    speculation costs at most a few hundred reads). For each file they read its
 //    content signature (a sampled 19600 bytes from 500000 bytes up, the whole file
-//    below) and keep only its length and a 64-bit XXH3 hash; the bytes are freed at
-//    once, so memory never holds more than the current size group's signatures.
+//    below) and take its length and a 64-bit XXH3 hash. Signatures of up to 64 KiB are
+//    kept with the digest, larger ones freed at once, so memory holds at most the
+//    window's and the current size group's small signatures (64 MB at most per group).
+//    The comparison reads queued files itself while it waits, and is woken once a
+//    batch is ready rather than once per file.
 //
 // 4. Groups (scan thread). Inside one size group, folders are compared pairwise as
 //    wholes (child sizes, then sampled children). Files are bucketed by digest; only
-//    files that share a digest have their signatures read again (from the page cache)
-//    and are confirmed byte for byte, then folded into groups exactly as the plain
+//    files that share a digest are confirmed byte for byte (from the kept bytes, or
+//    read again from the page cache), then folded into groups exactly as the plain
 //    pairwise walk would: the first file of a bucket in sorted order takes every later
 //    equal file with another path. Groups go out in the order their first members
 //    stand in the sorted size group, so the result is the pairwise result, found in

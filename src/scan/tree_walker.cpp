@@ -322,6 +322,8 @@ private:
 };
 
 void WalkRun::walkTask(Task& task) {
+    if (!going())
+        return;
     char* paths[] = {task.path.data(), nullptr};
     std::unique_ptr<FTS, FtsCloser> fts(::fts_open(paths, FTS_PHYSICAL | FTS_NOCHDIR | FTS_XDEV, nullptr));
     if (!fts) {
@@ -354,9 +356,10 @@ void WalkRun::walkTask(Task& task) {
         --depth;
     };
 
-    while (going()) {
-        FTSENT* entry = ::fts_read(fts.get());
-        if (!entry)
+    // Reads before checking for a stop: fts_close leaks the roots fts_open made when no
+    // entry was ever read.
+    for (FTSENT* entry; (entry = ::fts_read(fts.get())) != nullptr;) {
+        if (!going())
             break;
         const int info = entry->fts_info;
         const bool top = entry->fts_level == FTS_ROOTLEVEL;
