@@ -42,7 +42,8 @@ struct UTextCloser {
 // outlives them.
 class MatcherCache {
 public:
-    icu::RegexMatcher* matcherFor(const std::shared_ptr<const icu::RegexPattern>& pattern, std::string_view text) {
+    icu::RegexMatcher* matcherFor(const std::shared_ptr<const icu::RegexPattern>& pattern,
+                                  std::string_view text) {
         Entry* entry = nullptr;
         for (auto& e : m_entries)
             if (e.pattern == pattern)

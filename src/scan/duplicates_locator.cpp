@@ -453,7 +453,8 @@ CVDuplicatesLocator::confirmEqual(const std::vector<CVFile*>& files, const std::
         }
         std::size_t c = 0;
         for (; c < classes.size(); ++c)
-            if (representatives[c].second == length && std::memcmp(representatives[c].first, bytes, length) == 0)
+            if (representatives[c].second == length &&
+                std::memcmp(representatives[c].first, bytes, length) == 0)
                 break;
         if (c < classes.size()) {
             classes[c].push_back(n);

@@ -14,9 +14,9 @@
 #include <unordered_map>
 #include <vector>
 
+#include "digest_reader.h"
 #include "engine/group.h"
 #include "engine/node.h"
-#include "digest_reader.h"
 #include "files_hierarchy.h"
 #include "platform/change_notifier.h"
 #include "platform/file_access.h"

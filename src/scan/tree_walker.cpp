@@ -86,7 +86,7 @@ struct Task {
     Context context;
     std::atomic<State> state{Pending};
     std::unique_ptr<Chunk> first = std::make_unique<Chunk>(Chunk::kText); // the consumer frees it
-    Chunk* last = first.get();                                             // the writer's end
+    Chunk* last = first.get();                                            // the writer's end
 };
 
 } // namespace
@@ -400,8 +400,9 @@ void WalkRun::walkTask(Task& task) {
                 listing.emplace(::fts_children(fts.get(), cut ? FTS_NAMEONLY : 0));
             const FolderListing* folderListing = listing ? &*listing : nullptr;
             const std::int32_t parentType = open.empty() ? 0 : open.back();
-            const ScanVerdict verdict = m_ignoreList.isPathForbiddenToScan(
-                path, parentType, m_root.forceScan, isFolder, folderListing, m_pattern ? &*m_pattern : nullptr);
+            const ScanVerdict verdict =
+                m_ignoreList.isPathForbiddenToScan(path, parentType, m_root.forceScan, isFolder,
+                                                   folderListing, m_pattern ? &*m_pattern : nullptr);
             bool skip = false;
             if (verdict == ScanAllowed) {
                 if (isFolder && depth >= TreeWalker::kMaxPlainDepth && specialOpen == 0) {

@@ -104,8 +104,9 @@ TEST(TreeWalker, DepthLimitAndSpecialFoldersCarryIntoCutTasks) {
     for (const TreeWalker::Options options : {TreeWalker::Options{0, false}, TreeWalker::Options{2, true}}) {
         const auto lines = entries(harness, tree / "root", options);
         auto has = [&](const std::string& name) {
-            return std::any_of(lines.begin(), lines.end(),
-                               [&](const std::string& l) { return l.find(" " + name + " ") != std::string::npos; });
+            return std::any_of(lines.begin(), lines.end(), [&](const std::string& l) {
+                return l.find(" " + name + " ") != std::string::npos;
+            });
         };
         EXPECT_FALSE(has("too-deep.txt"));
         EXPECT_TRUE(has("kept.txt"));
@@ -121,7 +122,8 @@ TEST(TreeWalker, StoppingEndsTheWalkAndItsWorkers) {
     for (int i = 0; i < 50; ++i)
         tree.file("root/d" + std::to_string(i % 10) + "/f" + std::to_string(i), "x");
     harness.ignoreList.updateExcludeList();
-    for (const TreeWalker::Options options : {TreeWalker::Options{0, true}, TreeWalker::Options{2, true, 4}}) {
+    for (const TreeWalker::Options options :
+         {TreeWalker::Options{0, true}, TreeWalker::Options{2, true, 4}}) {
         std::atomic<bool> going{true};
         TreeWalker walker(harness.ignoreList, going, options);
         int seen = 0;
@@ -145,8 +147,8 @@ TEST(TreeWalker, AMissingRootIsOneFailureThatEndsIt) {
     TreeWalker walker(harness.ignoreList, going, {2, false});
     int error = 0;
     std::vector<WalkEntry> seen;
-    EXPECT_TRUE(walker.walk(CVScanPath{tree / "missing", false}, [&](const WalkEntry& e) { seen.push_back(e); },
-                            error));
+    EXPECT_TRUE(walker.walk(
+        CVScanPath{tree / "missing", false}, [&](const WalkEntry& e) { seen.push_back(e); }, error));
     ASSERT_EQ(seen.size(), 1U);
     EXPECT_EQ(seen[0].kind, WalkEntry::Failure);
     EXPECT_EQ(seen[0].error, ENOENT);
