@@ -322,13 +322,10 @@ void CVDuplicatesLocator::decideRemoveForbidden(CVFile& file) const {
         file.setRemoveForbidden(true);
 }
 
-const FolderRemovalAccess& CVDuplicatesLocator::folderAccess(const CVFile& file) const {
+FolderRemovalAccess CVDuplicatesLocator::folderAccess(const CVFile& file) const {
     const CVFolder* folder = file.parentFolder();
-    if (!folder) { // a root: its folder is not part of the tree
-        thread_local FolderRemovalAccess access;
-        access = folderRemovalAccess(parentPath(file.path()));
-        return access;
-    }
+    if (!folder) // a root: its folder is not part of the tree
+        return folderRemovalAccess(parentPath(file.path()));
     auto [it, inserted] = m_folderAccess.try_emplace(folder);
     if (inserted)
         it->second = folderRemovalAccess(folder->path());

@@ -77,7 +77,7 @@ public:
     // Frees files an iTunes library does not list, and forbids removing what the user may not delete.
     void decideRemoveForbidden(CVFile& file) const;
     // The removal access of the file's folder, read once per folder and scan.
-    const FolderRemovalAccess& folderAccess(const CVFile& file) const;
+    FolderRemovalAccess folderAccess(const CVFile& file) const;
     // Folders first, shallower paths first; other nodes keep their walk order.
     static void sortSizeGroup(std::vector<NodePtr>& nodes);
 
