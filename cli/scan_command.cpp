@@ -112,7 +112,7 @@ void writeJsonReport(const std::vector<std::string>& roots, CVDuplicatesControll
     json.key("groups");
     json.value(static_cast<std::uint64_t>(groups.size()));
     json.key("files");
-    json.value(static_cast<std::uint64_t>(results.allFiles().size()));
+    json.value(results.mainMetaGroup()->filesCount());
     json.key("size");
     json.value(results.size());
     json.endObject();
@@ -136,7 +136,7 @@ std::string textReport(CVDuplicatesController& results) {
         out += "No duplicates found.\n";
     else
         out += std::to_string(groups.size()) + (groups.size() == 1 ? " group, " : " groups, ") +
-               std::to_string(results.allFiles().size()) + " files, " + sizeText(results.size()) +
+               std::to_string(results.mainMetaGroup()->filesCount()) + " files, " + sizeText(results.size()) +
                " on disk in duplicates\n";
     return out;
 }

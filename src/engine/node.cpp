@@ -130,6 +130,22 @@ std::string CVFile::path() const {
     return result;
 }
 
+bool CVFile::hasSamePathAs(const CVFile& other) const {
+    // Names are compared up the two chains while both are stored relative; whatever is
+    // left is settled by the whole paths.
+    const CVFile* a = this;
+    const CVFile* b = &other;
+    while (a != b) {
+        if (!a->flag(kRelativePath) || !a->m_parentFolder || !b->flag(kRelativePath) || !b->m_parentFolder)
+            return path() == other.path();
+        if (a->storedPath() != b->storedPath())
+            return false;
+        a = a->m_parentFolder;
+        b = b->m_parentFolder;
+    }
+    return true;
+}
+
 void CVFile::setPath(std::string path) {
     CVNode::setPath(std::move(path));
     setFlag(kRelativePath, false);

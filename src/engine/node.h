@@ -181,6 +181,8 @@ public:
     void setStatMTime(std::int64_t t) { m_statMTime = t; }
 
     std::string path() const override;
+    // Whether the two nodes stand for the same path; cheap when their names differ.
+    bool hasSamePathAs(const CVFile& other) const;
     void setPath(std::string path) override;
     // Stores only the name: the path is the parent folder's path and this name. Set
     // before the node is attached to its folder; a folder that dies gives its children

@@ -8,27 +8,12 @@
 #include <vector>
 
 #include "node_type.h"
+#include "platform/file_io.h"
 #include "platform/type_identifiers.h"
 
 namespace corvel {
 
 namespace {
-
-class FileDescriptor {
-public:
-    explicit FileDescriptor(const std::string& path) : m_fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {}
-    ~FileDescriptor() {
-        if (m_fd >= 0)
-            ::close(m_fd);
-    }
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-    int get() const { return m_fd; }
-    bool valid() const { return m_fd >= 0; }
-
-private:
-    int m_fd;
-};
 
 // Reads exactly length bytes at offset; false on a short read or an error.
 bool readAt(int fd, std::uint8_t* into, std::uint64_t length, std::uint64_t offset) {
@@ -47,8 +32,8 @@ bool readAt(int fd, std::uint8_t* into, std::uint64_t length, std::uint64_t offs
 
 // Compares the first length bytes of two files in chunks.
 bool filesEqual(const std::string& a, const std::string& b, std::uint64_t length) {
-    FileDescriptor fa(a);
-    FileDescriptor fb(b);
+    ReadOnlyFile fa(a);
+    ReadOnlyFile fb(b);
     if (!fa.valid() || !fb.valid())
         return false;
     constexpr std::uint64_t kChunk = std::uint64_t{1} << 20;
@@ -56,7 +41,7 @@ bool filesEqual(const std::string& a, const std::string& b, std::uint64_t length
     std::vector<std::uint8_t> bb(kChunk);
     for (std::uint64_t offset = 0; offset < length; offset += kChunk) {
         const std::uint64_t n = std::min(kChunk, length - offset);
-        if (!readAt(fa.get(), ba.data(), n, offset) || !readAt(fb.get(), bb.data(), n, offset))
+        if (!readAt(fa.fd(), ba.data(), n, offset) || !readAt(fb.fd(), bb.data(), n, offset))
             return false;
         if (std::memcmp(ba.data(), bb.data(), n) != 0)
             return false;
@@ -109,6 +94,14 @@ bool readPlan(int fd, const ReadPlan& plan, std::uint8_t* into) {
     return true;
 }
 
+std::uint64_t readPieces(int fd, std::uint64_t size, std::uint32_t count, std::uint64_t pieceSize,
+                         std::vector<std::uint8_t>& scratch) {
+    const ReadPlan plan = planFor(size, count, pieceSize);
+    if (scratch.size() < plan.total)
+        scratch.resize(plan.total);
+    return readPlan(fd, plan, scratch.data()) ? plan.total : 0;
+}
+
 } // namespace
 
 std::uint64_t CVSignature::expectedLength(std::uint64_t size, std::int32_t nodeType, const std::string& uti) {
@@ -151,13 +144,17 @@ std::uint64_t CVSignature::readInto(const std::string& path, std::uint64_t size,
         streamed = probe.isStreamed();
         return probe.length();
     }
-    FileDescriptor fd(file);
+    const ReadOnlyFile fd(file);
     if (!fd.valid())
         return 0;
-    const ReadPlan plan = planFor(fileSize, count, pieceSize);
-    if (scratch.size() < plan.total)
-        scratch.resize(plan.total);
-    return readPlan(fd.get(), plan, scratch.data()) ? plan.total : 0;
+    return readPieces(fd.fd(), fileSize, count, pieceSize, scratch);
+}
+
+std::uint64_t CVSignature::readInto(int fd, std::uint64_t size, Kind kind,
+                                    std::vector<std::uint8_t>& scratch) {
+    if (kind == Sampled)
+        return readPieces(fd, size, kSampleCount, kSampleSize, scratch);
+    return readPieces(fd, size, 1, size, scratch);
 }
 
 std::unique_ptr<std::uint8_t[]> CVSignature::computeFileSignature(const std::string& path, std::uint64_t size,
@@ -165,12 +162,12 @@ std::unique_ptr<std::uint8_t[]> CVSignature::computeFileSignature(const std::str
                                                                   std::uint64_t pieceSize,
                                                                   std::uint64_t& length) {
     length = 0;
-    FileDescriptor fd(path);
+    const ReadOnlyFile fd(path);
     if (!fd.valid())
         return nullptr;
     const ReadPlan plan = planFor(size, count, pieceSize);
     auto buffer = std::make_unique_for_overwrite<std::uint8_t[]>(plan.total);
-    if (!readPlan(fd.get(), plan, buffer.get()))
+    if (!readPlan(fd.fd(), plan, buffer.get()))
         return nullptr;
     length = plan.total;
     return buffer;
@@ -184,8 +181,8 @@ void CVSignature::wholeFile(const std::string& path, std::uint64_t size) {
     }
     // Too large to hold: check now that the file has the bytes, compare later from disk.
     struct stat st {};
-    FileDescriptor fd(path);
-    if (!fd.valid() || ::fstat(fd.get(), &st) != 0 || static_cast<std::uint64_t>(st.st_size) < length)
+    const ReadOnlyFile fd(path);
+    if (!fd.valid() || ::fstat(fd.fd(), &st) != 0 || static_cast<std::uint64_t>(st.st_size) < length)
         return;
     m_streamPath = path;
     m_length = length;

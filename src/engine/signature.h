@@ -52,6 +52,10 @@ public:
     static std::uint64_t readInto(const std::string& path, std::uint64_t size, std::int32_t nodeType,
                                   const std::string& uti, std::vector<std::uint8_t>& scratch, bool& streamed);
 
+    // readInto for a node's file already open as fd, of a kind other than Bundle whose
+    // signature is held in memory (not one that compares from disk).
+    static std::uint64_t readInto(int fd, std::uint64_t size, Kind kind, std::vector<std::uint8_t>& scratch);
+
     bool isEqualTo(const CVSignature& other) const;
 
     Kind type() const { return m_type; }

@@ -59,17 +59,38 @@ FolderRemovalAccess folderRemovalAccess(const std::string& folder) {
     return access;
 }
 
-bool isDeletableByUser(const std::string& path, const FolderRemovalAccess& folder) {
-    if (!folder.usable)
-        return false;
-    struct statx item {};
-    if (!statWithAttributes(path, false, item))
-        return false;
-    const uid_t uid = ::geteuid();
-    if (folder.sticky && uid != 0 && uid != item.stx_uid && uid != folder.owner)
-        return false;
+namespace {
+
+ItemRemovalAccess accessOf(const struct statx& item) {
     // A link's own flags do not lock it; only files and folders carry them.
-    return !((S_ISREG(item.stx_mode) || S_ISDIR(item.stx_mode)) && forbidsRemoval(item));
+    const bool flagged = S_ISREG(item.stx_mode) || S_ISDIR(item.stx_mode);
+    return ItemRemovalAccess{true, item.stx_uid, flagged && forbidsRemoval(item)};
+}
+
+} // namespace
+
+ItemRemovalAccess itemRemovalAccess(const std::string& path) {
+    struct statx item {};
+    return statWithAttributes(path, false, item) ? accessOf(item) : ItemRemovalAccess{};
+}
+
+ItemRemovalAccess itemRemovalAccess(int fd) {
+    struct statx item {};
+    return ::statx(fd, "", AT_EMPTY_PATH, STATX_BASIC_STATS, &item) == 0 ? accessOf(item)
+                                                                         : ItemRemovalAccess{};
+}
+
+bool isDeletableByUser(const ItemRemovalAccess& item, const FolderRemovalAccess& folder) {
+    if (!folder.usable || !item.exists || item.locked)
+        return false;
+    if (!folder.sticky)
+        return true;
+    const uid_t uid = ::geteuid();
+    return uid == 0 || uid == item.owner || uid == folder.owner;
+}
+
+bool isDeletableByUser(const std::string& path, const FolderRemovalAccess& folder) {
+    return folder.usable && isDeletableByUser(itemRemovalAccess(path), folder);
 }
 
 bool isDeletableByUser(const std::string& path) {

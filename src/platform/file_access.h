@@ -25,6 +25,19 @@ FolderRemovalAccess folderRemovalAccess(const std::string& folder);
 // isDeletableByUser for an item of a folder whose access was read before.
 bool isDeletableByUser(const std::string& path, const FolderRemovalAccess& folder);
 
+// What removing an item needs to know of the item itself.
+struct ItemRemovalAccess {
+    bool exists = false;
+    unsigned owner = 0;
+    bool locked = false; // an immutable or append-only file or folder
+};
+// Of the item at path, a final symbolic link not followed.
+ItemRemovalAccess itemRemovalAccess(const std::string& path);
+// Of an open file: a caller that has the file open reads it without a path lookup.
+ItemRemovalAccess itemRemovalAccess(int fd);
+// isDeletableByUser for an item and its folder whose access was read before.
+bool isDeletableByUser(const ItemRemovalAccess& item, const FolderRemovalAccess& folder);
+
 // The immutable flag of a file or folder (chattr +i). Nothing when it cannot be read:
 // the item is missing, a symbolic link, or on a file system without such flags.
 std::optional<bool> isImmutable(const std::string& path);

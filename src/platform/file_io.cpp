@@ -42,6 +42,15 @@ bool isDirectory(const std::string& path) {
     return !path.empty() && ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
+ReadOnlyFile::ReadOnlyFile(const std::string& path, bool followLink)
+    : m_fd(::open(path.c_str(),
+                  O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | (followLink ? 0 : O_NOFOLLOW))) {}
+
+ReadOnlyFile::~ReadOnlyFile() {
+    if (m_fd >= 0)
+        ::close(m_fd);
+}
+
 std::string parentPath(std::string_view path) {
     while (path.size() > 1 && path.back() == '/')
         path.remove_suffix(1);

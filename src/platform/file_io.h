@@ -1,5 +1,5 @@
 #pragma once
-// Whole-file reads and crash-safe whole-file writes.
+// Whole-file reads, crash-safe whole-file writes, and files open for reading.
 
 #include <cstddef>
 #include <string>
@@ -8,6 +8,21 @@
 #include "error.h"
 
 namespace corvel {
+
+// A file open for reading, closed when dropped. Opening never blocks on a device or a
+// fifo; with followLink false a symbolic link is not opened (valid() is false).
+class ReadOnlyFile {
+public:
+    explicit ReadOnlyFile(const std::string& path, bool followLink = true);
+    ~ReadOnlyFile();
+    ReadOnlyFile(const ReadOnlyFile&) = delete;
+    ReadOnlyFile& operator=(const ReadOnlyFile&) = delete;
+    int fd() const { return m_fd; }
+    bool valid() const { return m_fd >= 0; }
+
+private:
+    int m_fd;
+};
 
 // Reads the whole file into *out. Fails (with a POSIX error) when the file cannot be
 // opened or read, and with a file error when it is larger than maxBytes.

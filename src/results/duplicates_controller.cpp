@@ -41,8 +41,14 @@ void CVDuplicatesController::addGroup(const GroupPtr& group) {
     std::lock_guard lock(m_mutex);
     m_duplicatesGroupsArray.push_back(group);
     addGroupToMetaGroupsLocked(group);
-    for (const auto& file : group->files())
+    const auto& files = group->files();
+    m_unindexedFiles.insert(m_unindexedFiles.end(), files.begin(), files.end());
+}
+
+void CVDuplicatesController::indexLocked() const {
+    for (const auto& file : m_unindexedFiles)
         m_allFilesHashTable[file->path()] = file;
+    m_unindexedFiles.clear();
 }
 
 void CVDuplicatesController::addGroupsArray(const std::vector<GroupPtr>& groups) {
@@ -52,12 +58,12 @@ void CVDuplicatesController::addGroupsArray(const std::vector<GroupPtr>& groups)
 
 void CVDuplicatesController::addFiles(const std::vector<FilePtr>& files) {
     std::lock_guard lock(m_mutex);
-    for (const auto& file : files)
-        m_allFilesHashTable[file->path()] = file;
+    m_unindexedFiles.insert(m_unindexedFiles.end(), files.begin(), files.end());
 }
 
 void CVDuplicatesController::removeGroup(const GroupPtr& group) {
     std::lock_guard lock(m_mutex);
+    indexLocked();
     for (const auto& child : group->children())
         m_allFilesHashTable.erase(child->path());
     std::erase(m_duplicatesGroupsArray, group);
@@ -67,6 +73,7 @@ void CVDuplicatesController::removeGroupsLoud(const std::vector<GroupPtr>& group
     for (const auto& group : groups) {
         {
             std::lock_guard lock(m_mutex);
+            indexLocked();
             for (const auto& child : group->children())
                 m_allFilesHashTable.erase(child->path());
         }
@@ -81,6 +88,7 @@ void CVDuplicatesController::removeGroupsLoud(const std::vector<GroupPtr>& group
 }
 
 void CVDuplicatesController::removeFileLocked(const FilePtr& file) {
+    indexLocked();
     auto it = m_allFilesHashTable.find(file->path());
     if (it == m_allFilesHashTable.end())
         return;
@@ -132,6 +140,7 @@ void CVDuplicatesController::removeDeletedFiles() {
 
 void CVDuplicatesController::changeFilePath(const std::string& oldPath, const std::string& newPath) {
     std::lock_guard lock(m_mutex);
+    indexLocked();
     auto it = m_allFilesHashTable.find(oldPath);
     if (it == m_allFilesHashTable.end())
         return;
@@ -158,6 +167,7 @@ std::uint64_t CVDuplicatesController::size() const {
 
 std::vector<FilePtr> CVDuplicatesController::allFiles() const {
     std::lock_guard lock(m_mutex);
+    indexLocked();
     std::vector<FilePtr> files;
     files.reserve(m_allFilesHashTable.size());
     for (const auto& [path, file] : m_allFilesHashTable)
@@ -167,6 +177,7 @@ std::vector<FilePtr> CVDuplicatesController::allFiles() const {
 
 FilePtr CVDuplicatesController::fileAtPath(const std::string& path) const {
     std::lock_guard lock(m_mutex);
+    indexLocked();
     auto it = m_allFilesHashTable.find(path);
     return it == m_allFilesHashTable.end() ? nullptr : it->second;
 }

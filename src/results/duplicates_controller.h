@@ -80,13 +80,18 @@ public:
 private:
     void addGroupToMetaGroupsLocked(const GroupPtr& group);
     void removeFileLocked(const FilePtr& file);
+    // Files the pending added files into the table, in the order they were added.
+    void indexLocked() const;
     std::vector<GroupPtr> filteredLocked() const;
 
     mutable std::recursive_mutex m_mutex;
     std::vector<std::shared_ptr<CVMetaGroup>> m_metaGroups;
     std::shared_ptr<CVMetaGroup> m_mainMetaGroup;
     std::vector<GroupPtr> m_duplicatesGroupsArray;
-    std::unordered_map<std::string, FilePtr> m_allFilesHashTable;
+    // Files by path. Files added go to a list first and are filed on the first look-up:
+    // a scan adds tens of thousands that a command-line run never looks up.
+    mutable std::unordered_map<std::string, FilePtr> m_allFilesHashTable;
+    mutable std::vector<FilePtr> m_unindexedFiles;
     std::string m_filterPredicate;
     std::optional<Predicate> m_compiledFilter;
     ChangeNotifier m_notifier;

@@ -5,6 +5,7 @@
 #include "engine/node.h"
 #include "engine/node_type.h"
 #include "engine/signature.h"
+#include "platform/file_io.h"
 
 namespace corvel {
 
@@ -15,10 +16,23 @@ SignatureDigest digestOfFile(CVFile& file) {
     // The type identifier matters only for documents (text is read whole); others skip it.
     const std::int32_t type = file.type();
     const std::string uti = type == kNodeTypeDocument ? file.uti() : std::string();
-    const std::uint64_t expected = CVSignature::expectedLength(file.size(), type, uti);
+    const std::uint64_t size = file.size();
+    const std::uint64_t expected = CVSignature::expectedLength(size, type, uti);
     const bool keep = expected <= kKeptSignatureBytes;
     std::vector<std::uint8_t>& into = keep ? digest.bytes : scratch;
-    digest.length = CVSignature::readInto(file.path(), file.size(), type, uti, into, digest.streamed);
+    const std::string path = file.path();
+    const CVSignature::Kind kind = CVSignature::getSignatureTypeWithUTI(uti, size, type);
+    if (kind != CVSignature::Bundle && expected <= CVSignature::kMaxBufferedSignature) {
+        // One opening gives the signature and what removing the file needs: no second
+        // look-up of the path when the file joins a group.
+        const ReadOnlyFile opened(path, false);
+        if (opened.valid()) {
+            digest.item = itemRemovalAccess(opened.fd());
+            digest.length = CVSignature::readInto(opened.fd(), size, kind, into);
+        }
+    } else {
+        digest.length = CVSignature::readInto(path, size, type, uti, into, digest.streamed);
+    }
     if (digest.length > 0 && !digest.streamed)
         digest.hash = XXH3_64bits(into.data(), digest.length);
     if (keep)
@@ -26,120 +40,126 @@ SignatureDigest digestOfFile(CVFile& file) {
     return digest;
 }
 
-DigestReader::DigestReader(unsigned threads) {
+DigestReader::DigestReader(unsigned threads) : m_slots(std::make_unique<Slot[]>(kWindow)) {
     for (unsigned i = 0; i < threads; ++i)
         m_threads.emplace_back([this] { work(); });
 }
 
 DigestReader::~DigestReader() {
-    {
-        std::lock_guard lock(m_mutex);
-        m_stopping = true;
-        m_queue.clear();
-    }
-    m_workAvailable.notify_all();
+    clear();
+    m_stopping.store(true, std::memory_order_release);
+    m_wakeups.fetch_add(1, std::memory_order_release);
+    m_wakeups.notify_all();
     for (auto& thread : m_threads)
         thread.join();
 }
 
 void DigestReader::enqueue(const std::vector<CVFile*>& files) {
-    {
-        std::lock_guard lock(m_mutex);
-        for (CVFile* file : files)
-            if (m_entries.emplace(file, Entry{State::Queued, {}}).second)
-                m_queue.push_back(file);
+    m_backlog.insert(m_backlog.end(), files.begin(), files.end());
+    fill();
+}
+
+void DigestReader::fill() {
+    const std::uint64_t before = m_tail.load(std::memory_order_relaxed);
+    std::uint64_t tail = before;
+    while (!m_backlog.empty() && tail - m_head < kWindow) {
+        slot(tail++).file = m_backlog.front();
+        m_backlog.pop_front();
     }
-    m_workAvailable.notify_all();
+    if (tail == before)
+        return;
+    m_tail.store(tail, std::memory_order_release);
+    m_wakeups.fetch_add(1, std::memory_order_release);
+    m_wakeups.notify_all();
 }
 
 void DigestReader::work() {
-    std::unique_lock lock(m_mutex);
-    for (;;) {
-        m_workAvailable.wait(lock, [this] { return m_stopping || !m_queue.empty(); });
-        if (m_stopping)
+    while (!m_stopping.load(std::memory_order_acquire)) {
+        if (readNext())
+            continue;
+        // Sleep until files are placed: the count is read before looking again, so a
+        // placing that comes in between changes it and the wait returns at once.
+        const std::uint32_t seen = m_wakeups.load(std::memory_order_acquire);
+        if (m_stopping.load(std::memory_order_acquire))
             return;
-        readNext(lock);
+        if (m_claim.load(std::memory_order_acquire) < m_tail.load(std::memory_order_acquire))
+            continue;
+        m_wakeups.wait(seen, std::memory_order_acquire);
     }
 }
 
-bool DigestReader::readNext(std::unique_lock<std::mutex>& lock) {
-    while (!m_queue.empty()) {
-        CVFile* file = m_queue.front();
-        m_queue.pop_front();
-        auto it = m_entries.find(file);
-        if (it == m_entries.end() || it->second.state != State::Queued)
-            continue;
-        it->second.state = State::Reading;
-        lock.unlock();
-        SignatureDigest digest = digestOfFile(*file);
-        lock.lock();
-        if (auto done = m_entries.find(file); done != m_entries.end()) {
-            done->second.digest = std::move(digest);
-            done->second.state = State::Done;
-            ++m_doneNotTaken;
-        }
-        // The consumer is woken when what it waits for is there and a batch more is
-        // ready (or nothing more will come soon): one wake-up per file would cost more
-        // than the reads.
-        if (m_clearing || (m_awaited && (m_doneNotTaken >= kWakeBatch || m_queue.empty()) &&
-                           m_entries.find(m_awaited)->second.state == State::Done))
-            m_digestReady.notify_all();
-        return true;
-    }
-    return false;
+bool DigestReader::readNext() {
+    std::uint64_t next = m_claim.load(std::memory_order_acquire);
+    do {
+        if (next >= m_tail.load(std::memory_order_acquire))
+            return false;
+    } while (
+        !m_claim.compare_exchange_weak(next, next + 1, std::memory_order_acq_rel, std::memory_order_acquire));
+    // The slot stays this file's until its digest is taken, which needs the flag below.
+    Slot& s = slot(next);
+    s.digest = digestOfFile(*s.file);
+    s.done.store(1, std::memory_order_release);
+    s.done.notify_all();
+    return true;
+}
+
+void DigestReader::waitFor(Slot& s) {
+    while (s.done.load(std::memory_order_acquire) == 0)
+        if (!readNext())
+            s.done.wait(0, std::memory_order_acquire);
+}
+
+void DigestReader::release(Slot& s) {
+    s.file = nullptr;
+    s.digest = SignatureDigest();
+    s.done.store(0, std::memory_order_relaxed);
+    ++m_head;
+    fill();
 }
 
 SignatureDigest DigestReader::take(CVFile* file) {
-    std::unique_lock lock(m_mutex);
-    auto it = m_entries.find(file);
-    if (it == m_entries.end() || it->second.state == State::Queued) {
-        // Nobody has started it: read it here rather than wait behind the queue.
-        if (it != m_entries.end())
-            m_entries.erase(it);
-        lock.unlock();
-        return digestOfFile(*file);
+    while (m_head < m_tail.load(std::memory_order_relaxed)) {
+        Slot& s = slot(m_head);
+        const bool wanted = s.file == file;
+        std::uint64_t head = m_head;
+        if (m_claim.compare_exchange_strong(head, m_head + 1, std::memory_order_acq_rel)) {
+            // Nobody has started it: read it here, or drop it unread.
+            SignatureDigest digest = wanted ? digestOfFile(*file) : SignatureDigest();
+            release(s);
+            if (wanted)
+                return digest;
+            continue;
+        }
+        waitFor(s);
+        SignatureDigest digest = std::move(s.digest);
+        release(s);
+        if (wanted)
+            return digest;
     }
-    m_awaited = file;
-    // While a reader has it, read the next queued file here rather than sleep: waking
-    // for every file would cost more than the reads.
-    for (;;) {
-        auto e = m_entries.find(file);
-        if (e == m_entries.end() || e->second.state == State::Done)
-            break;
-        if (!readNext(lock))
-            m_digestReady.wait(lock);
-    }
-    m_awaited = nullptr;
-    auto e = m_entries.find(file);
-    if (e == m_entries.end()) {
-        lock.unlock();
-        return digestOfFile(*file);
-    }
-    SignatureDigest digest = std::move(e->second.digest);
-    m_entries.erase(e);
-    --m_doneNotTaken;
-    return digest;
+    return digestOfFile(*file);
 }
 
 std::size_t DigestReader::pending() const {
-    std::lock_guard lock(m_mutex);
-    return m_entries.size();
+    return static_cast<std::size_t>(m_tail.load(std::memory_order_relaxed) - m_head) + m_backlog.size();
 }
 
 void DigestReader::clear() {
-    std::unique_lock lock(m_mutex);
-    m_queue.clear();
-    m_clearing = true;
-    // Reads under way finish into entries that are then dropped.
-    m_digestReady.wait(lock, [this] {
-        for (const auto& [file, entry] : m_entries)
-            if (entry.state == State::Reading)
-                return false;
-        return true;
-    });
-    m_entries.clear();
-    m_doneNotTaken = 0;
-    m_clearing = false;
+    m_backlog.clear();
+    const std::uint64_t tail = m_tail.load(std::memory_order_relaxed);
+    // Claims every file nobody has started, so that the readers start no more.
+    std::uint64_t started = m_claim.load(std::memory_order_acquire);
+    while (started < tail && !m_claim.compare_exchange_weak(started, tail, std::memory_order_acq_rel,
+                                                            std::memory_order_acquire)) {
+    }
+    for (; m_head < tail; ++m_head) {
+        Slot& s = slot(m_head);
+        if (m_head < started)
+            while (s.done.load(std::memory_order_acquire) == 0)
+                s.done.wait(0, std::memory_order_acquire);
+        s.file = nullptr;
+        s.digest = SignatureDigest();
+        s.done.store(0, std::memory_order_relaxed);
+    }
 }
 
 } // namespace corvel

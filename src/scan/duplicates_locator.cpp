@@ -282,7 +282,7 @@ void CVDuplicatesLocator::locateDuplicatesInDictionary(SizeGroups& groups) {
     }
     const auto controller = duplicatesController();
     systemLogf("Total duplicates found size = %llu count = %lu", controller->size(),
-               controller->allFiles().size());
+               controller->mainMetaGroup()->filesCount());
 }
 
 void CVDuplicatesLocator::sortSizeGroup(std::vector<NodePtr>& nodes) {
@@ -312,13 +312,17 @@ bool CVDuplicatesLocator::ignoreFile(const CVNode& node) const {
     return false;
 }
 
-void CVDuplicatesLocator::decideRemoveForbidden(CVFile& file) const {
+void CVDuplicatesLocator::decideRemoveForbidden(CVFile& file,
+                                                const std::optional<ItemRemovalAccess>& item) const {
     if (const auto root = file.rootFolder();
         root && isITunesLibFileType(root->type()) && file.info().count() == 0) {
         file.setRemoveForbidden(false);
         file.setRootFolder(nullptr);
     }
-    if (!file.removeForbidden() && !isDeletableByUser(file.path(), folderAccess(file)))
+    if (file.removeForbidden())
+        return;
+    const FolderRemovalAccess folder = folderAccess(file);
+    if (!(item ? isDeletableByUser(*item, folder) : isDeletableByUser(file.path(), folder)))
         file.setRemoveForbidden(true);
 }
 
@@ -333,12 +337,14 @@ FolderRemovalAccess CVDuplicatesLocator::folderAccess(const CVFile& file) const 
 }
 
 GroupPtr CVDuplicatesLocator::makeGroup(const std::shared_ptr<CVFile>& first,
-                                        const std::vector<std::shared_ptr<CVFile>>& matches) {
-    decideRemoveForbidden(*first);
+                                        const std::vector<std::shared_ptr<CVFile>>& matches, bool decided) {
+    if (!decided)
+        decideRemoveForbidden(*first);
     auto group = CVGroup::initWithCVFile(first);
     first->setIgnore(true);
     for (const auto& match : matches) {
-        decideRemoveForbidden(*match);
+        if (!decided)
+            decideRemoveForbidden(*match);
         group->addFile(match);
     }
     // The group took its last member's signature while folding; its bytes are of no use
@@ -394,18 +400,21 @@ void CVDuplicatesLocator::findFileGroups(const std::vector<CVFile*>& files,
                 if (taken[a])
                     continue;
                 CVFile* first = files[equal[a]];
-                const std::string firstPath = first->path();
                 std::vector<std::shared_ptr<CVFile>> matches;
                 for (std::size_t b = a + 1; b < equal.size(); ++b) {
-                    if (taken[b] || files[equal[b]]->path() == firstPath)
+                    CVFile* other = files[equal[b]];
+                    if (taken[b] || other->hasSamePathAs(*first))
                         continue;
                     taken[b] = true;
-                    matches.push_back(std::static_pointer_cast<CVFile>(files[equal[b]]->shared_from_this()));
+                    decideRemoveForbidden(*other, digests[equal[b]].item);
+                    matches.push_back(std::static_pointer_cast<CVFile>(other->shared_from_this()));
                 }
-                if (!matches.empty())
-                    if (auto group =
-                            makeGroup(std::static_pointer_cast<CVFile>(first->shared_from_this()), matches))
-                        found.emplace_back(order[equal[a]], std::move(group));
+                if (matches.empty())
+                    continue;
+                decideRemoveForbidden(*first, digests[equal[a]].item);
+                if (auto group =
+                        makeGroup(std::static_pointer_cast<CVFile>(first->shared_from_this()), matches, true))
+                    found.emplace_back(order[equal[a]], std::move(group));
             }
         }
     }

@@ -74,8 +74,10 @@ public:
     void updateProgress(double delta, double delaySeconds);
     // True when the node takes no part in the comparison.
     bool ignoreFile(const CVNode& node) const;
-    // Frees files an iTunes library does not list, and forbids removing what the user may not delete.
-    void decideRemoveForbidden(CVFile& file) const;
+    // Frees files an iTunes library does not list, and forbids removing what the user
+    // may not delete (item: what the file's digest read of it, else read here).
+    void decideRemoveForbidden(CVFile& file,
+                               const std::optional<ItemRemovalAccess>& item = std::nullopt) const;
     // The removal access of the file's folder, read once per folder and scan.
     FolderRemovalAccess folderAccess(const CVFile& file) const;
     // Folders first, shallower paths first; other nodes keep their walk order.
@@ -114,8 +116,10 @@ private:
     std::vector<std::vector<std::size_t>> confirmEqual(const std::vector<CVFile*>& files,
                                                        const std::vector<std::size_t>& members,
                                                        const std::vector<SignatureDigest>& digests);
+    // The group of first and its matches, or null when it is to be dropped. The members'
+    // removal is decided here unless the caller has done it (decided).
     GroupPtr makeGroup(const std::shared_ptr<CVFile>& first,
-                       const std::vector<std::shared_ptr<CVFile>>& matches);
+                       const std::vector<std::shared_ptr<CVFile>>& matches, bool decided = false);
     void queueAhead(const std::vector<std::uint64_t>& keys, std::size_t from, SizeGroups& groups,
                     std::uint64_t minimumSize, std::uint64_t topCount);
 
