@@ -64,9 +64,25 @@ void appendUtf8(std::string& out, std::uint32_t code) {
 } // namespace
 
 std::string jsonString(std::string_view bytes) {
-    std::string out = "\"";
+    std::string out;
+    appendJsonString(out, bytes);
+    return out;
+}
+
+void appendJsonString(std::string& out, std::string_view bytes) {
+    out += '"';
     char escape[8];
     for (std::size_t i = 0; i < bytes.size();) {
+        // Printable ASCII other than the quote and the backslash goes out as it is, a run at a time.
+        std::size_t plain = i;
+        while (plain < bytes.size() && bytes[plain] >= 0x20 && bytes[plain] < 0x7F && bytes[plain] != '"' &&
+               bytes[plain] != '\\')
+            ++plain;
+        if (plain > i) {
+            out.append(bytes.substr(i, plain - i));
+            i = plain;
+            continue;
+        }
         const auto c = static_cast<unsigned char>(bytes[i]);
         const std::size_t length = validSequence(bytes, i);
         if (length == 0) {
@@ -106,7 +122,6 @@ std::string jsonString(std::string_view bytes) {
         i += length;
     }
     out += '"';
-    return out;
 }
 
 std::string decodeJsonString(std::string_view literal) {

@@ -3,6 +3,7 @@
 // passes through, each byte of an invalid sequence becomes "\udcXX" (the
 // surrogate-escape convention), so every path round-trips through decodeJsonString.
 
+#include <charconv>
 #include <cstdint>
 #include <cstdio>
 #include <string>
@@ -12,6 +13,8 @@ namespace corvel::cli {
 
 // The JSON string literal (with quotes) for the bytes.
 std::string jsonString(std::string_view bytes);
+// Appends that literal to out.
+void appendJsonString(std::string& out, std::string_view bytes);
 // The bytes of a JSON string literal's content (without quotes); "\udcXX" gives back byte XX.
 std::string decodeJsonString(std::string_view literal);
 
@@ -24,15 +27,15 @@ public:
     void endArray() { m_out += ']'; m_first = false; }
     void key(std::string_view name) {
         separate();
-        m_out += jsonString(name);
+        appendJsonString(m_out, name);
         m_out += ':';
         m_first = true;
     }
-    void value(std::string_view text) { separate(); m_out += jsonString(text); }
+    void value(std::string_view text) { separate(); appendJsonString(m_out, text); }
     void value(const char* text) { value(std::string_view(text)); }
     void value(bool b) { separate(); m_out += b ? "true" : "false"; }
-    void value(std::uint64_t n) { separate(); m_out += std::to_string(n); }
-    void value(std::int64_t n) { separate(); m_out += std::to_string(n); }
+    void value(std::uint64_t n) { separate(); appendNumber(n); }
+    void value(std::int64_t n) { separate(); appendNumber(n); }
     void value(int n) { value(static_cast<std::int64_t>(n)); }
     const std::string& text() const { return m_out; }
     // Writes what is buffered to the stream once it holds more than a megabyte (or at
@@ -45,6 +48,10 @@ public:
     }
 
 private:
+    template <typename Integer> void appendNumber(Integer n) {
+        char digits[24];
+        m_out.append(digits, std::to_chars(digits, digits + sizeof digits, n).ptr);
+    }
     void separate() {
         if (!m_first)
             m_out += ',';

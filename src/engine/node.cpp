@@ -109,7 +109,7 @@ void CVNode::setPath(std::string path) {
 std::string CVFile::path() const {
     if (!flag(kRelativePath) || !m_parentFolder)
         return storedPath();
-    // Names up to the first node that knows its full path, joined once.
+    // Names up to the first node that knows its full path, joined into one allocation.
     const CVFile* chain[256];
     std::size_t depth = 0;
     std::size_t length = 0;
@@ -119,8 +119,14 @@ std::string CVFile::path() const {
         length += node->storedPath().size() + 1;
         node = node->m_parentFolder;
     }
-    std::string result = node->path();
-    result.reserve(result.size() + length);
+    std::string result;
+    if (node->flag(kRelativePath) && node->m_parentFolder) {
+        result = node->path(); // deeper than the chain holds: rare
+        result.reserve(result.size() + length);
+    } else {
+        result.reserve(node->storedPath().size() + length);
+        result = node->storedPath();
+    }
     while (depth > 0) {
         const CVFile* step = chain[--depth];
         if (result.empty() || result.back() != '/')

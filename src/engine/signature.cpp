@@ -94,14 +94,6 @@ bool readPlan(int fd, const ReadPlan& plan, std::uint8_t* into) {
     return true;
 }
 
-std::uint64_t readPieces(int fd, std::uint64_t size, std::uint32_t count, std::uint64_t pieceSize,
-                         std::vector<std::uint8_t>& scratch) {
-    const ReadPlan plan = planFor(size, count, pieceSize);
-    if (scratch.size() < plan.total)
-        scratch.resize(plan.total);
-    return readPlan(fd, plan, scratch.data()) ? plan.total : 0;
-}
-
 } // namespace
 
 std::uint64_t CVSignature::expectedLength(std::uint64_t size, std::int32_t nodeType, const std::string& uti) {
@@ -147,14 +139,15 @@ std::uint64_t CVSignature::readInto(const std::string& path, std::uint64_t size,
     const ReadOnlyFile fd(file);
     if (!fd.valid())
         return 0;
-    return readPieces(fd.fd(), fileSize, count, pieceSize, scratch);
+    const ReadPlan plan = planFor(fileSize, count, pieceSize);
+    if (scratch.size() < plan.total)
+        scratch.resize(plan.total);
+    return readPlan(fd.fd(), plan, scratch.data()) ? plan.total : 0;
 }
 
-std::uint64_t CVSignature::readInto(int fd, std::uint64_t size, Kind kind,
-                                    std::vector<std::uint8_t>& scratch) {
-    if (kind == Sampled)
-        return readPieces(fd, size, kSampleCount, kSampleSize, scratch);
-    return readPieces(fd, size, 1, size, scratch);
+std::uint64_t CVSignature::readInto(int fd, std::uint64_t size, Kind kind, std::uint8_t* into) {
+    const ReadPlan plan = kind == Sampled ? planFor(size, kSampleCount, kSampleSize) : planFor(size, 1, size);
+    return readPlan(fd, plan, into) ? plan.total : 0;
 }
 
 std::unique_ptr<std::uint8_t[]> CVSignature::computeFileSignature(const std::string& path, std::uint64_t size,

@@ -53,8 +53,9 @@ public:
                                   const std::string& uti, std::vector<std::uint8_t>& scratch, bool& streamed);
 
     // readInto for a node's file already open as fd, of a kind other than Bundle whose
-    // signature is held in memory (not one that compares from disk).
-    static std::uint64_t readInto(int fd, std::uint64_t size, Kind kind, std::vector<std::uint8_t>& scratch);
+    // signature is held in memory (not one that compares from disk), into a buffer of
+    // expectedLength bytes.
+    static std::uint64_t readInto(int fd, std::uint64_t size, Kind kind, std::uint8_t* into);
 
     bool isEqualTo(const CVSignature& other) const;
 

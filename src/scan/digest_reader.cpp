@@ -10,33 +10,43 @@
 namespace corvel {
 
 SignatureDigest digestOfFile(CVFile& file) {
-    // Larger signatures go to a buffer each thread keeps and reuses.
+    // Signatures too large to keep go to a buffer each thread keeps and reuses.
     thread_local std::vector<std::uint8_t> scratch;
     SignatureDigest digest;
     // The type identifier matters only for documents (text is read whole); others skip it.
     const std::int32_t type = file.type();
     const std::string uti = type == kNodeTypeDocument ? file.uti() : std::string();
     const std::uint64_t size = file.size();
-    const std::uint64_t expected = CVSignature::expectedLength(size, type, uti);
-    const bool keep = expected <= kKeptSignatureBytes;
-    std::vector<std::uint8_t>& into = keep ? digest.bytes : scratch;
-    const std::string path = file.path();
     const CVSignature::Kind kind = CVSignature::getSignatureTypeWithUTI(uti, size, type);
+    const std::uint64_t expected = CVSignature::expectedLength(size, type, uti);
+    const std::string path = file.path();
+    const std::uint8_t* read = nullptr;
     if (kind != CVSignature::Bundle && expected <= CVSignature::kMaxBufferedSignature) {
         // One opening gives the signature and what removing the file needs: no second
         // look-up of the path when the file joins a group.
         const ReadOnlyFile opened(path, false);
-        if (opened.valid()) {
-            digest.item = itemRemovalAccess(opened.fd());
-            digest.length = CVSignature::readInto(opened.fd(), size, kind, into);
+        if (!opened.valid())
+            return digest;
+        digest.item = itemRemovalAccess(opened.fd());
+        std::uint8_t* into;
+        if (expected <= kKeptSignatureBytes) {
+            digest.bytes = std::make_unique_for_overwrite<std::uint8_t[]>(expected);
+            into = digest.bytes.get();
+        } else {
+            if (scratch.size() < expected)
+                scratch.resize(expected);
+            into = scratch.data();
         }
+        digest.length = CVSignature::readInto(opened.fd(), size, kind, into);
+        read = into;
     } else {
-        digest.length = CVSignature::readInto(path, size, type, uti, into, digest.streamed);
+        digest.length = CVSignature::readInto(path, size, type, uti, scratch, digest.streamed);
+        read = scratch.data();
     }
-    if (digest.length > 0 && !digest.streamed)
-        digest.hash = XXH3_64bits(into.data(), digest.length);
-    if (keep)
-        digest.bytes.resize(digest.length);
+    if (digest.length == 0)
+        digest.bytes.reset();
+    else if (!digest.streamed)
+        digest.hash = XXH3_64bits(read, digest.length);
     return digest;
 }
 

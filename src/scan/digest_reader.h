@@ -30,11 +30,13 @@ struct SignatureDigest {
     std::uint64_t hash = 0;
     // The signature compares from disk (a large text document): no hash was taken.
     bool streamed = false;
-    // The signature's bytes when it is small enough to keep, else empty.
-    std::vector<std::uint8_t> bytes;
+    // The signature's length bytes when it is small enough to keep, else null.
+    std::unique_ptr<std::uint8_t[]> bytes;
     // What removing the file needs to know of it, read from the same opening; nothing
     // when the signature was read some other way (a bundle, a streamed signature).
     std::optional<ItemRemovalAccess> item;
+
+    std::uint64_t keptLength() const { return bytes ? length : 0; }
 };
 
 inline constexpr std::uint64_t kKeptSignatureBytes = 64 * 1024;

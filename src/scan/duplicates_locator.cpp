@@ -45,7 +45,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
-#include <unordered_map>
+#include <tuple>
 
 #include "digest_reader.h"
 #include "engine/folder.h"
@@ -75,12 +75,6 @@ struct DigestKey {
     std::uint64_t length;
     std::uint64_t hash;
     bool operator==(const DigestKey&) const = default;
-};
-
-struct DigestKeyHash {
-    std::size_t operator()(const DigestKey& k) const {
-        return static_cast<std::size_t>(k.hash ^ (k.length * 0x9E3779B97F4A7C15ULL));
-    }
 };
 
 } // namespace
@@ -286,6 +280,10 @@ void CVDuplicatesLocator::locateDuplicatesInDictionary(SizeGroups& groups) {
 }
 
 void CVDuplicatesLocator::sortSizeGroup(std::vector<NodePtr>& nodes) {
+    // Most size groups hold files only, which keep their order.
+    if (std::none_of(nodes.begin(), nodes.end(),
+                     [](const NodePtr& node) { return node->type() == kNodeTypePlainFolder; }))
+        return;
     std::stable_sort(nodes.begin(), nodes.end(), [](const NodePtr& a, const NodePtr& b) {
         return a->type() == kNodeTypePlainFolder &&
                (a->path().size() < b->path().size() || b->type() != kNodeTypePlainFolder);
@@ -294,15 +292,13 @@ void CVDuplicatesLocator::sortSizeGroup(std::vector<NodePtr>& nodes) {
 
 bool CVDuplicatesLocator::ignoreFile(const CVNode& node) const {
     const auto* file = dynamic_cast<const CVFile*>(&node);
-    if (!file)
+    if (!file || file->ignore())
         return true;
     if (const auto* folder = dynamic_cast<const CVFolder*>(file); folder && folder->allChildrenIgnored())
         return true;
     const auto root = file->rootFolder();
     if (!root)
-        return file->ignore();
-    if (file->ignore())
-        return true;
+        return false;
     const std::int32_t rootType = root->type();
     if (file->type() == kNodeTypePlainFolder &&
         (isIPhotoLibFileType(rootType) || isITunesLibFileType(rootType)))
@@ -360,8 +356,9 @@ GroupPtr CVDuplicatesLocator::makeGroup(const std::shared_ptr<CVFile>& first,
 void CVDuplicatesLocator::findFileGroups(const std::vector<CVFile*>& files,
                                          const std::vector<std::size_t>& order,
                                          std::vector<std::pair<std::size_t, GroupPtr>>& found) {
-    std::unordered_map<DigestKey, std::vector<std::size_t>, DigestKeyHash> buckets;
-    std::vector<DigestKey> keyOrder;
+    // Each readable file under its digest; sorted, equal digests stand together.
+    std::vector<std::pair<DigestKey, std::size_t>> keyed;
+    keyed.reserve(files.size());
     std::vector<SignatureDigest> digests(files.size());
     std::uint64_t kept = 0;
     if (!files.empty())
@@ -375,18 +372,21 @@ void CVDuplicatesLocator::findFileGroups(const std::vector<CVFile*>& files,
         if (digest.length == 0)
             continue; // an empty or unreadable file matches nothing
         // A huge group of small files keeps no more than this; the rest is read again.
-        kept += digest.bytes.size();
+        kept += digest.keptLength();
         if (kept > kMaxKeptBytesPerSizeGroup)
-            std::vector<std::uint8_t>().swap(digest.bytes);
+            digest.bytes.reset();
         // Signatures that compare from disk have no hash: they share one bucket per length.
-        const DigestKey key{digest.length, digest.streamed ? 0 : digest.hash};
-        auto [it, inserted] = buckets.try_emplace(key);
-        if (inserted)
-            keyOrder.push_back(key);
-        it->second.push_back(n);
+        keyed.emplace_back(DigestKey{digest.length, digest.streamed ? 0 : digest.hash}, n);
     }
-    for (const auto& key : keyOrder) {
-        const auto& members = buckets[key];
+    std::sort(keyed.begin(), keyed.end(), [](const auto& a, const auto& b) {
+        return std::tie(a.first.hash, a.first.length, a.second) <
+               std::tie(b.first.hash, b.first.length, b.second);
+    });
+    std::vector<std::size_t> members;
+    for (std::size_t start = 0, end = 0; start < keyed.size(); start = end) {
+        members.clear();
+        for (end = start; end < keyed.size() && keyed[end].first == keyed[start].first; ++end)
+            members.push_back(keyed[end].second);
         if (members.size() < 2)
             continue;
         // Confirm byte for byte: split the bucket into classes of equal signatures.
@@ -433,8 +433,8 @@ CVDuplicatesLocator::confirmEqual(const std::vector<CVFile*>& files, const std::
             return {};
         CVFile* file = files[n];
         const SignatureDigest& digest = digests[n];
-        const std::uint8_t* bytes = digest.bytes.data();
-        std::uint64_t length = digest.bytes.size();
+        const std::uint8_t* bytes = digest.bytes.get();
+        std::uint64_t length = digest.keptLength();
         if (length == 0) {
             const std::int32_t type = file->type();
             const std::string uti = type == kNodeTypeDocument ? file->uti() : std::string();
