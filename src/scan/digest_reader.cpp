@@ -1,5 +1,8 @@
 #include "digest_reader.h"
 
+#include <algorithm>
+#include <cstring>
+#include <tuple>
 #include <xxhash.h>
 
 #include "engine/node.h"
@@ -50,126 +53,114 @@ SignatureDigest digestOfFile(CVFile& file) {
     return digest;
 }
 
-DigestReader::DigestReader(unsigned threads) : m_slots(std::make_unique<Slot[]>(kWindow)) {
-    for (unsigned i = 0; i < threads; ++i)
-        m_threads.emplace_back([this] { work(); });
-}
+namespace {
 
-DigestReader::~DigestReader() {
-    clear();
-    m_stopping.store(true, std::memory_order_release);
-    m_wakeups.fetch_add(1, std::memory_order_release);
-    m_wakeups.notify_all();
-    for (auto& thread : m_threads)
-        thread.join();
-}
-
-void DigestReader::enqueue(const std::vector<CVFile*>& files) {
-    m_backlog.insert(m_backlog.end(), files.begin(), files.end());
-    fill();
-}
-
-void DigestReader::fill() {
-    const std::uint64_t before = m_tail.load(std::memory_order_relaxed);
-    std::uint64_t tail = before;
-    while (!m_backlog.empty() && tail - m_head < kWindow) {
-        slot(tail++).file = m_backlog.front();
-        m_backlog.pop_front();
-    }
-    if (tail == before)
-        return;
-    m_tail.store(tail, std::memory_order_release);
-    m_wakeups.fetch_add(1, std::memory_order_release);
-    m_wakeups.notify_all();
-}
-
-void DigestReader::work() {
-    while (!m_stopping.load(std::memory_order_acquire)) {
-        if (readNext())
-            continue;
-        // Sleep until files are placed: the count is read before looking again, so a
-        // placing that comes in between changes it and the wait returns at once.
-        const std::uint32_t seen = m_wakeups.load(std::memory_order_acquire);
-        if (m_stopping.load(std::memory_order_acquire))
-            return;
-        if (m_claim.load(std::memory_order_acquire) < m_tail.load(std::memory_order_acquire))
-            continue;
-        m_wakeups.wait(seen, std::memory_order_acquire);
-    }
-}
-
-bool DigestReader::readNext() {
-    std::uint64_t next = m_claim.load(std::memory_order_acquire);
-    do {
-        if (next >= m_tail.load(std::memory_order_acquire))
-            return false;
-    } while (
-        !m_claim.compare_exchange_weak(next, next + 1, std::memory_order_acq_rel, std::memory_order_acquire));
-    // The slot stays this file's until its digest is taken, which needs the flag below.
-    Slot& s = slot(next);
-    s.digest = digestOfFile(*s.file);
-    s.done.store(1, std::memory_order_release);
-    s.done.notify_all();
-    return true;
-}
-
-void DigestReader::waitFor(Slot& s) {
-    while (s.done.load(std::memory_order_acquire) == 0)
-        if (!readNext())
-            s.done.wait(0, std::memory_order_acquire);
-}
-
-void DigestReader::release(Slot& s) {
-    s.file = nullptr;
-    s.digest = SignatureDigest();
-    s.done.store(0, std::memory_order_relaxed);
-    ++m_head;
-    fill();
-}
-
-SignatureDigest DigestReader::take(CVFile* file) {
-    while (m_head < m_tail.load(std::memory_order_relaxed)) {
-        Slot& s = slot(m_head);
-        const bool wanted = s.file == file;
-        std::uint64_t head = m_head;
-        if (m_claim.compare_exchange_strong(head, m_head + 1, std::memory_order_acq_rel)) {
-            // Nobody has started it: read it here, or drop it unread.
-            SignatureDigest digest = wanted ? digestOfFile(*file) : SignatureDigest();
-            release(s);
-            if (wanted)
-                return digest;
+// The members of one digest bucket split into classes of byte-equal signatures, in
+// the members' order; files that can no longer be read are left out.
+std::vector<std::vector<std::size_t>> confirmEqual(const std::vector<CVFile*>& files,
+                                                   const std::vector<std::size_t>& members,
+                                                   const std::vector<SignatureDigest>& digests,
+                                                   const std::function<bool()>& keepGoing) {
+    std::vector<std::vector<std::size_t>> classes;
+    // Each class's first signature: kept with its digest, or read again into owned.
+    std::vector<std::pair<const std::uint8_t*, std::uint64_t>> representatives;
+    std::vector<std::unique_ptr<std::uint8_t[]>> owned;
+    // Classes of signatures that compare from disk, with their first signature.
+    std::vector<std::pair<std::unique_ptr<CVSignature>, std::size_t>> streams;
+    thread_local std::vector<std::uint8_t> scratch;
+    for (const std::size_t n : members) {
+        if (!keepGoing())
+            return {};
+        CVFile* file = files[n];
+        const SignatureDigest& digest = digests[n];
+        const std::uint8_t* bytes = digest.bytes.get();
+        std::uint64_t length = digest.keptLength();
+        if (length == 0) {
+            const std::int32_t type = file->type();
+            const std::string uti = type == kNodeTypeDocument ? file->uti() : std::string();
+            bool streamed = false;
+            length = CVSignature::readInto(file->path(), file->size(), type, uti, scratch, streamed);
+            if (length == 0)
+                continue; // vanished or shrunk since its digest was taken
+            if (streamed) {
+                // Too large to hold: compare from disk through signatures of its own
+                // (the node's signature belongs to the scan thread).
+                auto signature = std::make_unique<CVSignature>(file->path(), file->size(), type, uti);
+                auto same = std::find_if(streams.begin(), streams.end(), [&](const auto& stream) {
+                    return stream.first->isEqualTo(*signature);
+                });
+                if (same == streams.end()) {
+                    streams.emplace_back(std::move(signature), classes.size());
+                    classes.push_back({n});
+                    representatives.emplace_back(nullptr, 0);
+                } else {
+                    classes[same->second].push_back(n);
+                }
+                continue;
+            }
+            bytes = scratch.data();
+        }
+        std::size_t c = 0;
+        for (; c < classes.size(); ++c)
+            if (representatives[c].second == length &&
+                std::memcmp(representatives[c].first, bytes, length) == 0)
+                break;
+        if (c < classes.size()) {
+            classes[c].push_back(n);
             continue;
         }
-        waitFor(s);
-        SignatureDigest digest = std::move(s.digest);
-        release(s);
-        if (wanted)
-            return digest;
+        classes.push_back({n});
+        if (bytes == scratch.data()) {
+            owned.push_back(std::make_unique_for_overwrite<std::uint8_t[]>(length));
+            std::memcpy(owned.back().get(), bytes, length);
+            bytes = owned.back().get();
+        }
+        representatives.emplace_back(bytes, length);
     }
-    return digestOfFile(*file);
+    return classes;
 }
 
-std::size_t DigestReader::pending() const {
-    return static_cast<std::size_t>(m_tail.load(std::memory_order_relaxed) - m_head) + m_backlog.size();
-}
+struct DigestKey {
+    std::uint64_t length;
+    std::uint64_t hash;
+    bool operator==(const DigestKey&) const = default;
+};
 
-void DigestReader::clear() {
-    m_backlog.clear();
-    const std::uint64_t tail = m_tail.load(std::memory_order_relaxed);
-    // Claims every file nobody has started, so that the readers start no more.
-    std::uint64_t started = m_claim.load(std::memory_order_acquire);
-    while (started < tail && !m_claim.compare_exchange_weak(started, tail, std::memory_order_acq_rel,
-                                                            std::memory_order_acquire)) {
+} // namespace
+
+EqualClasses equalClasses(const std::vector<CVFile*>& files, const std::vector<std::size_t>& positions,
+                          std::vector<SignatureDigest>& digests, const std::function<bool()>& keepGoing) {
+    // Each readable file under its digest; sorted, equal digests stand together.
+    // Signatures that compare from disk have no hash: they share one bucket per length.
+    std::vector<std::pair<DigestKey, std::size_t>> keyed;
+    keyed.reserve(files.size());
+    for (std::size_t n = 0; n < files.size(); ++n)
+        if (digests[n].length > 0)
+            keyed.emplace_back(DigestKey{digests[n].length, digests[n].streamed ? 0 : digests[n].hash}, n);
+    std::sort(keyed.begin(), keyed.end(), [](const auto& a, const auto& b) {
+        return std::tie(a.first.hash, a.first.length, a.second) <
+               std::tie(b.first.hash, b.first.length, b.second);
+    });
+    EqualClasses classes;
+    std::vector<std::size_t> members;
+    for (std::size_t start = 0, end = 0; start < keyed.size() && keepGoing(); start = end) {
+        members.clear();
+        for (end = start; end < keyed.size() && keyed[end].first == keyed[start].first; ++end)
+            members.push_back(keyed[end].second);
+        if (members.size() < 2)
+            continue;
+        for (const auto& equal : confirmEqual(files, members, digests, keepGoing)) {
+            if (equal.size() < 2)
+                continue;
+            auto& out = classes.emplace_back();
+            out.reserve(equal.size());
+            for (const std::size_t n : equal)
+                out.push_back(ClassMember{files[n], positions[n], digests[n].item});
+        }
     }
-    for (; m_head < tail; ++m_head) {
-        Slot& s = slot(m_head);
-        if (m_head < started)
-            while (s.done.load(std::memory_order_acquire) == 0)
-                s.done.wait(0, std::memory_order_acquire);
-        s.file = nullptr;
-        s.digest = SignatureDigest();
-        s.done.store(0, std::memory_order_relaxed);
-    }
+    std::sort(classes.begin(), classes.end(),
+              [](const auto& a, const auto& b) { return a.front().position < b.front().position; });
+    return classes;
 }
 
 } // namespace corvel

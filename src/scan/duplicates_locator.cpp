@@ -47,7 +47,6 @@
 #include <cstring>
 #include <tuple>
 
-#include "digest_reader.h"
 #include "engine/folder.h"
 #include "engine/node_cache.h"
 #include "engine/node_type.h"
@@ -60,22 +59,15 @@
 #include "platform/user_defaults.h"
 #include "settings/ignore_list.h"
 #include "settings/preferences.h"
+#include "size_group_reader.h"
 
 namespace corvel {
 
 namespace {
 
 constexpr unsigned kReaderThreads = 2;
-constexpr std::size_t kReadAheadFiles = 256;
+constexpr std::size_t kReadAheadFiles = 2 * SizeGroupReader::kWindow;
 constexpr std::uint64_t kManyGroups = 31;
-// Signature bytes one size group keeps from its digests for the byte comparison.
-constexpr std::uint64_t kMaxKeptBytesPerSizeGroup = 64 << 20;
-
-struct DigestKey {
-    std::uint64_t length;
-    std::uint64_t hash;
-    bool operator==(const DigestKey&) const = default;
-};
 
 } // namespace
 
@@ -200,19 +192,30 @@ void CVDuplicatesLocator::updateProgress(double delta, double delaySeconds) {
 void CVDuplicatesLocator::queueAhead(const std::vector<std::uint64_t>& keys, std::size_t from,
                                      SizeGroups& groups, std::uint64_t minimumSize, std::uint64_t topCount) {
     m_queuedUpTo = std::max(m_queuedUpTo, from);
-    while (m_queuedUpTo < keys.size() && m_reader->pending() < kReadAheadFiles) {
+    while (m_queuedUpTo < keys.size() && m_reader->pendingFiles() < kReadAheadFiles) {
         const std::uint64_t size = keys[m_queuedUpTo];
         // Below the minimum, a size is searched only while groups are still wanted.
         if (size < minimumSize && topCount == 0)
             return;
+        // Sorted now, so that the places queued are the places searched.
+        std::vector<NodePtr>& nodes = groups[size];
+        sortSizeGroup(nodes);
         std::vector<CVFile*> files;
-        for (const auto& node : groups[size])
-            if (auto* file = dynamic_cast<CVFile*>(node.get());
-                file && !dynamic_cast<CVFolder*>(file) && !ignoreFile(*file))
-                files.push_back(file);
-        m_reader->enqueue(files);
+        std::vector<std::size_t> positions;
+        comparableFiles(nodes, files, positions);
+        m_reader->enqueue(std::move(files), std::move(positions));
         ++m_queuedUpTo;
     }
+}
+
+void CVDuplicatesLocator::comparableFiles(const std::vector<NodePtr>& nodes, std::vector<CVFile*>& files,
+                                          std::vector<std::size_t>& positions) const {
+    for (std::size_t i = 0; i < nodes.size(); ++i)
+        if (auto* file = dynamic_cast<CVFile*>(nodes[i].get());
+            file && !dynamic_cast<CVFolder*>(file) && !ignoreFile(*file)) {
+            files.push_back(file);
+            positions.push_back(i);
+        }
 }
 
 void CVDuplicatesLocator::locateDuplicatesInDictionary(SizeGroups& groups) {
@@ -243,7 +246,7 @@ void CVDuplicatesLocator::locateDuplicatesInDictionary(SizeGroups& groups) {
     if (!keys.empty())
         systemLogf("Max size = %@", keys.front());
 
-    m_reader = std::make_unique<DigestReader>(kReaderThreads);
+    m_reader = std::make_unique<SizeGroupReader>(kReaderThreads, [this] { return state() != 0; });
     m_queuedUpTo = 0;
     m_folderAccess.clear();
     for (std::size_t k = 0; k < keys.size(); ++k) {
@@ -256,6 +259,9 @@ void CVDuplicatesLocator::locateDuplicatesInDictionary(SizeGroups& groups) {
                 if (topCount != 0)
                     topCount -= found.size(); // wraps on purpose: then every size is searched
             }
+        } else if (k < m_queuedUpTo) {
+            // No more groups are wanted: the sizes read ahead are not searched.
+            m_reader->clear();
         }
         groups.erase(size);
         if (state() == 0) {
@@ -353,146 +359,55 @@ GroupPtr CVDuplicatesLocator::makeGroup(const std::shared_ptr<CVFile>& first,
     return group;
 }
 
-void CVDuplicatesLocator::findFileGroups(const std::vector<CVFile*>& files,
-                                         const std::vector<std::size_t>& order,
-                                         std::vector<std::pair<std::size_t, GroupPtr>>& found) {
-    // Each readable file under its digest; sorted, equal digests stand together.
-    std::vector<std::pair<DigestKey, std::size_t>> keyed;
-    keyed.reserve(files.size());
-    std::vector<SignatureDigest> digests(files.size());
-    std::uint64_t kept = 0;
-    if (!files.empty())
-        setCurrentScanPath(files.front()->path());
-    for (std::size_t n = 0; n < files.size(); ++n) {
+void CVDuplicatesLocator::groupClasses(const EqualClasses& classes,
+                                       std::vector<std::pair<std::size_t, GroupPtr>>& found) {
+    std::vector<const ClassMember*> members;
+    std::vector<bool> taken;
+    for (const auto& equal : classes) {
         if (state() == 0)
             return;
-        // Read ahead during a scan; read here when the size group is searched on its own.
-        SignatureDigest& digest = digests[n];
-        digest = m_reader ? m_reader->take(files[n]) : digestOfFile(*files[n]);
-        if (digest.length == 0)
-            continue; // an empty or unreadable file matches nothing
-        // A huge group of small files keeps no more than this; the rest is read again.
-        kept += digest.keptLength();
-        if (kept > kMaxKeptBytesPerSizeGroup)
-            digest.bytes.reset();
-        // Signatures that compare from disk have no hash: they share one bucket per length.
-        keyed.emplace_back(DigestKey{digest.length, digest.streamed ? 0 : digest.hash}, n);
-    }
-    std::sort(keyed.begin(), keyed.end(), [](const auto& a, const auto& b) {
-        return std::tie(a.first.hash, a.first.length, a.second) <
-               std::tie(b.first.hash, b.first.length, b.second);
-    });
-    std::vector<std::size_t> members;
-    for (std::size_t start = 0, end = 0; start < keyed.size(); start = end) {
+        // Files ignored since they were read (inside folders found equal) take no part.
         members.clear();
-        for (end = start; end < keyed.size() && keyed[end].first == keyed[start].first; ++end)
-            members.push_back(keyed[end].second);
-        if (members.size() < 2)
-            continue;
-        // Confirm byte for byte: split the bucket into classes of equal signatures.
-        const std::vector<std::vector<std::size_t>> classes = confirmEqual(files, members, digests);
-        if (state() == 0)
-            return;
+        for (const auto& member : equal)
+            if (!ignoreFile(*member.file))
+                members.push_back(&member);
         // Within a class every pair is equal; fold as the pairwise walk does.
-        for (const auto& equal : classes) {
-            std::vector<bool> taken(equal.size(), false);
-            for (std::size_t a = 0; a < equal.size(); ++a) {
-                if (taken[a])
-                    continue;
-                CVFile* first = files[equal[a]];
-                std::vector<std::shared_ptr<CVFile>> matches;
-                for (std::size_t b = a + 1; b < equal.size(); ++b) {
-                    CVFile* other = files[equal[b]];
-                    if (taken[b] || other->hasSamePathAs(*first))
-                        continue;
-                    taken[b] = true;
-                    decideRemoveForbidden(*other, digests[equal[b]].item);
-                    matches.push_back(std::static_pointer_cast<CVFile>(other->shared_from_this()));
-                }
-                if (matches.empty())
-                    continue;
-                decideRemoveForbidden(*first, digests[equal[a]].item);
-                if (auto group =
-                        makeGroup(std::static_pointer_cast<CVFile>(first->shared_from_this()), matches, true))
-                    found.emplace_back(order[equal[a]], std::move(group));
-            }
-        }
-    }
-}
-
-std::vector<std::vector<std::size_t>>
-CVDuplicatesLocator::confirmEqual(const std::vector<CVFile*>& files, const std::vector<std::size_t>& members,
-                                  const std::vector<SignatureDigest>& digests) {
-    std::vector<std::vector<std::size_t>> classes;
-    // Each class's first signature: kept with its digest, or read again into owned.
-    std::vector<std::pair<const std::uint8_t*, std::uint64_t>> representatives;
-    std::vector<std::unique_ptr<std::uint8_t[]>> owned;
-    thread_local std::vector<std::uint8_t> scratch;
-    for (const std::size_t n : members) {
-        if (state() == 0)
-            return {};
-        CVFile* file = files[n];
-        const SignatureDigest& digest = digests[n];
-        const std::uint8_t* bytes = digest.bytes.get();
-        std::uint64_t length = digest.keptLength();
-        if (length == 0) {
-            const std::int32_t type = file->type();
-            const std::string uti = type == kNodeTypeDocument ? file->uti() : std::string();
-            bool streamed = false;
-            length = CVSignature::readInto(file->path(), file->size(), type, uti, scratch, streamed);
-            if (length == 0)
-                continue; // vanished or shrunk since its digest was taken
-            if (streamed) {
-                // Too large to hold: compare from disk through the signatures themselves.
-                auto same = std::find_if(classes.begin(), classes.end(), [&](const auto& c) {
-                    return files[c.front()]->signature().isEqualTo(file->signature());
-                });
-                if (same == classes.end()) {
-                    classes.push_back({n});
-                    representatives.emplace_back(nullptr, 0);
-                } else {
-                    same->push_back(n);
-                }
+        taken.assign(members.size(), false);
+        for (std::size_t a = 0; a < members.size(); ++a) {
+            if (taken[a])
                 continue;
+            CVFile* first = members[a]->file;
+            std::vector<std::shared_ptr<CVFile>> matches;
+            for (std::size_t b = a + 1; b < members.size(); ++b) {
+                CVFile* other = members[b]->file;
+                if (taken[b] || other->hasSamePathAs(*first))
+                    continue;
+                taken[b] = true;
+                decideRemoveForbidden(*other, members[b]->item);
+                matches.push_back(std::static_pointer_cast<CVFile>(other->shared_from_this()));
             }
-            bytes = scratch.data();
+            if (matches.empty())
+                continue;
+            decideRemoveForbidden(*first, members[a]->item);
+            if (auto group =
+                    makeGroup(std::static_pointer_cast<CVFile>(first->shared_from_this()), matches, true))
+                found.emplace_back(members[a]->position, std::move(group));
         }
-        std::size_t c = 0;
-        for (; c < classes.size(); ++c)
-            if (representatives[c].second == length &&
-                std::memcmp(representatives[c].first, bytes, length) == 0)
-                break;
-        if (c < classes.size()) {
-            classes[c].push_back(n);
-            continue;
-        }
-        classes.push_back({n});
-        if (bytes == scratch.data()) {
-            owned.push_back(std::make_unique_for_overwrite<std::uint8_t[]>(length));
-            std::memcpy(owned.back().get(), bytes, length);
-            bytes = owned.back().get();
-        }
-        representatives.emplace_back(bytes, length);
     }
-    for (const std::size_t n : members)
-        files[n]->releaseSignature();
-    return classes;
 }
 
 std::vector<GroupPtr> CVDuplicatesLocator::findDuplicatesInSizeGroup(std::vector<NodePtr>& nodes) {
     sortSizeGroup(nodes);
     std::vector<std::pair<std::size_t, GroupPtr>> found;
-    std::vector<CVFile*> files;
-    std::vector<std::size_t> fileOrder;
+    bool pathShown = false;
     for (std::size_t i = 0; i < nodes.size(); ++i) {
         if (state() == 0)
             break;
         auto* folder = dynamic_cast<CVFolder*>(nodes[i].get());
         if (!folder) {
-            auto* file = dynamic_cast<CVFile*>(nodes[i].get());
-            if (file && !ignoreFile(*file)) {
-                files.push_back(file);
-                fileOrder.push_back(i);
+            if (!pathShown) {
+                setCurrentScanPath(nodes[i]->path());
+                pathShown = true;
             }
             continue;
         }
@@ -520,8 +435,27 @@ std::vector<GroupPtr> CVDuplicatesLocator::findDuplicatesInSizeGroup(std::vector
             if (auto group = makeGroup(std::static_pointer_cast<CVFile>(nodes[i]), matches))
                 found.emplace_back(i, std::move(group));
     }
-    if (!files.empty() && state() != 0)
-        findFileGroups(files, fileOrder, found);
+    // Files are sorted into classes of equal signatures ahead, during a scan; here
+    // when the size group is searched on its own.
+    EqualClasses classes;
+    if (m_reader) {
+        classes = m_reader->take();
+    } else {
+        std::vector<CVFile*> files;
+        std::vector<std::size_t> positions;
+        comparableFiles(nodes, files, positions);
+        std::vector<SignatureDigest> digests;
+        digests.reserve(files.size());
+        for (CVFile* file : files)
+            digests.push_back(state() != 0 ? digestOfFile(*file) : SignatureDigest());
+        classes = equalClasses(files, positions, digests, [this] { return state() != 0; });
+    }
+    if (state() != 0)
+        groupClasses(classes, found);
+    // Signatures folders made of these files are of no more use.
+    for (const auto& node : nodes)
+        if (!dynamic_cast<CVFolder*>(node.get()))
+            node->releaseSignature();
     std::stable_sort(found.begin(), found.end(),
                      [](const auto& a, const auto& b) { return a.first < b.first; });
     std::vector<GroupPtr> groups;

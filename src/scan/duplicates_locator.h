@@ -14,13 +14,13 @@
 #include <unordered_map>
 #include <vector>
 
-#include "digest_reader.h"
 #include "engine/group.h"
 #include "engine/node.h"
 #include "files_hierarchy.h"
 #include "platform/change_notifier.h"
 #include "platform/file_access.h"
 #include "results/duplicates_controller.h"
+#include "size_group_reader.h"
 
 namespace corvel {
 
@@ -107,15 +107,12 @@ public:
 
 private:
     void setCurrentScanPath(const std::string& path);
-    // The digests, bucketed and confirmed byte for byte, in place of pairwise comparison of files.
-    void findFileGroups(const std::vector<CVFile*>& files, const std::vector<std::size_t>& order,
-                        std::vector<std::pair<std::size_t, GroupPtr>>& found);
-    // The members of a digest bucket split into classes of byte-equal signatures, in
-    // the members' order, comparing the bytes kept with the digests or read again;
-    // files that can no longer be read are left out.
-    std::vector<std::vector<std::size_t>> confirmEqual(const std::vector<CVFile*>& files,
-                                                       const std::vector<std::size_t>& members,
-                                                       const std::vector<SignatureDigest>& digests);
+    // The files of a size group that take part in the comparison, with their places.
+    void comparableFiles(const std::vector<NodePtr>& nodes, std::vector<CVFile*>& files,
+                         std::vector<std::size_t>& positions) const;
+    // Groups from classes of equal files, as the pairwise walk folds them: the first
+    // file of a class not yet taken takes every later one with another path.
+    void groupClasses(const EqualClasses& classes, std::vector<std::pair<std::size_t, GroupPtr>>& found);
     // The group of first and its matches, or null when it is to be dropped. The members'
     // removal is decided here unless the caller has done it (decided).
     GroupPtr makeGroup(const std::shared_ptr<CVFile>& first,
@@ -136,7 +133,7 @@ private:
     double m_progressDelta = 0;
     std::optional<std::uint64_t> m_minimumSizeOverride;
     bool m_progressPauses = true;
-    std::unique_ptr<DigestReader> m_reader;
+    std::unique_ptr<SizeGroupReader> m_reader;
     mutable std::unordered_map<const CVFolder*, FolderRemovalAccess> m_folderAccess;
     std::size_t m_queuedUpTo = 0;
     std::thread m_thread;

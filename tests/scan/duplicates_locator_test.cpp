@@ -296,6 +296,16 @@ TEST_F(Locator, DigestBucketsFindExactlyWhatPairwiseComparisonFinds) {
                          test::referenceFindDuplicatesInSizeGroup(*referenceLocator, referenceSizes[size])))
                     reference.push_back(group);
         ASSERT_EQ(fast, reference);
+
+        // The same through a whole search, where reader threads sort the files ahead.
+        auto threadedLocator = harness.locator();
+        threadedLocator->setMinimumSizeOverride(1);
+        auto threadedWalk = harness.walk(roots, threadedLocator.get());
+        threadedLocator->startSearching();
+        CVNodeCache::sharedCache().resetCache();
+        CVFolder::restartRandomSource(start);
+        threadedLocator->locateDuplicatesInDictionary(threadedWalk->filesGroupedBySize());
+        ASSERT_EQ(outcome(threadedLocator->duplicatesController()->allDuplicatesGroups()), reference);
         compared += static_cast<int>(reference.size());
     }
     EXPECT_GT(compared, 100) << "the random trees must actually hold duplicates";

@@ -1,0 +1,74 @@
+#pragma once
+// SizeGroupReader: sorts size groups' files into classes of equal signatures on a small
+// pool of reader threads, ahead of the comparison. One thread (the consumer) queues
+// the groups and takes their classes in queue order.
+//
+// A group's files are read in chunks, so the readers share a large group, and whoever
+// reads a group's last chunk sorts the group into classes: the digests, and the bytes
+// kept with them, stay on the reader threads and are freed there. The readers start a
+// chunk only within kWindow files of the oldest group not taken (that group itself is
+// always open), which bounds the digests held; a group keeps at most kMaxKeptBytes of
+// signature bytes for the byte comparison, and reads the rest again.
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "digest_reader.h"
+
+namespace corvel {
+
+class SizeGroupReader {
+public:
+    static constexpr std::size_t kWindow = 256;
+    static constexpr std::size_t kChunk = 16;
+    static constexpr std::uint64_t kMaxKeptBytes = 64 << 20;
+
+    // keepGoing is asked between files, on any thread: false stops the reading and
+    // sorting under way, which then answer what they have.
+    SizeGroupReader(unsigned threads, std::function<bool()> keepGoing);
+    ~SizeGroupReader();
+    SizeGroupReader(const SizeGroupReader&) = delete;
+    SizeGroupReader& operator=(const SizeGroupReader&) = delete;
+
+    // All of the following are for the consumer thread only.
+
+    // Queues one size group: its files and their places in the group. The files must
+    // stay alive until the group is taken or the reader is cleared.
+    void enqueue(std::vector<CVFile*> files, std::vector<std::size_t> positions);
+    // The classes of the oldest queued group, waiting for them and reading other
+    // chunks meanwhile. Nothing when no group is queued.
+    EqualClasses take();
+    // How many files are queued in groups not yet taken.
+    std::size_t pendingFiles() const;
+    // Drops every queued group, waiting for the work under way.
+    void clear();
+
+private:
+    struct Group;
+    void work();
+    // Starts the next chunk the window allows and works it, with the lock released
+    // meanwhile; false when there is none.
+    bool workOnce(std::unique_lock<std::mutex>& lock);
+
+    std::function<bool()> m_keepGoing;
+    mutable std::mutex m_mutex;
+    std::condition_variable m_workAvailable;
+    std::condition_variable m_workDone;
+    std::deque<std::unique_ptr<Group>> m_groups;
+    std::size_t m_claimGroup = 0;  // the first group in m_groups with a chunk to start
+    std::size_t m_queuedFiles = 0; // files ever queued: the next file's number
+    std::size_t m_headFile = 0;    // the number of the oldest group's first file
+    std::size_t m_busy = 0;        // chunks and sortings under way
+    std::size_t m_idleReaders = 0;
+    bool m_consumerWaits = false;
+    bool m_stopping = false;
+    std::vector<std::thread> m_threads;
+};
+
+} // namespace corvel
