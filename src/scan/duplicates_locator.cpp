@@ -16,25 +16,27 @@
 //    only until the 100 largest-first groups are found ("top count"), with a minimum
 //    size from the preferences or the command line the minimum is a hard limit.
 //
-// 3. Digests (reader threads). Two reader threads work ahead of the comparison through
-//    the files of the next size groups that will be searched (a bounded window, so
-//    speculation costs at most a few hundred reads). For each file they read its
-//    content signature (a sampled 19600 bytes from 500000 bytes up, the whole file
-//    below) and take its length and a 64-bit XXH3 hash. Signatures of up to 64 KiB are
-//    kept with the digest, larger ones freed at once, so memory holds at most the
-//    window's and the current size group's small signatures (64 MB at most per group).
-//    The comparison reads queued files itself while it waits, and is woken once a
-//    batch is ready rather than once per file.
+// 3. Classes (reader threads). Two reader threads work ahead of the comparison
+//    through the files of the next size groups that will be searched (a bounded
+//    window, so speculation costs at most a few hundred reads), in chunks of 16 files,
+//    so that they share a large group. For each file they read its content signature
+//    (a sampled 19600 bytes from 500000 bytes up, the whole file below) and take its
+//    length and a 64-bit XXH3 hash; the same opening tells the file's owner and lock
+//    flags. Signatures of up to 64 KiB are kept with the digest, larger ones freed at
+//    once (64 MB at most per group). The thread that reads a group's last chunk sorts
+//    the group into classes: files are bucketed by digest, and only files that share
+//    a digest are confirmed byte for byte (from the kept bytes, or read again from the
+//    page cache). The digests are then freed on that thread. The scan thread reads
+//    chunks itself while the group it waits for is not ready.
 //
 // 4. Groups (scan thread). Inside one size group, folders are compared pairwise as
-//    wholes (child sizes, then sampled children). Files are bucketed by digest; only
-//    files that share a digest are confirmed byte for byte (from the kept bytes, or
-//    read again from the page cache), then folded into groups exactly as the plain
-//    pairwise walk would: the first file of a bucket in sorted order takes every later
-//    equal file with another path. Groups go out in the order their first members
-//    stand in the sorted size group, so the result is the pairwise result, found in
-//    about linear time instead of quadratic. Groups whose files may not be removed, or
-//    that are one file under several hard links, are dropped.
+//    wholes (child sizes, then sampled children). The classes of files are then folded
+//    into groups exactly as the plain pairwise walk would: files ignored since they
+//    were read (inside folders just found equal) are left out, and the first file of
+//    a class takes every later one with another path. Groups go out in the order their
+//    first members stand in the sorted size group, so the result is the pairwise
+//    result, found in about linear time instead of quadratic. Groups whose files may
+//    not be removed, or that are one file under several hard links, are dropped.
 //
 // The main thread only hears of the scan: "scanStarted" is queued for it, progress
 // goes out from the scan thread, and "scanFinished" runs on the main thread while the
