@@ -16,18 +16,19 @@
 //    only until the 100 largest-first groups are found ("top count"), with a minimum
 //    size from the preferences or the command line the minimum is a hard limit.
 //
-// 3. Classes (reader threads). Two reader threads work ahead of the comparison
-//    through the files of the next size groups that will be searched (a bounded
-//    window, so speculation costs at most a few hundred reads), in chunks of 16 files,
-//    so that they share a large group. For each file they read its content signature
-//    (a sampled 19600 bytes from 500000 bytes up, the whole file below) and take its
-//    length and a 64-bit XXH3 hash; the same opening tells the file's owner and lock
-//    flags. Signatures of up to 64 KiB are kept with the digest, larger ones freed at
-//    once (64 MB at most per group). The thread that reads a group's last chunk sorts
-//    the group into classes: files are bucketed by digest, and only files that share
-//    a digest are confirmed byte for byte (from the kept bytes, or read again from the
-//    page cache). The digests are then freed on that thread. The scan thread reads
-//    chunks itself while the group it waits for is not ready.
+// 3. Classes (reader threads). Reader threads (one fewer than the cores: the scan
+//    thread reads too while it waits) work ahead of the comparison through the files
+//    of the next size groups that will be searched (a bounded window, so speculation
+//    costs at most a few hundred reads), in chunks of 16 files, so that they share a
+//    large group. For each file they read its content signature (a sampled 19600 bytes
+//    from 500000 bytes up, the whole file below) and take its length and a 64-bit XXH3
+//    hash; the same opening tells the file's owner and lock flags. Signatures of up to
+//    64 KiB are kept with the digest, larger ones freed at once (64 MB at most per
+//    group). The thread that reads a group's last chunk sorts the group into classes:
+//    files are bucketed by digest, and only files that share a digest are confirmed
+//    byte for byte (from the kept bytes, or read again from the page cache). The
+//    digests are then freed on that thread. The scan thread reads chunks itself while
+//    the group it waits for is not ready.
 //
 // 4. Groups (scan thread). Inside one size group, folders are compared pairwise as
 //    wholes (child sizes, then sampled children). The classes of files are then folded
@@ -67,7 +68,13 @@ namespace corvel {
 
 namespace {
 
-constexpr unsigned kReaderThreads = 2;
+constexpr unsigned kMaxReaderThreads = 4;
+
+// Reader threads: one core is left to the scan thread, which reads too while it waits.
+unsigned readerThreads() {
+    const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
+    return std::clamp(cores - 1, 1u, kMaxReaderThreads);
+}
 constexpr std::size_t kReadAheadFiles = 2 * SizeGroupReader::kWindow;
 constexpr std::uint64_t kManyGroups = 31;
 
@@ -248,7 +255,7 @@ void CVDuplicatesLocator::locateDuplicatesInDictionary(SizeGroups& groups) {
     if (!keys.empty())
         systemLogf("Max size = %@", keys.front());
 
-    m_reader = std::make_unique<SizeGroupReader>(kReaderThreads, [this] { return state() != 0; });
+    m_reader = std::make_unique<SizeGroupReader>(readerThreads(), [this] { return state() != 0; });
     m_queuedUpTo = 0;
     m_folderAccess.clear();
     for (std::size_t k = 0; k < keys.size(); ++k) {
