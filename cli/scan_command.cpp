@@ -84,12 +84,15 @@ void writeJsonReport(const std::vector<std::string>& roots, CVDuplicatesControll
         json.value(group->totalSize());
         json.key("files");
         json.beginArray();
-        for (const auto& file : group->files()) {
+        for (const auto& child : group->children()) {
+            const auto* file = dynamic_cast<const CVFile*>(child.get());
+            if (!file)
+                continue;
             json.beginObject();
             json.key("path");
             json.value(file->path());
             json.key("isFolder");
-            json.value(dynamic_cast<const CVFolder*>(file.get()) != nullptr);
+            json.value(dynamic_cast<const CVFolder*>(file) != nullptr);
             json.key("size");
             json.value(file->size());
             json.key("sizeOnDisk");
