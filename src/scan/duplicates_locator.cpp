@@ -78,6 +78,12 @@ unsigned readerThreads() {
 constexpr std::size_t kReadAheadFiles = 2 * SizeGroupReader::kWindow;
 constexpr std::uint64_t kManyGroups = 31;
 
+// Only folders have folder types: a file's type, which takes a look-up the first
+// time, is not needed to tell.
+bool isPlainFolder(const CVNode& node) {
+    return dynamic_cast<const CVFolder*>(&node) && node.type() == kNodeTypePlainFolder;
+}
+
 } // namespace
 
 CVDuplicatesLocator::CVDuplicatesLocator()
@@ -296,12 +302,10 @@ void CVDuplicatesLocator::locateDuplicatesInDictionary(SizeGroups& groups) {
 
 void CVDuplicatesLocator::sortSizeGroup(std::vector<NodePtr>& nodes) {
     // Most size groups hold files only, which keep their order.
-    if (std::none_of(nodes.begin(), nodes.end(),
-                     [](const NodePtr& node) { return node->type() == kNodeTypePlainFolder; }))
+    if (std::none_of(nodes.begin(), nodes.end(), [](const NodePtr& node) { return isPlainFolder(*node); }))
         return;
     std::stable_sort(nodes.begin(), nodes.end(), [](const NodePtr& a, const NodePtr& b) {
-        return a->type() == kNodeTypePlainFolder &&
-               (a->path().size() < b->path().size() || b->type() != kNodeTypePlainFolder);
+        return isPlainFolder(*a) && (a->path().size() < b->path().size() || !isPlainFolder(*b));
     });
 }
 
