@@ -77,6 +77,8 @@ unsigned readerThreads() {
 }
 constexpr std::size_t kReadAheadFiles = 2 * SizeGroupReader::kWindow;
 constexpr std::uint64_t kManyGroups = 31;
+// How often the path being compared is updated for a progress display.
+constexpr auto kScanPathInterval = std::chrono::milliseconds(40);
 
 // Only folders have folder types: a file's type, which takes a look-up the first
 // time, is not needed to tell.
@@ -153,6 +155,14 @@ std::shared_ptr<CVFilesHierarchy> CVDuplicatesLocator::hierarchy() const {
 std::string CVDuplicatesLocator::currentScanPath() const {
     std::lock_guard lock(m_fieldsMutex);
     return m_currentScanPath;
+}
+
+void CVDuplicatesLocator::showScanPath(const CVNode& node) {
+    const auto now = std::chrono::steady_clock::now();
+    if (now - m_scanPathShown < kScanPathInterval)
+        return;
+    m_scanPathShown = now;
+    setCurrentScanPath(node.path());
 }
 
 void CVDuplicatesLocator::setCurrentScanPath(const std::string& path) {
@@ -419,13 +429,13 @@ std::vector<GroupPtr> CVDuplicatesLocator::findDuplicatesInSizeGroup(std::vector
         auto* folder = dynamic_cast<CVFolder*>(nodes[i].get());
         if (!folder) {
             if (!pathShown) {
-                setCurrentScanPath(nodes[i]->path());
+                showScanPath(*nodes[i]);
                 pathShown = true;
             }
             continue;
         }
         // Folders compare pairwise as wholes, and only with folders.
-        setCurrentScanPath(folder->path());
+        showScanPath(*folder);
         if (ignoreFile(*folder)) {
             folder->releaseSignature();
             continue;

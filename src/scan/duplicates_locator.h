@@ -5,6 +5,7 @@
 // scan's start and end go out as notifications; stopScan ends it at the next file.
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -107,6 +108,10 @@ public:
 
 private:
     void setCurrentScanPath(const std::string& path);
+    // The node's path as the current scan path, at most every few hundredths of a
+    // second: a display reads it a few times a second, and tens of thousands of size
+    // groups would each work a path out for nothing.
+    void showScanPath(const CVNode& node);
     // The files of a size group that take part in the comparison, with their places.
     void comparableFiles(const std::vector<NodePtr>& nodes, std::vector<CVFile*>& files,
                          std::vector<std::size_t>& positions) const;
@@ -127,6 +132,7 @@ private:
     std::shared_ptr<CVDuplicatesController> m_duplicatesController;
     mutable std::mutex m_fieldsMutex;
     std::string m_currentScanPath;
+    std::chrono::steady_clock::time_point m_scanPathShown;
     bool m_showFilesWOPermissions = false;
     std::atomic<std::int32_t> m_state{0};
     std::atomic<double> m_progress{0};
