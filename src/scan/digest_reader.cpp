@@ -129,7 +129,8 @@ struct DigestKey {
 } // namespace
 
 EqualClasses equalClasses(const std::vector<CVFile*>& files, const std::vector<std::size_t>& positions,
-                          std::vector<SignatureDigest>& digests, const std::function<bool()>& keepGoing) {
+                          const std::vector<SignatureDigest>& digests,
+                          const std::function<bool()>& keepGoing) {
     // Each readable file under its digest; sorted, equal digests stand together.
     // Signatures that compare from disk have no hash: they share one bucket per length.
     std::vector<std::pair<DigestKey, std::size_t>> keyed;

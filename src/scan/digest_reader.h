@@ -51,6 +51,7 @@ using EqualClasses = std::vector<std::vector<ClassMember>>;
 // the signatures again. Empty files and files that can no longer be read join none.
 // Answers what it has when keepGoing turns false.
 EqualClasses equalClasses(const std::vector<CVFile*>& files, const std::vector<std::size_t>& positions,
-                          std::vector<SignatureDigest>& digests, const std::function<bool()>& keepGoing);
+                          const std::vector<SignatureDigest>& digests,
+                          const std::function<bool()>& keepGoing);
 
 } // namespace corvel

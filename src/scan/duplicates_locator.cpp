@@ -47,8 +47,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstring>
-#include <tuple>
 
 #include "engine/folder.h"
 #include "engine/node_cache.h"
@@ -75,6 +73,7 @@ unsigned readerThreads() {
     const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
     return std::clamp(cores - 1, 1u, kMaxReaderThreads);
 }
+
 constexpr std::size_t kReadAheadFiles = 2 * SizeGroupReader::kWindow;
 constexpr std::uint64_t kManyGroups = 31;
 // How often the path being compared is updated for a progress display.
