@@ -1,6 +1,7 @@
 #include "size_group_reader.h"
 
 #include <algorithm>
+#include <atomic>
 
 namespace corvel {
 
