@@ -185,6 +185,19 @@ TEST_F(Locator, HardLinksAndUnremovableGroupsAreDropped) {
     EXPECT_TRUE(shown[0][0].second && shown[0][1].second);
     setImmutable(locked / "x", false, &error);
     setImmutable(locked / "y", false, &error);
+
+    // A locked file among removable copies: the group stays, that member may not go.
+    test::TempTree mixed;
+    mixed.file("one", content('m', 63000));
+    mixed.file("two", content('m', 63000));
+    ASSERT_TRUE(setImmutable(mixed / "two", true, &error)) << error.localizedDescription();
+    harness.defaults.setBool(false, kShowFilesWithNoPermissionsKey);
+    auto mixedLocator = harness.locator();
+    const Outcome members = outcome(scan(*mixedLocator, {mixed.path()})->duplicatesGroups());
+    setImmutable(mixed / "two", false, &error);
+    ASSERT_EQ(members.size(), 1u);
+    for (const auto& [path, forbidden] : members[0])
+        EXPECT_EQ(forbidden, path == mixed / "two") << path;
 }
 
 TEST_F(Locator, StoppingMidScanKeepsWhatWasFoundAndPostsNoFinish) {
