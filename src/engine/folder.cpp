@@ -17,19 +17,39 @@ CVNodeCache& comparisonCache() {
     return g_cache ? *g_cache : CVNodeCache::sharedCache();
 }
 
-std::mt19937& randomSource() {
-    static std::mt19937 source{std::random_device{}()};
-    return source;
+// Two children at one position: the same name, both folders or both files.
+bool childrenMatch(CVNode& a, CVNode& b, CVNodeCache& cache) {
+    if (lastPathComponent(a.storedPath()) != lastPathComponent(b.storedPath()))
+        return false;
+    auto* folderA = dynamic_cast<CVFolder*>(&a);
+    auto* folderB = dynamic_cast<CVFolder*>(&b);
+    if (folderA || folderB) {
+        if (!folderA || !folderB)
+            return false;
+        const std::string pathA = a.path();
+        const std::string pathB = b.path();
+        if (const auto known = cache.duplicatedFolder(pathA, pathB))
+            return *known;
+        const bool equal = folderA->isDuplicateOf(b, true);
+        cache.setDuplicatedFolder(pathA, pathB, equal);
+        return equal;
+    }
+    if (a.size() != b.size())
+        return false;
+    // Empty files have no signature to compare; inside two folders they match.
+    if (a.size() == 0)
+        return true;
+    auto* fileA = dynamic_cast<CVFile*>(&a);
+    const bool equal = fileA && fileA->isDuplicateOf(b);
+    a.releaseSignature();
+    b.releaseSignature();
+    return equal;
 }
 
 } // namespace
 
 void CVFolder::setComparisonCache(CVNodeCache* cache) {
     g_cache = cache;
-}
-
-void CVFolder::restartRandomSource(std::uint32_t start) {
-    randomSource() = std::mt19937(start);
 }
 
 CVFolder::CVFolder(std::string path, std::string name, std::uint64_t size, std::uint64_t sizeOnDisk)
@@ -100,43 +120,20 @@ bool CVFolder::isDuplicateOf(CVNode& other, bool skipChildrenSize) {
         return false;
     if (!skipChildrenSize && !childrenHaveEqualSize(*folder))
         return false;
-    const std::uint64_t samples = std::min<std::uint64_t>(childrenCount(), 10);
-    for (std::uint64_t i = 0; i < samples; ++i)
-        if (!randomFilesAreEqual(*folder))
-            return false;
-    return true;
+    return childrenAreEqual(*folder);
 }
 
-bool CVFolder::randomFilesAreEqual(CVFolder& other) {
-    if (stopRequested())
+bool CVFolder::childrenAreEqual(CVFolder& other) {
+    const auto& mine = children();
+    const auto& theirs = other.children();
+    if (mine.size() != theirs.size())
         return false;
-    const std::size_t count = children().size();
-    if (count == 0 || other.children().size() != count)
-        return false;
-    const std::size_t index = randomSource()() % count;
-    const NodePtr& a = children()[index];
-    const NodePtr& b = other.children()[index];
-    if (stopRequested())
-        return false;
-    bool equal;
-    auto* folderA = dynamic_cast<CVFolder*>(a.get());
-    auto* folderB = dynamic_cast<CVFolder*>(b.get());
-    if (folderA && folderB) {
-        auto& cache = comparisonCache();
-        if (const auto known = cache.duplicatedFolder(b->path())) {
-            equal = *known;
-        } else {
-            equal = folderA->isDuplicateOf(*b, true);
-            cache.setDuplicatedFolder(b->path(), equal);
-        }
-    } else if (auto* fileA = dynamic_cast<CVFile*>(a.get())) {
-        equal = fileA->isDuplicateOf(*b);
-    } else {
-        equal = false;
+    auto& cache = comparisonCache();
+    for (std::size_t i = 0; i < mine.size(); ++i) {
+        if (stopRequested() || !childrenMatch(*mine[i], *theirs[i], cache))
+            return false;
     }
-    a->releaseSignature();
-    b->releaseSignature();
-    return equal;
+    return true;
 }
 
 bool CVFolder::childrenHaveEqualSize(CVFolder& other) {
@@ -153,10 +150,12 @@ bool CVFolder::childrenHaveEqualSize(CVFolder& other) {
         auto* folderA = dynamic_cast<CVFolder*>(a);
         auto* folderB = dynamic_cast<CVFolder*>(b);
         if (folderA && folderB) {
-            const bool known = cache.folderChildrenSizeAreEqual(b->path()).value_or(false);
+            const std::string pathA = a->path();
+            const std::string pathB = b->path();
+            const bool known = cache.folderChildrenSizeAreEqual(pathA, pathB).value_or(false);
             if (!known && !folderA->childrenHaveEqualSize(*folderB))
                 return false;
-            cache.setFolderChildrenSizeAreEqual(b->path(), true);
+            cache.setFolderChildrenSizeAreEqual(pathA, pathB, true);
         } else if (a->size() != b->size()) {
             return false;
         }

@@ -1,12 +1,13 @@
 #pragma once
 // CVFolder: a folder node. Children are attached in traversal order (a sub-folder
 // stands twice: once when entered with size 0, once when left with its final size);
-// removal and ignore flags flow down the subtree. Two folders are duplicates when
-// they have as many children, of equal sizes position by position, and up to 10
-// randomly chosen positions hold duplicate files or folders. Scan thread only.
+// removal and ignore flags flow down the subtree. The walk lists each folder's
+// entries by name, so two copies of a folder hold their children in the same order.
+// Two folders are duplicates when they have as many children, of equal sizes position
+// by position, and every position holds the same name and either two duplicate
+// folders or two files with equal signatures (two empty files match). Scan thread only.
 
 #include <cstdint>
-#include <random>
 
 #include "node.h"
 
@@ -42,8 +43,12 @@ public:
     void setIgnore(bool value) override;
 
     bool isDuplicateOf(CVNode& other) override { return isDuplicateOf(other, false); }
+    // skipChildrenSize: the child sizes are known to be equal (checked down the tree).
     bool isDuplicateOf(CVNode& other, bool skipChildrenSize);
-    bool randomFilesAreEqual(CVFolder& other);
+    // Every position: same name, and duplicate folders or files with equal signatures.
+    // Stops at the first mismatch; sub-folder answers are memoised by the pair.
+    bool childrenAreEqual(CVFolder& other);
+    // Every position holds children of equal size (sub-folders: recursively).
     bool childrenHaveEqualSize(CVFolder& other);
 
     // True while the folder exists.
@@ -51,9 +56,8 @@ public:
     // A plain folder keeps its extension in its title; other folder types do not.
     std::string title() const override;
 
-    // The comparison memo and the random source; the shared ones unless replaced (tests).
+    // The comparison memo; the shared one unless replaced (tests).
     static void setComparisonCache(CVNodeCache* cache);
-    static void restartRandomSource(std::uint32_t start);
 
 private:
     bool stopRequested() const { return m_delegate && m_delegate->stopSignaturesComparing(); }

@@ -30,14 +30,15 @@
 //    digests are then freed on that thread. The scan thread reads chunks itself while
 //    the group it waits for is not ready.
 //
-// 4. Groups (scan thread). Inside one size group, folders are compared pairwise as
-//    wholes (child sizes, then sampled children). The classes of files are then folded
-//    into groups exactly as the plain pairwise walk would: files ignored since they
-//    were read (inside folders just found equal) are left out, and the first file of
-//    a class takes every later one with another path. Groups go out in the order their
-//    first members stand in the sorted size group, so the result is the pairwise
-//    result, found in about linear time instead of quadratic. Groups whose files may
-//    not be removed, or that are one file under several hard links, are dropped.
+// 4. Groups (scan thread). The size group is walked in its sorted order, as the plain
+//    pairwise comparison would: a folder is compared with the later folders as a
+//    whole (child counts and sizes first, then every child by position: same name,
+//    equal sub-folders, files with equal signatures); a file takes every later member
+//    of its class that still takes part (files inside folders found equal before it
+//    are ignored by then) and has another path. Groups go out in the order of their
+//    first members, so the result is the pairwise result, found in about linear time
+//    instead of quadratic. Groups whose files may not be removed, or that are one
+//    file under several hard links, are dropped.
 //
 // The main thread only hears of the scan: "scanStarted" is queued for it, progress
 // goes out from the scan thread, and "scanFinished" runs on the main thread while the
@@ -381,109 +382,104 @@ GroupPtr CVDuplicatesLocator::makeGroup(const std::shared_ptr<CVFile>& first,
     return group;
 }
 
-void CVDuplicatesLocator::groupClasses(const EqualClasses& classes,
-                                       std::vector<std::pair<std::size_t, GroupPtr>>& found) {
-    std::vector<const ClassMember*> members;
-    std::vector<bool> taken;
-    for (const auto& equal : classes) {
-        if (state() == 0)
-            return;
-        // Files ignored since they were read (inside folders found equal) take no part.
-        members.clear();
-        for (const auto& member : equal)
-            if (!ignoreFile(*member.file))
-                members.push_back(&member);
-        // Within a class every pair is equal; fold as the pairwise walk does.
-        taken.assign(members.size(), false);
-        for (std::size_t a = 0; a < members.size(); ++a) {
-            if (taken[a])
-                continue;
-            CVFile* first = members[a]->file;
-            std::vector<std::shared_ptr<CVFile>> matches;
-            for (std::size_t b = a + 1; b < members.size(); ++b) {
-                CVFile* other = members[b]->file;
-                if (taken[b] || other->hasSamePathAs(*first))
-                    continue;
-                taken[b] = true;
-                decideRemoveForbidden(*other, members[b]->item);
-                matches.push_back(std::static_pointer_cast<CVFile>(other->shared_from_this()));
-            }
-            if (matches.empty())
-                continue;
-            decideRemoveForbidden(*first, members[a]->item);
-            if (auto group =
-                    makeGroup(std::static_pointer_cast<CVFile>(first->shared_from_this()), matches, true))
-                found.emplace_back(members[a]->position, std::move(group));
-        }
+EqualClasses CVDuplicatesLocator::classesOfSizeGroup(const std::vector<NodePtr>& nodes) {
+    if (m_reader)
+        return m_reader->take();
+    // Searched on its own (not during a scan): read here.
+    std::vector<CVFile*> files;
+    std::vector<std::size_t> positions;
+    comparableFiles(nodes, files, positions);
+    std::vector<SignatureDigest> digests;
+    digests.reserve(files.size());
+    for (CVFile* file : files)
+        digests.push_back(state() != 0 ? digestOfFile(*file) : SignatureDigest());
+    return equalClasses(files, positions, digests, [this] { return state() != 0; });
+}
+
+GroupPtr CVDuplicatesLocator::groupOfFolder(std::vector<NodePtr>& nodes, std::size_t i) {
+    auto* folder = static_cast<CVFolder*>(nodes[i].get());
+    if (ignoreFile(*folder)) {
+        folder->releaseSignature();
+        return nullptr;
     }
+    std::vector<std::shared_ptr<CVFile>> matches;
+    for (std::size_t j = i + 1; j < nodes.size() && state() != 0; ++j) {
+        auto* other = dynamic_cast<CVFolder*>(nodes[j].get());
+        if (!other || ignoreFile(*other) || !folder->isDuplicateOf(*other))
+            continue;
+        if (matches.empty()) {
+            decideRemoveForbidden(*folder);
+            folder->setIgnore(true);
+        }
+        matches.push_back(std::static_pointer_cast<CVFile>(nodes[j]));
+        // Marked at once, as joining the group would, so later folders skip it.
+        other->setIgnore(true);
+    }
+    folder->releaseSignature();
+    if (matches.empty())
+        return nullptr;
+    return makeGroup(std::static_pointer_cast<CVFile>(nodes[i]), matches);
+}
+
+GroupPtr CVDuplicatesLocator::groupOfClassMember(const std::vector<ClassMember>& members, std::size_t m,
+                                                 std::vector<bool>& taken) {
+    CVFile* first = members[m].file;
+    if (taken[m] || ignoreFile(*first))
+        return nullptr;
+    // Within a class every pair is equal: the first file not yet taken takes every
+    // later one that still takes part and has another path.
+    std::vector<std::shared_ptr<CVFile>> matches;
+    for (std::size_t b = m + 1; b < members.size(); ++b) {
+        CVFile* other = members[b].file;
+        if (taken[b] || ignoreFile(*other) || other->hasSamePathAs(*first))
+            continue;
+        taken[b] = true;
+        decideRemoveForbidden(*other, members[b].item);
+        matches.push_back(std::static_pointer_cast<CVFile>(other->shared_from_this()));
+    }
+    if (matches.empty())
+        return nullptr;
+    taken[m] = true;
+    decideRemoveForbidden(*first, members[m].item);
+    return makeGroup(std::static_pointer_cast<CVFile>(first->shared_from_this()), matches, true);
 }
 
 std::vector<GroupPtr> CVDuplicatesLocator::findDuplicatesInSizeGroup(std::vector<NodePtr>& nodes) {
     sortSizeGroup(nodes);
-    std::vector<std::pair<std::size_t, GroupPtr>> found;
+    // Files are sorted into classes of equal signatures ahead; the walk below then goes
+    // through the group in order as the pairwise comparison would, so that a folder
+    // found equal (whose files are then ignored) hides exactly the files after it.
+    const EqualClasses classes = classesOfSizeGroup(nodes);
+    constexpr std::size_t kNoClass = static_cast<std::size_t>(-1);
+    std::vector<std::pair<std::size_t, std::size_t>> place(nodes.size(), {kNoClass, 0});
+    std::vector<std::vector<bool>> taken(classes.size());
+    for (std::size_t c = 0; c < classes.size(); ++c) {
+        taken[c].assign(classes[c].size(), false);
+        for (std::size_t m = 0; m < classes[c].size(); ++m)
+            place[classes[c][m].position] = {c, m};
+    }
+    std::vector<GroupPtr> groups;
     bool pathShown = false;
-    for (std::size_t i = 0; i < nodes.size(); ++i) {
-        if (state() == 0)
-            break;
-        auto* folder = dynamic_cast<CVFolder*>(nodes[i].get());
-        if (!folder) {
+    for (std::size_t i = 0; i < nodes.size() && state() != 0; ++i) {
+        GroupPtr group;
+        if (dynamic_cast<CVFolder*>(nodes[i].get())) {
+            showScanPath(*nodes[i]);
+            group = groupOfFolder(nodes, i);
+        } else {
             if (!pathShown) {
                 showScanPath(*nodes[i]);
                 pathShown = true;
             }
-            continue;
+            if (const auto [c, m] = place[i]; c != kNoClass)
+                group = groupOfClassMember(classes[c], m, taken[c]);
         }
-        // Folders compare pairwise as wholes, and only with folders.
-        showScanPath(*folder);
-        if (ignoreFile(*folder)) {
-            folder->releaseSignature();
-            continue;
-        }
-        std::vector<std::shared_ptr<CVFile>> matches;
-        for (std::size_t j = i + 1; j < nodes.size() && state() != 0; ++j) {
-            auto* other = dynamic_cast<CVFolder*>(nodes[j].get());
-            if (!other || ignoreFile(*other) || !folder->isDuplicateOf(*other))
-                continue;
-            if (matches.empty()) {
-                decideRemoveForbidden(*folder);
-                folder->setIgnore(true);
-            }
-            matches.push_back(std::static_pointer_cast<CVFile>(nodes[j]));
-            // Marked at once, as joining the group would, so later folders skip it.
-            other->setIgnore(true);
-        }
-        folder->releaseSignature();
-        if (!matches.empty())
-            if (auto group = makeGroup(std::static_pointer_cast<CVFile>(nodes[i]), matches))
-                found.emplace_back(i, std::move(group));
+        if (group)
+            groups.push_back(std::move(group));
     }
-    // Files are sorted into classes of equal signatures ahead, during a scan; here
-    // when the size group is searched on its own.
-    EqualClasses classes;
-    if (m_reader) {
-        classes = m_reader->take();
-    } else {
-        std::vector<CVFile*> files;
-        std::vector<std::size_t> positions;
-        comparableFiles(nodes, files, positions);
-        std::vector<SignatureDigest> digests;
-        digests.reserve(files.size());
-        for (CVFile* file : files)
-            digests.push_back(state() != 0 ? digestOfFile(*file) : SignatureDigest());
-        classes = equalClasses(files, positions, digests, [this] { return state() != 0; });
-    }
-    if (state() != 0)
-        groupClasses(classes, found);
     // Signatures folders made of these files are of no more use.
     for (const auto& node : nodes)
         if (!dynamic_cast<CVFolder*>(node.get()))
             node->releaseSignature();
-    std::stable_sort(found.begin(), found.end(),
-                     [](const auto& a, const auto& b) { return a.first < b.first; });
-    std::vector<GroupPtr> groups;
-    groups.reserve(found.size());
-    for (auto& [index, group] : found)
-        groups.push_back(std::move(group));
     return groups;
 }
 

@@ -115,9 +115,14 @@ private:
     // The files of a size group that take part in the comparison, with their places.
     void comparableFiles(const std::vector<NodePtr>& nodes, std::vector<CVFile*>& files,
                          std::vector<std::size_t>& positions) const;
-    // Groups from classes of equal files, as the pairwise walk folds them: the first
-    // file of a class not yet taken takes every later one with another path.
-    void groupClasses(const EqualClasses& classes, std::vector<std::pair<std::size_t, GroupPtr>>& found);
+    // The size group's files in classes of equal signatures: from the reader during a
+    // scan, read on this thread otherwise.
+    EqualClasses classesOfSizeGroup(const std::vector<NodePtr>& nodes);
+    // The group the folder at i forms with the later folders equal to it, or null.
+    GroupPtr groupOfFolder(std::vector<NodePtr>& nodes, std::size_t i);
+    // The group a class member forms with the later members not yet taken, or null.
+    GroupPtr groupOfClassMember(const std::vector<ClassMember>& members, std::size_t m,
+                                std::vector<bool>& taken);
     // The group of first and its matches, or null when it is to be dropped. The members'
     // removal is decided here unless the caller has done it (decided).
     GroupPtr makeGroup(const std::shared_ptr<CVFile>& first,

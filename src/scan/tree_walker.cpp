@@ -4,6 +4,7 @@
 #include <array>
 #include <cerrno>
 #include <condition_variable>
+#include <cstring>
 #include <deque>
 #include <fts.h>
 #include <memory>
@@ -40,6 +41,17 @@ public:
 private:
     const FTSENT* m_first;
 };
+
+// Each folder's entries in name order, byte by byte: readdir order differs from one
+// file system to another, and folders are compared child by child by position.
+int byName(const FTSENT** a, const FTSENT** b) {
+    const std::size_t lengthA = (*a)->fts_namelen;
+    const std::size_t lengthB = (*b)->fts_namelen;
+    const int order = std::memcmp((*a)->fts_name, (*b)->fts_name, std::min(lengthA, lengthB));
+    if (order != 0)
+        return order;
+    return lengthA < lengthB ? -1 : (lengthA > lengthB ? 1 : 0);
+}
 
 struct FtsCloser {
     void operator()(FTS* fts) const { ::fts_close(fts); }
@@ -325,7 +337,7 @@ void WalkRun::walkTask(Task& task) {
     if (!going())
         return;
     char* paths[] = {task.path.data(), nullptr};
-    std::unique_ptr<FTS, FtsCloser> fts(::fts_open(paths, FTS_PHYSICAL | FTS_NOCHDIR | FTS_XDEV, nullptr));
+    std::unique_ptr<FTS, FtsCloser> fts(::fts_open(paths, FTS_PHYSICAL | FTS_NOCHDIR | FTS_XDEV, byName));
     if (!fts) {
         if (task.isRoot) {
             m_openError = errno;
