@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 
@@ -109,6 +110,25 @@ void CVFilesHierarchy::fileComparableNodes() {
     m_comparable.shrink_to_fit();
 }
 
+void CVFilesHierarchy::canonicaliseRootPaths() {
+    std::vector<CVScanPath> roots;
+    for (auto root : m_rootPaths) {
+        if (char* resolved = ::realpath(root.path.c_str(), nullptr)) {
+            root.path = resolved;
+            std::free(resolved);
+        }
+        auto same = std::find_if(roots.begin(), roots.end(),
+                                 [&](const CVScanPath& kept) { return kept.path == root.path; });
+        if (same == roots.end()) {
+            roots.push_back(std::move(root));
+        } else {
+            systemLogf("Root given twice: %s", root.path);
+            same->forceScan = same->forceScan || root.forceScan;
+        }
+    }
+    m_rootPaths = std::move(roots);
+}
+
 void CVFilesHierarchy::rescan() {
     if (!canContinue())
         return;
@@ -116,6 +136,7 @@ void CVFilesHierarchy::rescan() {
     m_services.ignoreList.updateExcludeList();
     m_failedRootPathsCount = 0;
     const auto mail = mailDownloadFolders();
+    canonicaliseRootPaths();
 
     const std::vector<CVScanPath> roots = m_rootPaths;
     for (const auto& root : roots) {

@@ -59,6 +59,8 @@ public:
     void setCanContinue(bool value) { m_canContinue.store(value, std::memory_order_relaxed); }
     const std::vector<CVScanPath>& rootPaths() const { return m_rootPaths; }
     SizeGroups& filesGroupedBySize() { return m_filesGroupedBySize; }
+    // Kept empty for callers: folders are filed with the files, in filesGroupedBySize.
+    SizeGroups& foldersGroupedBySize() { return m_foldersGroupedBySize; }
     // The top node of each walked root, in walk order.
     const std::vector<NodePtr>& topNodes() const { return m_topNodes; }
     void setNodeDelegate(CVNodeDelegate* delegate) { m_nodeDelegate = delegate; }
@@ -73,10 +75,14 @@ private:
     std::atomic<bool> m_canContinue{true};
     std::vector<CVScanPath> m_rootPaths;
     SizeGroups m_filesGroupedBySize;
+    SizeGroups m_foldersGroupedBySize;
     // Comparable nodes in walk order with their sizes; filed by size when the walk ends
     // (one sort instead of a dictionary look-up per file).
     std::vector<std::pair<std::uint64_t, NodePtr>> m_comparable;
     void fileComparableNodes();
+    // Each root as its real path (links and "." resolved); a root given twice, or a
+    // link to another root, is walked once.
+    void canonicaliseRootPaths();
     struct Walk;
     void addFile(Walk& walk, const WalkEntry& entry);
     void addFolder(Walk& walk, const WalkEntry& entry);

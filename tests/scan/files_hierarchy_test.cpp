@@ -131,6 +131,22 @@ TEST_F(Walk, RootsInsideRootsAreDropped) {
     EXPECT_EQ(h->topNodes().size(), 1u);
 }
 
+TEST_F(Walk, TheSameFolderGivenTwiceOrThroughALinkIsWalkedOnce) {
+    tree.file("a/x.jpg", "same bytes");
+    tree.file("a/y.jpg", "same bytes");
+    tree.symlink("link-to-a", tree / "a");
+    auto h = harness.walk({tree / "a", tree / "link-to-a", tree / "a/.", tree / "a"}, nullptr);
+    ASSERT_EQ(h->rootPaths().size(), 1u);
+    EXPECT_EQ(h->rootPaths()[0].path, tree / "a");
+    EXPECT_EQ(h->topNodes().size(), 1u);
+    std::multiset<std::string> filed;
+    for (const auto& [size, nodes] : h->filesGroupedBySize())
+        for (const auto& node : nodes)
+            filed.insert(node->path());
+    EXPECT_EQ(filed, (std::multiset<std::string>{tree / "a", tree / "a/x.jpg", tree / "a/y.jpg"}))
+        << "each item is filed once";
+}
+
 TEST_F(Walk, RefusedRootsStopTheScanWithTheirNotification) {
     struct Case {
         std::string root;
