@@ -263,7 +263,9 @@ void CVDuplicatesLocator::locateDuplicatesInDictionary(SizeGroups& groups) {
         if (size >= minimumSize)
             ++useful;
     m_progress = 0;
-    m_progressDelta = 93.0 / static_cast<double>(useful);
+    // With no useful size (all below the automatic minimum) the steps add nothing and
+    // the end brings progress to 100.
+    m_progressDelta = useful == 0 ? 0.0 : 93.0 / static_cast<double>(useful);
     const std::uint64_t total = keys.size();
     if (total >= kManyGroups)
         updateProgress(2.0, 0);

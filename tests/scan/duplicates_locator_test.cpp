@@ -1,5 +1,6 @@
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <cmath>
 #include <random>
 #include <thread>
 #include <unistd.h>
@@ -121,6 +122,25 @@ TEST_F(Locator, ProgressEndsAt199ForFewGroupsAndAt100ForMany) {
         }
         EXPECT_EQ(locator->duplicatesController()->count(), static_cast<std::uint64_t>(groups));
     }
+}
+
+TEST_F(Locator, ProgressEndsAt100WhenNoSizeReachesTheAutomaticMinimum) {
+    // Default settings: every size group lies below the automatic minimum, so none
+    // counts as useful, and the top count still searches them.
+    for (int i = 0; i < 40; ++i)
+        for (const char* side : {"a", "b"})
+            tree.file(std::string(side) + "/f" + std::to_string(i), content(static_cast<char>(i), 1000 + i));
+    tree.file("a/extra", content('1', 10));
+    tree.file("b/extra", content('2', 20));
+    Listener listener;
+    auto locator = harness.locator();
+    scan(*locator, {tree.path()});
+    ASSERT_FALSE(listener.progress.empty());
+    for (const double value : listener.progress)
+        EXPECT_TRUE(std::isfinite(value));
+    EXPECT_DOUBLE_EQ(listener.progress.back(), 100.0);
+    EXPECT_DOUBLE_EQ(locator->progress(), 100.0);
+    EXPECT_EQ(locator->duplicatesController()->count(), 40u);
 }
 
 TEST_F(Locator, MinimumSizeAndTheTopCountDecideWhichSizesAreSearched) {
