@@ -111,6 +111,49 @@ TEST_F(CorvelScan, DuplicateFoldersAreOneGroup) {
     EXPECT_TRUE(doc["groups"][0]["files"][0]["isFolder"]);
 }
 
+TEST_F(CorvelScan, FolderGroupsAreExactAndTheSameOnEveryRun) {
+    // Copies written in another order, a near copy differing in one child of three, and
+    // nested folders with empty files.
+    const std::vector<std::pair<std::string, std::string>> files = {
+        {"a.txt", std::string(3000, 'a')}, {"b.txt", std::string(3000, 'b')}, {"c.txt", std::string(3000, 'c')}};
+    for (const auto& [name, data] : files)
+        tree.file("Original/" + name, data);
+    for (auto it = files.rbegin(); it != files.rend(); ++it)
+        tree.file("Reversed copy/" + it->first, it->second);
+    tree.file("Near copy/a.txt", std::string(3000, 'a'));
+    tree.file("Near copy/b.txt", std::string(2999, 'b') + "x");
+    tree.file("Near copy/c.txt", std::string(3000, 'c'));
+    for (const char* root : {"Project", "Backup/Project"}) {
+        tree.file(std::string(root) + "/src/main.c", "int main() { return 0; }\n");
+        tree.file(std::string(root) + "/src/.keep", "");
+        tree.file(std::string(root) + "/empty", "");
+        tree.file(std::string(root) + "/notes.md", std::string(500, 'n'));
+    }
+    std::string first;
+    for (int run = 0; run < 20; ++run) {
+        const Outcome scan = corvel("scan --json --min-size 1 " + settings() + " " + quoted(tree.path()), home);
+        ASSERT_EQ(scan.status, 0) << scan.err;
+        if (run == 0)
+            first = scan.out;
+        else
+            ASSERT_EQ(scan.out, first) << "run " << run;
+    }
+    const auto doc = nlohmann::json::parse(first);
+    std::set<std::set<std::string>> folderGroups;
+    for (const auto& group : doc["groups"]) {
+        if (!group["files"][0]["isFolder"])
+            continue;
+        std::set<std::string> members;
+        for (const auto& file : group["files"])
+            members.insert(file["path"]);
+        folderGroups.insert(members);
+    }
+    EXPECT_EQ(folderGroups, (std::set<std::set<std::string>>{
+                                {tree / "Original", tree / "Reversed copy"},
+                                {tree / "Project", tree / "Backup/Project"}}))
+        << first;
+}
+
 TEST_F(CorvelScan, NamesThatAreNotUtf8AreWrittenWithSurrogateEscapes) {
     const std::string name = "caf\xE9 \xFF.jpg";
     tree.file("a/" + name, std::string(60000, 'c'));
