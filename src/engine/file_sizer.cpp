@@ -4,6 +4,9 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <functional>
+#include <mutex>
+#include <set>
 #include <unicode/numberformatter.h>
 
 #include "platform/string_tables.h"
@@ -111,17 +114,57 @@ std::string HVFileSizer::displayItemSizeDimensionFromSize(std::uint64_t size) {
     return size == 0 ? std::string() : unitName(unitIndex(size, kDecimalUnits));
 }
 
-std::uint64_t HVFileSizer::itemSizeAtPath(const std::string& path) {
+namespace {
+
+std::mutex g_stopMutex;
+std::set<std::string>& pathsToBeStopped() {
+    static std::set<std::string> paths;
+    return paths;
+}
+
+bool isStopped(const std::string& path) {
+    std::lock_guard lock(g_stopMutex);
+    return pathsToBeStopped().contains(path);
+}
+
+// The tree's disk usage; nothing when stop answers true between entries.
+std::optional<std::uint64_t> treeSize(const std::string& path, const std::function<bool()>& stop) {
     char* roots[] = {const_cast<char*>(path.c_str()), nullptr};
     FTS* fts = ::fts_open(roots, FTS_PHYSICAL | FTS_NOCHDIR | FTS_XDEV, nullptr);
     if (!fts)
         return 0;
     std::uint64_t total = 0;
-    while (FTSENT* entry = ::fts_read(fts))
+    bool stopped = false;
+    while (FTSENT* entry = ::fts_read(fts)) {
+        if (stop && stop()) {
+            stopped = true;
+            break;
+        }
         if (entry->fts_info != FTS_DP)
-            total += itemSizeWithFTSEntry(entry);
+            total += HVFileSizer::itemSizeWithFTSEntry(entry);
+    }
     ::fts_close(fts);
-    return total;
+    return stopped ? std::nullopt : std::optional<std::uint64_t>(total);
+}
+
+} // namespace
+
+std::uint64_t HVFileSizer::itemSizeAtPath(const std::string& path) {
+    return treeSize(path, nullptr).value_or(0);
+}
+
+std::optional<std::uint64_t> HVFileSizer::itemSizeAtPathAbleToStop(const std::string& path) {
+    return treeSize(path, [&path] { return isStopped(path); });
+}
+
+void HVFileSizer::stopScanningForPath(const std::string& path) {
+    std::lock_guard lock(g_stopMutex);
+    pathsToBeStopped().insert(path);
+}
+
+void HVFileSizer::restorePathsToBeStopped() {
+    std::lock_guard lock(g_stopMutex);
+    pathsToBeStopped().clear();
 }
 
 std::string HVFileSizer::displayItemSizeAtPath(const std::string& path) {

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <fts.h>
+#include <optional>
 #include <string>
 #include <sys/stat.h>
 
@@ -34,6 +35,12 @@ public:
 
     // Total disk usage of the tree at path by the rules above (no symbolic links followed).
     static std::uint64_t itemSizeAtPath(const std::string& path);
+    // The same, ended early (answering nothing) once the path is on the stop list;
+    // for a display that measures folders on another thread. Any thread.
+    static std::optional<std::uint64_t> itemSizeAtPathAbleToStop(const std::string& path);
+    // Puts the path on the process-wide stop list / empties the list. Any thread.
+    static void stopScanningForPath(const std::string& path);
+    static void restorePathsToBeStopped();
     static std::string displayItemSizeAtPath(const std::string& path);
 };
 

@@ -10,6 +10,7 @@
 #include "media/media_manager.h"
 #include "node_type.h"
 #include "node_type_generator.h"
+#include "platform/file_dates.h"
 #include "platform/file_io.h"
 #include "platform/file_url.h"
 #include "platform/text.h"
@@ -355,6 +356,22 @@ bool CVFile::isDuplicateOf(CVNode& other) {
     if (typeid(*this) != typeid(other) || path() == other.path())
         return false;
     return signature().isEqualTo(other.signature());
+}
+
+std::vector<NodePtr> CVNode::childrenToRemove() const {
+    std::vector<NodePtr> marked;
+    for (const auto& child : children())
+        if (const auto* file = dynamic_cast<const CVFile*>(child.get()); file && file->needToRemove())
+            marked.push_back(child);
+    return marked;
+}
+
+std::optional<PropertyDate> CVNode::creationDate() const {
+    return creationDateOfPath(path());
+}
+
+std::optional<PropertyDate> CVNode::modifiedDate() const {
+    return modificationDateOfPath(path());
 }
 
 bool CVFile::areLastComponentsTheSame(std::string_view otherPath) const {

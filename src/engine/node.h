@@ -16,10 +16,12 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "path_component.h"
 #include "platform/change_notifier.h"
 #include "platform/property_value.h"
 #include "signature.h"
@@ -86,6 +88,12 @@ public:
     // The children in the order added (empty for plain files).
     const std::vector<NodePtr>& children() const;
     std::uint64_t childrenCount() const { return m_childrenCount.load(std::memory_order_relaxed); }
+    // The children marked for removal (files with needToRemove), in order.
+    std::vector<NodePtr> childrenToRemove() const;
+    // Read from the file system when asked: the birth time where the file system keeps
+    // one, and the modification time; nothing for a missing item.
+    std::optional<PropertyDate> creationDate() const;
+    std::optional<PropertyDate> modifiedDate() const;
     // Appends (raising childrenCount, announced) / removes the first occurrence (lowering it).
     void addChild(NodePtr child);
     void removeChild(const CVNode* child);
@@ -200,6 +208,20 @@ public:
     // and inside a library for a file the library does not list.
     PropertyValue info() const;
     void setInfo(PropertyValue info);
+
+    // The display components of the path, deepest last: inside an iTunes library the
+    // track's artist and album, inside a photo library the photo's event (each when the
+    // library lists it), otherwise the folders between the group's base path (the root
+    // when the file is in no group) and the file. Linux has no localised display names:
+    // the plain folder names serve.
+    std::vector<CVPathComponent> pathComponents() const;
+    std::vector<CVPathComponent> generateRegularPathComponents() const;
+    std::vector<CVPathComponent> generateITunesPathComponents() const;
+    std::vector<CVPathComponent> generateIPhotoPathComponents() const;
+    // The deepest component (the folder, album or event holding the file), if any.
+    std::optional<CVPathComponent> parentFolderPathComponent() const;
+    // The components' titles followed by the file's own name.
+    std::vector<std::string> displayElements() const;
 
     // True when other is of the same class, has another path, and equal signatures.
     virtual bool isDuplicateOf(CVNode& other);

@@ -245,6 +245,9 @@ std::int32_t CVNodeTypeGenerator::nodeTypeOfFolder(std::string_view path, const 
     if (lowerExtension == "app")
         return kNodeTypeApplication;
     const bool package = isPackageExtension(extension);
+    // The photo-booth library: its type code is lost on Linux, its extension is kept.
+    if (lowerExtension == "photobooth")
+        return kNodeTypePhotoBoothLibrary;
     // Photo libraries: the ".photolibrary" package, or an older library folder that
     // holds its "AlbumData.xml" (such folders carried a type code, which Linux lacks).
     if ((package && path.ends_with(".photolibrary")) || folderHolds(folder, "AlbumData.xml", listing))

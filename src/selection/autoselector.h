@@ -15,7 +15,7 @@
 
 #include "autoselect_separator.h"
 #include "library_filters.h"
-#include "path_component.h"
+#include "engine/path_component.h"
 #include "platform/predicate.h"
 #include "selection_result.h"
 

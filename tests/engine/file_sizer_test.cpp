@@ -71,5 +71,21 @@ TEST(FileSizer, DiskUsageChargesHardLinkedFilesNothing) {
     EXPECT_EQ(HVFileSizer::itemSizeAtPath(tree / "missing"), 0u);
 }
 
+TEST(FileSizer, AMeasurementOnTheStopListEndsWithoutAnAnswer) {
+    test::TempTree tree;
+    tree.file("d/a", std::string(10000, 'x'));
+    tree.file("d/e/b", std::string(7000, 'y'));
+    const std::string folder = tree / "d";
+    const std::uint64_t whole = HVFileSizer::itemSizeAtPath(folder);
+    ASSERT_GT(whole, 0u);
+    EXPECT_EQ(HVFileSizer::itemSizeAtPathAbleToStop(folder), whole);
+    HVFileSizer::stopScanningForPath(folder);
+    EXPECT_EQ(HVFileSizer::itemSizeAtPathAbleToStop(folder), std::nullopt);
+    EXPECT_EQ(HVFileSizer::itemSizeAtPathAbleToStop(tree / "d/e"), HVFileSizer::itemSizeAtPath(tree / "d/e"))
+        << "only the listed path stops";
+    HVFileSizer::restorePathsToBeStopped();
+    EXPECT_EQ(HVFileSizer::itemSizeAtPathAbleToStop(folder), whole);
+}
+
 } // namespace
 } // namespace corvel

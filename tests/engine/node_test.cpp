@@ -1,9 +1,14 @@
+#include <ctime>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "engine/folder.h"
+#include "engine/group.h"
 #include "engine/node.h"
 #include "engine/node_type.h"
 #include "media/media_manager.h"
+#include "platform/file_io.h"
 #include "platform/file_url.h"
 #include "platform/main_queue.h"
 #include "platform/property_list.h"
@@ -179,6 +184,100 @@ TEST(Node, InfoIsEmptyOutsideLibraries) {
     auto plain = file("/a/b.jpg");
     EXPECT_TRUE(plain->info().isDictionary());
     EXPECT_EQ(plain->info().count(), 0u);
+}
+
+TEST(Node, PathComponentsFollowTheGroupBaseOrTheLibraryRecord) {
+    test::TempTree tree;
+    const std::string root = tree.path();
+    auto deep = file(root + "/a/x/photo.jpg");
+    auto shallow = file(root + "/b/photo.jpg");
+    auto group = CVGroup::initWithCVFile(deep);
+    group->addFile(shallow);
+    // The base is the folder above the common folder: components start at the tree.
+    std::vector<std::string> sources;
+    for (const auto& component : deep->pathComponents()) {
+        EXPECT_EQ(component.kind, kComponentFolder);
+        sources.push_back(component.source);
+    }
+    EXPECT_EQ(sources, (std::vector<std::string>{root, root + "/a", root + "/a/x"}));
+    ASSERT_TRUE(deep->parentFolderPathComponent());
+    EXPECT_EQ(deep->parentFolderPathComponent()->source, root + "/a/x");
+    EXPECT_EQ(deep->parentFolderPathComponent()->title, "x");
+    const std::string treeName = lastPathComponent(root);
+    EXPECT_EQ(shallow->displayElements(), (std::vector<std::string>{treeName, "b", "photo.jpg"}));
+    // Outside any group every folder from the top counts.
+    auto loose = file("/srv/m/a.txt");
+    EXPECT_EQ(loose->displayElements(), (std::vector<std::string>{"srv", "m", "a.txt"}));
+
+    struct Case {
+        std::int32_t rootType;
+        PropertyValue info;
+        std::vector<std::pair<std::int32_t, std::string>> expected; // kind, title
+    };
+    PropertyValue track = PropertyValue(PropertyValue::Dictionary{});
+    track.set("ArtistName", "Band");
+    track.set("AlbumName", "First");
+    PropertyValue photo = PropertyValue(PropertyValue::Dictionary{});
+    photo.set("EventID", "42");
+    photo.set("EventName", "Summer");
+    const std::vector<Case> cases = {
+        {kNodeTypeITunesLibrary, track, {{kComponentArtist, "Band"}, {kComponentAlbum, "First"}}},
+        {kNodeTypeCurrentITunesLibrary, track, {{kComponentArtist, "Band"}, {kComponentAlbum, "First"}}},
+        {kNodeTypeIPhotoLibrary, photo, {{kComponentEvent, "Summer"}}},
+        {kNodeTypeIPhotoLibrary, PropertyValue(PropertyValue::Dictionary{}), {{kComponentFolder, "lib"}}},
+        {kNodeTypePackage, track, {{kComponentFolder, "lib"}}},
+    };
+    for (const auto& c : cases) {
+        auto library = folder("/m/lib", c.rootType);
+        auto member = file("/m/lib/song.mp3");
+        library->addChildFile(member);
+        member->setInfo(c.info);
+        std::vector<std::pair<std::int32_t, std::string>> got;
+        for (const auto& component : member->pathComponents())
+            got.emplace_back(component.kind, component.title);
+        // Regular components of a file in no group start at the top: keep the last one.
+        if (!got.empty() && got.front().first == kComponentFolder)
+            got.erase(got.begin(), got.end() - 1);
+        EXPECT_EQ(got, c.expected) << "root type " << c.rootType;
+    }
+    const auto library = folder("/m/lib", kNodeTypeIPhotoLibrary);
+    auto member = file("/m/lib/p.jpg");
+    library->addChildFile(member);
+    member->setInfo(photo);
+    ASSERT_EQ(member->pathComponents().size(), 1u);
+    EXPECT_EQ(member->pathComponents()[0].source, "42") << "an event is selected by its id";
+}
+
+TEST(Node, ChildrenToRemoveAndDatesComeFromTheMarksAndTheDisk) {
+    auto a = file("/g/a");
+    auto b = file("/g/b");
+    auto c = file("/g/c");
+    auto group = CVGroup::initWithCVFile(a);
+    group->addFile(b);
+    group->addFile(c);
+    c->setNeedToRemove(true);
+    a->setNeedToRemove(true);
+    const auto marked = group->childrenToRemove();
+    ASSERT_EQ(marked.size(), 2u);
+    EXPECT_EQ(marked[0].get(), a.get());
+    EXPECT_EQ(marked[1].get(), c.get());
+
+    test::TempTree tree;
+    const std::string path = tree.file("dated.txt", "x");
+    for (const std::int64_t seconds : {std::int64_t{946684800}, std::int64_t{-86400 * 400}}) {
+        const timespec times[2] = {{seconds, 0}, {seconds, 500000000}};
+        ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+        const auto modified = file(path)->modifiedDate();
+        ASSERT_TRUE(modified);
+        EXPECT_DOUBLE_EQ(modified->secondsSince1970, static_cast<double>(seconds) + 0.5);
+    }
+    if (const auto created = file(path)->creationDate()) {
+        const double now = static_cast<double>(std::time(nullptr));
+        EXPECT_LE(created->secondsSince1970, now + 2);
+        EXPECT_GE(created->secondsSince1970, now - 600) << "the birth time, not the modification time";
+    }
+    EXPECT_FALSE(file(tree / "missing")->modifiedDate());
+    EXPECT_FALSE(file(tree / "missing")->creationDate());
 }
 
 } // namespace

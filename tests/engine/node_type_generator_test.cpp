@@ -42,7 +42,7 @@ TEST_F(NodeTypes, FoldersAreTypedByExtensionAndLibraryFiles) {
          {Case{"Notes.rtfd", 18}, Case{"Scan.lpdf", 18}, Case{"x.zip", 6}, Case{"x.odt", 2},
           Case{"Talk.screenflow", 19}, Case{"Calc.app", 9}, Case{"Pics.photolibrary", 13},
           Case{"Old Photos", 13}, Case{"Music/iTunes", 10}, Case{"Lib.aplibrary", 17},
-          Case{"Proj.approject", 17}, Case{"Plugin.bundle", 8}, Case{"Plain", 7}, Case{"version.1.2", 7}})
+          Case{"Proj.approject", 17}, Case{"Plugin.bundle", 8}, Case{"Booth.photobooth", 16}, Case{"Plain", 7}, Case{"version.1.2", 7}})
         EXPECT_EQ(generator.nodeTypeOfFolder(tree / c.name), c.type) << c.name;
 }
 
