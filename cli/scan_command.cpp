@@ -82,6 +82,8 @@ void writeJsonReport(const std::vector<std::string>& roots, CVDuplicatesControll
         json.value(group->size());
         json.key("totalSize");
         json.value(group->totalSize());
+        json.key("verified");
+        json.value(group->isVerified());
         json.key("files");
         json.beginArray();
         for (const auto& child : group->children()) {
@@ -129,7 +131,8 @@ std::string textReport(CVDuplicatesController& results) {
     const auto groups = results.duplicatesGroups();
     for (const auto& group : groups) {
         out += CVMetaGroup::stringType(group->metaGroupType()) + ": " + std::to_string(group->childrenCount()) +
-               " copies of " + sizeText(group->size()) + "\n";
+               " copies of " + sizeText(group->size()) +
+               (group->isVerified() ? "" : "  (compared by samples; --verify confirms)") + "\n";
         for (const auto& file : group->files())
             out += "  " + file->path() + (file->needToRemove() ? "  (selected)" : "") +
                    (file->removeForbidden() ? "  (cannot be removed)" : "") + "\n";

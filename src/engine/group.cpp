@@ -1,6 +1,7 @@
 #include "group.h"
 
 #include <algorithm>
+#include <unordered_set>
 
 #include "folder.h"
 #include "node_type.h"
@@ -26,7 +27,34 @@ std::vector<std::string> pathComponents(const std::string& path) {
     return components;
 }
 
+// Whether the node was, or holds something that was, compared on part of its content.
+// Sub-folders stand twice in their parents: each is looked into once.
+bool comparedBySamples(const CVNode& top) {
+    std::vector<const CVNode*> pending{&top};
+    std::unordered_set<const CVNode*> seen;
+    while (!pending.empty()) {
+        const CVNode* node = pending.back();
+        pending.pop_back();
+        if (const auto* folder = dynamic_cast<const CVFolder*>(node)) {
+            if (folder->type() == kNodeTypeApplication)
+                return true;
+            if (seen.insert(folder).second)
+                for (const auto& child : folder->children())
+                    pending.push_back(child.get());
+        } else if (node->size() != 0 && CVSignature::getSignatureTypeWithUTI(node->uti(), node->size(),
+                                                                              node->type()) != CVSignature::WholeFile) {
+            return true;
+        }
+    }
+    return false;
+}
+
 } // namespace
+
+bool CVGroup::wasComparedBySamples() const {
+    const auto& members = children();
+    return !members.empty() && comparedBySamples(*members.front());
+}
 
 std::shared_ptr<CVGroup> CVGroup::initWithCVFile(const std::shared_ptr<CVFile>& file) {
     auto group = std::make_shared<CVGroup>();

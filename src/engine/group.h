@@ -31,6 +31,15 @@ public:
     void analyseFileData(CVFile& file);
 
     bool single() const { return children().size() < 2; }
+
+    // True when the members were found equal on sampled content: large files compared
+    // on their samples, applications on their property lists, folders holding either.
+    bool wasComparedBySamples() const;
+    // Set once the members were confirmed equal byte for byte.
+    bool contentVerified() const { return m_contentVerified; }
+    void setContentVerified(bool value) { m_contentVerified = value; }
+    // Equal on every byte, as far as is known: confirmed, or compared whole.
+    bool isVerified() const { return m_contentVerified || !wasComparedBySamples(); }
     // The results category kind for the group's node type (1 other, 2 documents,
     // 3 pictures, 4 music, 5 movies, 6 archives, 7 folders).
     std::int32_t metaGroupType() const { return metaGroupTypeForNodeType(type()); }
@@ -83,6 +92,7 @@ private:
     bool m_autocollected = false;
     bool m_mixedGroup = false;
     bool m_allFilesForbidden = false;
+    bool m_contentVerified = false;
     std::int64_t m_filesToRemoveCount = 0;
     std::int64_t m_silentFilesToRemoveCount = 0;
     std::uint64_t m_totalSize = 0;
