@@ -1,8 +1,8 @@
 // corvel: the command line. "corvel scan [options] PATH..." finds duplicates and
-// prints them as text or JSON; see scan_command.h for the exit statuses.
+// prints them as text or JSON; see scan_command.h for the exit statuses. "corvel stats"
+// prints the statistics kept in the settings.
 
 #include <CLI/CLI.hpp>
-
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -10,6 +10,7 @@
 #include "platform/app_info.h"
 #include "platform/user_defaults.h"
 #include "scan_command.h"
+#include "stats_command.h"
 
 int main(int argc, char** argv) {
     using namespace corvel;
@@ -22,12 +23,19 @@ int main(int argc, char** argv) {
     CLI::App* scan = app.add_subcommand("scan", "scan the folders; print the duplicate groups");
     scan->add_option("paths", options.paths, "folders to scan")->required();
     scan->add_flag("--json", options.json, "one JSON document on stdout");
-    scan->add_option("--min-size", options.minSize, "hard minimum size in bytes (default: the stored preferences)");
-    scan->add_flag("--autoselect", options.autoselect, "run automatic selection on every group before printing");
+    scan->add_option("--min-size", options.minSize,
+                     "hard minimum size in bytes (default: the stored preferences)");
+    scan->add_flag("--autoselect", options.autoselect,
+                   "run automatic selection on every group before printing");
     scan->add_option("--export", options.exportFile, "write the list of selected copies to FILE");
     scan->add_option("--settings", settings, "use FILE as the settings store (created when missing)");
     auto* quiet = scan->add_flag("--quiet", options.quiet, "no progress");
     scan->add_flag("--verbose", options.verbose, "diagnostic lines on stderr too")->excludes(quiet);
+
+    cli::StatsOptions statsOptions;
+    CLI::App* stats = app.add_subcommand("stats", "the scans recorded, the total size saved, level and rank");
+    stats->add_flag("--json", statsOptions.json, "one JSON document on stdout");
+    stats->add_option("--settings", statsOptions.settings, "read FILE as the settings store (never written)");
 
     try {
         app.parse(argc, argv);
@@ -37,6 +45,8 @@ int main(int argc, char** argv) {
         app.exit(e);
         return cli::kExitUsage;
     }
+    if (stats->parsed())
+        return cli::runStats(statsOptions);
     if (!settings.empty())
         UserDefaults::setStandardPath(settings);
     const int status = cli::runScan(options);
