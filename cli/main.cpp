@@ -3,6 +3,7 @@
 // prints the statistics kept in the settings.
 
 #include <CLI/CLI.hpp>
+
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -23,10 +24,8 @@ int main(int argc, char** argv) {
     CLI::App* scan = app.add_subcommand("scan", "scan the folders; print the duplicate groups");
     scan->add_option("paths", options.paths, "folders to scan")->required();
     scan->add_flag("--json", options.json, "one JSON document on stdout");
-    scan->add_option("--min-size", options.minSize,
-                     "hard minimum size in bytes (default: the stored preferences)");
-    scan->add_flag("--autoselect", options.autoselect,
-                   "run automatic selection on every group before printing");
+    scan->add_option("--min-size", options.minSize, "hard minimum size in bytes (default: the stored preferences)");
+    scan->add_flag("--autoselect", options.autoselect, "run automatic selection on every group before printing");
     scan->add_option("--export", options.exportFile, "write the list of selected copies to FILE");
     scan->add_option("--settings", settings, "use FILE as the settings store (created when missing)");
     auto* quiet = scan->add_flag("--quiet", options.quiet, "no progress");
