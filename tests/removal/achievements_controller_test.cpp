@@ -26,6 +26,7 @@ struct LevelCase {
     std::int64_t level;
     const char* rank;
     bool limitLogged;
+    friend void PrintTo(const LevelCase& c, std::ostream* os) { *os << c.name; }
 };
 
 class AchievementsLevelWalk : public testing::TestWithParam<LevelCase> {
@@ -173,6 +174,7 @@ struct OddTotalCase {
     const char* name;
     PropertyValue stored;
     std::uint64_t total;
+    friend void PrintTo(const OddTotalCase& c, std::ostream* os) { *os << c.name; }
 };
 
 class AchievementsOddTotal : public testing::TestWithParam<OddTotalCase> {};

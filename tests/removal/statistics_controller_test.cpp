@@ -63,6 +63,7 @@ struct MissingRecordCase {
     PropertyValue stored; // null: the key is absent
     bool removal;
     const char* line;
+    friend void PrintTo(const MissingRecordCase& c, std::ostream* os) { *os << c.name; }
 };
 
 class StatisticsWithoutARecord : public testing::TestWithParam<MissingRecordCase> {};
