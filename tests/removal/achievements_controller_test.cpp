@@ -78,18 +78,6 @@ INSTANTIATE_TEST_SUITE_P(
                     LevelCase{"FarBeyond", 4000000000000000000, 7, "Supreme Woodland Commander", true}),
     [](const auto& caseInfo) { return std::string(caseInfo.param.name); });
 
-TEST(Achievements, TheTablesHoldTheEightLimitsAndTitles) {
-    test::TempTree scratch;
-    UserDefaults store(scratch / "settings.plist");
-    const HVAchievementsController achievements(store);
-    EXPECT_EQ(achievements.levelLimits(),
-              (std::array<std::int64_t, 8>{0, 4000000000, 11000000000, 23000000000, 49000000000, 101000000000,
-                                           1000000000000, 10000000000000}));
-    EXPECT_EQ(achievements.levelRanks()[7], "General of the Vegetable Kingdom");
-    EXPECT_TRUE(achievements.scanSavedString().empty());
-    EXPECT_EQ(achievements.lastTimeSize(), 0u);
-}
-
 TEST(Achievements, FirstUseCreatesTheTotalOnDiskAtOnce) {
     test::TempTree scratch;
     const std::string path = scratch / "settings.plist";

@@ -47,16 +47,6 @@ TEST_F(StatisticsController, ASecondRemovalAfterTheSameScanOverwritesTheFirst) {
     EXPECT_EQ(records(), expected) << records().description();
 }
 
-TEST_F(StatisticsController, SizesAboveTheSignedRangeKeepTheirValue) {
-    statistics.addScanWithFoldersCount(1);
-    statistics.scanFinishedWithSize(UINT64_MAX - 1, 5);
-    ASSERT_TRUE(store.synchronize());
-    UserDefaults reopened(settingsPath);
-    const auto stored = CVStatisticsController::scanRecords(reopened);
-    ASSERT_TRUE(stored && stored->size() == 1);
-    EXPECT_EQ((*stored)[0]["FoundSize"].toUInt64(), UINT64_MAX - 1);
-}
-
 // Without a record to finish, only the log line says anything; the store stays as it was.
 struct MissingRecordCase {
     const char* name;
