@@ -1,5 +1,6 @@
 // corvel: the command line. "corvel scan [options] PATH..." finds duplicates and
-// prints them as text or JSON; see scan_command.h for the exit statuses.
+// prints them as text or JSON; see scan_command.h for the exit statuses. "corvel stats"
+// prints the statistics kept in the settings.
 
 #include <CLI/CLI.hpp>
 
@@ -10,6 +11,7 @@
 #include "platform/app_info.h"
 #include "platform/user_defaults.h"
 #include "scan_command.h"
+#include "stats_command.h"
 
 int main(int argc, char** argv) {
     using namespace corvel;
@@ -29,6 +31,11 @@ int main(int argc, char** argv) {
     auto* quiet = scan->add_flag("--quiet", options.quiet, "no progress");
     scan->add_flag("--verbose", options.verbose, "diagnostic lines on stderr too")->excludes(quiet);
 
+    cli::StatsOptions statsOptions;
+    CLI::App* stats = app.add_subcommand("stats", "the scans recorded, the total size saved, level and rank");
+    stats->add_flag("--json", statsOptions.json, "one JSON document on stdout");
+    stats->add_option("--settings", statsOptions.settings, "read FILE as the settings store (never written)");
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& e) {
@@ -37,6 +44,8 @@ int main(int argc, char** argv) {
         app.exit(e);
         return cli::kExitUsage;
     }
+    if (stats->parsed())
+        return cli::runStats(statsOptions);
     if (!settings.empty())
         UserDefaults::setStandardPath(settings);
     const int status = cli::runScan(options);

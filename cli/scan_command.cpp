@@ -17,9 +17,11 @@
 #include "platform/system_log.h"
 #include "results/meta_group.h"
 #include "platform/user_defaults.h"
+#include "removal/statistics_controller.h"
 #include "scan/duplicates_locator.h"
 #include "selection/selecting_controller.h"
 #include "settings/ignore_list.h"
+#include "stats_command.h"
 
 namespace corvel::cli {
 
@@ -246,6 +248,7 @@ int runScan(const ScanOptions& options) {
         std::cerr << "corvel: scan interrupted\n";
         return kExitFailure;
     }
+    recordScanStatistics(CVStatisticsController::sharedInstance(), roots.size(), *results);
     if (options.autoselect)
         autoselectAll(*results);
     if (options.json) {
