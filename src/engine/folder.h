@@ -32,6 +32,8 @@ public:
     bool allChildrenIgnored() const { return flag(kAllChildrenIgnored); }
 
     CVNodeDelegate* delegate() const override { return m_delegate; }
+    std::uint64_t device() const override { return m_device; }
+    void setDevice(std::uint64_t device) override { m_device = device; }
     void setDelegate(CVNodeDelegate* delegate) { m_delegate = delegate; }
 
     // Attaches a file or folder: parent link, ignore and remove flags passed down,
@@ -63,6 +65,7 @@ private:
     bool stopRequested() const { return m_delegate && m_delegate->stopSignaturesComparing(); }
 
     CVNodeDelegate* m_delegate = nullptr;
+    std::uint64_t m_device = 0;
 };
 
 } // namespace corvel

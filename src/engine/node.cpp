@@ -28,6 +28,7 @@ struct CVNode::Extras {
     PropertyValue info;
     bool infoKnown = false;
     std::unique_ptr<ChangeNotifier> notifier;
+    std::uint64_t device = 0; // of a file without a parent folder
 };
 
 namespace {
@@ -356,6 +357,23 @@ bool CVFile::isDuplicateOf(CVNode& other) {
     if (typeid(*this) != typeid(other) || path() == other.path())
         return false;
     return signature().isEqualTo(other.signature());
+}
+
+std::int64_t CVFile::statMTime() const {
+    const std::int64_t seconds = m_statMTimeNanoseconds / kNanosecondsPerSecond;
+    return m_statMTimeNanoseconds % kNanosecondsPerSecond < 0 ? seconds - 1 : seconds;
+}
+
+std::uint64_t CVFile::device() const {
+    if (m_parentFolder)
+        return m_parentFolder->device();
+    const Extras* extras = extrasIfAny();
+    return extras ? extras->device : 0;
+}
+
+void CVFile::setDevice(std::uint64_t device) {
+    if (device != 0 || extrasIfAny())
+        extras().device = device;
 }
 
 std::vector<NodePtr> CVNode::childrenToRemove() const {

@@ -184,9 +184,20 @@ public:
     void setRootFolder(const std::shared_ptr<CVFolder>& folder);
 
     std::int64_t statCTime() const { return m_statCTime; }
-    std::int64_t statMTime() const { return m_statMTime; }
+    // Whole seconds, rounded down (also before 1970).
+    std::int64_t statMTime() const;
     void setStatCTime(std::int64_t t) { m_statCTime = t; }
-    void setStatMTime(std::int64_t t) { m_statMTime = t; }
+    void setStatMTime(std::int64_t seconds) { m_statMTimeNanoseconds = seconds * kNanosecondsPerSecond; }
+    // The modification time to the nanosecond, as the walk read it.
+    std::int64_t statMTimeNanoseconds() const { return m_statMTimeNanoseconds; }
+    void setStatMTimeNanoseconds(std::int64_t nanoseconds) { m_statMTimeNanoseconds = nanoseconds; }
+    static constexpr std::int64_t kNanosecondsPerSecond = 1000000000;
+
+    // The device the item lies on, as the walk read it (0: unknown). Every item of one
+    // root shares its device, so a walked file asks its folder; a file without a folder
+    // keeps its own.
+    virtual std::uint64_t device() const;
+    virtual void setDevice(std::uint64_t device);
 
     std::string path() const override;
     // Whether the two nodes stand for the same path; cheap when their names differ.
@@ -258,7 +269,7 @@ private:
     std::atomic<std::int8_t> m_selectionType{0};
     CVFolder* m_parentFolder = nullptr;
     std::int64_t m_statCTime = 0;
-    std::int64_t m_statMTime = 0;
+    std::int64_t m_statMTimeNanoseconds = 0;
 };
 
 // The file name without its extension ("photo" for "/a/photo.jpeg", ".bashrc" for "/a/.bashrc").

@@ -236,8 +236,10 @@ void CVFilesHierarchy::addFile(Walk& walk, const WalkEntry& entry) {
         file->setNameRelativeToParent(std::string(entry.name));
     file->setIgnore(entry.ignored);
     file->setStatCTime(entry.ctime);
-    file->setStatMTime(entry.mtime);
+    file->setStatMTimeNanoseconds(entry.mtimeNanoseconds);
     file->setInodeNumber(entry.inode);
+    if (!current)
+        file->setDevice(entry.device);
     if (current)
         current->addChildFile(file);
     else
@@ -253,7 +255,8 @@ void CVFilesHierarchy::addFolder(Walk& walk, const WalkEntry& entry) {
     if (walk.top && current)
         folder->setNameRelativeToParent(std::string(entry.name));
     folder->setStatCTime(entry.ctime);
-    folder->setStatMTime(entry.mtime);
+    folder->setStatMTimeNanoseconds(entry.mtimeNanoseconds);
+    folder->setDevice(entry.device);
     folder->setDelegate(m_nodeDelegate);
     folder->setInodeNumber(entry.inode);
     folder->setIgnore(entry.ignored);

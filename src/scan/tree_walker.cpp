@@ -436,7 +436,8 @@ void WalkRun::walkTask(Task& task) {
             e.sizeOnDisk = HVFileSizer::itemSizeWithFTSEntry(entry);
             e.inode = st->st_ino;
             e.ctime = st->st_ctim.tv_sec;
-            e.mtime = st->st_mtim.tv_sec;
+            e.mtimeNanoseconds = st->st_mtim.tv_sec * std::int64_t{1000000000} + st->st_mtim.tv_nsec;
+            e.device = st->st_dev;
             if (!isFolder) {
                 e.kind = WalkEntry::File;
                 if (top)
