@@ -35,6 +35,10 @@ public:
     // True when the members were found equal on sampled content: large files compared
     // on their samples, applications on their property lists, folders holding either.
     bool wasComparedBySamples() const;
+    // The user chose to remove every copy (answering the all-copies warning): the removal
+    // may then go on without a kept copy, to the Trash only.
+    bool userForcedAllCopies() const { return m_userForcedAllCopies; }
+    void setUserForcedAllCopies(bool value) { m_userForcedAllCopies = value; }
     // Set once the members were confirmed equal byte for byte.
     bool contentVerified() const { return m_contentVerified; }
     void setContentVerified(bool value) { m_contentVerified = value; }
@@ -93,6 +97,7 @@ private:
     bool m_mixedGroup = false;
     bool m_allFilesForbidden = false;
     bool m_contentVerified = false;
+    bool m_userForcedAllCopies = false;
     std::int64_t m_filesToRemoveCount = 0;
     std::int64_t m_silentFilesToRemoveCount = 0;
     std::uint64_t m_totalSize = 0;

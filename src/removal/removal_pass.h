@@ -1,0 +1,195 @@
+#pragma once
+// CVRemovalPass: removes every copy marked for removal, as the collector's Remove button
+// does: to the Trash or outright, through the library application for files of the
+// current photo or music library, with the clean-up of emptied parent folders when asked.
+// The collector controller and the command line drive it; a CVRemovalView shows it.
+//
+// Copies are handled in group order and, inside a group, in member order, so a pass is
+// repeatable. Before a copy is touched it passes the checks of removal_verifier.h; a copy
+// that fails them, or whose removal fails, is counted and listed with its reason, and the
+// pass goes on. A stop request (Stop, or a signal on the command line) ends the pass after
+// the current copy; the copies not reached stay marked.
+//
+// On Linux a volume without a usable Trash fails the copy ("no Trash on this volume"):
+// it is never deleted outright instead; permanent deletion is the user's explicit choice.
+// The clean-up of a parent folder never touches a scan root, a mount point or a folder
+// the ignore list protects, and in delete mode it removes only ".DS_Store" and then the
+// empty folder (never a recursive delete).
+//
+// Threads: shreddList, removeFinishedWithSize and the accessors on the main thread;
+// cleanDuplicates on the pass's own thread (startPass makes it), which waits for the main
+// thread at the start and at each progress tick. The counters are changed on the main
+// thread. requestStop may be called from any thread (a signal handler's flag poller).
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "engine/group.h"
+#include "platform/error.h"
+#include "platform/property_value.h"
+#include "removal_verifier.h"
+
+namespace corvel {
+
+class CVDuplicatesController;
+class CVIgnoreList;
+class CVPreferences;
+class CVRemovalView;
+class CVStatisticsController;
+class HVAchievementsController;
+class LibraryAppDriver;
+class Trash;
+class UserDefaults;
+
+inline constexpr const char* kIPhotoLaunchErrorDomain = "com.halvik.Corvel.iPhotoLaunchError";
+inline constexpr const char* kIPhotoRemoveErrorDomain = "com.halvik.Corvel.iPhotoRemoveError";
+inline constexpr const char* kITunesLaunchErrorDomain = "com.halvik.Corvel.iTunesLaunchError";
+inline constexpr const char* kITunesRemoveErrorDomain = "com.halvik.Corvel.iTunesRemoveError";
+inline constexpr std::int64_t kLibraryLaunchErrorCode = 100501;
+inline constexpr std::int64_t kLibraryRemoveErrorCode = 100500;
+inline constexpr const char* kRemovedPhotosKey = "RemovedPhotos";
+inline constexpr const char* kRemoveHardAnimationsKey = "RemoveHardAnimations";
+// The error domain of copies refused by the checks before removal.
+inline constexpr const char* kRemovalCheckErrorDomain = "com.halvik.Corvel.RemovalCheck";
+
+class CVRemovalPass {
+public:
+    struct Services {
+        CVDuplicatesController& results;
+        UserDefaults& defaults;
+        CVPreferences& preferences;
+        CVIgnoreList& ignoreList;
+        Trash& trash;
+        LibraryAppDriver& libraryAppDriver;
+        CVStatisticsController& statistics;
+        HVAchievementsController& achievements;
+        CVRemovalView& view;
+    };
+    struct Options {
+        std::optional<bool> moveToTrash;        // this pass only; else "MoveIntoTrash"
+        std::optional<bool> removeEmptyFolders; // this pass only; else "RemoveEmptyFolders"
+        bool dryRun = false;    // decide and report, change nothing (files, Trash, settings)
+        bool tickPacing = true; // at least 0.2 s between ticks and a pause at the end
+        std::vector<std::string> scanRoots; // never removed by the clean-up
+    };
+
+    enum class Outcome { Trashed, Deleted, Failed, NotHandled, WouldTrash, WouldDelete, WouldFail };
+    static const char* outcomeName(Outcome outcome);
+
+    // What became of one marked copy.
+    struct FileRecord {
+        std::shared_ptr<CVFile> file;
+        std::size_t group = 0; // the group's place among the results' groups
+        Outcome outcome = Outcome::NotHandled;
+        std::string keptCopy;
+        std::string trashFile;
+        std::string trashInfo;
+        std::string trashDirectory; // a dry run: where it would go
+        std::string error;
+    };
+
+    CVRemovalPass(Services services, Options options);
+    ~CVRemovalPass();
+    CVRemovalPass(const CVRemovalPass&) = delete;
+    CVRemovalPass& operator=(const CVRemovalPass&) = delete;
+
+    // The Remove/Stop button: starts a pass (on its own thread) when copies are marked and
+    // none runs, stops the running one, or ends at once when nothing is marked.
+    void shreddList();
+    // Asks the running pass to stop after the current copy. Any thread.
+    void requestStop() { m_shredInProgress = false; }
+    // Waits for the pass's thread; the main queue must be run meanwhile by the caller.
+    void waitForPass();
+    bool isPassThreadRunning() const { return m_threadRunning.load(); }
+
+    // The pass; on the calling thread (startPass runs it on its own).
+    void cleanDuplicates();
+    bool shredDuplicateFile(CVFile& file, bool toTrash, CVError* error);
+    bool shredPhysicallyDup(CVFile& file, bool toTrash, CVError* error);
+    bool removeItemAtPath(const std::string& path, bool toTrash, CVError* error);
+    void removeParentFolderIfEmpty(const std::string& removedPath, bool moveToTrash);
+    std::optional<CVError> shrediPhotoDup(CVFile& file);
+    std::optional<PropertyValue::Dictionary> trashiPhotoImageWithPath(const std::string& path, bool useAdd,
+                                                                      bool isVideo);
+    std::optional<CVError> shrediTunesDup(CVFile& file);
+    void removeFinishedWithSize(std::uint64_t size, std::uint64_t files, bool completeRemove, bool stopped);
+
+    // The marked copies, in group and member order, with their groups' places.
+    std::vector<std::pair<std::shared_ptr<CVFile>, std::size_t>> markedFiles() const;
+    // count and size from the marks (the collector's recount).
+    void countDuplicates();
+
+    bool shredInProgress() const { return m_shredInProgress.load(); }
+    std::uint64_t count() const { return m_count; }
+    std::uint64_t size() const { return m_size; }
+    std::uint64_t errorFilesCount() const { return m_errorFilesCount; }
+    std::uint64_t failedSize() const { return m_failedSize; }
+    const std::vector<std::shared_ptr<CVFile>>& failedFiles() const { return m_failedFiles; }
+    bool iPhotoWasLaunched() const { return m_iPhotoWasLaunched; }
+    bool iTunesWasLaunched() const { return m_iTunesWasLaunched; }
+    bool needRefreshing() const { return m_needRefreshing; }
+
+    // What the last pass did (read after it ended).
+    const std::vector<FileRecord>& records() const { return m_records; }
+    const std::vector<std::string>& removedFolders() const { return m_removedFolders; }
+    std::uint64_t markedFilesAtStart() const { return m_markedAtStart; }
+    std::uint64_t markedSizeAtStart() const { return m_markedSizeAtStart; }
+    std::uint64_t removedFiles() const { return m_removedFiles; }
+    std::uint64_t removedSize() const { return m_removedSize; }
+    bool stopped() const { return m_stopped; }
+    bool complete() const { return m_complete; }
+    bool finished() const { return m_finished; }
+    // The trash flag the pass uses: the option, else the preference.
+    bool moveToTrash() const;
+    bool removeEmptyFolders() const;
+
+private:
+    void startPass();
+    void runOnMain(const std::function<void()>& work, bool wait);
+    void handle(const std::shared_ptr<CVFile>& file, std::size_t group, bool toTrash);
+    void tick(std::chrono::steady_clock::time_point& lastTick);
+    bool parentMayBeCleaned(const std::string& folder) const;
+    bool isEmptyForCleanUp(const std::string& folder) const;
+    CVError checkError(const std::string& reason) const;
+
+    Services m_services;
+    Options m_options;
+    RemovalVerifier m_verifier;
+    std::atomic<bool> m_shredInProgress{false};
+    std::uint64_t m_count = 0;
+    std::uint64_t m_size = 0;
+    std::uint64_t m_errorFilesCount = 0;
+    std::uint64_t m_failedSize = 0;
+    std::vector<std::shared_ptr<CVFile>> m_failedFiles;
+    bool m_iPhotoWasLaunched = false;
+    bool m_iTunesWasLaunched = false;
+    std::optional<std::chrono::system_clock::time_point> m_cleanStartDate;
+    bool m_needRefreshing = false;
+
+    std::vector<FileRecord> m_records;
+    FileRecord* m_current = nullptr; // the record of the copy being handled
+    std::vector<std::string> m_removedFolders;
+    std::set<std::string> m_wouldGo; // a dry run: the paths it would remove
+    std::uint64_t m_markedAtStart = 0;
+    std::uint64_t m_markedSizeAtStart = 0;
+    std::uint64_t m_removedFiles = 0;
+    std::uint64_t m_removedSize = 0;
+    std::uint64_t m_step = 1;
+    std::uint64_t m_countdown = 1;
+    std::uint64_t m_handled = 0;
+    bool m_stopped = false;
+    bool m_complete = false;
+    bool m_finished = false;
+
+    std::thread m_thread;
+    std::atomic<bool> m_threadRunning{false};
+};
+
+} // namespace corvel

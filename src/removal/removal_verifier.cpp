@@ -1,0 +1,108 @@
+#include "removal_verifier.h"
+
+#include <sys/stat.h>
+
+#include "engine/folder.h"
+#include "engine/group.h"
+
+namespace corvel {
+
+namespace {
+
+struct Identity {
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
+};
+
+bool sameItem(const Identity& a, const Identity& b) {
+    return a.device == b.device && a.inode == b.inode;
+}
+
+// Whether one path lies inside the other (or they are the same).
+bool nested(const std::string& a, const std::string& b) {
+    const std::string& shorter = a.size() <= b.size() ? a : b;
+    const std::string& longer = a.size() <= b.size() ? b : a;
+    return longer == shorter || (longer.starts_with(shorter) && longer[shorter.size()] == '/') ||
+           shorter == "/";
+}
+
+} // namespace
+
+RemovalVerifier::RemovalVerifier(ContentComparer::StopRequest stop) : m_comparer(std::move(stop)) {}
+
+bool RemovalVerifier::isUnchangedSinceScan(const CVFile& file, std::string* reason) {
+    auto fail = [&](const char* why) {
+        if (reason)
+            *reason = why;
+        return false;
+    };
+    struct stat st {};
+    if (::lstat(file.path().c_str(), &st) != 0)
+        return fail(errno == ENOENT ? "missing" : kReasonChanged);
+    const bool isFolder = dynamic_cast<const CVFolder*>(&file) != nullptr;
+    if (isFolder ? !S_ISDIR(st.st_mode) : (S_ISDIR(st.st_mode) || S_ISLNK(st.st_mode)))
+        return fail(kReasonChanged);
+    // A node no walk recorded (device 0) is never trusted.
+    if (file.device() == 0 || st.st_dev != file.device() || st.st_ino != file.inodeNumber())
+        return fail(kReasonChanged);
+    const std::int64_t mtime = st.st_mtim.tv_sec * CVFile::kNanosecondsPerSecond + st.st_mtim.tv_nsec;
+    if (mtime != file.statMTimeNanoseconds())
+        return fail(kReasonChanged);
+    if (!isFolder && static_cast<std::uint64_t>(st.st_size) != file.size())
+        return fail(kReasonChanged);
+    return true;
+}
+
+RemovalCheck RemovalVerifier::checkBeforeRemoval(const CVFile& copy, bool permanently) {
+    RemovalCheck check;
+    if (!isUnchangedSinceScan(copy, &check.reason))
+        return check;
+    const std::string copyPath = copy.path();
+    const Identity copyIdentity{copy.device(), copy.inodeNumber()};
+    CVGroup* group = copy.parentGroup();
+    // The members that stay and still are what the scan saw.
+    std::vector<std::shared_ptr<CVFile>> kept;
+    if (group)
+        for (const auto& member : group->files())
+            if (member.get() != &copy && !member->needToRemove() && !member->wasRemoved() &&
+                isUnchangedSinceScan(*member, nullptr))
+                kept.push_back(member);
+    for (const auto& member : kept)
+        if (sameItem({member->device(), member->inodeNumber()}, copyIdentity)) {
+            check.reason = kReasonHardLink;
+            return check;
+        }
+    std::string difference;
+    std::string uncertainty;
+    for (const auto& member : kept) {
+        const std::string keptPath = member->path();
+        if (nested(keptPath, copyPath))
+            continue;
+        const ContentComparison comparison = m_comparer.compareTrees(copyPath, keptPath);
+        if (comparison.isEqual() && !comparison.sameFile) {
+            check.ok = true;
+            check.keptCopy = keptPath;
+            return check;
+        }
+        if (comparison.outcome == ContentComparison::Stopped) {
+            check.reason = "stopped";
+            return check;
+        }
+        (comparison.outcome == ContentComparison::Different ? difference : uncertainty) = comparison.message;
+    }
+    if (!difference.empty()) {
+        check.reason = std::string(kReasonDiffers) + " (" + difference + ")";
+    } else if (!uncertainty.empty()) {
+        check.reason = "cannot compare with the kept copy (" + uncertainty + ")";
+    } else if (group && group->userForcedAllCopies()) {
+        if (permanently)
+            check.reason = kReasonAllCopiesPermanently;
+        else
+            check.ok = true;
+    } else {
+        check.reason = kReasonNoKeptCopy;
+    }
+    return check;
+}
+
+} // namespace corvel

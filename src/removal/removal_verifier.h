@@ -1,0 +1,53 @@
+#pragma once
+// The checks a copy passes immediately before it is trashed or deleted. A group was
+// found on sampled evidence (large files on about 20 KB) and files change after a scan,
+// so nothing is removed on the scan's word alone:
+//   1. the copy is what the scan recorded: same device, inode, type, size and
+//      modification time (to the nanosecond; folders: type and time, no size);
+//   2. a kept copy is named: a member of the same group that is not marked, not
+//      removed, unchanged since the scan in the same way, another (device, inode) than
+//      the copy, and neither above nor below the copy;
+//   3. the copy equals the kept copy byte for byte over its whole content (folders:
+//      the whole tree; see engine/content_comparison.h).
+// The one exception is a group whose every copy the user forced: it has no kept copy and
+// may go only to the Trash. A copy that is a hard link of a kept copy is refused: removing
+// it would free nothing.
+//
+// Threads: one verifier per removal pass, used on the pass's thread.
+
+#include <string>
+
+#include "engine/content_comparison.h"
+#include "engine/node.h"
+
+namespace corvel {
+
+struct RemovalCheck {
+    bool ok = false;
+    std::string reason;   // why the copy may not go (empty when ok)
+    std::string keptCopy; // the copy that stays, compared with it (empty for a forced group)
+};
+
+class RemovalVerifier {
+public:
+    explicit RemovalVerifier(ContentComparer::StopRequest stop = {});
+
+    // True when the item at the file's path is the one the scan recorded; else false
+    // with the reason ("changed since the scan", "missing").
+    static bool isUnchangedSinceScan(const CVFile& file, std::string* reason);
+
+    // Whether the copy may be removed now (permanently: deleted rather than trashed).
+    RemovalCheck checkBeforeRemoval(const CVFile& copy, bool permanently);
+
+private:
+    ContentComparer m_comparer;
+};
+
+// Reasons a copy fails the checks; the command line and the collector show them.
+inline constexpr const char* kReasonChanged = "changed since the scan";
+inline constexpr const char* kReasonDiffers = "differs from the kept copy";
+inline constexpr const char* kReasonNoKeptCopy = "no verified copy would remain";
+inline constexpr const char* kReasonHardLink = "a hard link of the kept copy: removing it frees nothing";
+inline constexpr const char* kReasonAllCopiesPermanently = "every copy of the group is chosen: they may only go to the Trash";
+
+} // namespace corvel
