@@ -26,7 +26,7 @@ constexpr const char* kFoldersWithItems = "New Folder With Items|Neuer Ordner mi
 // a last extension ("a (copy).tar" of "a (copy).tar.gz").
 constexpr const char* kBracketedCopyMark =
     " +\\((%@( +[0-9]+)?|another +copy|[0-9]+(st|nd|rd|th) +copy)\\)(?=\\.[^ .]+$|$)";
-constexpr const char* kOrdinalCopy = "^[^0-9]*([0-9]+)(st|nd|rd|th) +copy";
+constexpr const char* kOrdinalCopy = "^[0-9]+(st|nd|rd|th) +copy";
 constexpr const char* kAnotherCopy = "another +copy";
 
 // The patterns, compiled once, with the word lists in decomposed form.
