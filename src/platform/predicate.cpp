@@ -1,6 +1,7 @@
 #include "predicate.h"
 
 #include <cctype>
+#include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <vector>
@@ -505,45 +506,94 @@ PropertyValue resolve(const Expression& expr, const KeyValueObject& root) {
     return object ? PropertyValue() : value;
 }
 
-// A number read from a string that holds nothing else.
-std::optional<double> numericString(const PropertyValue& v) {
+// A number as comparisons see it: a signed integer, an integer above INT64_MAX, or a real.
+struct Number {
+    enum class Kind { Signed, Unsigned, Real } kind = Kind::Signed;
+    std::int64_t i = 0;
+    std::uint64_t u = 0;
+    double d = 0;
+};
+
+// A number from a number, or from a string that holds nothing else (integers exactly).
+std::optional<Number> numberOf(const PropertyValue& v) {
+    using Type = PropertyValue::Type;
+    if (v.type() == Type::Real)
+        return Number{Number::Kind::Real, 0, 0, v.toDouble()};
+    if (v.isNumber()) {
+        if (v.isUnsignedInteger())
+            return Number{Number::Kind::Unsigned, 0, v.toUInt64(), 0};
+        return Number{Number::Kind::Signed, v.toInt64(), 0, 0};
+    }
     const std::string* s = v.asString();
     if (!s || s->empty())
         return std::nullopt;
+    const char* first = s->data();
+    const char* last = first + s->size();
+    std::int64_t i = 0;
+    if (auto [end, ec] = std::from_chars(first, last, i); ec == std::errc() && end == last)
+        return Number{Number::Kind::Signed, i, 0, 0};
+    std::uint64_t u = 0;
+    if (auto [end, ec] = std::from_chars(first, last, u); ec == std::errc() && end == last)
+        return Number{Number::Kind::Unsigned, 0, u, 0};
     char* end = nullptr;
     const double d = std::strtod(s->c_str(), &end);
     if (*end != '\0')
         return std::nullopt;
-    return d;
+    return Number{Number::Kind::Real, 0, 0, d};
+}
+
+template <typename T> int sign(T x, T y) {
+    return x < y ? -1 : (y < x ? 1 : 0);
+}
+
+// An integer against a real, exactly (no rounding of the integer to a double).
+int compareIntegerWithReal(const Number& n, double d) {
+    constexpr double kTwo63 = 9223372036854775808.0;
+    constexpr double kTwo64 = 18446744073709551616.0;
+    const bool isSigned = n.kind == Number::Kind::Signed;
+    if (d >= (isSigned ? kTwo63 : kTwo64))
+        return -1;
+    if (d < (isSigned ? -kTwo63 : kTwo63))
+        return 1;
+    // The real's whole part now fits the integer's type.
+    const double whole = std::trunc(d);
+    const int wholeOrder =
+        isSigned ? sign(n.i, static_cast<std::int64_t>(whole)) : sign(n.u, static_cast<std::uint64_t>(whole));
+    if (wholeOrder != 0)
+        return wholeOrder;
+    return sign(whole, d); // the same whole part: the fraction decides
+}
+
+// Orders two numbers; nothing when either is not a number (NaN).
+std::optional<int> compareNumbers(const Number& a, const Number& b) {
+    using Kind = Number::Kind;
+    if ((a.kind == Kind::Real && std::isnan(a.d)) || (b.kind == Kind::Real && std::isnan(b.d)))
+        return std::nullopt;
+    if (a.kind == Kind::Real && b.kind == Kind::Real)
+        return sign(a.d, b.d);
+    if (b.kind == Kind::Real)
+        return compareIntegerWithReal(a, b.d);
+    if (a.kind == Kind::Real)
+        return -compareIntegerWithReal(b, a.d);
+    if (a.kind == Kind::Signed && b.kind == Kind::Signed)
+        return sign(a.i, b.i);
+    if (a.kind == Kind::Unsigned && b.kind == Kind::Unsigned)
+        return sign(a.u, b.u);
+    // One is above INT64_MAX, so it is the larger.
+    return a.kind == Kind::Unsigned ? 1 : -1;
 }
 
 // Orders two values: negative, zero or positive; nothing when they do not compare.
 std::optional<int> order(const PropertyValue& a, const PropertyValue& b, bool ignoreCase,
                          bool ignoreDiacritics) {
     using Type = PropertyValue::Type;
-    auto sign = [](auto x, auto y) { return x < y ? -1 : (y < x ? 1 : 0); };
-    if (a.isNumber() && b.isNumber()) {
-        if (a.type() != Type::Real && b.type() != Type::Real) {
-            const bool au = a.isUnsignedInteger();
-            const bool bu = b.isUnsignedInteger();
-            if (!au && !bu)
-                return sign(a.toInt64(), b.toInt64());
-            if (au && bu)
-                return sign(a.toUInt64(), b.toUInt64());
-            // One is above INT64_MAX: it is the larger unless the other is too.
-            return au ? 1 : -1;
-        }
-        return sign(a.toDouble(), b.toDouble());
-    }
-    if (a.isNumber() && b.isString()) {
-        if (auto d = numericString(b))
-            return sign(a.toDouble(), *d);
-        return std::nullopt;
-    }
-    if (a.isString() && b.isNumber()) {
-        if (auto d = numericString(a))
-            return sign(*d, b.toDouble());
-        return std::nullopt;
+    if (a.isNumber() || b.isNumber()) {
+        // A number compares with a number or a numeric string, exactly.
+        const auto x = numberOf(a);
+        const auto y = numberOf(b);
+        if (!x || !y)
+            return std::nullopt;
+        return compareNumbers(*x, *y);
     }
     if (a.isString() && b.isString()) {
         if (!ignoreCase && !ignoreDiacritics)

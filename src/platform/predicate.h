@@ -15,9 +15,14 @@
 // Strings take backslash escapes (\' \" \\ \n \t). An argument standing after "." or as
 // %K names a key rather than a value.
 //
-// Comparison: numbers (and booleans) numerically, strings by Unicode code points after
-// the modifiers' folding, dates by time; a number and a numeric string compare as
-// numbers. Comparisons involving null are false, except == and != against null.
+// An argument keeps its own type and sign whatever its conversion letter: a negative
+// time given for %lu stays negative.
+//
+// Comparison: numbers (and booleans) numerically and exactly: signed integers, integers
+// above INT64_MAX and reals compare by value, an integer is never rounded to a real
+// (2^53 + 1 is above 2^53 as a real); strings by Unicode code points after the modifiers'
+// folding, dates by time; a number and a numeric string compare as numbers. Comparisons
+// involving null, or a real that is not a number, are false, except != (and == null).
 
 #include <memory>
 #include <optional>

@@ -11,14 +11,26 @@ namespace corvel {
 
 namespace {
 
-std::string mailDownloads() {
-    return realHomeDirectory() + "/Library/Mail Downloads";
-}
-std::string mailContainerDownloads() {
-    return realHomeDirectory() + "/Library/Containers/com.apple.mail/Data/Library/Mail Downloads";
+// The path without trailing slashes ("/" stays "/").
+std::string_view withoutTrailingSlashes(std::string_view path) {
+    while (path.size() > 1 && path.back() == '/')
+        path.remove_suffix(1);
+    return path;
 }
 
 } // namespace
+
+bool sameAutoselectFolder(std::string_view a, std::string_view b) {
+    return withoutTrailingSlashes(a) == withoutTrailingSlashes(b);
+}
+
+bool autoselectFolderInside(std::string_view folder, std::string_view container) {
+    folder = withoutTrailingSlashes(folder);
+    container = withoutTrailingSlashes(container);
+    if (folder.size() <= container.size() || !folder.starts_with(container))
+        return false;
+    return container == "/" || folder[container.size()] == '/';
+}
 
 CVAutoselectListItem CVAutoselectListItem::autoselectItemWithPath(const std::string& path,
                                                                   std::int32_t category) {
@@ -51,23 +63,18 @@ CVAutoselectLists::CVAutoselectLists(UserDefaults& defaults) : m_defaults(defaul
 }
 
 void CVAutoselectLists::initAutoselectDefaultList() {
+    // Linux has no mail client that keeps a downloads folder of its own: no Mail
+    // downloads entry (nor its "AutoselectMailDownloadsSet" flag) is ever written, and an
+    // entry already stored is the user's and stays as it is.
     if (!m_defaults.hasStoredValueForKey(kAutoSelectDefaultSetKey)) {
         resetAutoselectList();
         m_defaults.setBool(true, kAutoSelectDefaultSetKey);
-    } else if (!m_defaults.hasStoredValueForKey(kAutoselectMailDownloadsSetKey)) {
-        addMailDownloadsEntry();
-        m_defaults.setBool(true, kAutoselectMailDownloadsSetKey);
     }
-}
-
-void CVAutoselectLists::addMailDownloadsEntry() {
-    resetAutoselectPrefferedListWithPath(mailDownloads(), mailContainerDownloads());
 }
 
 void CVAutoselectLists::resetAutoselectList() {
     removeAutoselectIncludeList();
     resetAutoselectPrefferedListWithPath(userDirectory(UserDirectory::Downloads), std::nullopt);
-    addMailDownloadsEntry();
 }
 
 void CVAutoselectLists::resetAutoselectPrefferedListWithPath(const std::string& path,
@@ -124,13 +131,16 @@ AutoselectRelation CVAutoselectLists::relationForItem(const CVAutoselectListItem
     for (const auto& stored : list()) {
         const bool otherCategory = stored.category != item.category;
         AutoselectRelation found = kRelationNone;
-        if (otherCategory && stored.path == item.path)
+        const bool samePath = sameAutoselectFolder(stored.path, item.path);
+        if (otherCategory && samePath)
             found = kRelationInOtherList;
-        else if (otherCategory && stored.path.starts_with(item.path + "/") && item.category == kNeverSelect)
+        else if (otherCategory && autoselectFolderInside(stored.path, item.path) &&
+                 item.category == kNeverSelect)
             found = kRelationContainsAlways;
-        else if (otherCategory && item.path.starts_with(stored.path + "/") && stored.category == kNeverSelect)
+        else if (otherCategory && autoselectFolderInside(item.path, stored.path) &&
+                 stored.category == kNeverSelect)
             found = kRelationInsideNever;
-        else if (!otherCategory && stored.path == item.path)
+        else if (!otherCategory && samePath)
             found = kRelationSameEntry;
         if (found == kRelationNone)
             continue;

@@ -6,6 +6,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/property_value.h"
@@ -16,6 +17,7 @@ class UserDefaults;
 
 inline constexpr const char* kAutoselectListKey = "AutoselectList";
 inline constexpr const char* kAutoSelectDefaultSetKey = "AutoSelectDefaultSet";
+// Marks a Mail downloads entry as added once; read where it exists, never written on Linux.
 inline constexpr const char* kAutoselectMailDownloadsSetKey = "AutoselectMailDownloadsSet";
 
 enum AutoselectCategory : std::int32_t { kAlwaysSelect = 0, kNeverSelect = 1 };
@@ -35,6 +37,12 @@ struct CVAutoselectListItem {
     friend bool operator==(const CVAutoselectListItem&, const CVAutoselectListItem&) = default;
 };
 
+// Whether two list folders are the same folder, and whether the first lies inside the
+// second (by whole components: "/u/Downloads" is inside "/u" and "/", not inside "/u/Down").
+// Trailing slashes do not count.
+bool sameAutoselectFolder(std::string_view a, std::string_view b);
+bool autoselectFolderInside(std::string_view folder, std::string_view container);
+
 // How a new entry relates to the stored ones (relationForItem).
 enum AutoselectRelation : int {
     kRelationNone = 0,           // add it
@@ -46,11 +54,12 @@ enum AutoselectRelation : int {
 
 class CVAutoselectLists {
 public:
-    // Reads the lists; on the first use writes the default Always Select entries (the
-    // Downloads folder and Mail's downloads folder).
+    // Reads the lists; on the first use writes the default Always Select entry (the
+    // user's Downloads folder) and "AutoSelectDefaultSet". Stored entries are never changed here.
     explicit CVAutoselectLists(UserDefaults& defaults);
 
     void initAutoselectDefaultList();
+    // Drops every Always Select entry and adds the Downloads folder; Never Select stays.
     void resetAutoselectList();
     void resetAutoselectPrefferedListWithPath(const std::string& path,
                                               const std::optional<std::string>& linkedPath);
@@ -64,8 +73,6 @@ public:
                                        CVAutoselectListItem* relatedItem) const;
 
 private:
-    void addMailDownloadsEntry();
-
     UserDefaults& m_defaults;
 };
 

@@ -36,10 +36,12 @@ CVAutoselectSeparator::getMaxRangeWithStingsArray(const std::vector<std::string>
 
 std::vector<CVAutoselectSeparator::FilePtr>
 CVAutoselectSeparator::insideNetworkDrives(const std::vector<FilePtr>& items) {
-    // The last two are the sync clients common on Linux desktops.
+    // After "/Cloud Drive/": the folders the sync clients common on Linux desktops keep
+    // (Nextcloud, ownCloud, OneDrive with its "OneDrive - Company" form, MEGA, pCloud).
     static const auto cloud =
         RegularExpression::compile("/Dropbox/|/SkyDrive/|/SparkleShare/|/Google.+/|/.+Google/|/Yandex\\.Disk/"
-                                   "|/Cloud Drive/|/Nextcloud/|/ownCloud/",
+                                   "|/Cloud Drive/|/Nextcloud/|/ownCloud/|/OneDrive( - [^/]+)?/|/MEGA(sync)?/"
+                                   "|/pCloud( ?Drive| Sync)?/",
                                    nullptr);
     std::vector<FilePtr> out;
     for (const auto& item : items)

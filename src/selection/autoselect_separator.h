@@ -25,7 +25,7 @@ public:
     static std::optional<std::size_t> getMaxRangeWithStingsArray(const std::vector<std::string>& strings,
                                                                  const std::string& path);
     // The items inside folders kept in sync by cloud services (Dropbox, Google Drive,
-    // Nextcloud, ...).
+    // Nextcloud, OneDrive, MEGA, pCloud, ...).
     static std::vector<FilePtr> insideNetworkDrives(const std::vector<FilePtr>& items);
 
     const std::vector<FilePtr>& alwaysSelect() const { return m_alwaysSelect; }

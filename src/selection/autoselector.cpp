@@ -205,7 +205,12 @@ SelectionItems CVAutoselector::librariesItemsSelector(const SelectionItems& cand
     if (iTunes.empty() && iPhoto.empty()) {
         if (aperture.empty())
             return candidates;
-        for (const auto& item : minus(candidates, aperture))
+        // The copies outside the library go, but only while a copy stays: the library
+        // copies may already be selected (Always Select, unknown type).
+        const SelectionItems outside = minus(candidates, aperture);
+        if (outside.size() >= notSelectedItems().size())
+            return candidates;
+        for (const auto& item : outside)
             selectItemToRemove(item, kSelectionAutomatic);
         return {};
     }
@@ -230,10 +235,11 @@ SelectionItems CVAutoselector::modificationDateBasedItemsSelector(const Selectio
     if (sorted.front()->statMTime() == sorted.back()->statMTime())
         return candidates;
     deselectAll();
+    // The time goes in signed: times before 1970 are negative.
     return predicateBasedItemsSelector(
         candidates,
         *Predicate::parsef("(statMTime != %lu)", nullptr,
-                           static_cast<unsigned long long>(sorted.front()->statMTime())),
+                           static_cast<long long>(sorted.front()->statMTime())),
         kSelectionStrong);
 }
 

@@ -64,7 +64,8 @@ public:
     static SelectionItems itemsFilter(const SelectionItems& items, const CVPathComponent& component);
 
     // Selectors: each may select some candidates and answers those still undecided.
-    // All but the library ones select only while fewer items match than are unselected.
+    // Each selects only while a copy of the group stays unselected: most only while fewer
+    // items match than are unselected; the library filters always keep one library copy.
     SelectionItems predicateBasedItemsSelector(const SelectionItems& candidates, const Predicate& predicate,
                                                std::int32_t selectionType = 4);
     SelectionItems whiteListSelector(const SelectionItems& candidates, bool& allWhite);

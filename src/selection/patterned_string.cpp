@@ -21,12 +21,23 @@ constexpr const char* kFoldersWithItems = "New Folder With Items|Neuer Ordner mi
                                           "объектами|選択項目から作成したフォルダ|Nowy katalog z rzeczami|"
                                           "Nova Pasta Com Itens|Нова папка з елементами";
 
+// The copy marks Linux file managers append in brackets: "name (copy)", "name (another
+// copy)", "name (3rd copy)", "name (copy 2)". The mark ends the name or stands just before
+// a last extension ("a (copy).tar" of "a (copy).tar.gz").
+constexpr const char* kBracketedCopyMark =
+    " +\\((%@( +[0-9]+)?|another +copy|[0-9]+(st|nd|rd|th) +copy)\\)(?=\\.[^ .]+$|$)";
+constexpr const char* kOrdinalCopy = "^[0-9]+(st|nd|rd|th) +copy";
+constexpr const char* kAnotherCopy = "another +copy";
+
 // The patterns, compiled once, with the word lists in decomposed form.
 struct Patterns {
     RegularExpression prefix;
     RegularExpression suffix;
     RegularExpression trailingNumber;
     RegularExpression autoName;
+    RegularExpression bracketedCopy;
+    RegularExpression ordinalCopy;
+    RegularExpression anotherCopy;
 };
 
 RegularExpression compiled(const std::string& pattern) {
@@ -39,6 +50,9 @@ const Patterns& patterns() {
         compiled(formatf("[ ,-,_]+%@", kCopyWords)),
         compiled(formatf("([ ,-]+(%@+|\\(%@+\\)))+$", kDigits, kDigits)),
         compiled(formatf("^(%@|%@)$", kUntitledFolders, kFoldersWithItems)),
+        compiled(formatf(kBracketedCopyMark, kCopyWords)),
+        compiled(kOrdinalCopy),
+        compiled(kAnotherCopy),
     };
     return p;
 }
@@ -46,6 +60,28 @@ const Patterns& patterns() {
 std::uint64_t saturatingAdd(std::uint64_t a, std::uint64_t b) {
     return b > std::numeric_limits<std::uint64_t>::max() - a ? std::numeric_limits<std::uint64_t>::max()
                                                              : a + b;
+}
+
+// The number formed by all decimal digits of the text run together (saturating).
+std::uint64_t digitsValue(std::string_view text) {
+    std::uint64_t value = 0;
+    for (const char c : text)
+        if (c >= '0' && c <= '9')
+            value = value > (std::numeric_limits<std::uint64_t>::max() - 9) / 10
+                        ? std::numeric_limits<std::uint64_t>::max()
+                        : value * 10 + static_cast<std::uint64_t>(c - '0');
+    return value;
+}
+
+// How strongly a bracketed mark says copy: "(copy)" 1, "(another copy)" 2, "(3rd copy)" 3,
+// "(copy 2)" 1 + 2, as a copy word and a number count elsewhere.
+std::uint64_t bracketedCopyRate(std::string_view mark) {
+    if (patterns().anotherCopy.search(mark))
+        return 2;
+    if (patterns().ordinalCopy.search(mark.substr(mark.find('(') + 1)))
+        return digitsValue(mark);
+    const std::uint64_t number = digitsValue(mark);
+    return saturatingAdd(1, number);
 }
 
 std::vector<std::string> splitPath(const std::string& path) {
@@ -103,6 +139,12 @@ void CVPatternedString::removeSufixCopyPattern() {
     if (!m_currentPathComponent)
         return;
     std::string& component = *m_currentPathComponent;
+    // Marks in brackets first: the copy word inside them would otherwise be cut alone.
+    while (const auto mark = patterns().bracketedCopy.firstMatch(component)) {
+        m_patternsRate = saturatingAdd(
+            m_patternsRate, bracketedCopyRate(std::string_view(component).substr(mark->first, mark->second)));
+        component.erase(mark->first, mark->second);
+    }
     // The ranges are those of the unshortened component and are not shifted after a
     // deletion: with two copy marks the second range may cut elsewhere or be skipped.
     std::uint64_t count = 0;
@@ -115,15 +157,8 @@ void CVPatternedString::removeSufixCopyPattern() {
     m_patternsRate = saturatingAdd(m_patternsRate, count);
     const auto number = patterns().trailingNumber.firstMatch(component);
     if (number && number->first + number->second <= component.size()) {
-        std::uint64_t value = 0;
-        for (std::size_t i = number->first; i < number->first + number->second; ++i) {
-            const char c = component[i];
-            if (c >= '0' && c <= '9')
-                value = value > (std::numeric_limits<std::uint64_t>::max() - 9) / 10
-                            ? std::numeric_limits<std::uint64_t>::max()
-                            : value * 10 + static_cast<std::uint64_t>(c - '0');
-        }
-        m_patternsRate = saturatingAdd(m_patternsRate, value);
+        m_patternsRate = saturatingAdd(
+            m_patternsRate, digitsValue(std::string_view(component).substr(number->first, number->second)));
         component.erase(number->first, number->second);
     }
 }

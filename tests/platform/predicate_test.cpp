@@ -1,4 +1,6 @@
+#include <cmath>
 #include <gtest/gtest.h>
+#include <limits>
 
 #include "platform/predicate.h"
 
@@ -103,6 +105,71 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"(selectionType == 1 || selectionType == 4) && needToRemove == YES", {}, true},
         Case{"TRUEPREDICATE", {}, true}, Case{"NOT FALSEPREDICATE", {}, true},
         Case{"title == \"Song Copy.mp3\"", {}, true}, Case{"%@ == 'x'", {"x"}, true}));
+
+// Modification times are signed seconds: before 1970, around 0 and far out they compare
+// exactly, whether the argument comes as a signed or unsigned integer, a real or a
+// numeric string.
+struct TimeCase {
+    std::string label;
+    PropertyValue time;
+    std::string format;
+    PropertyValue argument;
+    bool expected;
+};
+
+void PrintTo(const TimeCase& c, std::ostream* os) {
+    *os << c.label;
+}
+
+class PredicateTimes : public testing::TestWithParam<TimeCase> {};
+
+TEST_P(PredicateTimes, CompareExactly) {
+    const TimeCase& c = GetParam();
+    FakeItem file;
+    file.values = {{"statMTime", c.time}};
+    CVError error;
+    const auto predicate = Predicate::parse(c.format, std::vector<PropertyValue>{c.argument}, &error);
+    ASSERT_TRUE(predicate) << error.localizedDescription();
+    EXPECT_EQ(predicate->evaluate(file), c.expected);
+}
+
+constexpr long long kTwo53 = 1LL << 53;
+constexpr long long kInt64Max = std::numeric_limits<long long>::max();
+constexpr long long kInt64Min = std::numeric_limits<long long>::min();
+constexpr unsigned long long kUInt64Max = std::numeric_limits<unsigned long long>::max();
+
+INSTANTIATE_TEST_SUITE_P(
+    Times, PredicateTimes,
+    testing::Values(
+        TimeCase{"before 1970, equal", -100LL, "(statMTime != %lu)", -100LL, false},
+        TimeCase{"before 1970, differ", -100LL, "(statMTime != %lu)", -50LL, true},
+        TimeCase{"before 1970, less", -100LL, "statMTime < %lu", -50LL, true},
+        TimeCase{"before 1970 against a positive", -1LL, "statMTime < %lu", 1ULL, true},
+        TimeCase{"zero against -1", 0LL, "statMTime > %ld", -1LL, true},
+        TimeCase{"zero equal", 0LL, "statMTime == %lu", 0ULL, true},
+        TimeCase{"a negative time is below every unsigned", -1LL, "statMTime < %lu", kUInt64Max, true},
+        TimeCase{"negative against a negative literal", -100LL, "statMTime == -100", PropertyValue(), true},
+        TimeCase{"the smallest time", kInt64Min, "statMTime < %ld", kInt64Min + 1, true},
+        TimeCase{"the largest time", kInt64Max, "statMTime == %lu",
+                 static_cast<unsigned long long>(kInt64Max), true},
+        TimeCase{"an integer beyond double precision against a real", kTwo53 + 1, "statMTime != %f",
+                 static_cast<double>(kTwo53), true},
+        TimeCase{"an integer beyond double precision above a real", kTwo53 + 1, "statMTime > %f",
+                 static_cast<double>(kTwo53), true},
+        TimeCase{"the largest time is below 2^63 as a real", kInt64Max, "statMTime < %f",
+                 9223372036854775808.0, true},
+        TimeCase{"the smallest time equals -2^63 as a real", kInt64Min, "statMTime == %f",
+                 -9223372036854775808.0, true},
+        TimeCase{"a fraction above", -1LL, "statMTime < %f", -0.5, true},
+        TimeCase{"a fraction below", -1LL, "statMTime > %f", -1.5, true},
+        TimeCase{"the largest unsigned is below 2^64 as a real", kUInt64Max, "statMTime < %f",
+                 18446744073709551616.0, true},
+        TimeCase{"a numeric string beyond double precision", kTwo53, "statMTime != %@", "9007199254740993",
+                 true},
+        TimeCase{"a negative numeric string", -100LL, "statMTime == %@", "-100", true},
+        TimeCase{"a real numeric string", -1LL, "statMTime < %@", "-0.5", true},
+        TimeCase{"not a number is not less", -1LL, "statMTime < %f", std::nan(""), false},
+        TimeCase{"not a number equals nothing", 0LL, "statMTime == %f", std::nan(""), false}));
 
 struct Malformed {
     std::string format;

@@ -23,27 +23,45 @@ protected:
     UserDefaults defaults{tree / "d.plist"};
 };
 
-TEST_F(AutoselectListsTest, TheFirstStartWritesDownloadsAndMailDownloads) {
+TEST_F(AutoselectListsTest, TheFirstStartWritesTheDownloadsFolderOnly) {
     CVAutoselectLists lists(defaults);
     const auto items = lists.list();
-    ASSERT_EQ(items.size(), 2u);
+    ASSERT_EQ(items.size(), 1u);
     EXPECT_EQ(items[0].path, userDirectory(UserDirectory::Downloads));
     EXPECT_FALSE(items[0].linkedPath);
-    EXPECT_EQ(items[1].path, realHomeDirectory() + "/Library/Mail Downloads");
-    EXPECT_EQ(items[1].linkedPath,
-              realHomeDirectory() + "/Library/Containers/com.apple.mail/Data/Library/Mail Downloads");
-    for (const auto& item : items) {
-        EXPECT_TRUE(item.enabled);
-        EXPECT_EQ(item.category, kAlwaysSelect);
-    }
+    EXPECT_TRUE(items[0].enabled);
+    EXPECT_EQ(items[0].category, kAlwaysSelect);
     EXPECT_TRUE(defaults.boolForKey(kAutoSelectDefaultSetKey));
-    // A second start keeps what the user made of the lists.
+    ASSERT_TRUE(defaults.synchronize());
+    const std::string written = test::TempTree::read(defaults.path());
+    EXPECT_EQ(written.find("Mail"), std::string::npos) << "no Mail downloads entry nor its flag:\n"
+                                                       << written;
+    EXPECT_EQ(written.find("/Library/"), std::string::npos);
+
+    // A second start keeps what the user made of the lists and adds nothing.
     lists.setAutoselectList({entry("/data/keep", kNeverSelect)});
     CVAutoselectLists again(defaults);
-    EXPECT_EQ(again.list().size(), 2u) << "the mail entry is added once, the rest stays";
+    ASSERT_EQ(again.list().size(), 1u);
     EXPECT_EQ(again.list()[0].path, "/data/keep");
-    CVAutoselectLists third(defaults);
-    EXPECT_EQ(third.list().size(), 2u);
+    EXPECT_FALSE(defaults.hasStoredValueForKey(kAutoselectMailDownloadsSetKey));
+}
+
+TEST_F(AutoselectListsTest, AStoredMailDownloadsEntryIsTheUsersAndStays) {
+    CVAutoselectListItem mail = entry("/home/ada/Library/Mail Downloads", kAlwaysSelect, false);
+    mail.linkedPath = "/home/ada/Library/Containers/com.apple.mail/Data/Library/Mail Downloads";
+    const std::vector<CVAutoselectListItem> stored{entry("/data/dl", kAlwaysSelect), mail};
+    {
+        UserDefaults earlier(tree / "earlier.plist");
+        CVAutoselectLists(earlier).setAutoselectList(stored);
+        earlier.setBool(true, kAutoSelectDefaultSetKey);
+        ASSERT_TRUE(earlier.synchronize());
+    }
+    const std::string before = test::TempTree::read(tree / "earlier.plist");
+    UserDefaults reopened(tree / "earlier.plist");
+    EXPECT_EQ(CVAutoselectLists(reopened).list(), stored);
+    EXPECT_FALSE(reopened.hasStoredValueForKey(kAutoselectMailDownloadsSetKey));
+    ASSERT_TRUE(reopened.synchronize());
+    EXPECT_EQ(test::TempTree::read(tree / "earlier.plist"), before) << "the file is left as it was";
 }
 
 TEST_F(AutoselectListsTest, EntriesRoundTripAndResetsKeepNeverSelect) {
@@ -79,7 +97,12 @@ TEST_F(AutoselectListsTest, RelationsToStoredEntries) {
                           Case{entry("/u/Archive/old", kAlwaysSelect), kRelationInsideNever, "/u/Archive"},
                           Case{entry("/u/Photos", kNeverSelect), kRelationSameEntry, "/u/Photos"},
                           Case{entry("/u/Downloadsx", kNeverSelect), kRelationNone, ""},
-                          Case{entry("/elsewhere", kAlwaysSelect), kRelationNone, ""}}) {
+                          Case{entry("/elsewhere", kAlwaysSelect), kRelationNone, ""},
+                          // Whole components, the root and trailing slashes.
+                          Case{entry("/", kNeverSelect), kRelationContainsAlways, "/u/Downloads"},
+                          Case{entry("/u/Archive/", kAlwaysSelect), kRelationInOtherList, "/u/Archive"},
+                          Case{entry("/u/Photos/x/", kAlwaysSelect), kRelationInsideNever, "/u/Photos"},
+                          Case{entry("/u/Photosx", kAlwaysSelect), kRelationNone, ""}}) {
         CVAutoselectListItem related;
         EXPECT_EQ(lists.relationForItem(c.item, &related), c.relation) << c.item.path;
         EXPECT_EQ(related.path, c.related) << c.item.path;
@@ -102,7 +125,6 @@ std::vector<std::string> paths(const std::vector<std::shared_ptr<CVFile>>& items
 
 TEST_F(AutoselectListsTest, TheSeparatorPrefersTheLongerFolderAndNeverSelectOnTies) {
     CVAutoselectLists lists(defaults);
-    defaults.setBool(true, kAutoselectMailDownloadsSetKey); // the mail entry is not wanted here
     lists.setAutoselectList({entry("/u/Downloads", kAlwaysSelect), entry("/u", kNeverSelect),
                              entry("/u/Down", kAlwaysSelect), entry("/v/Off", kAlwaysSelect, false),
                              entry("/w/Same", kAlwaysSelect), entry("/w/Same", kNeverSelect)});
@@ -118,6 +140,37 @@ TEST_F(AutoselectListsTest, TheSeparatorPrefersTheLongerFolderAndNeverSelectOnTi
     EXPECT_FALSE(CVAutoselectSeparator::getMaxRangeWithStingsArray({"/x"}, "/u/a"));
     EXPECT_EQ(separator.whiteList().size(), 3u) << "the disabled entry is left out";
 }
+
+struct CloudCase {
+    std::string path;
+    bool synced;
+};
+
+void PrintTo(const CloudCase& c, std::ostream* os) {
+    *os << c.path;
+}
+
+class CloudFolders : public testing::TestWithParam<CloudCase> {};
+
+TEST_P(CloudFolders, AreNeverChosenAutomatically) {
+    const auto items = files({GetParam().path});
+    EXPECT_EQ(CVAutoselectSeparator::insideNetworkDrives(items).size(), GetParam().synced ? 1u : 0u);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Paths, CloudFolders,
+    testing::Values(CloudCase{"/home/u/Dropbox/a.jpg", true}, CloudCase{"/home/u/Nextcloud/a.jpg", true},
+                    CloudCase{"/home/u/OneDrive/a.jpg", true}, CloudCase{"/home/u/onedrive/Docs/a.jpg", true},
+                    CloudCase{"/home/u/OneDrive - Contoso/a.jpg", true},
+                    CloudCase{"/home/u/MEGA/a.jpg", true}, CloudCase{"/home/u/MEGAsync/a.jpg", true},
+                    CloudCase{"/home/u/pCloudDrive/a.jpg", true},
+                    CloudCase{"/home/u/pCloud Drive/a.jpg", true}, CloudCase{"/home/u/pCloud/a.jpg", true},
+                    CloudCase{"/home/u/pCloud Sync/a.jpg", true},
+                    // Names that only begin or end like a service's folder are not synced.
+                    CloudCase{"/home/u/OneDriveBackup/a.jpg", false},
+                    CloudCase{"/home/u/MEGADrive/a.jpg", false}, CloudCase{"/home/u/Omega/a.jpg", false},
+                    CloudCase{"/home/u/pCloudy/a.jpg", false},
+                    CloudCase{"/home/u/Pictures/OneDrive.jpg", false}, CloudCase{"/home/u/a.jpg", false}));
 
 } // namespace
 } // namespace corvel

@@ -1,4 +1,6 @@
+#include <algorithm>
 #include <gtest/gtest.h>
+#include <limits>
 
 #include "engine/folder.h"
 #include "engine/group.h"
@@ -110,6 +112,55 @@ TEST_F(Autoselection, KeepingTheNewestOrOldestByModificationTime) {
     EXPECT_EQ(selected(same), (std::vector<bool>{false, false, false}));
 }
 
+// Keeping the oldest or newest copies by modification time, across the whole range of
+// signed times: before 1970, around 0 and far out.
+struct DateCase {
+    std::string label;
+    std::vector<std::int64_t> times;
+    bool keepYoungest;
+    std::vector<bool> expected;
+};
+
+void PrintTo(const DateCase& c, std::ostream* os) {
+    *os << c.label;
+}
+
+class KeepingByDate : public Autoselection, public testing::WithParamInterface<DateCase> {};
+
+TEST_P(KeepingByDate, KeepsEveryCopyOfTheExtremeTime) {
+    const DateCase& c = GetParam();
+    SelectionItems items;
+    for (std::size_t i = 0; i < c.times.size(); ++i)
+        items.push_back(item("/d" + std::to_string(i) + "/x.bin", c.times[i]));
+    group(items);
+    CVAutoselector selector(items, defaults);
+    const CVSelectionResult result =
+        c.keepYoungest ? selector.keepMostRecentItems() : selector.keepOldestItems();
+    EXPECT_EQ(selected(items), c.expected);
+    const auto marked = static_cast<std::uint64_t>(std::count(c.expected.begin(), c.expected.end(), true));
+    EXPECT_EQ(result, (CVSelectionResult{kResultDate, marked}));
+    for (std::size_t i = 0; i < items.size(); ++i)
+        EXPECT_EQ(items[i]->selectionType(), c.expected[i] ? kSelectionStrong : kSelectionNone) << i;
+}
+
+constexpr std::int64_t kMin = std::numeric_limits<std::int64_t>::min();
+constexpr std::int64_t kMax = std::numeric_limits<std::int64_t>::max();
+
+INSTANTIATE_TEST_SUITE_P(
+    Times, KeepingByDate,
+    testing::Values(DateCase{"oldest before 1970", {-100, -50, -50}, false, {false, true, true}},
+                    DateCase{"newest before 1970", {-100, -50, -50}, true, {true, false, false}},
+                    DateCase{"oldest around 0", {0, -1, 1}, false, {true, false, true}},
+                    DateCase{"newest around 0", {0, -1, 1}, true, {true, true, false}},
+                    DateCase{"oldest at 0 against 1", {1, 0}, false, {true, false}},
+                    DateCase{"newest at 0 against -1", {-1, 0}, true, {true, false}},
+                    DateCase{
+                        "1900 and 2100", {4102444800, -2208988800, 4102444800}, false, {true, false, true}},
+                    DateCase{"the ends of the range, oldest", {kMax, kMin, kMax}, false, {true, false, true}},
+                    DateCase{"the ends of the range, newest", {kMax, kMin, 0}, true, {false, true, true}},
+                    DateCase{"beyond double precision", {(1LL << 53) + 1, 1LL << 53}, true, {false, true}},
+                    DateCase{"one time for all", {-5, -5, -5}, true, {false, false, false}}));
+
 TEST_F(Autoselection, EverySelectorKeepsOneCopy) {
     auto items = group({item("/Apps/a"), item("/Apps/b"), item("/Apps/c")});
     CVAutoselector selector(items, defaults);
@@ -127,6 +178,58 @@ TEST_F(Autoselection, EverySelectorKeepsOneCopy) {
     EXPECT_EQ(selector.pathBasedItemsSelector({items[1], items[2]}, "/apps").size(), 2u)
         << "two matches against two unselected copies: the guard holds";
     EXPECT_EQ(selector.selectedItemsCount(), 1);
+}
+
+TEST_F(Autoselection, SelectingLikeAFolderClearsOtherCopiesRatherThanTakeTheLast) {
+    auto items = group({item("/dl/a.bin"), item("/w/a.bin"), item("/w/b.bin")});
+    CVAutoselector selector(items, defaults);
+    selector.keepAnyItem(); // the two under /w are selected, the one under /dl kept
+    ASSERT_EQ(selected(items), (std::vector<bool>{false, true, true}));
+    const auto dl = CVPathComponent::initWithSourse("/dl", "", kComponentFolder);
+    EXPECT_EQ(selector.selectAllLikePathComponent(dl), (CVSelectionResult{kResultWeak, 1}));
+    EXPECT_EQ(selected(items), (std::vector<bool>{true, false, false}))
+        << "the copies not like the folder are cleared so that one stays";
+    EXPECT_EQ(selector.selectedItemsCount(), 2 - 2 + 1);
+
+    // Copies selected by hand are the user's: they stay, and nothing more is taken.
+    auto hand = group({item("/dl/c.bin"), item("/w/c.bin")});
+    CVAutoselector handSelector(hand, defaults);
+    handSelector.manuallySelectItem(hand[1]);
+    EXPECT_EQ(handSelector.selectAllLikePathComponent(dl), (CVSelectionResult{kResultAutomatic, 0}))
+        << "every other copy is the user's: the automatic selection decides, and leaves the group alone";
+    EXPECT_EQ(selected(hand), (std::vector<bool>{false, true}));
+}
+
+TEST_F(Autoselection, ApertureCopiesNeverLetTheOthersTakeTheLastCopy) {
+    auto aperture = std::make_shared<CVFolder>("/lib/Photos.aplibrary", "");
+    aperture->setType(kNodeTypeApertureLibrary);
+    auto image = [&](const std::string& path) {
+        auto f = item(path);
+        f->setType(kNodeTypeImage);
+        return f;
+    };
+    auto inLibrary = image("/lib/Photos.aplibrary/Masters/x.jpg");
+    inLibrary->setRootFolder(aperture);
+    // The library copy is taken first (Always Select); the copies outside it would all follow.
+    lists({CVAutoselectListItem{true, kAlwaysSelect, "/lib", std::nullopt}});
+    auto items = group({inLibrary, image("/home/u/Pictures/x.jpg"), image("/home/u/Downloads/x.jpg")});
+    CVAutoselector(items, defaults).autoselect();
+    EXPECT_EQ(selected(items), (std::vector<bool>{true, false, false}));
+
+    // Without the list the copies outside the library go, and the library copy stays.
+    lists({});
+    CVAutoselector(items, defaults).deselectAll();
+    EXPECT_EQ(CVAutoselector(items, defaults).autoselect(), (CVSelectionResult{kResultAutomatic, 2}));
+    EXPECT_EQ(selected(items), (std::vector<bool>{false, true, true}));
+
+    // The library copy already chosen by an earlier operation: the last copy stays.
+    auto chosen = image("/lib/Photos.aplibrary/Masters/y.jpg");
+    chosen->setRootFolder(aperture);
+    auto earlier = group({image("/home/u/Pictures/y.jpg"), chosen, image("/home/u/Work/y.jpg")});
+    CVAutoselector(earlier, defaults).keepAnyItem();
+    ASSERT_EQ(selected(earlier), (std::vector<bool>{false, true, true}));
+    EXPECT_EQ(CVAutoselector(earlier, defaults).autoselect(), (CVSelectionResult{kResultAutomatic, 0}));
+    EXPECT_EQ(selected(earlier), (std::vector<bool>{false, true, true}));
 }
 
 TEST_F(Autoselection, ManualOperations) {

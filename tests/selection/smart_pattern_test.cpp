@@ -71,6 +71,53 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"names that differ in case are not equal", {"/x/Photo.jpg", "/x/photo.jpg"}, {}},
         Case{"trailing numbers alone", {"/x/IMG_1.jpg", "/x/IMG_1 2.jpg"}, {"/x/IMG_1 2.jpg"}}));
 
+// The names Linux file managers give copies, beside the cases the same rules must leave alone.
+INSTANTIATE_TEST_SUITE_P(
+    LinuxCopyNames, SmartPatterns,
+    testing::Values(
+        Case{"a copy in brackets", {"/d/name.txt", "/d/name (copy).txt"}, {"/d/name (copy).txt"}},
+        Case{"copy, another copy and the third",
+             {"/d/name (3rd copy).txt", "/d/name.txt", "/d/name (another copy).txt", "/d/name (copy).txt"},
+             {"/d/name (copy).txt", "/d/name (another copy).txt", "/d/name (3rd copy).txt"}},
+        Case{"any ordinal",
+             {"/d/n.txt", "/d/n (21st copy).txt", "/d/n (4th copy).txt", "/d/n (22nd copy).txt",
+              "/d/n (11th copy).txt", "/d/n (23rd copy).txt"},
+             {"/d/n (4th copy).txt", "/d/n (11th copy).txt", "/d/n (21st copy).txt", "/d/n (22nd copy).txt",
+              "/d/n (23rd copy).txt"}},
+        Case{"numbered copies",
+             {"/d/name.txt", "/d/name (copy 1).txt", "/d/name (copy 2).txt"},
+             {"/d/name (copy 1).txt", "/d/name (copy 2).txt"}},
+        Case{"a number in brackets", {"/d/name (2).txt", "/d/name.txt"}, {"/d/name (2).txt"}},
+        Case{"copies of each other",
+             {"/d/name (copy).txt", "/d/name (another copy).txt"},
+             {"/d/name (another copy).txt"}},
+        Case{"any case", {"/d/Name.TXT", "/d/Name (Copy).TXT"}, {"/d/Name (Copy).TXT"}},
+        Case{"before a double extension", {"/d/a.tar.gz", "/d/a (copy).tar.gz"}, {"/d/a (copy).tar.gz"}},
+        Case{"a copy word of another language in brackets",
+             {"/d/Brief.odt", "/d/Brief (Kopie).odt"},
+             {"/d/Brief (Kopie).odt"}},
+        Case{"a copied folder", {"/a/Trip (copy)/p.jpg", "/a/Trip/p.jpg"}, {"/a/Trip (copy)/p.jpg"}},
+        Case{"a copied untitled folder",
+             {"/a/untitled folder (copy)/p.jpg", "/b/Pictures/q.jpg"},
+             {"/a/untitled folder (copy)/p.jpg"}},
+        // Not copy marks: in the middle of a name, without a blank, or not the words.
+        Case{"copy in the middle of a name", {"/d/My (copy) notes.txt", "/d/My notes.txt"}, {}},
+        Case{"no blank before the bracket", {"/d/name.txt", "/d/name(copy).txt"}, {}},
+        Case{"a longer word", {"/d/name.txt", "/d/name (copyright).txt"}, {}},
+        Case{"another alone", {"/d/name.txt", "/d/name (another).txt"}, {}},
+        Case{"an ordinal alone", {"/d/name.txt", "/d/name (3rd).txt"}, {}},
+        Case{"an ordinal without a number: the copy word after a blank still counts",
+             {"/d/name.txt", "/d/name (th copy).txt"},
+             {"/d/name (th copy).txt"}},
+        // The existing rules decide words that merely begin with the copy word.
+        Case{"Copyright with a number",
+             {"/d/Copyright.txt", "/d/Copyright (2).txt"},
+             {"/d/Copyright (2).txt"}},
+        Case{"Copyright against Copy", {"/d/Copyright.txt", "/d/Copy.txt"}, {}},
+        Case{"Copyright copied",
+             {"/d/Copyright.txt", "/d/Copyright (copy).txt"},
+             {"/d/Copyright (copy).txt"}}));
+
 TEST(PatternedString, StrippingCountsTheMarks) {
     struct Strip {
         std::string path;
@@ -81,7 +128,13 @@ TEST(PatternedString, StrippingCountsTheMarks) {
          {Strip{"/x/photo copy 2.jpg", "photo", 3}, Strip{"/x/photo (12).jpg", "photo", 12},
           Strip{"/x/photo 1 2.jpg", "photo", 12}, Strip{"/x/" + kCopiaNFC + "foto.jpg", "foto", 1},
           Strip{"/x/Copy of photo.jpg", "of photo", 1}, Strip{"/x/a copy copy.txt", "a copy", 1},
-          Strip{"/x/plain", "plain", 0}, Strip{"/x/a 99999999999999999999999.txt", "a", UINT64_MAX}}) {
+          Strip{"/x/plain", "plain", 0}, Strip{"/x/a 99999999999999999999999.txt", "a", UINT64_MAX},
+          Strip{"/x/name (copy).txt", "name", 1}, Strip{"/x/name (another copy).txt", "name", 2},
+          Strip{"/x/name (3rd copy).txt", "name", 3}, Strip{"/x/name (112th copy).txt", "name", 112},
+          Strip{"/x/name (copy 2).txt", "name", 3}, Strip{"/x/name (copy) (copy).txt", "name", 2},
+          Strip{"/x/name (2).txt", "name", 2}, Strip{"/x/a (copy).tar.gz", "a.tar", 1},
+          Strip{"/x/name (99999999999999999999999th copy).txt", "name", UINT64_MAX},
+          Strip{"/x/My (copy) notes.txt", "My (copy) notes", 0}}) {
         CVPatternedString patterned(s.path);
         patterned.removePrefixCopyPattern();
         patterned.removeSufixCopyPattern();
