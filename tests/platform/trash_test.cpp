@@ -352,6 +352,8 @@ struct VolumeCase {
     bool needsRoot = false;
 };
 
+void PrintTo(const VolumeCase& c, std::ostream* out) { *out << c.name; }
+
 const std::string kUid = std::to_string(::geteuid());
 
 void makeFolder(const std::string& path, mode_t mode) {
