@@ -352,7 +352,9 @@ struct VolumeCase {
     bool needsRoot = false;
 };
 
-void PrintTo(const VolumeCase& c, std::ostream* out) { *out << c.name; }
+void PrintTo(const VolumeCase& c, std::ostream* out) {
+    *out << c.name;
+}
 
 const std::string kUid = std::to_string(::geteuid());
 
@@ -469,6 +471,26 @@ TEST_F(TrashTest, ItemOnAnotherMountGoesToThatVolumesTrash) {
     EXPECT_EQ(readInfo(trashed.trashInfo).at("Path"), "dir/f.txt");
     EXPECT_EQ(permissions(real("mnt") + "/.Trash-" + uid()), 0700u);
     EXPECT_FALSE(exists(homeTrash()));
+}
+
+TEST_F(TrashTest, TrashOnAnotherFileSystemIsNeverUsedEvenWhenTheTableMissesTheMount) {
+    const std::string mountPoint = tree.folder("mnt");
+    ScopedMount mount("tmpfs", mountPoint, "tmpfs", 0, "size=1m");
+    SKIP_UNLESS_MOUNTED(mount);
+    const std::string item = tree.file("mnt/f.txt", "stays");
+    std::vector<MountEntry> table;
+    for (const MountEntry& entry : readMountTable())
+        if (entry.mountPoint != real("mnt"))
+            table.push_back(entry);
+    Trash trash(environment(table));
+    CVError dryError;
+    EXPECT_FALSE(trash.trashDirectoryFor(item, &dryError)) << "the dry run must not promise the home Trash";
+    EXPECT_EQ(dryError.code, kTrashErrorNoTrashOnVolume);
+    CVError error;
+    EXPECT_FALSE(trash.moveToTrash(item, nullptr, &error));
+    EXPECT_EQ(error.code, kTrashErrorNoTrashOnVolume);
+    EXPECT_EQ(test::TempTree::read(item), "stays");
+    EXPECT_EQ(listFolder(homeTrash() + "/info"), std::set<std::string>{});
 }
 
 TEST_F(TrashTest, BindMountIsAVolumeOfItsOwnAndNeverCrossed) {
