@@ -250,6 +250,43 @@ TEST_F(TrashTest, FailedMoveLeavesNoInformationFile) {
     EXPECT_EQ(listFolder(homeTrash() + "/files"), std::set<std::string>{});
 }
 
+TEST_F(TrashTest, AnotherItemAtThePathIsNeverMoved) {
+    const std::string item = tree.file("a/copy.txt", "scanned");
+    struct stat st {};
+    ASSERT_EQ(::lstat(item.c_str(), &st), 0);
+    const TrashItemIdentity scanned{st.st_dev, st.st_ino};
+
+    // Replaced before the move starts: refused before anything is made.
+    ASSERT_EQ(::rename(item.c_str(), (tree / "a/aside.txt").c_str()), 0);
+    tree.file("a/copy.txt", "new one");
+    CVError error;
+    EXPECT_FALSE(Trash(environment()).moveToTrash(item, nullptr, &error, scanned));
+    EXPECT_EQ(error.code, kTrashErrorItemChanged);
+    EXPECT_EQ(error.localizedDescription(), "changed since the scan");
+    EXPECT_FALSE(exists(homeTrash()));
+
+    // Replaced while the information file is written: the new item stays, no information is left.
+    ASSERT_EQ(::rename((tree / "a/aside.txt").c_str(), item.c_str()), 0);
+    Trash trash(environment());
+    trash.setBeforeMoveHook([&](const std::string&) {
+        ::rename(item.c_str(), (tree / "a/aside.txt").c_str());
+        tree.file("a/copy.txt", "arrived meanwhile");
+    });
+    EXPECT_FALSE(trash.moveToTrash(item, nullptr, &error, scanned));
+    EXPECT_EQ(error.code, kTrashErrorItemChanged);
+    EXPECT_EQ(test::TempTree::read(item), "arrived meanwhile");
+    EXPECT_EQ(test::TempTree::read(tree / "a/aside.txt"), "scanned");
+    EXPECT_EQ(listFolder(homeTrash() + "/info"), std::set<std::string>{});
+    EXPECT_EQ(listFolder(homeTrash() + "/files"), std::set<std::string>{});
+
+    // The expected item moves.
+    trash.setBeforeMoveHook(nullptr);
+    const std::string aside = tree / "a/aside.txt";
+    TrashedItem trashed;
+    ASSERT_TRUE(trash.moveToTrash(aside, &trashed, &error, scanned)) << error.localizedDescription();
+    EXPECT_EQ(test::TempTree::read(trashed.trashFile), "scanned");
+}
+
 TEST_F(TrashTest, LongNamesAreShortenedAndThePathKeepsTheWholeName) {
     const std::string name = std::string(251, 'n') + ".txt";
     ASSERT_EQ(name.size(), 255u);
