@@ -139,14 +139,24 @@ void Trash::rememberAttempt(const std::string& key, unsigned attempt) {
     m_nextAttempt[key] = attempt;
 }
 
-bool Trash::moveToTrash(const std::string& path, TrashedItem* trashed, CVError* error) {
+bool Trash::moveToTrash(const std::string& path, TrashedItem* trashed, CVError* error,
+                        const std::optional<TrashItemIdentity>& expected) {
     ItemName item;
     if (!splitItemPath(path, item, error))
         return false;
-    UniqueFd folder(::open(item.folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    // O_PATH: moving an item out of a folder needs write and search permission, not read.
+    UniqueFd folder(::open(item.folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     struct stat itemStat {};
     if (!folder.valid() || ::fstatat(folder.get(), item.name.c_str(), &itemStat, AT_SYMLINK_NOFOLLOW) != 0) {
         setError(error, systemError(errno, path));
+        return false;
+    }
+    const auto isExpected = [&](const struct stat& st) {
+        return !expected || (static_cast<std::uint64_t>(st.st_dev) == expected->device &&
+                             static_cast<std::uint64_t>(st.st_ino) == expected->inode);
+    };
+    if (!isExpected(itemStat)) {
+        setError(error, trashError(kTrashErrorItemChanged, path, "changed since the scan"));
         return false;
     }
 
@@ -218,6 +228,14 @@ bool Trash::moveToTrash(const std::string& path, TrashedItem* trashed, CVError* 
         // 3. Move the item; never over an entry that is there.
         if (m_beforeMove)
             m_beforeMove(trash->path + "/files/" + entry);
+        struct stat now {};
+        if (expected && (::fstatat(folder.get(), item.name.c_str(), &now, AT_SYMLINK_NOFOLLOW) != 0 ||
+                         !isExpected(now))) {
+            ::unlinkat(trash->info.get(), infoName.c_str(), 0);
+            ::fsync(trash->info.get());
+            setError(error, trashError(kTrashErrorItemChanged, path, "changed since the scan"));
+            return false;
+        }
         if (::renameat2(folder.get(), item.name.c_str(), trash->files.get(), entry.c_str(),
                         RENAME_NOREPLACE) != 0) {
             const int saved = errno;

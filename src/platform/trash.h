@@ -15,6 +15,7 @@
 // Which Trash folder a volume uses is in trash_folder.h; the entry names in
 // trash_names.h; the information text in trash_info.h.
 
+#include <cstdint>
 #include <functional>
 #include <mutex>
 #include <optional>
@@ -36,6 +37,13 @@ enum TrashErrorCode : int {
     kTrashErrorHoldsTrash = 3,      // the item is a folder that holds the Trash folder
     kTrashErrorNoFreeName = 4,      // every name tried was taken
     kTrashErrorNotAName = 5,        // the path names no item ("", "/", ".", "..")
+    kTrashErrorItemChanged = 6,     // another item than the expected one is at the path
+};
+
+// Which item a caller means: the device and inode it saw (lstat).
+struct TrashItemIdentity {
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
 };
 
 // Where a moved item went.
@@ -59,7 +67,11 @@ public:
     // information file is written, no permission to move the item out of its folder,
     // the item missing); the user info holds the path (kFilePathErrorKey). After a
     // failure the item is at its path and no information file of it was left behind.
-    bool moveToTrash(const std::string& path, TrashedItem* trashed, CVError* error);
+    // With expected given, the item's device and inode are checked again just before the
+    // rename (after the information file is synced); another item there fails
+    // kTrashErrorItemChanged, "changed since the scan", and stays where it is.
+    bool moveToTrash(const std::string& path, TrashedItem* trashed, CVError* error,
+                     const std::optional<TrashItemIdentity>& expected = std::nullopt);
 
     // The Trash folder moveToTrash would move the item at path to, found without making
     // or changing anything (for a dry run). Nothing, with *error as moveToTrash would

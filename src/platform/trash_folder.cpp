@@ -160,7 +160,7 @@ std::optional<TrashFolder> homeTrash(const std::string& resolvedHomeTrash, const
 std::optional<TrashFolder> volumeTrash(const std::string& top, Mode mode, std::string* whyNot) {
     const uid_t uid = ::geteuid();
     const std::string uidName = std::to_string(uid);
-    UniqueFd topFolder(::open(top.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    UniqueFd topFolder(::open(top.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!topFolder.valid()) {
         explain(whyNot, systemReason(top, errno));
         return std::nullopt;
