@@ -370,6 +370,16 @@ TEST_F(TrashTest, RefusesWhatCannotBeTrashed) {
     EXPECT_EQ(listFolder(homeTrash() + "/info"), std::set<std::string>{});
 }
 
+TEST_F(TrashTest, FolderThatWouldHoldTheHomeTrashIsRefusedBeforeAnythingIsMade) {
+    tree.file("home/notes.txt", "x");
+    TrashEnvironment env;
+    env.dataHome = tree / "home/.local/share";
+    CVError error;
+    EXPECT_FALSE(Trash(env).moveToTrash(tree / "home", nullptr, &error));
+    EXPECT_EQ(error.code, kTrashErrorHoldsTrash);
+    EXPECT_EQ(listFolder(tree / "home"), std::set<std::string>{"notes.txt"});
+}
+
 TEST_F(TrashTest, DryRunNamesTheHomeTrashWithoutMakingIt) {
     const std::string item = tree.file("docs/a.txt", "x");
     CVError error;
