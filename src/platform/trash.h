@@ -1,0 +1,98 @@
+#pragma once
+// Moving files and folders to the freedesktop Trash, and saying where they would go.
+//
+// A move is a rename and nothing else: an item is never copied, so a volume whose items
+// cannot be renamed into a Trash (another file system, a bind mount, a read-only
+// volume, no Trash folder that can be used or made) fails "no Trash on this volume" and
+// the item stays where it is. The order of a move keeps every item either at its path
+// or in the Trash with its information file, whenever the process or the machine stops:
+//   1. claim NAME by creating info/NAME.trashinfo with O_EXCL (a name taken, or
+//      files/NAME present, moves on to the next name: "report.2.pdf", "report.3.pdf");
+//   2. write it, fsync it and fsync info/;
+//   3. renameat2(RENAME_NOREPLACE) the item to files/NAME; when that fails, the
+//      information file is removed again;
+//   4. for a folder, record its size in the directorysizes file.
+// Which Trash folder a volume uses is in trash_folder.h; the entry names in
+// trash_names.h; the information text in trash_info.h.
+
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <unordered_map>
+
+#include "error.h"
+#include "trash_folder.h"
+
+namespace corvel {
+
+inline constexpr const char* kTrashErrorDomain = "com.halvik.Corvel.TrashError";
+// The user-info key of a failure's detail (which folder was refused and why), for logs.
+inline constexpr const char* kTrashReasonKey = "CVTrashReason";
+
+enum TrashErrorCode : int {
+    kTrashErrorNoTrashOnVolume = 1, // "no Trash on this volume"
+    kTrashErrorInTrash = 2,         // the item is in the Trash already
+    kTrashErrorHoldsTrash = 3,      // the item is a folder that holds the Trash folder
+    kTrashErrorNoFreeName = 4,      // every name tried was taken
+    kTrashErrorNotAName = 5,        // the path names no item ("", "/", ".", "..")
+    kTrashErrorItemChanged = 6,     // another item than the expected one is at the path
+};
+
+// Which item a caller means: the device and inode it saw (lstat).
+struct TrashItemIdentity {
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
+};
+
+// Where a moved item went.
+struct TrashedItem {
+    std::string trashDirectory; // the Trash folder
+    std::string trashFile;      // trashDirectory + "/files/" + NAME: the item itself
+    std::string trashInfo;      // trashDirectory + "/info/" + NAME + ".trashinfo"
+};
+
+// One object may serve a whole removal pass; any thread may call it (one lock guards
+// the remembered name counters).
+class Trash {
+public:
+    explicit Trash(TrashEnvironment environment = TrashEnvironment::current());
+
+    // Moves the item at path (a symbolic link is moved itself, not what it points to) to
+    // the Trash of its volume. On success answers true and fills *trashed. On failure
+    // answers false with *error: domain kTrashErrorDomain with a TrashErrorCode (the
+    // description of kTrashErrorNoTrashOnVolume is "no Trash on this volume"), or the
+    // POSIX domain with errno as the code and the system's text (a full disk while the
+    // information file is written, no permission to move the item out of its folder,
+    // the item missing); the user info holds the path (kFilePathErrorKey). After a
+    // failure the item is at its path and no information file of it was left behind.
+    // With expected given, the item's device and inode are checked again just before the
+    // rename (after the information file is synced); another item there fails
+    // kTrashErrorItemChanged, "changed since the scan", and stays where it is.
+    bool moveToTrash(const std::string& path, TrashedItem* trashed, CVError* error,
+                     const std::optional<TrashItemIdentity>& expected = std::nullopt);
+
+    // The Trash folder moveToTrash would move the item at path to, found without making
+    // or changing anything (for a dry run). Nothing, with *error as moveToTrash would
+    // answer, when the item is missing or its volume has no usable Trash. A move can
+    // still fail where this answers a folder (a full disk, a bind mount rename(2) refuses).
+    std::optional<std::string> trashDirectoryFor(const std::string& path, CVError* error) const;
+
+    // Runs after the information file of a move is written and synced, just before the
+    // item is renamed to trashFile: a test's window for what another process could do there.
+    void setBeforeMoveHook(std::function<void(const std::string& trashFile)> hook) {
+        m_beforeMove = std::move(hook);
+    }
+
+private:
+    unsigned firstAttempt(const std::string& key);
+    void rememberAttempt(const std::string& key, unsigned attempt);
+
+    TrashEnvironment m_environment;
+    std::mutex m_mutex;
+    std::unordered_map<std::string, unsigned> m_nextAttempt; // by Trash folder and name
+    std::function<void(const std::string& trashFile)> m_beforeMove;
+};
+
+} // namespace corvel

@@ -1,0 +1,61 @@
+#pragma once
+// Which Trash folder takes the items of a folder, and opening it (made when missing).
+//
+// Items on the volume (mount) of the home Trash, $XDG_DATA_HOME/Trash, go there. Items on
+// any other mount go to a Trash at the top of that mount (its mount point, from the
+// mount table; a bind mount is a mount of its own, because rename(2) cannot cross it):
+// $topdir/.Trash/$uid when $topdir/.Trash is a real folder (not a symbolic link) with the
+// sticky bit, $uid being made there (mode 0700) when missing and having to be a real
+// folder the user owns; otherwise $topdir/.Trash-$uid, made (mode 0700) when missing,
+// which must be a real folder the user owns. A Trash folder holds files/ and info/, made
+// (mode 0700) when missing; neither may be a symbolic link. $uid is the effective user id.
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "unique_fd.h"
+#include "volumes.h"
+
+namespace corvel {
+
+// Where the Trash folders are; tests give their own.
+struct TrashEnvironment {
+    // $XDG_DATA_HOME (absolute): the home Trash is dataHome + "/Trash". Empty: no home Trash.
+    std::string dataHome;
+    // The mount table; nothing: /proc/self/mountinfo is read at every look-up.
+    std::optional<std::vector<MountEntry>> mountTable;
+
+    // xdgDataHome() and the live mount table.
+    static TrashEnvironment current();
+};
+
+// A Trash folder, open. Owns its descriptors.
+struct TrashFolder {
+    std::string path;         // the Trash folder, symbolic links resolved
+    std::string topDirectory; // the mount point of the volume it serves
+    bool isHomeTrash = false; // Path= in information files is absolute, not relative to topDirectory
+    UniqueFd directory;       // the Trash folder itself
+    UniqueFd files;           // path + "/files"
+    UniqueFd info;            // path + "/info"
+};
+
+// Opens the Trash folder for items whose folder is itemFolder (absolute, symbolic links
+// resolved), making the folders it needs. Nothing when that volume has no usable Trash
+// (none can be made: read-only, no permission, a folder of the wrong kind or owner);
+// *whyNot then says what was refused, for logs.
+std::optional<TrashFolder> openTrashFolder(const std::string& itemFolder, const TrashEnvironment& environment,
+                                           std::string* whyNot = nullptr);
+
+// The Trash folder openTrashFolder would use, found without making or changing
+// anything: a folder that is missing counts when the user could make it, one that
+// exists only when the user may write in it. Nothing when the volume has no usable Trash.
+std::optional<std::string> findTrashFolder(const std::string& itemFolder, const TrashEnvironment& environment,
+                                           std::string* whyNot = nullptr);
+
+// The path with symbolic links resolved in the part that exists; the missing rest is
+// appended as it is ("/real/home/.local/share/Trash" for a Trash not made yet). Empty
+// for a relative path.
+std::string resolvePathAllowingMissing(const std::string& path);
+
+} // namespace corvel

@@ -1,0 +1,671 @@
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <dirent.h>
+#include <fcntl.h>
+#include <functional>
+#include <gtest/gtest.h>
+#include <map>
+#include <set>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/trash.h"
+#include "support/temp_tree.h"
+
+namespace corvel {
+namespace {
+
+std::set<std::string> listFolder(const std::string& path) {
+    std::set<std::string> names;
+    if (DIR* dir = ::opendir(path.c_str())) {
+        while (const dirent* entry = ::readdir(dir))
+            if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0)
+                names.insert(entry->d_name);
+        ::closedir(dir);
+    }
+    return names;
+}
+
+bool exists(const std::string& path) {
+    struct stat st {};
+    return ::lstat(path.c_str(), &st) == 0;
+}
+
+mode_t permissions(const std::string& path) {
+    struct stat st {};
+    return ::lstat(path.c_str(), &st) == 0 ? (st.st_mode & 07777) : 0;
+}
+
+// The keys of an information file; "header" holds its first line.
+std::map<std::string, std::string> readInfo(const std::string& path) {
+    std::map<std::string, std::string> keys;
+    const std::string text = test::TempTree::read(path);
+    std::size_t start = 0;
+    for (std::size_t end; (end = text.find('\n', start)) != std::string::npos; start = end + 1) {
+        const std::string line = text.substr(start, end - start);
+        const auto equals = line.find('=');
+        if (start == 0)
+            keys["header"] = line;
+        else if (equals != std::string::npos)
+            keys[line.substr(0, equals)] = line.substr(equals + 1);
+    }
+    return keys;
+}
+
+// Runs a shell command; the exit status and what it printed (stdout and stderr).
+std::pair<int, std::string> runShell(const std::string& command) {
+    std::string output;
+    FILE* pipe = ::popen((command + " 2>&1").c_str(), "r");
+    if (!pipe)
+        return {-1, {}};
+    char buffer[4096];
+    while (const std::size_t n = std::fread(buffer, 1, sizeof buffer, pipe))
+        output.append(buffer, n);
+    const int status = ::pclose(pipe);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
+}
+
+// A file system mounted for one test, unmounted when dropped (declare it after the
+// TempTree that holds its mount point). Mounting needs root.
+class ScopedMount {
+public:
+    ScopedMount(const std::string& source, const std::string& target, const char* type, unsigned long flags,
+                const char* options = nullptr)
+        : m_target(target) {
+        if (::geteuid() != 0) {
+            m_why = "not root";
+            return;
+        }
+        if (::mount(source.c_str(), target.c_str(), type, flags, options) != 0) {
+            m_why = std::string("mount: ") + std::strerror(errno);
+            return;
+        }
+        m_mounted = true;
+    }
+    ~ScopedMount() {
+        if (m_mounted)
+            ::umount2(m_target.c_str(), MNT_DETACH);
+    }
+    ScopedMount(const ScopedMount&) = delete;
+    ScopedMount& operator=(const ScopedMount&) = delete;
+    bool mounted() const { return m_mounted; }
+    const std::string& why() const { return m_why; }
+
+private:
+    std::string m_target;
+    std::string m_why;
+    bool m_mounted = false;
+};
+
+#define SKIP_UNLESS_MOUNTED(mount)                                                                           \
+    if (!(mount).mounted())                                                                                  \
+    GTEST_SKIP() << "needs root and mount(2) (" << (mount).why() << ")"
+
+class TrashTest : public ::testing::Test {
+protected:
+    // Paths in the tree with symbolic links resolved, as the Trash reports them.
+    std::string real(const std::string& relative) const {
+        return resolvePathAllowingMissing(tree / relative);
+    }
+    std::string homeTrash() const { return real("data/Trash"); }
+    std::string uid() const { return std::to_string(::geteuid()); }
+
+    // The home Trash lives in the tree; the mount table is the live one unless given.
+    TrashEnvironment environment(std::optional<std::vector<MountEntry>> table = std::nullopt) const {
+        TrashEnvironment env;
+        env.dataHome = tree / "data";
+        env.mountTable = std::move(table);
+        return env;
+    }
+    // The live table plus tree/volume as a volume of its own: not a real mount, which
+    // renames do not mind, so the rules for other volumes can be tried without root.
+    std::vector<MountEntry> tableWithVolume(const std::string& volume) const {
+        auto table = readMountTable();
+        table.push_back(MountEntry{real(volume), "test", "test"});
+        return table;
+    }
+
+    test::TempTree tree;
+};
+
+TEST_F(TrashTest, FileGoesToTheHomeTrashWithItsInformation) {
+    const std::string item = tree.file("docs/My report.pdf", "contents");
+    Trash trash(environment());
+    const std::time_t before = std::time(nullptr);
+    TrashedItem trashed;
+    CVError error;
+    ASSERT_TRUE(trash.moveToTrash(item, &trashed, &error)) << error.localizedDescription();
+    const std::time_t after = std::time(nullptr);
+
+    EXPECT_FALSE(exists(item));
+    EXPECT_EQ(trashed.trashDirectory, homeTrash());
+    EXPECT_EQ(trashed.trashFile, homeTrash() + "/files/My report.pdf");
+    EXPECT_EQ(trashed.trashInfo, homeTrash() + "/info/My report.pdf.trashinfo");
+    EXPECT_EQ(test::TempTree::read(trashed.trashFile), "contents");
+    const auto info = readInfo(trashed.trashInfo);
+    EXPECT_EQ(info.at("header"), "[Trash Info]");
+    EXPECT_EQ(info.at("Path"), real("docs") + "/My%20report.pdf");
+    struct tm parsed {};
+    ASSERT_NE(::strptime(info.at("DeletionDate").c_str(), "%Y-%m-%dT%H:%M:%S", &parsed), nullptr);
+    EXPECT_EQ(info.at("DeletionDate").size(), 19u);
+    parsed.tm_isdst = -1;
+    const std::time_t deleted = std::mktime(&parsed);
+    EXPECT_GE(deleted, before);
+    EXPECT_LE(deleted, after);
+    for (const char* folder : {"data/Trash", "data/Trash/files", "data/Trash/info"})
+        EXPECT_EQ(permissions(tree / folder), 0700u) << folder;
+    EXPECT_FALSE(exists(homeTrash() + "/directorysizes")) << "only folders are recorded";
+}
+
+TEST_F(TrashTest, SymbolicLinkGoesItselfAndItsTargetStays) {
+    const std::string target = tree.file("target.txt", "kept");
+    const std::string link = tree.symlink("link", target);
+    TrashedItem trashed;
+    CVError error;
+    ASSERT_TRUE(Trash(environment()).moveToTrash(link, &trashed, &error)) << error.localizedDescription();
+    EXPECT_EQ(test::TempTree::read(target), "kept");
+    struct stat st {};
+    ASSERT_EQ(::lstat(trashed.trashFile.c_str(), &st), 0);
+    EXPECT_TRUE(S_ISLNK(st.st_mode));
+}
+
+TEST_F(TrashTest, ThreeItemsOfOneNameGetNumberedNames) {
+    for (const bool sharedObject : {true, false}) {
+        SCOPED_TRACE(sharedObject ? "one Trash object" : "a Trash object per move");
+        const std::string name = sharedObject ? "report.pdf" : "memo";
+        Trash shared(environment());
+        std::vector<std::string> names;
+        for (const char* folder : {"a", "b", "c"}) {
+            const std::string relative = std::string(folder) + "/" + name;
+            const std::string item = tree.file(relative, folder);
+            Trash own(environment());
+            TrashedItem trashed;
+            CVError error;
+            ASSERT_TRUE((sharedObject ? shared : own).moveToTrash(item, &trashed, &error))
+                << error.localizedDescription();
+            EXPECT_EQ(test::TempTree::read(trashed.trashFile), folder);
+            EXPECT_EQ(readInfo(trashed.trashInfo).at("Path"), real(relative));
+            names.push_back(trashed.trashFile.substr(trashed.trashFile.rfind('/') + 1));
+        }
+        if (sharedObject)
+            EXPECT_EQ(names, (std::vector<std::string>{"report.pdf", "report.2.pdf", "report.3.pdf"}));
+        else
+            EXPECT_EQ(names, (std::vector<std::string>{"memo", "memo.2", "memo.3"}));
+    }
+}
+
+TEST_F(TrashTest, ClaimNeverOverwritesAnotherInformationFile) {
+    tree.file("data/Trash/info/report.pdf.trashinfo", "[Trash Info]\nPath=/elsewhere/report.pdf\n");
+    tree.folder("data/Trash/files");
+    const std::string item = tree.file("a/report.pdf", "mine");
+    TrashedItem trashed;
+    CVError error;
+    ASSERT_TRUE(Trash(environment()).moveToTrash(item, &trashed, &error)) << error.localizedDescription();
+    EXPECT_EQ(trashed.trashFile, homeTrash() + "/files/report.2.pdf");
+    EXPECT_EQ(test::TempTree::read(homeTrash() + "/info/report.pdf.trashinfo"),
+              "[Trash Info]\nPath=/elsewhere/report.pdf\n");
+}
+
+TEST_F(TrashTest, AnEntryWithoutInformationKeepsItsName) {
+    tree.file("data/Trash/files/report.pdf", "orphan");
+    tree.folder("data/Trash/info");
+    const std::string item = tree.file("a/report.pdf", "mine");
+    TrashedItem trashed;
+    CVError error;
+    ASSERT_TRUE(Trash(environment()).moveToTrash(item, &trashed, &error)) << error.localizedDescription();
+    EXPECT_EQ(trashed.trashFile, homeTrash() + "/files/report.2.pdf");
+    EXPECT_EQ(test::TempTree::read(homeTrash() + "/files/report.pdf"), "orphan");
+    EXPECT_EQ(listFolder(homeTrash() + "/info"), std::set<std::string>{"report.2.pdf.trashinfo"});
+}
+
+TEST_F(TrashTest, MoveNeverReplacesAnEntryThatAppearsAfterTheClaim) {
+    const std::string item = tree.file("a/report.pdf", "mine");
+    Trash trash(environment());
+    int calls = 0;
+    trash.setBeforeMoveHook([&](const std::string& trashFile) {
+        if (calls++ == 0)
+            tree.file(trashFile.substr(tree.path().size() + 1), "arrived meanwhile");
+    });
+    TrashedItem trashed;
+    CVError error;
+    ASSERT_TRUE(trash.moveToTrash(item, &trashed, &error)) << error.localizedDescription();
+    EXPECT_EQ(calls, 2);
+    EXPECT_EQ(test::TempTree::read(homeTrash() + "/files/report.pdf"), "arrived meanwhile");
+    EXPECT_EQ(test::TempTree::read(homeTrash() + "/files/report.2.pdf"), "mine");
+    EXPECT_EQ(listFolder(homeTrash() + "/info"), std::set<std::string>{"report.2.pdf.trashinfo"});
+}
+
+TEST_F(TrashTest, FailedMoveLeavesNoInformationFile) {
+    const std::string item = tree.file("a/vanishing.txt", "x");
+    Trash trash(environment());
+    trash.setBeforeMoveHook([&](const std::string&) { ::unlink(item.c_str()); });
+    CVError error;
+    EXPECT_FALSE(trash.moveToTrash(item, nullptr, &error));
+    EXPECT_EQ(error.domain, kPosixErrorDomain);
+    EXPECT_EQ(error.code, ENOENT);
+    EXPECT_EQ(listFolder(homeTrash() + "/info"), std::set<std::string>{});
+    EXPECT_EQ(listFolder(homeTrash() + "/files"), std::set<std::string>{});
+}
+
+TEST_F(TrashTest, AnotherItemAtThePathIsNeverMoved) {
+    const std::string item = tree.file("a/copy.txt", "scanned");
+    struct stat st {};
+    ASSERT_EQ(::lstat(item.c_str(), &st), 0);
+    const TrashItemIdentity scanned{st.st_dev, st.st_ino};
+
+    // Replaced before the move starts: refused before anything is made.
+    ASSERT_EQ(::rename(item.c_str(), (tree / "a/aside.txt").c_str()), 0);
+    tree.file("a/copy.txt", "new one");
+    CVError error;
+    EXPECT_FALSE(Trash(environment()).moveToTrash(item, nullptr, &error, scanned));
+    EXPECT_EQ(error.code, kTrashErrorItemChanged);
+    EXPECT_EQ(error.localizedDescription(), "changed since the scan");
+    EXPECT_FALSE(exists(homeTrash()));
+
+    // Replaced while the information file is written: the new item stays, no information is left.
+    ASSERT_EQ(::rename((tree / "a/aside.txt").c_str(), item.c_str()), 0);
+    Trash trash(environment());
+    trash.setBeforeMoveHook([&](const std::string&) {
+        ::rename(item.c_str(), (tree / "a/aside.txt").c_str());
+        tree.file("a/copy.txt", "arrived meanwhile");
+    });
+    EXPECT_FALSE(trash.moveToTrash(item, nullptr, &error, scanned));
+    EXPECT_EQ(error.code, kTrashErrorItemChanged);
+    EXPECT_EQ(test::TempTree::read(item), "arrived meanwhile");
+    EXPECT_EQ(test::TempTree::read(tree / "a/aside.txt"), "scanned");
+    EXPECT_EQ(listFolder(homeTrash() + "/info"), std::set<std::string>{});
+    EXPECT_EQ(listFolder(homeTrash() + "/files"), std::set<std::string>{});
+
+    // The expected item moves.
+    trash.setBeforeMoveHook(nullptr);
+    const std::string aside = tree / "a/aside.txt";
+    TrashedItem trashed;
+    ASSERT_TRUE(trash.moveToTrash(aside, &trashed, &error, scanned)) << error.localizedDescription();
+    EXPECT_EQ(test::TempTree::read(trashed.trashFile), "scanned");
+}
+
+TEST_F(TrashTest, LongNamesAreShortenedAndThePathKeepsTheWholeName) {
+    const std::string name = std::string(251, 'n') + ".txt";
+    ASSERT_EQ(name.size(), 255u);
+    std::set<std::string> entries;
+    for (const char* folder : {"a", "b"}) {
+        const std::string item = tree.file(std::string(folder) + "/" + name, folder);
+        TrashedItem trashed;
+        CVError error;
+        ASSERT_TRUE(Trash(environment()).moveToTrash(item, &trashed, &error)) << error.localizedDescription();
+        const std::string entry = trashed.trashFile.substr(trashed.trashFile.rfind('/') + 1);
+        EXPECT_LE(entry.size() + std::strlen(".trashinfo"), 255u);
+        EXPECT_TRUE(entry.ends_with(".txt")) << entry;
+        EXPECT_EQ(readInfo(trashed.trashInfo).at("Path"), real(folder) + "/" + name);
+        EXPECT_EQ(test::TempTree::read(trashed.trashFile), folder);
+        entries.insert(entry);
+    }
+    EXPECT_EQ(entries.size(), 2u);
+}
+
+TEST_F(TrashTest, NameThatIsNotUtf8IsEncodedByteByByte) {
+    const std::string item = tree.file("caf\xff \xe9.txt", "bytes");
+    TrashedItem trashed;
+    CVError error;
+    ASSERT_TRUE(Trash(environment()).moveToTrash(item, &trashed, &error)) << error.localizedDescription();
+    EXPECT_EQ(trashed.trashFile, homeTrash() + "/files/caf\xff \xe9.txt");
+    EXPECT_EQ(readInfo(trashed.trashInfo).at("Path"), real("") + "/caf%FF%20%E9.txt");
+    EXPECT_EQ(test::TempTree::read(trashed.trashFile), "bytes");
+}
+
+TEST_F(TrashTest, TrashedFoldersAreRecordedInDirectorySizes) {
+    tree.file("one/My Photos/a.jpg", std::string(20000, 'a'));
+    tree.file("one/My Photos/sub/b.jpg", std::string(9000, 'b'));
+    tree.file("two/My Photos/c.jpg", "c");
+    Trash trash(environment());
+    std::vector<TrashedItem> trashed(2);
+    for (int i = 0; i < 2; ++i) {
+        CVError error;
+        ASSERT_TRUE(
+            trash.moveToTrash(tree / (i == 0 ? "one/My Photos" : "two/My Photos"), &trashed[i], &error))
+            << error.localizedDescription();
+    }
+    EXPECT_EQ(trashed[1].trashFile, homeTrash() + "/files/My Photos.2");
+    std::string expected;
+    for (const TrashedItem& item : trashed) {
+        struct stat info {};
+        ASSERT_EQ(::stat(item.trashInfo.c_str(), &info), 0);
+        const auto [status, du] = runShell("du -B1 -s '" + item.trashFile + "' | cut -f1");
+        ASSERT_EQ(status, 0) << du;
+        const std::string name = item.trashFile.substr(item.trashFile.rfind('/') + 1);
+        expected += du.substr(0, du.find('\n')) + " " + std::to_string(info.st_mtim.tv_sec) + " " +
+                    (name == "My Photos" ? "My%20Photos" : "My%20Photos.2") + "\n";
+    }
+    EXPECT_EQ(test::TempTree::read(homeTrash() + "/directorysizes"), expected);
+}
+
+TEST_F(TrashTest, RefusesWhatCannotBeTrashed) {
+    tree.file("data/keep.txt", "x");
+    const std::string inTrash = tree.file("data/Trash/files/old.txt", "old");
+    struct Case {
+        std::string path;
+        std::string domain;
+        std::int64_t code;
+    };
+    for (const Case& c : {Case{tree / "data", kTrashErrorDomain, kTrashErrorHoldsTrash},
+                          Case{tree.path(), kTrashErrorDomain, kTrashErrorHoldsTrash},
+                          Case{inTrash, kTrashErrorDomain, kTrashErrorInTrash},
+                          Case{homeTrash() + "/files", kTrashErrorDomain, kTrashErrorInTrash},
+                          Case{"/", kTrashErrorDomain, kTrashErrorNotAName},
+                          Case{tree / "a/..", kTrashErrorDomain, kTrashErrorNotAName},
+                          Case{"", kTrashErrorDomain, kTrashErrorNotAName},
+                          Case{tree / "missing.txt", kPosixErrorDomain, ENOENT}}) {
+        CVError error;
+        EXPECT_FALSE(Trash(environment()).moveToTrash(c.path, nullptr, &error)) << c.path;
+        EXPECT_EQ(error.domain, c.domain) << c.path;
+        EXPECT_EQ(error.code, c.code) << c.path;
+        CVError dryError;
+        EXPECT_FALSE(Trash(environment()).trashDirectoryFor(c.path, &dryError)) << c.path;
+        EXPECT_EQ(dryError.code, c.code) << c.path;
+    }
+    EXPECT_EQ(test::TempTree::read(inTrash), "old");
+    EXPECT_EQ(listFolder(homeTrash() + "/info"), std::set<std::string>{});
+}
+
+TEST_F(TrashTest, FolderThatWouldHoldTheHomeTrashIsRefusedBeforeAnythingIsMade) {
+    tree.file("home/notes.txt", "x");
+    TrashEnvironment env;
+    env.dataHome = tree / "home/.local/share";
+    CVError error;
+    EXPECT_FALSE(Trash(env).moveToTrash(tree / "home", nullptr, &error));
+    EXPECT_EQ(error.code, kTrashErrorHoldsTrash);
+    EXPECT_EQ(listFolder(tree / "home"), std::set<std::string>{"notes.txt"});
+}
+
+TEST_F(TrashTest, DryRunNamesTheHomeTrashWithoutMakingIt) {
+    const std::string item = tree.file("docs/a.txt", "x");
+    CVError error;
+    const auto folder = Trash(environment()).trashDirectoryFor(item, &error);
+    ASSERT_TRUE(folder) << error.localizedDescription();
+    EXPECT_EQ(*folder, homeTrash());
+    EXPECT_FALSE(exists(tree / "data"));
+    EXPECT_TRUE(exists(item));
+}
+
+// The rules for a volume other than the home Trash's: which Trash folder an item in
+// VOLUME/sub/ goes to, or none.
+struct VolumeCase {
+    const char* name;
+    std::function<void(const std::string& volume)> prepare;
+    std::string expected; // relative to the volume; empty: no Trash on this volume
+    bool needsRoot = false;
+};
+
+void PrintTo(const VolumeCase& c, std::ostream* out) {
+    *out << c.name;
+}
+
+const std::string kUid = std::to_string(::geteuid());
+
+void makeFolder(const std::string& path, mode_t mode) {
+    ASSERT_EQ(::mkdir(path.c_str(), mode), 0) << path;
+    ASSERT_EQ(::chmod(path.c_str(), mode), 0) << path;
+}
+
+class VolumeTrash : public TrashTest, public ::testing::WithParamInterface<VolumeCase> {};
+
+TEST_P(VolumeTrash, PicksTheTrashFolderTheRulesAllow) {
+    const VolumeCase& c = GetParam();
+    if (c.needsRoot && ::geteuid() != 0)
+        GTEST_SKIP() << "needs root to give a folder to another user";
+    const std::string volume = real("vol");
+    const std::string item = tree.file("vol/sub/item.txt", "item");
+    tree.folder("vol/elsewhere");
+    c.prepare(volume);
+    const auto table = tableWithVolume("vol");
+    Trash trash(environment(table));
+
+    const std::set<std::string> before = listFolder(volume);
+    CVError dryError;
+    const auto predicted = trash.trashDirectoryFor(item, &dryError);
+    EXPECT_EQ(listFolder(volume), before) << "a dry run changes nothing";
+
+    TrashedItem trashed;
+    CVError error;
+    const bool moved = trash.moveToTrash(item, &trashed, &error);
+    if (c.expected.empty()) {
+        EXPECT_FALSE(moved);
+        EXPECT_EQ(error.domain, kTrashErrorDomain);
+        EXPECT_EQ(error.code, kTrashErrorNoTrashOnVolume);
+        EXPECT_EQ(error.localizedDescription(), "no Trash on this volume");
+        EXPECT_FALSE(predicted);
+        EXPECT_EQ(dryError.code, kTrashErrorNoTrashOnVolume);
+        EXPECT_EQ(test::TempTree::read(item), "item");
+    } else {
+        ASSERT_TRUE(moved) << error.localizedDescription();
+        EXPECT_EQ(trashed.trashDirectory, volume + "/" + c.expected);
+        EXPECT_EQ(predicted.value_or("none"), volume + "/" + c.expected);
+        EXPECT_EQ(trashed.trashFile, volume + "/" + c.expected + "/files/item.txt");
+        EXPECT_EQ(readInfo(trashed.trashInfo).at("Path"), "sub/item.txt");
+        EXPECT_EQ(permissions(volume + "/" + c.expected), 0700u);
+        EXPECT_FALSE(exists(item));
+    }
+    EXPECT_EQ(listFolder(volume + "/elsewhere"), std::set<std::string>{}) << "nothing went through a link";
+    EXPECT_FALSE(exists(homeTrash())) << "another volume never uses the home Trash";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rules, VolumeTrash,
+    ::testing::Values(
+        VolumeCase{"NoSharedTrash", [](const std::string&) {}, ".Trash-" + kUid},
+        VolumeCase{"StickySharedTrash", [](const std::string& v) { makeFolder(v + "/.Trash", 01777); },
+                   ".Trash/" + kUid},
+        VolumeCase{"SharedTrashWithoutStickyBit",
+                   [](const std::string& v) { makeFolder(v + "/.Trash", 0777); }, ".Trash-" + kUid},
+        VolumeCase{"SharedTrashIsALink",
+                   [](const std::string& v) {
+                       ASSERT_EQ(::chmod((v + "/elsewhere").c_str(), 01777), 0);
+                       ASSERT_EQ(::symlink("elsewhere", (v + "/.Trash").c_str()), 0);
+                   },
+                   ".Trash-" + kUid},
+        VolumeCase{
+            "SharedTrashIsAFile",
+            [](const std::string& v) { ASSERT_EQ(::close(::creat((v + "/.Trash").c_str(), 0644)), 0); },
+            ".Trash-" + kUid},
+        VolumeCase{"UserFolderInSharedTrashIsALink",
+                   [](const std::string& v) {
+                       makeFolder(v + "/.Trash", 01777);
+                       ASSERT_EQ(::symlink("../elsewhere", (v + "/.Trash/" + kUid).c_str()), 0);
+                   },
+                   ".Trash-" + kUid},
+        VolumeCase{"UserFolderInSharedTrashBelongsToAnother",
+                   [](const std::string& v) {
+                       makeFolder(v + "/.Trash", 01777);
+                       makeFolder(v + "/.Trash/" + kUid, 0700);
+                       ASSERT_EQ(::chown((v + "/.Trash/" + kUid).c_str(), 4321, 4321), 0);
+                   },
+                   ".Trash-" + kUid, true},
+        VolumeCase{"PrivateTrashIsALink",
+                   [](const std::string& v) {
+                       ASSERT_EQ(::symlink("elsewhere", (v + "/.Trash-" + kUid).c_str()), 0);
+                   },
+                   ""},
+        VolumeCase{"PrivateTrashBelongsToAnother",
+                   [](const std::string& v) {
+                       makeFolder(v + "/.Trash-" + kUid, 0700);
+                       ASSERT_EQ(::chown((v + "/.Trash-" + kUid).c_str(), 4321, 4321), 0);
+                   },
+                   "", true},
+        VolumeCase{"PrivateTrashFilesFolderIsALink",
+                   [](const std::string& v) {
+                       makeFolder(v + "/.Trash-" + kUid, 0700);
+                       ASSERT_EQ(::symlink("../elsewhere", (v + "/.Trash-" + kUid + "/files").c_str()), 0);
+                   },
+                   ""}),
+    [](const ::testing::TestParamInfo<VolumeCase>& param) { return std::string(param.param.name); });
+
+// Real mounts: tmpfs volumes and bind mounts made by the test (root only).
+
+TEST_F(TrashTest, ItemOnAnotherMountGoesToThatVolumesTrash) {
+    const std::string mountPoint = tree.folder("mnt");
+    ScopedMount mount("tmpfs", mountPoint, "tmpfs", 0, "size=1m");
+    SKIP_UNLESS_MOUNTED(mount);
+    const std::string item = tree.file("mnt/dir/f.txt", "on tmpfs");
+    TrashedItem trashed;
+    CVError error;
+    Trash trash(environment());
+    EXPECT_EQ(trash.trashDirectoryFor(item, &error).value_or("none"), real("mnt") + "/.Trash-" + uid());
+    ASSERT_TRUE(trash.moveToTrash(item, &trashed, &error)) << error.localizedDescription();
+    EXPECT_EQ(trashed.trashFile, real("mnt") + "/.Trash-" + uid() + "/files/f.txt");
+    EXPECT_EQ(readInfo(trashed.trashInfo).at("Path"), "dir/f.txt");
+    EXPECT_EQ(permissions(real("mnt") + "/.Trash-" + uid()), 0700u);
+    EXPECT_FALSE(exists(homeTrash()));
+}
+
+TEST_F(TrashTest, TrashOnAnotherFileSystemIsNeverUsedEvenWhenTheTableMissesTheMount) {
+    const std::string mountPoint = tree.folder("mnt");
+    ScopedMount mount("tmpfs", mountPoint, "tmpfs", 0, "size=1m");
+    SKIP_UNLESS_MOUNTED(mount);
+    const std::string item = tree.file("mnt/f.txt", "stays");
+    std::vector<MountEntry> table;
+    for (const MountEntry& entry : readMountTable())
+        if (entry.mountPoint != real("mnt"))
+            table.push_back(entry);
+    Trash trash(environment(table));
+    CVError dryError;
+    EXPECT_FALSE(trash.trashDirectoryFor(item, &dryError)) << "the dry run must not promise the home Trash";
+    EXPECT_EQ(dryError.code, kTrashErrorNoTrashOnVolume);
+    CVError error;
+    EXPECT_FALSE(trash.moveToTrash(item, nullptr, &error));
+    EXPECT_EQ(error.code, kTrashErrorNoTrashOnVolume);
+    EXPECT_EQ(test::TempTree::read(item), "stays");
+    EXPECT_EQ(listFolder(homeTrash() + "/info"), std::set<std::string>{});
+}
+
+TEST_F(TrashTest, BindMountIsAVolumeOfItsOwnAndNeverCrossed) {
+    tree.file("source/f.txt", "bound");
+    const std::string bound = tree.folder("bound");
+    ScopedMount mount(tree / "source", bound, nullptr, MS_BIND);
+    SKIP_UNLESS_MOUNTED(mount);
+
+    // The live table knows the bind mount: its top holds the Trash.
+    {
+        TrashedItem trashed;
+        CVError error;
+        ASSERT_TRUE(Trash(environment()).moveToTrash(tree / "bound/f.txt", &trashed, &error))
+            << error.localizedDescription();
+        EXPECT_EQ(trashed.trashFile, real("bound") + "/.Trash-" + uid() + "/files/f.txt");
+        EXPECT_EQ(readInfo(trashed.trashInfo).at("Path"), "f.txt");
+    }
+    // A table without it sends the item to the home Trash on the same file system,
+    // which rename(2) refuses (EXDEV): the item stays, nothing is copied, no
+    // information file is left.
+    tree.file("source/g.txt", "stays");
+    std::vector<MountEntry> table;
+    for (const MountEntry& entry : readMountTable())
+        if (entry.mountPoint != real("bound"))
+            table.push_back(entry);
+    Trash trash(environment(table));
+    CVError error;
+    EXPECT_FALSE(trash.moveToTrash(tree / "bound/g.txt", nullptr, &error));
+    EXPECT_EQ(error.domain, kTrashErrorDomain);
+    EXPECT_EQ(error.code, kTrashErrorNoTrashOnVolume);
+    EXPECT_EQ(error.localizedDescription(), "no Trash on this volume");
+    EXPECT_EQ(test::TempTree::read(tree / "bound/g.txt"), "stays");
+    EXPECT_EQ(listFolder(homeTrash() + "/info"), std::set<std::string>{});
+    EXPECT_EQ(listFolder(homeTrash() + "/files"), std::set<std::string>{});
+}
+
+TEST_F(TrashTest, ReadOnlyVolumeHasNoTrash) {
+    for (const bool trashMadeBefore : {false, true}) {
+        SCOPED_TRACE(trashMadeBefore ? "Trash folder made before" : "no Trash folder");
+        const std::string mountPoint = tree.folder(trashMadeBefore ? "ro2" : "ro1");
+        ScopedMount mount("tmpfs", mountPoint, "tmpfs", 0, "size=1m");
+        SKIP_UNLESS_MOUNTED(mount);
+        const std::string item = tree.file((trashMadeBefore ? "ro2" : "ro1") + std::string("/f.txt"), "ro");
+        if (trashMadeBefore) {
+            tree.folder("ro2/.Trash-" + uid() + "/files");
+            tree.folder("ro2/.Trash-" + uid() + "/info");
+        }
+        ASSERT_EQ(::mount(nullptr, mountPoint.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0)
+            << std::strerror(errno);
+        Trash trash(environment());
+        CVError error;
+        EXPECT_FALSE(trash.trashDirectoryFor(item, &error));
+        EXPECT_EQ(error.code, kTrashErrorNoTrashOnVolume);
+        EXPECT_FALSE(trash.moveToTrash(item, nullptr, &error));
+        EXPECT_EQ(error.domain, kTrashErrorDomain);
+        EXPECT_EQ(error.code, kTrashErrorNoTrashOnVolume);
+        EXPECT_EQ(test::TempTree::read(item), "ro");
+    }
+}
+
+TEST_F(TrashTest, FullVolumeFailsWhileWritingTheInformationAndMovesNothing) {
+    const std::string mountPoint = tree.folder("full");
+    ScopedMount mount("tmpfs", mountPoint, "tmpfs", 0, "size=64k");
+    SKIP_UNLESS_MOUNTED(mount);
+    const std::string item = tree.file("full/victim.txt", "precious");
+    // Fill the volume to the last block.
+    {
+        const int fd = ::open((tree / "full/filler").c_str(), O_WRONLY | O_CREAT, 0600);
+        ASSERT_GE(fd, 0);
+        const std::string block(4096, 'z');
+        while (::write(fd, block.data(), block.size()) > 0) {
+        }
+        ASSERT_EQ(errno, ENOSPC);
+        ::close(fd);
+    }
+    CVError error;
+    EXPECT_FALSE(Trash(environment()).moveToTrash(item, nullptr, &error));
+    EXPECT_EQ(error.domain, kPosixErrorDomain);
+    EXPECT_EQ(error.code, ENOSPC);
+    EXPECT_EQ(test::TempTree::read(item), "precious");
+    EXPECT_EQ(listFolder(real("full") + "/.Trash-" + uid() + "/info"), std::set<std::string>{});
+    EXPECT_EQ(listFolder(real("full") + "/.Trash-" + uid() + "/files"), std::set<std::string>{});
+}
+
+// Another implementation lists and restores what we trash: trash-cli (Debian).
+
+bool haveTrashCli() {
+    return ::access("/usr/bin/trash-list", X_OK) == 0 && ::access("/usr/bin/trash-restore", X_OK) == 0;
+}
+
+TEST_F(TrashTest, TrashCliListsAndRestoresOurEntries) {
+    if (!haveTrashCli())
+        GTEST_SKIP() << "trash-cli is not installed (trash-list, trash-restore)";
+    const std::string mountPoint = tree.folder("mnt");
+    ScopedMount mount("tmpfs", mountPoint, "tmpfs", 0, "size=1m");
+    std::vector<std::string> relatives = {"work/notes today.txt", "work/sub/folder"};
+    if (mount.mounted())
+        relatives.push_back("mnt/other volume.txt");
+    else
+        std::printf("(no tmpfs: %s; only the home Trash is tried)\n", mount.why().c_str());
+    const std::string shellEnvironment =
+        "env HOME='" + tree / "home" + "' XDG_DATA_HOME='" + tree / "data" + "' ";
+    Trash trash(environment());
+    for (const std::string& relative : relatives) {
+        SCOPED_TRACE(relative);
+        if (relative.ends_with("folder"))
+            tree.file(relative + "/inner.txt", "inner");
+        else
+            tree.file(relative, "text of " + relative);
+        CVError error;
+        TrashedItem trashed;
+        ASSERT_TRUE(trash.moveToTrash(tree / relative, &trashed, &error)) << error.localizedDescription();
+
+        const auto [listStatus, listing] = runShell(shellEnvironment + "trash-list");
+        EXPECT_EQ(listStatus, 0) << listing;
+        EXPECT_NE(listing.find(" " + real(relative) + "\n"), std::string::npos) << listing;
+
+        const auto [restoreStatus, restoring] =
+            runShell("echo 0 | " + shellEnvironment + "trash-restore '" + real(relative) + "'");
+        EXPECT_EQ(restoreStatus, 0) << restoring;
+        if (relative.ends_with("folder"))
+            EXPECT_EQ(test::TempTree::read(tree / relative + "/inner.txt"), "inner") << restoring;
+        else
+            EXPECT_EQ(test::TempTree::read(tree / relative), "text of " + relative) << restoring;
+        EXPECT_FALSE(exists(trashed.trashInfo));
+        EXPECT_FALSE(exists(trashed.trashFile));
+    }
+}
+
+} // namespace
+} // namespace corvel
