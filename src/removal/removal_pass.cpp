@@ -1,0 +1,584 @@
+#include "removal_pass.h"
+
+#include <dirent.h>
+#include <filesystem>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "achievements_controller.h"
+#include "engine/file_sizer.h"
+#include "engine/folder.h"
+#include "engine/node_type.h"
+#include "library_app_driver.h"
+#include "platform/file_access.h"
+#include "platform/file_io.h"
+#include "platform/main_queue.h"
+#include "platform/string_tables.h"
+#include "platform/system_log.h"
+#include "platform/text_format.h"
+#include "platform/tracker.h"
+#include "platform/trash.h"
+#include "platform/user_defaults.h"
+#include "platform/volumes.h"
+#include "removal_view.h"
+#include "results/duplicates_controller.h"
+#include "settings/ignore_list.h"
+#include "settings/preferences.h"
+#include "statistics_controller.h"
+
+namespace corvel {
+
+namespace {
+
+constexpr std::uint64_t kTicks = 20;
+constexpr auto kMinimumTickInterval = std::chrono::milliseconds(200);
+constexpr auto kClosingPause = std::chrono::milliseconds(500);
+
+std::string humanDuration(std::chrono::system_clock::duration elapsed) {
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(elapsed).count();
+    if (seconds < 60)
+        return formatf("%ld s", static_cast<long>(seconds));
+    return formatf("%ld min %ld s", static_cast<long>(seconds / 60), static_cast<long>(seconds % 60));
+}
+
+// Whether the version string compares lower than the other, number by number ("9.2.1" < "9.3").
+bool versionIsLower(const std::string& version, const std::string& than) {
+    std::size_t a = 0;
+    std::size_t b = 0;
+    while (a < version.size() || b < than.size()) {
+        long x = 0;
+        long y = 0;
+        while (a < version.size() && version[a] != '.')
+            x = x * 10 + (std::isdigit(static_cast<unsigned char>(version[a])) ? version[a] - '0' : 0), ++a;
+        while (b < than.size() && than[b] != '.')
+            y = y * 10 + (std::isdigit(static_cast<unsigned char>(than[b])) ? than[b] - '0' : 0), ++b;
+        if (x != y)
+            return x < y;
+        ++a;
+        ++b;
+    }
+    return false;
+}
+
+} // namespace
+
+const char* CVRemovalPass::outcomeName(Outcome outcome) {
+    switch (outcome) {
+    case Outcome::Trashed:
+        return "trashed";
+    case Outcome::Deleted:
+        return "deleted";
+    case Outcome::Failed:
+        return "failed";
+    case Outcome::NotHandled:
+        return "notHandled";
+    case Outcome::WouldTrash:
+        return "wouldTrash";
+    case Outcome::WouldDelete:
+        return "wouldDelete";
+    case Outcome::WouldFail:
+        return "wouldFail";
+    }
+    return "notHandled";
+}
+
+CVRemovalPass::CVRemovalPass(Services services, Options options)
+    : m_services(services), m_options(std::move(options)),
+      m_verifier([this] { return !m_shredInProgress.load(); }) {
+    countDuplicates();
+}
+
+CVRemovalPass::~CVRemovalPass() {
+    requestStop();
+    if (m_thread.joinable())
+        m_thread.join();
+}
+
+bool CVRemovalPass::moveToTrash() const {
+    return m_options.moveToTrash.value_or(m_services.preferences.moveDuplicatesToTrash());
+}
+
+bool CVRemovalPass::removeEmptyFolders() const {
+    return m_options.removeEmptyFolders.value_or(m_services.preferences.removeEmptyFolders());
+}
+
+std::vector<std::pair<std::shared_ptr<CVFile>, std::size_t>> CVRemovalPass::markedFiles() const {
+    std::vector<std::pair<std::shared_ptr<CVFile>, std::size_t>> marked;
+    const auto groups = m_services.results.allDuplicatesGroups();
+    for (std::size_t g = 0; g < groups.size(); ++g)
+        for (const auto& file : groups[g]->files())
+            if (file->needToRemove() && !file->wasRemoved())
+                marked.emplace_back(file, g);
+    return marked;
+}
+
+void CVRemovalPass::countDuplicates() {
+    m_count = 0;
+    m_size = 0;
+    for (const auto& [file, group] : markedFiles()) {
+        ++m_count;
+        m_size += file->sizeOnDisk();
+    }
+}
+
+void CVRemovalPass::runOnMain(const std::function<void()>& work, bool wait) {
+    if (wait)
+        MainQueue::shared().postAndWait(work);
+    else
+        MainQueue::shared().post(work);
+}
+
+void CVRemovalPass::shreddList() {
+    sharedTracker().trackEvent("Deletion Summary", "Remove", "", 0);
+    countDuplicates();
+    if (m_count == 0) {
+        removeFinishedWithSize(0, 0, false, false);
+        return;
+    }
+    if (m_shredInProgress) {
+        requestStop();
+        m_services.view.setRemoveButton(localized("ButtonTitle_Remove", "Buttons"),
+                                        localized("ButtonToolTip_Remove", "Buttons"));
+        return;
+    }
+    m_services.view.setCloseButtonEnabled(false);
+    m_services.view.setWindowState(9);
+    m_services.view.setRemoveButton(localized("ButtonTitle_Stop", "Buttons"),
+                                    localized("ButtonToolTip_AbortShredding", "Buttons"));
+    startPass();
+}
+
+void CVRemovalPass::startPass() {
+    waitForPass();
+    m_shredInProgress = true;
+    m_threadRunning = true;
+    m_thread = std::thread([this] {
+        cleanDuplicates();
+        m_threadRunning = false;
+        MainQueue::shared().post([] {}); // wakes a main loop waiting for the end
+    });
+}
+
+void CVRemovalPass::waitForPass() {
+    if (m_thread.joinable())
+        m_thread.join();
+}
+
+void CVRemovalPass::cleanDuplicates() {
+    m_shredInProgress = true;
+    m_finished = false;
+    m_records.clear();
+    m_removedFolders.clear();
+    m_wouldGo.clear();
+    const auto marked = markedFiles();
+    m_cleanStartDate = std::chrono::system_clock::now();
+    const std::uint64_t total = marked.size();
+    std::uint64_t markedSize = 0;
+    for (const auto& entry : marked)
+        markedSize += entry.first->sizeOnDisk();
+    m_markedAtStart = total;
+    m_markedSizeAtStart = markedSize;
+    systemLogf("Removing started. Files count = %lu Size to Clean = %llu", total, markedSize);
+    runOnMain(
+        [this] {
+            sharedTracker().trackEvent("Cleanup", "Cleanup Started", "", 0);
+            m_services.view.startShredderAnimation();
+        },
+        true);
+    m_step = total >= kTicks ? total / kTicks : 1;
+    m_countdown = m_step;
+    m_handled = 0;
+    auto lastTick = std::chrono::steady_clock::now();
+    runOnMain(
+        [this] {
+            m_failedFiles.clear();
+            m_errorFilesCount = 0;
+            m_failedSize = 0;
+        },
+        true);
+    m_iPhotoWasLaunched = false;
+    m_iTunesWasLaunched = false;
+    const bool toTrash = moveToTrash();
+    m_removedSize = 0;
+    m_removedFiles = 0;
+    std::uint64_t completedGroups = 0;
+    m_records.reserve(marked.size());
+    for (const auto& [file, group] : marked)
+        m_records.push_back(FileRecord{file, group});
+
+    for (std::size_t i = 0; i < marked.size(); ++i) {
+        if (!m_shredInProgress)
+            break;
+        const auto& file = marked[i].first;
+        if (!file->needToRemove())
+            continue;
+        m_current = &m_records[i];
+        handle(file, marked[i].second, toTrash);
+        if (!m_options.dryRun) {
+            file->setWasRemoved(true);
+            if (CVGroup* owner = file->parentGroup()) {
+                owner->setSilentFilesToRemoveCount(owner->silentFilesToRemoveCount() - 1);
+                owner->manifest();
+                owner->setRemovedFilesCount(owner->removedFilesCount() + 1);
+                if (owner->childrenCount() == owner->removedFilesCount() + 1)
+                    ++completedGroups;
+            }
+        }
+        ++m_handled;
+        tick(lastTick);
+    }
+    m_current = nullptr;
+    const bool stoppedByUser = !m_shredInProgress;
+    if (!stoppedByUser) {
+        runOnMain([this] { m_services.view.closeShredderAnimation(); }, true);
+        if (m_options.tickPacing)
+            std::this_thread::sleep_for(kClosingPause);
+    }
+    const std::uint64_t removedSize = m_removedSize;
+    const std::uint64_t removedFiles = m_removedFiles;
+    const bool complete = completedGroups == m_services.results.allDuplicatesGroups().size();
+    runOnMain(
+        [this, total, removedSize, removedFiles, complete, stoppedByUser] {
+            m_services.view.setWindowState(m_shredInProgress ? 10 : 8);
+            const std::string summary =
+                formatf("%@ / Total Deleted Size: %ld MB, Time Elapsed: %@, Total Deleted Items: %ld Duplicates",
+                        std::string(stoppedByUser ? "Cleanup Interrupted" : "Cleanup Completed"),
+                        static_cast<long>(removedSize / 1000000),
+                        humanDuration(std::chrono::system_clock::now() -
+                                      m_cleanStartDate.value_or(std::chrono::system_clock::now())),
+                        static_cast<long>(removedFiles));
+            sharedTracker().trackEvent("Cleanup", summary, "", 0);
+            m_cleanStartDate.reset();
+            removeFinishedWithSize(removedSize, total, complete, stoppedByUser);
+        },
+        true);
+    if (!m_options.dryRun)
+        m_services.defaults.synchronize();
+}
+
+void CVRemovalPass::handle(const std::shared_ptr<CVFile>& file, std::size_t, bool toTrash) {
+    CVError error;
+    const bool ok = shredDuplicateFile(*file, toTrash, &error);
+    const std::uint64_t fileSize = file->sizeOnDisk();
+    const std::string path = file->path();
+    FileRecord& record = *m_current;
+    if (m_options.dryRun) {
+        if (!ok) {
+            record.outcome = Outcome::WouldFail;
+            record.error = error.localizedDescription();
+        }
+        return;
+    }
+    if (ok) {
+        record.outcome = toTrash ? Outcome::Trashed : Outcome::Deleted;
+        m_removedSize += fileSize;
+        ++m_removedFiles;
+        systemLogf("Successfully removed file%@ %@ size = %llu type = %@", std::string(toTrash ? " to Trash" : ""),
+                   path, file->size(), std::string(CVFile::stringSelectionType(file->selectionType())));
+    } else {
+        record.outcome = Outcome::Failed;
+        record.error = error.localizedDescription();
+        systemLogf("Failed to remove file %@ = %@ size = %llu type = %@", path, record.error, file->size(),
+                   std::string(CVFile::stringSelectionType(file->selectionType())));
+    }
+    const std::string reason = record.error;
+    runOnMain(
+        [this, file, ok, fileSize, reason] {
+            m_size = m_size >= fileSize ? m_size - fileSize : 0;
+            if (m_count > 0)
+                --m_count;
+            if (!ok) {
+                ++m_errorFilesCount;
+                m_failedFiles.push_back(file);
+                m_failedSize += fileSize;
+            }
+            m_services.view.fileHandled(*file, ok, reason);
+        },
+        false);
+}
+
+void CVRemovalPass::tick(std::chrono::steady_clock::time_point& lastTick) {
+    if (m_countdown > 1) {
+        --m_countdown;
+        return;
+    }
+    const std::uint64_t handled = m_handled;
+    const std::uint64_t total = m_markedAtStart;
+    runOnMain([this, handled, total] { m_services.view.advanceShredderAnimation(handled, total); }, true);
+    if (m_options.tickPacing) {
+        const auto due = lastTick + kMinimumTickInterval;
+        if (std::chrono::steady_clock::now() < due)
+            std::this_thread::sleep_until(due);
+    }
+    lastTick = std::chrono::steady_clock::now();
+    m_countdown = m_step;
+}
+
+CVError CVRemovalPass::checkError(const std::string& reason) const {
+    return CVError(kRemovalCheckErrorDomain, 1, reason);
+}
+
+bool CVRemovalPass::shredDuplicateFile(CVFile& file, bool toTrash, CVError* error) {
+    // Nothing is touched before the copy passes its checks.
+    const RemovalCheck check = m_verifier.checkBeforeRemoval(file, !toTrash);
+    if (m_current)
+        m_current->keptCopy = check.keptCopy;
+    if (!check.ok) {
+        setError(error, checkError(check.reason));
+        return false;
+    }
+    const auto root = file.rootFolder();
+    const std::int32_t rootType = root ? root->type() : kNodeTypeUnknown;
+    if (rootType == kNodeTypeCurrentIPhotoLibrary) {
+        if (m_options.dryRun) {
+            setError(error, CVError(kIPhotoLaunchErrorDomain, kLibraryLaunchErrorCode,
+                                    "the photo library application cannot be started"));
+            return false;
+        }
+        if (auto failure = shrediPhotoDup(file)) {
+            setError(error, *failure);
+            return false;
+        }
+        return true;
+    }
+    if (rootType == kNodeTypeCurrentITunesLibrary) {
+        if (m_options.dryRun) {
+            setError(error, CVError(kITunesLaunchErrorDomain, kLibraryLaunchErrorCode,
+                                    "the music library application cannot be started"));
+            return false;
+        }
+        if (auto failure = shrediTunesDup(file)) {
+            setError(error, *failure);
+            return false;
+        }
+    }
+    return shredPhysicallyDup(file, toTrash, error);
+}
+
+bool CVRemovalPass::shredPhysicallyDup(CVFile& file, bool toTrash, CVError* error) {
+    const std::string path = file.path();
+    if (m_options.dryRun) {
+        bool ok = true;
+        if (toTrash) {
+            CVError trashError;
+            const auto directory = m_services.trash.trashDirectoryFor(path, &trashError);
+            if (!directory) {
+                setError(error, trashError);
+                ok = false;
+            } else if (m_current) {
+                m_current->outcome = Outcome::WouldTrash;
+                m_current->trashDirectory = *directory;
+            }
+        } else if (m_current) {
+            m_current->outcome = Outcome::WouldDelete;
+        }
+        if (ok)
+            m_wouldGo.insert(path);
+        if (removeEmptyFolders())
+            removeParentFolderIfEmpty(path, toTrash);
+        return ok;
+    }
+    // A locked item is unlocked for its removal, and locked again when the removal fails.
+    const bool unlocked = isImmutable(path).value_or(false) && setImmutable(path, false, nullptr);
+    CVError removeError;
+    const bool ok = removeItemAtPath(path, toTrash, &removeError);
+    if (!ok) {
+        if (unlocked)
+            setImmutable(path, true, nullptr);
+        setError(error, removeError);
+    }
+    if (removeEmptyFolders())
+        removeParentFolderIfEmpty(path, toTrash);
+    return ok;
+}
+
+bool CVRemovalPass::removeItemAtPath(const std::string& path, bool toTrash, CVError* error) {
+    if (toTrash) {
+        TrashedItem trashed;
+        std::optional<TrashItemIdentity> expected;
+        if (m_current && m_current->file && m_current->file->path() == path)
+            expected = TrashItemIdentity{m_current->file->device(), m_current->file->inodeNumber()};
+        if (!m_services.trash.moveToTrash(path, &trashed, error, expected))
+            return false;
+        if (m_current && m_current->file && m_current->file->path() == path) {
+            m_current->trashFile = trashed.trashFile;
+            m_current->trashInfo = trashed.trashInfo;
+        }
+        return true;
+    }
+    struct stat st {};
+    if (::lstat(path.c_str(), &st) != 0) {
+        setError(error, posixError(errno, path, "remove"));
+        return false;
+    }
+    if (S_ISDIR(st.st_mode)) {
+        std::error_code failure;
+        std::filesystem::remove_all(path, failure);
+        if (failure) {
+            setError(error, posixError(failure.value(), path, "remove"));
+            return false;
+        }
+        return true;
+    }
+    if (::unlink(path.c_str()) != 0) {
+        setError(error, posixError(errno, path, "remove"));
+        return false;
+    }
+    return true;
+}
+
+bool CVRemovalPass::parentMayBeCleaned(const std::string& folder) const {
+    if (folder.empty() || folder == "/")
+        return false;
+    for (const auto& root : m_options.scanRoots)
+        if (root == folder || root.starts_with(folder + "/"))
+            return false;
+    if (volumePathOfPath(folder) == folder)
+        return false; // a mount point
+    if (m_services.ignoreList.isFolderForbiddenToRemove(folder))
+        return false;
+    return isDeletableByUser(folder);
+}
+
+bool CVRemovalPass::isEmptyForCleanUp(const std::string& folder) const {
+    DIR* dir = ::opendir(folder.c_str());
+    if (!dir)
+        return false;
+    bool empty = true;
+    while (const dirent* entry = ::readdir(dir)) {
+        const std::string_view name = entry->d_name;
+        if (name == "." || name == ".." || name == ".DS_Store")
+            continue;
+        // A dry run removes nothing: what it would remove counts as gone.
+        if (m_options.dryRun && m_wouldGo.contains(folder + "/" + std::string(name)))
+            continue;
+        empty = false;
+        break;
+    }
+    ::closedir(dir);
+    return empty;
+}
+
+void CVRemovalPass::removeParentFolderIfEmpty(const std::string& removedPath, bool moveToTrashFlag) {
+    const std::string folder = parentPath(removedPath);
+    if (!parentMayBeCleaned(folder) || !isEmptyForCleanUp(folder))
+        return;
+    if (m_options.dryRun) {
+        m_wouldGo.insert(folder);
+        m_removedFolders.push_back(folder);
+        return;
+    }
+    bool removed;
+    if (moveToTrashFlag) {
+        TrashedItem trashed;
+        removed = m_services.trash.moveToTrash(folder, &trashed, nullptr);
+    } else {
+        // Never a recursive delete: only the Finder's leftover, then the empty folder, so a
+        // file that arrived meanwhile keeps its folder.
+        ::unlink((folder + "/.DS_Store").c_str());
+        removed = ::rmdir(folder.c_str()) == 0;
+    }
+    if (removed)
+        m_removedFolders.push_back(folder);
+}
+
+std::optional<CVError> CVRemovalPass::shrediPhotoDup(CVFile& file) {
+    const bool firstInPass = !m_iPhotoWasLaunched;
+    if (firstInPass) {
+        runOnMain([this] { m_services.view.showLibraryPopup(LibraryKind::Photos); }, true);
+        if (!m_services.libraryAppDriver.launchApplication(kIPhotoBundleIdentifier)) {
+            runOnMain([this] { m_services.view.hideLibraryPopup(LibraryKind::Photos); }, true);
+            return CVError(kIPhotoLaunchErrorDomain, kLibraryLaunchErrorCode,
+                           "the photo library application could not be started");
+        }
+    }
+    const PropertyValue info = file.info();
+    const std::string version = info["iPhotoVersion"].isNull() ? std::string() : info["iPhotoVersion"].toString();
+    const bool useAdd = versionIsLower(version, "9.3");
+    const bool isVideo = info["PhotoIsMovie"].toBool();
+    const std::string path = file.path();
+    auto scriptError = trashiPhotoImageWithPath(path, useAdd, isVideo);
+    if (firstInPass) {
+        runOnMain([this] { m_services.view.hideLibraryPopup(LibraryKind::Photos); }, true);
+        m_iPhotoWasLaunched = true;
+    }
+    if (scriptError && scriptError->count(kScriptErrorNumberKey) &&
+        scriptError->at(kScriptErrorNumberKey).toInt64() == kScriptErrorCantGet) {
+        systemLog("Received can't get trash error. Will try to recover by removing photo again.");
+        scriptError = trashiPhotoImageWithPath(path, useAdd, isVideo);
+    }
+    if (scriptError) {
+        CVError failure(kIPhotoRemoveErrorDomain, kLibraryRemoveErrorCode);
+        failure.userInfo = *scriptError;
+        return failure;
+    }
+    if (!m_options.dryRun) {
+        PropertyValue::Array removed = m_services.defaults.arrayForKey(kRemovedPhotosKey).value_or(PropertyValue::Array{});
+        removed.emplace_back(path);
+        m_services.defaults.setObject(PropertyValue(std::move(removed)), kRemovedPhotosKey);
+    }
+    return std::nullopt;
+}
+
+std::optional<PropertyValue::Dictionary> CVRemovalPass::trashiPhotoImageWithPath(const std::string& path, bool useAdd,
+                                                                                 bool isVideo) {
+    return m_services.libraryAppDriver.runScript(iPhotoTrashScript(path, useAdd, isVideo));
+}
+
+std::optional<CVError> CVRemovalPass::shrediTunesDup(CVFile& file) {
+    const bool firstInPass = !m_iTunesWasLaunched;
+    if (firstInPass) {
+        runOnMain([this] { m_services.view.showLibraryPopup(LibraryKind::Music); }, true);
+        if (!m_services.libraryAppDriver.launchApplication(kITunesBundleIdentifier)) {
+            runOnMain([this] { m_services.view.hideLibraryPopup(LibraryKind::Music); }, true);
+            return CVError(kITunesLaunchErrorDomain, kLibraryLaunchErrorCode,
+                           "the music library application could not be started");
+        }
+    }
+    const auto scriptError = m_services.libraryAppDriver.runScript(iTunesDeleteScript(file.path()));
+    if (firstInPass) {
+        runOnMain([this] { m_services.view.hideLibraryPopup(LibraryKind::Music); }, true);
+        m_iTunesWasLaunched = true;
+    }
+    if (scriptError) {
+        CVError failure(kITunesRemoveErrorDomain, kLibraryRemoveErrorCode);
+        failure.userInfo = *scriptError;
+        return failure;
+    }
+    return std::nullopt;
+}
+
+void CVRemovalPass::removeFinishedWithSize(std::uint64_t size, std::uint64_t files, bool completeRemove,
+                                           bool stopped) {
+    systemLogf("Removing finished. Complete remove = %i. Removed Count = %lu Size = %llu",
+               static_cast<int>(completeRemove), files, size);
+    CVRemovalView& view = m_services.view;
+    if (!m_options.dryRun)
+        view.postCleanedNotification(size);
+    view.setButtonsEnabled(true);
+    view.setCloseButtonEnabled(true);
+    if (!m_services.defaults.boolForKey(kRemoveHardAnimationsKey))
+        view.endShredderAnimations();
+    m_shredInProgress = false;
+    m_needRefreshing = true;
+    const bool complete = completeRemove || m_services.results.allFiles().empty();
+    m_stopped = stopped;
+    m_complete = complete;
+    if (stopped) {
+        systemLog("Removing was stopped by user");
+        countDuplicates();
+        view.reloadCollector();
+    } else if (!m_options.dryRun) {
+        m_services.achievements.shreddingFinishedAndRemoved(size, !complete, m_iPhotoWasLaunched);
+        m_services.statistics.removalFinishedWithSize(size, files);
+    }
+    view.setDoneButtonToolTip(localized(complete ? "ButtonToolTip_ScanAnotherFolder" : "ButtonToolTip_BackToResults",
+                                        "Buttons"));
+    if (m_errorFilesCount == 0)
+        view.showSuccessView();
+    else
+        view.showErrorList(formatf(localized("TextFieldString_TotalUndeletedSize"), stringWithSize(m_failedSize)));
+    m_finished = true;
+}
+
+} // namespace corvel
