@@ -74,6 +74,10 @@ struct FileCase {
     std::uint64_t bytesCompared;
 };
 
+void PrintTo(const FileCase& c, std::ostream* out) {
+    *out << c.name;
+}
+
 class FileComparison : public testing::TestWithParam<FileCase> {};
 
 TEST_P(FileComparison, AnswersAsTheBytesDo) {
@@ -131,6 +135,10 @@ struct RefusalCase {
     std::function<void(const TempTree&, const std::string& a, const std::string& b)> make;
     std::string message;
 };
+
+void PrintTo(const RefusalCase& c, std::ostream* out) {
+    *out << c.name;
+}
 
 class FileRefusal : public testing::TestWithParam<RefusalCase> {};
 
@@ -206,6 +214,39 @@ TEST(FileComparisonStop, StopsBetweenChunks) {
     EXPECT_EQ(compareTrees(tree.path(), tree.path() + "/.", &stop).outcome, Outcome::Stopped);
 }
 
+// A file written to while it is compared: the bytes read may mix old and new, so the
+// answer is "cannot compare", never "equal". The change happens between two chunks.
+TEST(FileComparisonChanges, AFileChangedWhileItIsReadCannotBeCompared) {
+    const std::string bytes = patterned(2 * kChunk);
+    const std::vector<std::pair<const char*, std::function<void(const std::string&)>>> changes = {
+        {"rewritten in place",
+         [](const std::string& path) {
+             const int fd = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
+             ASSERT_EQ(::pwrite(fd, "!", 1, 0), 1);
+             ::close(fd);
+         }},
+        {"truncated", [](const std::string& path) { ASSERT_EQ(::truncate(path.c_str(), kChunk + 1), 0); }},
+    };
+    for (const auto& [what, change] : changes) {
+        SCOPED_TRACE(what);
+        TempTree tree;
+        const std::string a = tree.file("a", bytes);
+        const std::string b = tree.file("b", bytes);
+        // An old modification time, so the change shows even within the clock's resolution.
+        const timespec old[2] = {{1000000000, 0}, {1000000000, 0}};
+        ASSERT_EQ(::utimensat(AT_FDCWD, a.c_str(), old, 0), 0);
+        int polls = 0;
+        ContentComparer comparer([&] {
+            if (++polls == 2)
+                change(a);
+            return false;
+        });
+        const ContentComparison result = comparer.compareFileContents(a, b);
+        EXPECT_EQ(result.outcome, Outcome::CannotCompare);
+        EXPECT_EQ(result.message, a + " changed during the comparison");
+    }
+}
+
 // ---- Two trees -------------------------------------------------------------------------
 
 // Writes the same file into both trees "a" and "b".
@@ -231,6 +272,10 @@ struct TreeCase {
     Outcome outcome;
     std::string message;
 };
+
+void PrintTo(const TreeCase& c, std::ostream* out) {
+    *out << c.name;
+}
 
 class TreeComparison : public testing::TestWithParam<TreeCase> {};
 
