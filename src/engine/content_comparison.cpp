@@ -76,11 +76,10 @@ int statusOf(int dirFd, const char* name, EntryStatus& out) {
     return 0;
 }
 
-// True when the open descriptor is still the entry that was looked at.
-bool descriptorMatches(int fd, const EntryStatus& expected) {
-    struct stat st {};
-    return ::fstat(fd, &st) == 0 && st.st_dev == expected.device && st.st_ino == expected.inode &&
-           (st.st_mode & S_IFMT) == expected.type;
+// True when the open descriptor is still the entry that was looked at; *st gets its status.
+bool descriptorMatches(int fd, const EntryStatus& expected, struct stat* st) {
+    return ::fstat(fd, st) == 0 && st->st_dev == expected.device && st->st_ino == expected.inode &&
+           (st->st_mode & S_IFMT) == expected.type;
 }
 
 // Reads up to length bytes (fewer only at the end of the file); -1 with errno on failure.
@@ -143,6 +142,14 @@ int listFolder(int folderFd, std::vector<std::string>& names) {
     ::closedir(dir);
     std::sort(names.begin(), names.end());
     return failure;
+}
+
+// The path without slashes at its end ("/" stays): a trailing slash would make the
+// system follow a link in the last component.
+std::string withoutTrailingSlashes(std::string path) {
+    while (path.size() > 1 && path.back() == '/')
+        path.pop_back();
+    return path;
 }
 
 // The path of rel inside root, as messages name it.
@@ -214,7 +221,7 @@ ContentComparison stopped() {
 class ContentComparer::Walk {
 public:
     Walk(ContentComparer& owner, const std::string& rootA, const std::string& rootB)
-        : m_owner(owner), m_rootA(rootA), m_rootB(rootB) {}
+        : m_owner(owner), m_rootA(withoutTrailingSlashes(rootA)), m_rootB(withoutTrailingSlashes(rootB)) {}
 
     std::uint64_t bytesCompared() const { return m_bytesCompared; }
 
@@ -274,14 +281,15 @@ private:
 
     // Opens name relative to dirFd and checks it is still the entry looked at.
     static bool openChecked(int dirFd, const char* name, int flags, const EntryStatus& expected,
-                            Descriptor& out, int& err) {
+                            Descriptor& out, int& err, struct stat* opened = nullptr) {
         out = Descriptor(::openat(dirFd, name, flags));
         if (!out.valid()) {
             err = errno;
             return false;
         }
         err = 0;
-        return descriptorMatches(out.get(), expected);
+        struct stat st {};
+        return descriptorMatches(out.get(), expected, opened ? opened : &st);
     }
 
     // Opens two regular files and compares their contents. sameFile reports two names of
@@ -300,25 +308,22 @@ private:
                                                              std::to_string(b.size));
         Descriptor fdA;
         Descriptor fdB;
+        struct stat before[2]{};
         int err = 0;
-        if (!openChecked(dirA, nameA, kOpenFileFlags, a, fdA, err))
+        if (!openChecked(dirA, nameA, kOpenFileFlags, a, fdA, err, &before[0]))
             return err ? cannotRead(pathA, err) : changedDuring(pathA);
-        if (!openChecked(dirB, nameB, kOpenFileFlags, b, fdB, err))
+        if (!openChecked(dirB, nameB, kOpenFileFlags, b, fdB, err, &before[1]))
             return err ? cannotRead(pathB, err) : changedDuring(pathB);
-        return contents(fdA.get(), pathA, fdB.get(), pathB, a.size);
+        return contents(fdA.get(), pathA, before[0], fdB.get(), pathB, before[1], a.size);
     }
 
-    // Streams two open regular files of equal size through the comparer's buffers.
-    ContentComparison contents(int fdA, const std::string& pathA, int fdB, const std::string& pathB,
-                               std::uint64_t size) {
-        struct stat before[2]{};
-        if (::fstat(fdA, &before[0]) != 0)
-            return cannotRead(pathA, errno);
-        if (::fstat(fdB, &before[1]) != 0)
-            return cannotRead(pathB, errno);
-        if (static_cast<std::uint64_t>(before[0].st_size) != size)
+    // Streams two open regular files of equal size through the comparer's buffers; the
+    // status of each was taken when it was opened.
+    ContentComparison contents(int fdA, const std::string& pathA, const struct stat& beforeA, int fdB,
+                               const std::string& pathB, const struct stat& beforeB, std::uint64_t size) {
+        if (static_cast<std::uint64_t>(beforeA.st_size) != size)
             return changedDuring(pathA);
-        if (static_cast<std::uint64_t>(before[1].st_size) != size)
+        if (static_cast<std::uint64_t>(beforeB.st_size) != size)
             return changedDuring(pathB);
         ::posix_fadvise(fdA, 0, 0, POSIX_FADV_SEQUENTIAL);
         ::posix_fadvise(fdB, 0, 0, POSIX_FADV_SEQUENTIAL);
@@ -354,9 +359,9 @@ private:
             m_bytesCompared += length;
         }
         // A file written to while it was read may have given a mix of old and new bytes.
-        if (changedSince(fdA, before[0]))
+        if (changedSince(fdA, beforeA))
             return changedDuring(pathA);
-        if (changedSince(fdB, before[1]))
+        if (changedSince(fdB, beforeB))
             return changedDuring(pathB);
         return {};
     }
@@ -507,8 +512,8 @@ private:
     }
 
     ContentComparer& m_owner;
-    const std::string& m_rootA;
-    const std::string& m_rootB;
+    const std::string m_rootA;
+    const std::string m_rootB;
     EntryStatus m_rootStatusA;
     EntryStatus m_rootStatusB;
     Descriptor m_folderA;

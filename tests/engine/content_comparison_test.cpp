@@ -409,6 +409,16 @@ TEST(TreeComparisonRoots, AMissingRootCannotBeCompared) {
     EXPECT_EQ(result.message, "cannot read " + (tree / "gone") + ": No such file or directory");
 }
 
+TEST(TreeComparisonRoots, ALinkGivenWithATrailingSlashIsNotFollowed) {
+    TempTree tree;
+    tree.file("a/f", "same");
+    tree.file("b/f", "same");
+    const std::string link = tree.symlink("link", "a");
+    const ContentComparison result = compareTrees(link + "/", tree / "b/");
+    EXPECT_EQ(result.outcome, Outcome::Different);
+    EXPECT_EQ(result.message, link + " is a symbolic link, " + (tree / "b") + " is a folder");
+}
+
 TEST(TreeComparisonRoots, TheSameFolderTwiceIsTheSameFile) {
     TempTree tree;
     tree.file("d/f", "x");
