@@ -41,6 +41,7 @@ private:
     int m_fd = -1;
 };
 
+constexpr std::size_t kComparedPiece = std::size_t{128} << 10;
 constexpr int kOpenFileFlags = O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
 constexpr int kOpenFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
@@ -341,19 +342,25 @@ private:
             const ssize_t readA = readFully(fdA, bufferA, length);
             if (readA < 0)
                 return cannotRead(pathA, errno);
-            const ssize_t readB = readFully(fdB, bufferB, length);
-            if (readB < 0)
-                return cannotRead(pathB, errno);
             if (static_cast<std::size_t>(readA) != length)
                 return changedDuring(pathA);
-            if (static_cast<std::size_t>(readB) != length)
-                return changedDuring(pathB);
-            if (std::memcmp(bufferA, bufferB, length) != 0) {
-                const auto where = std::mismatch(bufferA, bufferA + length, bufferB).first - bufferA;
-                const std::uint64_t at = offset + static_cast<std::uint64_t>(where);
-                m_bytesCompared += at - offset;
-                return verdict(ContentComparison::Different,
-                               pathA + " differs from " + pathB + " at byte " + std::to_string(at + 1));
+            // The other side in smaller pieces, each compared while it is still in the cache.
+            for (std::size_t done = 0; done < length;) {
+                const std::size_t piece = std::min(kComparedPiece, length - done);
+                const ssize_t readB = readFully(fdB, bufferB, piece);
+                if (readB < 0)
+                    return cannotRead(pathB, errno);
+                if (static_cast<std::size_t>(readB) != piece)
+                    return changedDuring(pathB);
+                if (std::memcmp(bufferA + done, bufferB, piece) != 0) {
+                    const auto where =
+                        std::mismatch(bufferB, bufferB + piece, bufferA + done).first - bufferB;
+                    const std::uint64_t at = offset + done + static_cast<std::uint64_t>(where);
+                    m_bytesCompared += at - offset;
+                    return verdict(ContentComparison::Different,
+                                   pathA + " differs from " + pathB + " at byte " + std::to_string(at + 1));
+                }
+                done += piece;
             }
             offset += length;
             m_bytesCompared += length;
