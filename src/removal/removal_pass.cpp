@@ -203,8 +203,12 @@ void CVRemovalPass::cleanDuplicates() {
     m_removedFiles = 0;
     std::uint64_t completedGroups = 0;
     m_records.reserve(marked.size());
-    for (const auto& [file, group] : marked)
-        m_records.push_back(FileRecord{file, group});
+    for (const auto& [file, group] : marked) {
+        FileRecord record;
+        record.file = file;
+        record.group = group;
+        m_records.push_back(std::move(record));
+    }
 
     for (std::size_t i = 0; i < marked.size(); ++i) {
         if (!m_shredInProgress)
