@@ -19,9 +19,27 @@ std::mutex& logMutex() {
     return mutex;
 }
 
+std::function<void(const std::string&)>& warningPresenter() {
+    static std::function<void(const std::string&)> presenter;
+    return presenter;
+}
+
 std::vector<std::vector<std::string>*>& captureStack() {
     static std::vector<std::vector<std::string>*> stack;
     return stack;
+}
+
+void logLine(const std::string& text, bool echoOnStderr) {
+    if (g_toSyslog) {
+        static std::once_flag opened;
+        std::call_once(opened, [] { openlog("corvel", LOG_PID, LOG_USER); });
+        syslog(LOG_USER | LOG_NOTICE, "%s", text.c_str());
+    }
+    std::lock_guard lock(logMutex());
+    if (g_toStderr && echoOnStderr)
+        std::fprintf(stderr, "%s\n", text.c_str());
+    if (!captureStack().empty())
+        captureStack().back()->push_back(text);
 }
 
 } // namespace
@@ -31,17 +49,24 @@ struct ScopedLogCapture::Impl {
 };
 
 void systemLog(std::string_view line) {
+    logLine(std::string(line), true);
+}
+
+void warnUser(std::string_view line) {
     const std::string text(line);
-    if (g_toSyslog) {
-        static std::once_flag opened;
-        std::call_once(opened, [] { openlog("corvel", LOG_PID, LOG_USER); });
-        syslog(LOG_USER | LOG_NOTICE, "%s", text.c_str());
+    std::function<void(const std::string&)> presenter;
+    {
+        std::lock_guard lock(logMutex());
+        presenter = warningPresenter();
     }
+    logLine(text, !presenter);
+    if (presenter)
+        presenter(text);
+}
+
+void setUserWarningPresenter(std::function<void(const std::string&)> presenter) {
     std::lock_guard lock(logMutex());
-    if (g_toStderr)
-        std::fprintf(stderr, "%s\n", text.c_str());
-    if (!captureStack().empty())
-        captureStack().back()->push_back(text);
+    warningPresenter() = std::move(presenter);
 }
 
 void systemLogFormat(std::string_view format, std::span<const PropertyValue> args) {

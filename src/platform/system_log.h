@@ -25,6 +25,14 @@ template <typename... Args> void systemLogf(std::string_view format, const Args&
 void setLogToStderr(bool enabled);
 void setLogToSyslog(bool enabled);
 
+// A line the user must see whatever the log settings: a settings file left alone or set
+// aside, a setting of the wrong type, an ignore pattern that does not compile. It is
+// logged like any line (but not echoed on stderr a second time) and handed to the
+// presenter the face installed; the command line prints it on stderr. Without a
+// presenter it is only logged. Any thread; the presenter runs on the caller's thread.
+void warnUser(std::string_view line);
+void setUserWarningPresenter(std::function<void(const std::string&)> presenter);
+
 // Collects every logged line while alive; captures nest (the innermost collects).
 class ScopedLogCapture {
 public:

@@ -1,7 +1,12 @@
 #include "user_defaults.h"
 
+#include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include "file_io.h"
@@ -24,25 +29,90 @@ std::string& standardPath() {
     return path;
 }
 
-// Moves an unreadable settings file out of the way, never over an earlier one.
-std::string setAsideCorruptFile(const std::string& path) {
-    std::string target = path + ".corrupt";
-    for (int n = 2; pathExists(target, false) && n < 1000; ++n)
-        target = path + ".corrupt-" + std::to_string(n);
-    if (std::rename(path.c_str(), target.c_str()) != 0)
-        return {};
-    return target;
+// "20250131-142501", local time: when a damaged file was set aside.
+std::string timestamp() {
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    ::localtime_r(&now, &local);
+    char text[32];
+    std::strftime(text, sizeof text, "%Y%m%d-%H%M%S", &local);
+    return text;
+}
+
+// Renames from to to unless something is there already; errno tells why not.
+bool renameWithoutReplacing(const std::string& from, const std::string& to) {
+    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
+        return true;
+    if (errno != EINVAL && errno != ENOSYS)
+        return false;
+    // File systems without the flag: check first (a race here only costs a retry's name).
+    if (pathExists(to, false)) {
+        errno = EEXIST;
+        return false;
+    }
+    return std::rename(from.c_str(), to.c_str()) == 0;
+}
+
+// Moves a damaged settings file beside itself under a timestamped name, never over an
+// earlier one. Answers the new path, or nothing.
+std::string setAsideDamagedFile(const std::string& path) {
+    const std::string base = path + ".corrupt-" + timestamp();
+    std::string target = base;
+    for (int n = 2; n < 1000; ++n) {
+        if (renameWithoutReplacing(path, target))
+            return target;
+        if (errno != EEXIST)
+            return {};
+        target = base + "-" + std::to_string(n);
+    }
+    return {};
+}
+
+const char* kindName(const PropertyValue& value) {
+    switch (value.type()) {
+    case PropertyValue::Type::Null:
+        return "nothing";
+    case PropertyValue::Type::Bool:
+        return "a boolean";
+    case PropertyValue::Type::Integer:
+    case PropertyValue::Type::Real:
+        return "a number";
+    case PropertyValue::Type::String:
+        return "a string";
+    case PropertyValue::Type::Date:
+        return "a date";
+    case PropertyValue::Type::Data:
+        return "data";
+    case PropertyValue::Type::Array:
+        return "an array";
+    case PropertyValue::Type::Dictionary:
+        return "a dictionary";
+    }
+    return "a value";
+}
+
+// Whether a stored value may stand where the registered default has this type: numbers
+// (integer or real) for numbers, otherwise exactly the same type.
+bool fitsRegisteredType(const PropertyValue& stored, const PropertyValue& registered) {
+    using Type = PropertyValue::Type;
+    const Type want = registered.type();
+    if (want == Type::Null)
+        return true;
+    if (want == Type::Integer || want == Type::Real)
+        return stored.type() == Type::Integer || stored.type() == Type::Real;
+    return stored.type() == want;
 }
 
 } // namespace
 
-UserDefaults::UserDefaults(std::string path) : m_path(std::move(path)) {
+UserDefaults::UserDefaults(std::string path, FileOrigin origin)
+    : m_path(std::move(path)), m_filePath(m_path), m_origin(origin) {
     load();
 }
 
 UserDefaults::~UserDefaults() {
     CVError error;
-    if (!synchronize(&error))
+    if (!isReadOnly() && !synchronize(&error))
         systemLog("Failed to save settings: " + error.localizedDescription());
 }
 
@@ -50,6 +120,11 @@ std::string UserDefaults::defaultPath() {
     if (const char* env = std::getenv("CORVEL_SETTINGS"); env && *env)
         return env;
     return xdgConfigHome() + "/corvel/com.halvik.Corvel.plist";
+}
+
+UserDefaults::FileOrigin UserDefaults::defaultPathOrigin() {
+    const char* env = std::getenv("CORVEL_SETTINGS");
+    return env && *env ? FileOrigin::NamedByUser : FileOrigin::OwnDefault;
 }
 
 void UserDefaults::setStandardPath(std::string path) {
@@ -60,46 +135,118 @@ void UserDefaults::setStandardPath(std::string path) {
 UserDefaults& UserDefaults::standardUserDefaults() {
     static UserDefaults* shared = [] {
         std::lock_guard lock(standardMutex());
-        return new UserDefaults(standardPath().empty() ? defaultPath() : standardPath());
+        if (!standardPath().empty())
+            return new UserDefaults(standardPath(), FileOrigin::NamedByUser);
+        return new UserDefaults(defaultPath(), defaultPathOrigin());
     }();
     return *shared;
 }
 
-void UserDefaults::load() {
-    if (!pathExists(m_path, false))
-        return;
-    PropertyValue root;
-    CVError error;
-    const bool parsed = readPropertyListFile(m_path, root, &error);
-    if (parsed && root.isDictionary()) {
-        m_stored = *root.asDictionary();
-        return;
-    }
-    if (!parsed && error.domain == kPosixErrorDomain) {
-        // Unreadable (permissions, I/O): leave the file alone and work from memory.
-        systemLog("Settings file could not be read, using defaults: " + error.localizedDescription());
-        return;
-    }
-    const std::string reason = parsed ? "its top level is not a dictionary" : error.localizedDescription();
-    const std::string aside = setAsideCorruptFile(m_path);
-    if (aside.empty())
-        systemLog("Settings file " + m_path + " is corrupt (" + reason + ") and could not be moved aside");
+void UserDefaults::refuse(FileState state, CVError reason) {
+    m_state = state;
+    m_fileError = std::move(reason);
+    const std::string why = m_fileError.localizedDescription();
+    if (state == FileState::Unreadable)
+        warnUser("Settings file " + m_path + " could not be read (" + why +
+                 "); this run uses the default settings and leaves the file as it is");
     else
-        systemLog("Settings file " + m_path + " is corrupt (" + reason + "); kept as " + aside +
-                  ", starting with defaults");
+        systemLog("Settings file " + m_path + " is not a settings file (" + why + "); it is left as it is");
 }
 
-PropertyValue UserDefaults::effectiveValueLocked(std::string_view key) const {
-    if (auto it = m_stored.find(key); it != m_stored.end())
-        return it->second;
-    if (auto it = m_registered.find(key); it != m_registered.end())
-        return it->second;
+void UserDefaults::setAside(const CVError& reason) {
+    const std::string aside = setAsideDamagedFile(m_filePath);
+    if (aside.empty()) {
+        const int saved = errno;
+        refuse(FileState::NotASettingsFile, reason);
+        warnUser("Settings file " + m_path + " is damaged (" + reason.localizedDescription() +
+                 ") and could not be moved aside (" + std::strerror(saved) +
+                 "); this run uses the default settings and leaves the file as it is");
+        return;
+    }
+    m_state = FileState::SetAside;
+    m_fileError = reason;
+    m_setAsidePath = aside;
+    warnUser("Settings file " + m_path + " is damaged (" + reason.localizedDescription() +
+             "); it is kept as " + aside + " and the default settings are used");
+}
+
+void UserDefaults::load() {
+    struct stat st {};
+    if (::lstat(m_path.c_str(), &st) != 0) {
+        if (errno != ENOENT)
+            refuse(FileState::Unreadable, posixError(errno, m_path, "Cannot open"));
+        return;
+    }
+    if (S_ISLNK(st.st_mode)) {
+        // Written through: the file the link points to is the settings file.
+        char resolved[PATH_MAX];
+        if (!::realpath(m_path.c_str(), resolved)) {
+            refuse(FileState::Unreadable, posixError(errno, m_path, "Cannot follow the link"));
+            return;
+        }
+        m_filePath = resolved;
+        if (::stat(m_filePath.c_str(), &st) != 0) {
+            refuse(FileState::Unreadable, posixError(errno, m_filePath, "Cannot open"));
+            return;
+        }
+    }
+    const bool mayRepair = m_origin == FileOrigin::OwnDefault;
+    if (!S_ISREG(st.st_mode)) {
+        // Never opened: a fifo or a device could block, and a folder is nobody's settings.
+        CVError reason(kCorvelFileErrorDomain, EINVAL,
+                       S_ISDIR(st.st_mode) ? "it is a folder" : "it is not a regular file");
+        refuse(mayRepair ? FileState::Unreadable : FileState::NotASettingsFile, std::move(reason));
+        return;
+    }
+    PropertyValue root;
+    CVError error;
+    if (!readPropertyListFile(m_filePath, root, &error)) {
+        if (error.domain == kPosixErrorDomain) {
+            if (error.code == ENOENT)
+                return; // gone since the look: nothing to keep
+            refuse(FileState::Unreadable, std::move(error));
+            return;
+        }
+    } else if (root.isDictionary()) {
+        m_stored = *root.asDictionary();
+        m_state = FileState::Loaded;
+        return;
+    } else {
+        error = CVError(kCorvelFileErrorDomain, EINVAL, "its top level is not a dictionary");
+    }
+    if (mayRepair)
+        setAside(error);
+    else
+        refuse(FileState::NotASettingsFile, std::move(error));
+}
+
+PropertyValue UserDefaults::effectiveValueLocked(std::string_view key, std::string* warning) const {
+    const auto registered = m_registered.find(key);
+    if (auto it = m_stored.find(key); it != m_stored.end()) {
+        if (registered == m_registered.end() || fitsRegisteredType(it->second, registered->second))
+            return it->second;
+        // A value of the wrong type never decides: "NO" as a string must not read as false.
+        if (warning && m_reportedKeys.insert(std::string(key)).second)
+            *warning = "Setting \"" + std::string(key) + "\" in " + m_path + " has the wrong type (" +
+                       kindName(it->second) + " where " + kindName(registered->second) +
+                       " belongs); the default " + registered->second.description() + " is used";
+        return registered->second;
+    }
+    if (registered != m_registered.end())
+        return registered->second;
     return {};
 }
 
 PropertyValue UserDefaults::objectForKey(std::string_view key) const {
-    std::lock_guard lock(m_mutex);
-    return effectiveValueLocked(key);
+    std::string warning;
+    PropertyValue value;
+    {
+        std::lock_guard lock(m_mutex);
+        value = effectiveValueLocked(key, &warning);
+    }
+    if (!warning.empty())
+        warnUser(warning);
+    return value;
 }
 
 std::optional<std::string> UserDefaults::stringForKey(std::string_view key) const {
@@ -158,6 +305,9 @@ void UserDefaults::setObject(PropertyValue value, std::string_view key) {
             m_stored.insert_or_assign(std::string(key), std::move(value));
         }
         m_dirty = true;
+        // A new value of the wrong type is reported again when read.
+        if (auto reported = m_reportedKeys.find(key); reported != m_reportedKeys.end())
+            m_reportedKeys.erase(reported);
         newValue = effectiveValueLocked(key);
     }
     if (!(oldValue == newValue) || oldValue.type() != newValue.type())
@@ -166,16 +316,23 @@ void UserDefaults::setObject(PropertyValue value, std::string_view key) {
 
 void UserDefaults::registerDefaults(const PropertyValue::Dictionary& defaults) {
     std::vector<std::tuple<std::string, PropertyValue, PropertyValue>> changes;
+    std::vector<std::string> warnings;
     {
         std::lock_guard lock(m_mutex);
         for (const auto& [key, value] : defaults) {
             PropertyValue before = effectiveValueLocked(key);
             m_registered.insert_or_assign(key, value);
-            PropertyValue after = effectiveValueLocked(key);
+            // A stored value that does not fit is reported now, before anything reads it.
+            std::string warning;
+            PropertyValue after = effectiveValueLocked(key, &warning);
+            if (!warning.empty())
+                warnings.push_back(std::move(warning));
             if (!(before == after))
                 changes.emplace_back(key, std::move(before), std::move(after));
         }
     }
+    for (const auto& warning : warnings)
+        warnUser(warning);
     for (const auto& [key, before, after] : changes)
         notifyObservers(key, before, after);
 }
@@ -214,11 +371,17 @@ bool UserDefaults::synchronize(CVError* error) {
     std::unique_lock lock(m_mutex);
     if (!m_dirty)
         return true;
+    if (isReadOnly()) {
+        setError(error, CVError(kCorvelFileErrorDomain, EPERM,
+                                "Settings file " + m_path + " was not loaded (" +
+                                    m_fileError.localizedDescription() + "), so it is not written"));
+        return false;
+    }
     const PropertyValue snapshot(m_stored);
     lock.unlock();
-    if (!makeDirectories(parentPath(m_path), error))
+    if (!makeDirectories(parentPath(m_filePath), error))
         return false;
-    if (!writePropertyListFile(m_path, snapshot, error))
+    if (!writePropertyListFile(m_filePath, snapshot, error))
         return false;
     lock.lock();
     // Changes made while writing stay dirty for the next synchronize.

@@ -7,15 +7,32 @@
 // new value, on the main queue. All methods may be called from any thread.
 //
 // The file is written by synchronize (and when the store is destroyed with unsaved
-// changes) atomically, so a crash leaves the old file or the new one. A file that
-// cannot be parsed, or whose top level is not a dictionary, is renamed aside with a
-// ".corrupt" suffix, logged, and the store starts empty: it is never overwritten.
+// changes) atomically, so a crash leaves the old file or the new one. A symbolic link
+// is written through: the file it points to is replaced, the link stays.
+//
+// Settings are never lost. What opening found is fileState():
+// - a file that exists but cannot be read (permissions, I/O error, a folder or a device
+//   at the program's own path, a link to nothing) is never written: the store works
+//   from memory for the whole run and synchronize refuses;
+// - a file that is not a settings file (not a property list, or not a dictionary at the
+//   top; an empty file too) is never written either when the user named it (--settings,
+//   $CORVEL_SETTINGS): the face reports it (the command line as a usage error). Only the
+//   program's own file under $XDG_CONFIG_HOME is repaired: the damaged file is renamed
+//   beside it to "<name>.corrupt-YYYYMMDD-HHMMSS" (never over an earlier one) and the
+//   store starts empty.
+// The first and the last case are told to the user with warnUser (system_log.h).
+//
+// A stored value whose type does not fit its key's registered default (a string or a
+// number where a boolean belongs, ...) reads as the registered default; the user is told
+// once per key, and the value stays in the file until the key is set again. Integers
+// and reals both fit a number; a boolean fits only a boolean.
 
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -30,8 +47,21 @@ public:
     using ObserverId = std::uint64_t;
     using Observer = std::function<void(const PropertyValue& oldValue, const PropertyValue& newValue)>;
 
+    // Where the file came from decides whether a damaged one may be repaired.
+    enum class FileOrigin {
+        NamedByUser, // --settings FILE, $CORVEL_SETTINGS, a path a caller chose: never repaired
+        OwnDefault,  // the program's own file at the XDG location: a damaged one is set aside
+    };
+    enum class FileState {
+        Missing,          // no file yet: the first synchronize creates it
+        Loaded,           // read
+        Unreadable,       // exists but could not be read: never written
+        NotASettingsFile, // exists but holds no settings and was not set aside: never written
+        SetAside,         // the damaged own file was renamed to setAsidePath(); the store starts empty
+    };
+
     // Opens the store backed by the file at path (which need not exist yet).
-    explicit UserDefaults(std::string path);
+    explicit UserDefaults(std::string path, FileOrigin origin = FileOrigin::NamedByUser);
     ~UserDefaults();
     UserDefaults(const UserDefaults&) = delete;
     UserDefaults& operator=(const UserDefaults&) = delete;
@@ -39,12 +69,24 @@ public:
     // The file the shared store uses: $CORVEL_SETTINGS when set, otherwise
     // $XDG_CONFIG_HOME/corvel/com.halvik.Corvel.plist (~/.config when XDG_CONFIG_HOME is unset).
     static std::string defaultPath();
-    // The process-wide store; made on first use at the path given to setStandardPath,
-    // or at defaultPath. setStandardPath has effect only before the first use.
+    // NamedByUser when $CORVEL_SETTINGS chooses the file, OwnDefault otherwise.
+    static FileOrigin defaultPathOrigin();
+    // The process-wide store; made on first use at the path given to setStandardPath
+    // (named by the user), or at defaultPath. setStandardPath has effect only before the first use.
     static UserDefaults& standardUserDefaults();
     static void setStandardPath(std::string path);
 
     const std::string& path() const { return m_path; }
+    FileOrigin fileOrigin() const { return m_origin; }
+    FileState fileState() const { return m_state; }
+    // Why the file was not loaded (Unreadable, NotASettingsFile, SetAside); empty otherwise.
+    const CVError& fileError() const { return m_fileError; }
+    // Where a damaged own file went (SetAside only).
+    const std::string& setAsidePath() const { return m_setAsidePath; }
+    // True when the file is never written (Unreadable, NotASettingsFile).
+    bool isReadOnly() const {
+        return m_state == FileState::Unreadable || m_state == FileState::NotASettingsFile;
+    }
 
     // The stored value, else the registered default, else null.
     PropertyValue objectForKey(std::string_view key) const;
@@ -84,12 +126,17 @@ public:
     void removeObserver(ObserverId id);
 
     // Writes unsaved changes to the file. True when there was nothing to write or the
-    // write succeeded; on failure the changes stay unsaved and *error says why.
+    // write succeeded; on failure (or for a read-only store) the changes stay unsaved and
+    // *error says why.
     bool synchronize(CVError* error = nullptr);
 
 private:
-    PropertyValue effectiveValueLocked(std::string_view key) const;
+    // The stored value if its type fits, else the registered default. When the stored
+    // value does not fit and the key was not reported yet, *warning receives the line.
+    PropertyValue effectiveValueLocked(std::string_view key, std::string* warning = nullptr) const;
     void load();
+    void refuse(FileState state, CVError reason);
+    void setAside(const CVError& reason);
     void notifyObservers(const std::string& key, const PropertyValue& oldValue,
                          const PropertyValue& newValue);
 
@@ -100,10 +147,18 @@ private:
     };
 
     std::string m_path;
+    // The file written and read: m_path, or the file a link at m_path points to.
+    std::string m_filePath;
+    FileOrigin m_origin;
+    FileState m_state = FileState::Missing;
+    CVError m_fileError;
+    std::string m_setAsidePath;
     mutable std::mutex m_mutex;
     PropertyValue::Dictionary m_stored;
     PropertyValue::Dictionary m_registered;
     bool m_dirty = false;
+    // Keys whose stored value was reported as of the wrong type.
+    mutable std::set<std::string, std::less<>> m_reportedKeys;
     std::vector<std::shared_ptr<ObserverEntry>> m_observers;
     ObserverId m_nextObserverId = 1;
 };

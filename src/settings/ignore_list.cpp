@@ -96,7 +96,13 @@ const PropertyValue& CVIgnoreList::defaultIgnoreList() {
 
 void CVIgnoreList::initIgnoreList() {
     auto stored = m_defaults.dictionaryForKey(kIgnoreListKey);
-    if (!stored) {
+    if (!stored && m_defaults.hasStoredValueForKey(kIgnoreListKey)) {
+        // Not a dictionary: the user's value stays in the file, the shipped lists apply.
+        warnUser(std::string("Setting \"") + kIgnoreListKey + "\" in " + m_defaults.path() +
+                 " has the wrong type; the shipped ignore lists are used and the setting is left as it is");
+        if (const auto* shipped = defaultIgnoreList().asDictionary())
+            stored = *shipped;
+    } else if (!stored) {
         resetExcludeItemsToDefaults();
         stored = m_defaults.dictionaryForKey(kIgnoreListKey);
     }
@@ -146,13 +152,13 @@ void CVIgnoreList::updateExcludeList() {
     }
     for (const auto& record : m_excludeFilesList)
         if (enabled(record) && record[kRecordValueKey].isString())
-            m_currentPathsToExclude.push_back(lowercasePath(*record[kRecordValueKey].asString()));
+            m_currentPathsToExclude.push_back(*record[kRecordValueKey].asString());
     for (const auto& name : arrayOf(defaultIgnoreList()["FileNames"]))
         if (name.isString()) {
             m_currentFilesToExclude.push_back(lowercasePath(*name.asString()));
             m_currentFilesSet.insert(m_currentFilesToExclude.back());
         }
-    m_libraryPathToSkip = lowercasePath(m_environment.realHome + "/Library");
+    m_libraryPathToSkip = m_environment.realHome + "/Library";
     m_additionalRegexIsEmpty = false;
 }
 
@@ -175,9 +181,8 @@ std::string CVIgnoreList::expandHome(const std::string& path, bool systemEntry) 
 void CVIgnoreList::addExcludePathWithRoot(const std::string& root) {
     if (root.empty())
         return;
-    const std::string lowerRoot = lowercasePath(root);
-    const std::string volume = lowercasePath(m_environment.volumeOf(root));
-    auto related = [&](const std::string& x) { return x.starts_with(lowerRoot) || lowerRoot.starts_with(x); };
+    const std::string volume = m_environment.volumeOf(root);
+    auto related = [&](const std::string& x) { return x.starts_with(root) || root.starts_with(x); };
     auto known = [&](const std::string& x) {
         return std::find(m_currentPathsToExclude.begin(), m_currentPathsToExclude.end(), x) !=
                m_currentPathsToExclude.end();
@@ -185,8 +190,7 @@ void CVIgnoreList::addExcludePathWithRoot(const std::string& root) {
     for (const auto& entry : m_systemPaths) {
         const std::string expanded = expandHome(entry, true);
         // Absolute entries stand for themselves; relative ones sit at each volume's root.
-        const std::string x =
-            lowercasePath(expanded.starts_with("/") ? expanded : joinPath(volume, expanded));
+        const std::string x = expanded.starts_with("/") ? expanded : joinPath(volume, expanded);
         if (!known(x) && related(x)) {
             m_currentSystemPathsIndices.insert(m_currentPathsToExclude.size());
             m_currentPathsToExclude.push_back(x);
@@ -195,7 +199,7 @@ void CVIgnoreList::addExcludePathWithRoot(const std::string& root) {
     for (const auto& record : m_excludePathsList) {
         if (!enabled(record) || !record[kRecordValueKey].isString())
             continue;
-        const std::string p = lowercasePath(expandHome(*record[kRecordValueKey].asString(), false));
+        const std::string p = expandHome(*record[kRecordValueKey].asString(), false);
         if (!known(p) && related(p))
             m_currentPathsToExclude.push_back(p);
     }
@@ -228,11 +232,12 @@ ScanVerdict CVIgnoreList::isPathForbiddenToScan(const std::string& path, std::in
         return ScanRefusedHidden;
     if (!extension.empty() && (m_currentFilesSet.count(b) || m_currentFilesSet.count(n)))
         return ScanRefusedFileName;
+    // Paths as the file system spells them: Linux tells "Photos" from "photos".
     for (std::size_t i = 0; i < m_currentPathsToExclude.size(); ++i) {
         const std::string& e = m_currentPathsToExclude[i];
         if (ignoreLibrary && e == m_libraryPathToSkip)
             continue;
-        if (isSubpath(p, e))
+        if (isSubpath(path, e))
             return isSystemPathIndex(i) ? ScanRefusedSystemPath : ScanRefusedUserPath;
     }
     if (!extension.empty())
@@ -260,11 +265,18 @@ const RegularExpression* CVIgnoreList::additionalRegex() {
     if (source != m_additionalRegexSource) {
         m_additionalRegexSource = source;
         CVError error;
-        if (auto compiled = RegularExpression::compile(source, &error))
-            m_additionalRegex = std::move(compiled);
-        else
+        auto compiled = RegularExpression::compile(source, &error);
+        if (!compiled) {
             systemLogf("Failed to create regular exp from string %@ with error %@", source,
                        error.localizedDescription());
+            // The user's part is at fault when the shipped pattern compiles alone: no user
+            // pattern applies, the shipped one still does.
+            if (!user.empty() && (compiled = RegularExpression::compile(defaultPattern, nullptr)))
+                warnUser("The ignore pattern \"" + user + "\" is not a valid regular expression (" +
+                         error.localizedDescription() + "); it is not applied");
+        }
+        // Replaced in every case: a pattern from before this text never stays in force.
+        m_additionalRegex = std::move(compiled);
     }
     return m_additionalRegex ? &*m_additionalRegex : nullptr;
 }

@@ -8,8 +8,14 @@
 //
 // Linux specifics: system paths that start with "/" (or "~") are absolute; the others
 // are relative to the root of each scanned volume. Unremovable folders may name the
-// XDG user folders as $XDG_PICTURES_DIR and the like. Verdicts compare lowercased
-// paths, as the list is written in lower case.
+// XDG user folders as $XDG_PICTURES_DIR and the like. Path exclusions (system paths,
+// the user's folders and items, the ~/Library exception) compare paths exactly as
+// written, case-sensitively as Linux file systems do; file names and extensions are
+// still compared in lower case, and the pattern is matched case-insensitively.
+//
+// Settings are never lost: an "IgnoreList" value that is not a dictionary is reported
+// and left in the store (the shipped lists apply in memory); a user pattern that does
+// not compile is reported and none of it applies (the shipped pattern alone does).
 //
 // Threads: the flattened lists are written before the walk and only read during it;
 // the user's lists are edited on the main thread. Decisions may run on the scan thread.
@@ -98,7 +104,8 @@ public:
     std::int64_t generateUniqueIDForKey(const std::string& key) const;
     static PropertyValue::Array pathsRecordsWithURLs(const std::vector<std::string>& urls);
     // The combined pattern of the default list and the user's, or nothing. Compiled
-    // again when the user's part changed; the copy stays valid.
+    // again when the user's part changed; the copy stays valid. When the combination
+    // does not compile, the default pattern alone (the user is told), never an earlier one.
     const RegularExpression* additionalRegex();
     std::optional<RegularExpression> additionalRegexCopy();
     std::string description() const;
@@ -116,7 +123,7 @@ public:
     const std::vector<std::string>& currentFilesToExclude() const { return m_currentFilesToExclude; }
     bool isSystemPathIndex(std::size_t index) const { return m_currentSystemPathsIndices.count(index) > 0; }
 
-    // True when p lies at or below e ("/" holds everything); both lowercased.
+    // True when p lies at or below e ("/" holds everything), compared as written.
     static bool isSubpath(const std::string& p, const std::string& e);
 
 private:

@@ -2,14 +2,20 @@
 
 #include <array>
 #include <cstdio>
+#include <cstdlib>
+#include <dirent.h>
 #include <gtest/gtest.h>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
+#include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include "json_writer.h"
+#include "platform/file_io.h"
 #include "platform/property_list.h"
+#include "support/other_user.h"
 #include "support/temp_tree.h"
 
 namespace corvel {
@@ -21,20 +27,33 @@ struct Outcome {
     std::string err;
 };
 
-Outcome corvel(const std::string& arguments, const test::TempTree& home) {
+// Runs corvel with home as its home and configuration folder. environment goes before
+// the command ("env -u CORVEL_SETTINGS", "CORVEL_SETTINGS=..."); asAnotherUser runs it
+// under another account (see support/other_user.h), with home open to that account.
+Outcome corvelWith(const std::string& environment, const std::string& arguments, const test::TempTree& home,
+                   bool asAnotherUser = false) {
+    const std::string outFile = home / "stdout.txt";
     const std::string errFile = home / "stderr.txt";
     const std::string command = "HOME='" + home.path() + "' XDG_CONFIG_HOME='" + home.path() + "/.config' " +
-                                CORVEL_BINARY + " " + arguments + " 2>'" + errFile + "'";
+                                environment + " " + CORVEL_BINARY + " " + arguments + " >'" + outFile +
+                                "' 2>'" + errFile + "'";
     Outcome run{};
-    FILE* pipe = ::popen(command.c_str(), "r");
-    std::array<char, 4096> buffer{};
-    std::size_t n;
-    while ((n = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0)
-        run.out.append(buffer.data(), n);
-    const int status = ::pclose(pipe);
-    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    if (asAnotherUser) {
+        run.status = test::runAsAnotherUser([&] {
+            ::execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
+            return 127;
+        });
+    } else {
+        const int status = std::system(command.c_str());
+        run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+    run.out = test::TempTree::read(outFile);
     run.err = test::TempTree::read(errFile);
     return run;
+}
+
+Outcome corvel(const std::string& arguments, const test::TempTree& home) {
+    return corvelWith("", arguments, home);
 }
 
 std::string quoted(const std::string& path) {
@@ -275,6 +294,146 @@ TEST_F(CorvelScan, AutoselectChoosesCopiesAndAlwaysKeepsOne) {
          {"Photos/beach copy.jpg\n", "Photos/beach copy 2.jpg\n", "Always/report.pdf\n\n"})
         EXPECT_NE(exported.find(tree / selected), std::string::npos) << exported;
     EXPECT_EQ(exported.find(tree / "Photos/beach.jpg"), std::string::npos);
+}
+
+// Settings files the user named, or that cannot be read, are never changed.
+class CorvelSettingsFile : public CorvelScan {
+protected:
+    void SetUp() override {
+        tree.file("a/x.bin", std::string(60000, 'x'));
+        tree.file("b/x.bin", std::string(60000, 'x'));
+    }
+    // The files in a folder whose names start with prefix.
+    static std::vector<std::string> filesStartingWith(const std::string& folder, const std::string& prefix) {
+        std::vector<std::string> names;
+        if (DIR* dir = ::opendir(folder.c_str())) {
+            while (const dirent* entry = ::readdir(dir))
+                if (std::string(entry->d_name).rfind(prefix, 0) == 0)
+                    names.emplace_back(entry->d_name);
+            ::closedir(dir);
+        }
+        return names;
+    }
+    static bool isLink(const std::string& path) {
+        struct stat st {};
+        return ::lstat(path.c_str(), &st) == 0 && S_ISLNK(st.st_mode);
+    }
+    const std::string shellScript = "# ~/.bashrc\nexport PATH=\"$HOME/bin:$PATH\"\nalias ll='ls -l'\n";
+};
+
+TEST_F(CorvelSettingsFile, ANamedFileThatIsNotASettingsFileIsAUsageErrorAndUntouched) {
+    const std::string bashrc = home.file("bashrc", shellScript);
+    const std::string link = home.symlink("linked-settings", bashrc);
+    const std::string empty = home.file("empty", "");
+    const std::string array =
+        home.file("array.plist", propertyListData(PropertyValue::Array{1}, PropertyListFormat::XML));
+    struct Case {
+        std::string environment;
+        std::string arguments;
+        std::string file;
+    };
+    for (const Case& c :
+         {Case{"", "--settings " + quoted(bashrc), bashrc}, Case{"", "--settings " + quoted(link), bashrc},
+          Case{"", "--settings " + quoted(empty), empty}, Case{"", "--settings " + quoted(array), array},
+          Case{"", "--settings " + quoted(home.path()), home.path()},
+          Case{"CORVEL_SETTINGS=" + quoted(bashrc), "", bashrc}}) {
+        const std::string before = isDirectory(c.file) ? std::string() : test::TempTree::read(c.file);
+        const Outcome run =
+            corvelWith(c.environment, "scan " + c.arguments + " " + quoted(tree.path()), home);
+        EXPECT_EQ(run.status, 2) << c.environment << c.arguments << "\n" << run.err;
+        EXPECT_NE(run.err.find("is not a settings file"), std::string::npos) << run.err;
+        EXPECT_TRUE(run.out.empty()) << "nothing was scanned: " << run.out;
+        if (!isDirectory(c.file)) {
+            EXPECT_EQ(test::TempTree::read(c.file), before) << c.file;
+        }
+    }
+    EXPECT_TRUE(isLink(link)) << "the link is still a link";
+    EXPECT_TRUE(filesStartingWith(home.path(), "bashrc.").empty());
+    EXPECT_TRUE(filesStartingWith(home.path(), "linked-settings.").empty());
+    EXPECT_TRUE(filesStartingWith(home.path(), "empty.").empty());
+    EXPECT_TRUE(filesStartingWith(home.path(), "array.plist.").empty());
+}
+
+TEST_F(CorvelSettingsFile, TheDefaultFileIsRepairedAndTheDamagedOneKeptWithATimestamp) {
+    const std::string damaged = "<plist><dict><key>MoveIntoTrash</key><false/>";
+    const std::string folder = home / ".config/corvel";
+    const std::string path = home.file(".config/corvel/com.halvik.Corvel.plist", damaged);
+    const Outcome run = corvelWith("env -u CORVEL_SETTINGS", "scan " + quoted(tree.path()), home);
+    ASSERT_EQ(run.status, 0) << run.err;
+    const auto aside = filesStartingWith(folder, "com.halvik.Corvel.plist.corrupt-");
+    ASSERT_EQ(aside.size(), 1u) << run.err;
+    EXPECT_EQ(test::TempTree::read(folder + "/" + aside[0]), damaged);
+    // The name carries the time it was set aside: .corrupt-YYYYMMDD-HHMMSS.
+    const std::string stamp = aside[0].substr(std::string("com.halvik.Corvel.plist.corrupt-").size());
+    EXPECT_EQ(stamp.size(), 15u) << aside[0];
+    EXPECT_EQ(stamp.find_first_not_of("0123456789-"), std::string::npos) << aside[0];
+    EXPECT_NE(run.err.find(aside[0]), std::string::npos) << "stderr says where it went: " << run.err;
+    PropertyValue repaired;
+    EXPECT_TRUE(readPropertyListFile(path, repaired, nullptr)) << "a new settings file in its place";
+
+    // A second damaged file goes beside the first, never over it.
+    home.file(".config/corvel/com.halvik.Corvel.plist", "second damage");
+    ASSERT_EQ(corvelWith("env -u CORVEL_SETTINGS", "scan " + quoted(tree.path()), home).status, 0);
+    const auto both = filesStartingWith(folder, "com.halvik.Corvel.plist.corrupt-");
+    ASSERT_EQ(both.size(), 2u);
+    std::set<std::string> contents;
+    for (const auto& name : both)
+        contents.insert(test::TempTree::read(folder + "/" + name));
+    EXPECT_EQ(contents, (std::set<std::string>{damaged, "second damage"}));
+}
+
+TEST_F(CorvelSettingsFile, AnUnreadableFileIsLeftAsItIsAndTheScanGoesOn) {
+    const std::string original = propertyListData(
+        PropertyValue::Dictionary{
+            {"IgnoreList",
+             PropertyValue::Dictionary{{"Directories", PropertyValue::Array{PropertyValue::Dictionary{
+                                                           {"Value", "/data/Mine"}, {"Enabled", true}}}},
+                                       {"ExtentionsGroups", PropertyValue::Array{}},
+                                       {"FilePathes", PropertyValue::Array{}}}},
+            {"MoveIntoTrash", true}},
+        PropertyListFormat::XML);
+    test::openToAnotherUser(home.path());
+    test::openToAnotherUser(tree.path());
+    test::openToAnotherUser(tree / "a");
+    test::openToAnotherUser(tree / "b");
+    const std::string named = home.file("named.plist", original);
+    const std::string standard = home.file(".config/corvel/com.halvik.Corvel.plist", original);
+    test::openToAnotherUser(home / ".config");
+    test::makeUnreadableToAnotherUser(named);
+    test::makeUnreadableToAnotherUser(standard);
+    struct Case {
+        std::string environment;
+        std::string arguments;
+        std::string file;
+    };
+    for (const Case& c :
+         {Case{"", "--settings " + quoted(named), named}, Case{"CORVEL_SETTINGS=" + quoted(named), "", named},
+          Case{"env -u CORVEL_SETTINGS", "", standard}}) {
+        const Outcome run =
+            corvelWith(c.environment, "scan --json " + c.arguments + " " + quoted(tree.path()), home, true);
+        ASSERT_EQ(run.status, 0) << c.environment << c.arguments << "\n" << run.err;
+        EXPECT_EQ(nlohmann::json::parse(run.out)["groups"].size(), 1u) << "the scan ran with the defaults";
+        EXPECT_NE(run.err.find("could not be read"), std::string::npos) << run.err;
+        EXPECT_NE(run.err.find(c.file), std::string::npos) << run.err;
+        EXPECT_EQ(test::TempTree::read(c.file), original);
+        struct stat st {};
+        ASSERT_EQ(::stat(c.file.c_str(), &st), 0);
+        EXPECT_EQ(st.st_mode & 07777, 0u);
+        EXPECT_EQ(st.st_uid, ::geteuid()) << "not replaced by a file of the other account";
+    }
+}
+
+TEST_F(CorvelSettingsFile, AWrongTypedRemovalSettingIsReportedAndTheDefaultUsed) {
+    const std::string path =
+        home.file("settings.plist", propertyListData(PropertyValue::Dictionary{{"MoveIntoTrash", "NO"}},
+                                                     PropertyListFormat::XML));
+    const Outcome run = corvel("scan " + settings() + " " + quoted(tree.path()), home);
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_NE(run.err.find("\"MoveIntoTrash\""), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find("wrong type"), std::string::npos) << run.err;
+    PropertyValue file;
+    ASSERT_TRUE(readPropertyListFile(path, file, nullptr));
+    EXPECT_EQ(file["MoveIntoTrash"].toString(), "NO") << "the user's value is kept";
 }
 
 } // namespace

@@ -1,7 +1,14 @@
+#include <algorithm>
 #include <chrono>
+#include <climits>
 #include <cstdlib>
+#include <ctime>
+#include <dirent.h>
+#include <functional>
 #include <gtest/gtest.h>
+#include <map>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -10,6 +17,7 @@
 #include "platform/property_list.h"
 #include "platform/system_log.h"
 #include "platform/user_defaults.h"
+#include "support/other_user.h"
 #include "support/temp_tree.h"
 
 namespace corvel {
@@ -106,28 +114,224 @@ TEST(UserDefaults, ObserversHearEachRealChangeOnceOnTheMainQueue) {
     EXPECT_TRUE(onMain);
 }
 
-TEST(UserDefaults, ACorruptFileIsKeptAsideAndTheStoreStartsEmpty) {
-    test::TempTree tree;
-    const std::string path = tree.file("c.plist", "<plist><dict><key>MinScanSize</key><integer>3</integer>");
-    tree.file("c.plist.corrupt", "an older corrupt file");
-    ScopedLogCapture log;
-    UserDefaults defaults(path);
-    EXPECT_TRUE(defaults.objectForKey("MinScanSize").isNull());
-    EXPECT_TRUE(log.contains("corrupt"));
-    EXPECT_EQ(test::TempTree::read(tree / "c.plist.corrupt"), "an older corrupt file");
-    EXPECT_EQ(test::TempTree::read(tree / "c.plist.corrupt-2"),
-              "<plist><dict><key>MinScanSize</key><integer>3</integer>");
-    defaults.setInteger(4, "MinScanSize");
-    ASSERT_TRUE(defaults.synchronize());
-    EXPECT_EQ(readFile(path)["MinScanSize"].toInt64(), 4);
+// What a folder holds: each name with its kind and its content or link target.
+std::map<std::string, std::string> snapshot(const std::string& folder) {
+    std::map<std::string, std::string> entries;
+    DIR* dir = ::opendir(folder.c_str());
+    while (const dirent* entry = dir ? ::readdir(dir) : nullptr) {
+        const std::string name = entry->d_name;
+        if (name == "." || name == "..")
+            continue;
+        const std::string path = folder + "/" + name;
+        struct stat st {};
+        ::lstat(path.c_str(), &st);
+        if (S_ISLNK(st.st_mode)) {
+            char target[PATH_MAX] = {};
+            ::readlink(path.c_str(), target, sizeof target - 1);
+            entries[name] = std::string("link to ") + target;
+        } else if (S_ISREG(st.st_mode)) {
+            entries[name] = "file " + test::TempTree::read(path);
+        } else {
+            entries[name] = S_ISDIR(st.st_mode) ? "folder" : "other";
+        }
+    }
+    if (dir)
+        ::closedir(dir);
+    return entries;
 }
 
-TEST(UserDefaults, AListThatIsNotADictionaryCountsAsCorrupt) {
+using FileOrigin = UserDefaults::FileOrigin;
+using FileState = UserDefaults::FileState;
+
+struct FileCase {
+    std::string name;
+    // Makes the thing at <folder>/settings.plist.
+    std::function<void(const test::TempTree&)> make;
+    FileOrigin origin;
+    FileState state;
+};
+
+void PrintTo(const FileCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
+class SettingsFileOnOpening : public testing::TestWithParam<FileCase> {
+protected:
     test::TempTree tree;
-    const std::string path =
-        tree.file("a.plist", propertyListData(PropertyValue::Array{1}, PropertyListFormat::XML));
+};
+
+// Whatever is at the path, the store never loses what was there: a file it cannot
+// read, and a file the user named that is not a settings file, stay byte for byte;
+// only the program's own damaged file is set aside under a timestamped name.
+TEST_P(SettingsFileOnOpening, NeverLosesWhatWasThere) {
+    const auto& c = GetParam();
+    tree.folder("settings");
+    c.make(tree);
+    const std::string folder = tree / "settings";
+    const std::string path = folder + "/settings.plist";
+    const auto before = snapshot(folder);
+    ScopedLogCapture log;
+    bool saved = false;
+    {
+        UserDefaults defaults(path, c.origin);
+        EXPECT_EQ(defaults.fileState(), c.state) << defaults.fileError().localizedDescription();
+        EXPECT_EQ(defaults.isReadOnly(),
+                  c.state == FileState::Unreadable || c.state == FileState::NotASettingsFile);
+        defaults.setObject("written", "Probe");
+        EXPECT_EQ(defaults.stringForKey("Probe"), "written") << "changes apply in memory in every case";
+        CVError error;
+        saved = defaults.synchronize(&error);
+    } // and the store's own save on the way out
+    const auto after = snapshot(folder);
+    switch (c.state) {
+    case FileState::Unreadable:
+    case FileState::NotASettingsFile:
+        EXPECT_FALSE(saved);
+        EXPECT_EQ(after, before);
+        break;
+    case FileState::Loaded:
+    case FileState::Missing: {
+        EXPECT_TRUE(saved);
+        EXPECT_EQ(readFile(path)["Probe"].toString(), "written");
+        for (const auto& [name, what] : before) {
+            if (what.starts_with("link to")) {
+                EXPECT_EQ(after.at(name), what) << "a link is written through, not replaced";
+            }
+        }
+        break;
+    }
+    case FileState::SetAside: {
+        EXPECT_TRUE(saved);
+        EXPECT_EQ(readFile(path)["Probe"].toString(), "written");
+        // The damaged file's bytes, now under settings.plist.corrupt-YYYYMMDD-HHMMSS.
+        // Behind a link the file it points to is the damaged one; the link stays.
+        const std::string damagedName =
+            before.at("settings.plist").starts_with("link to ") ? "target" : "settings.plist";
+        const std::string damaged = before.at(damagedName);
+        std::size_t asides = 0;
+        for (const auto& [name, what] : after) {
+            if (before.count(name) && name != damagedName) {
+                EXPECT_EQ(what, before.at(name)) << name;
+            }
+            if (!name.starts_with(damagedName + ".corrupt-"))
+                continue;
+            ++asides;
+            EXPECT_EQ(what, damaged);
+            const std::string stamp = name.substr(damagedName.size() + 9);
+            EXPECT_EQ(stamp.size(), 15u) << name;
+            EXPECT_EQ(stamp.find_first_not_of("0123456789-"), std::string::npos) << name;
+            EXPECT_TRUE(log.contains("it is kept as " + folder + "/" + name))
+                << testing::PrintToString(log.lines());
+        }
+        EXPECT_EQ(asides, 1u) << testing::PrintToString(after);
+        break;
+    }
+    }
+    if (c.state == FileState::Unreadable) {
+        EXPECT_TRUE(log.contains("could not be read")) << testing::PrintToString(log.lines());
+    }
+}
+
+void writeIn(const test::TempTree& tree, const std::string& name, const std::string& bytes) {
+    tree.file("settings/" + name, bytes);
+}
+const std::string kShellScript = "# ~/.bashrc\nexport PATH=\"$HOME/bin:$PATH\"\n";
+const std::string kGarbled = "<plist><dict><key>MinScanSize</key><integer>3</integer>";
+
+auto garbled = [](const test::TempTree& t) { writeIn(t, "settings.plist", kGarbled); };
+auto topLevelArray = [](const test::TempTree& t) {
+    writeIn(t, "settings.plist", propertyListData(PropertyValue::Array{1}, PropertyListFormat::XML));
+};
+auto emptyFile = [](const test::TempTree& t) { writeIn(t, "settings.plist", ""); };
+auto linkToAScript = [](const test::TempTree& t) {
+    writeIn(t, "target", kShellScript);
+    t.symlink("settings/settings.plist", t / "settings/target");
+};
+auto folderInstead = [](const test::TempTree& t) { t.folder("settings/settings.plist/inside"); };
+auto fifoInstead = [](const test::TempTree& t) { ::mkfifo((t / "settings/settings.plist").c_str(), 0600); };
+auto danglingLink = [](const test::TempTree& t) {
+    t.symlink("settings/settings.plist", t / "settings/gone");
+};
+auto linkToSettings = [](const test::TempTree& t) {
+    writeIn(t, "target", propertyListData(PropertyValue::Dictionary{{"A", 1}}, PropertyListFormat::XML));
+    t.symlink("settings/settings.plist", "target");
+};
+auto nothing = [](const test::TempTree&) {};
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, SettingsFileOnOpening,
+    testing::Values(
+        FileCase{"NamedGarbled", garbled, FileOrigin::NamedByUser, FileState::NotASettingsFile},
+        FileCase{"OwnGarbled", garbled, FileOrigin::OwnDefault, FileState::SetAside},
+        FileCase{"NamedArray", topLevelArray, FileOrigin::NamedByUser, FileState::NotASettingsFile},
+        FileCase{"OwnArray", topLevelArray, FileOrigin::OwnDefault, FileState::SetAside},
+        FileCase{"NamedEmpty", emptyFile, FileOrigin::NamedByUser, FileState::NotASettingsFile},
+        FileCase{"OwnEmpty", emptyFile, FileOrigin::OwnDefault, FileState::SetAside},
+        FileCase{"NamedLinkToAScript", linkToAScript, FileOrigin::NamedByUser, FileState::NotASettingsFile},
+        FileCase{"OwnLinkToAScript", linkToAScript, FileOrigin::OwnDefault, FileState::SetAside},
+        FileCase{"NamedFolder", folderInstead, FileOrigin::NamedByUser, FileState::NotASettingsFile},
+        FileCase{"OwnFolder", folderInstead, FileOrigin::OwnDefault, FileState::Unreadable},
+        FileCase{"NamedFifo", fifoInstead, FileOrigin::NamedByUser, FileState::NotASettingsFile},
+        FileCase{"OwnFifo", fifoInstead, FileOrigin::OwnDefault, FileState::Unreadable},
+        FileCase{"NamedDanglingLink", danglingLink, FileOrigin::NamedByUser, FileState::Unreadable},
+        FileCase{"OwnDanglingLink", danglingLink, FileOrigin::OwnDefault, FileState::Unreadable},
+        FileCase{"NamedLinkToSettings", linkToSettings, FileOrigin::NamedByUser, FileState::Loaded},
+        FileCase{"OwnLinkToSettings", linkToSettings, FileOrigin::OwnDefault, FileState::Loaded},
+        FileCase{"NamedMissing", nothing, FileOrigin::NamedByUser, FileState::Missing}),
+    [](const testing::TestParamInfo<FileCase>& param) { return param.param.name; });
+
+TEST(UserDefaults, ASetAsideFileNeverGoesOverAnEarlierOne) {
+    test::TempTree tree;
+    const std::string path = tree.file("c.plist", kGarbled);
+    // Earlier damaged files under this second's name and the next one's.
+    std::vector<std::string> earlier;
+    for (std::time_t t = std::time(nullptr), end = t + 2; t < end; ++t) {
+        std::tm local{};
+        ::localtime_r(&t, &local);
+        char stamp[32];
+        std::strftime(stamp, sizeof stamp, "%Y%m%d-%H%M%S", &local);
+        earlier.push_back(tree.file(std::string("c.plist.corrupt-") + stamp, "an older damaged file"));
+    }
+    UserDefaults defaults(path, FileOrigin::OwnDefault);
+    ASSERT_EQ(defaults.fileState(), FileState::SetAside);
+    for (const auto& file : earlier)
+        EXPECT_EQ(test::TempTree::read(file), "an older damaged file");
+    EXPECT_EQ(test::TempTree::read(defaults.setAsidePath()), kGarbled);
+    EXPECT_TRUE(defaults.objectForKey("MinScanSize").isNull()) << "the store starts empty";
+}
+
+// A value whose type does not fit its registered default reads as the default, is
+// reported once, and is reported again after it is set to another wrong value.
+TEST(UserDefaults, AValueOfTheWrongTypeReadsAsTheRegisteredDefault) {
+    test::TempTree tree;
+    const std::string path = tree.file(
+        "w.plist", propertyListData(PropertyValue::Dictionary{{"Flag", "NO"}, {"Count", 2.0}, {"Free", "x"}},
+                                    PropertyListFormat::XML));
+    ScopedLogCapture log;
     UserDefaults defaults(path);
-    EXPECT_EQ(::access((path + ".corrupt").c_str(), F_OK), 0);
+    EXPECT_FALSE(defaults.boolForKey("Flag")) << "nothing registered: the value as it stands";
+    defaults.registerDefaults({{"Flag", true}, {"Count", 5}});
+    EXPECT_TRUE(defaults.boolForKey("Flag"));
+    EXPECT_EQ(defaults.integerForKey("Count"), 2) << "a real is a number";
+    EXPECT_EQ(defaults.stringForKey("Free"), "x");
+    EXPECT_TRUE(defaults.hasStoredValueForKey("Flag")) << "the user's value stays";
+    auto reports = [&] {
+        const auto lines = log.lines();
+        return std::count_if(lines.begin(), lines.end(), [](const std::string& line) {
+            return line.find("\"Flag\"") != std::string::npos && line.find("wrong type") != std::string::npos;
+        });
+    };
+    EXPECT_EQ(reports(), 1);
+    EXPECT_TRUE(
+        log.contains("Setting \"Flag\" in " + path +
+                     " has the wrong type (a string where a boolean belongs); the default YES is used"))
+        << testing::PrintToString(log.lines());
+    defaults.setObject(0, "Flag");
+    EXPECT_TRUE(defaults.boolForKey("Flag"));
+    EXPECT_EQ(reports(), 2);
+    defaults.setBool(false, "Flag");
+    EXPECT_FALSE(defaults.boolForKey("Flag"));
+    EXPECT_EQ(reports(), 2);
 }
 
 TEST(UserDefaults, AWriterKilledMidFlushLeavesTheOldOrTheNewFile) {
@@ -163,6 +367,35 @@ TEST(UserDefaults, AWriterKilledMidFlushLeavesTheOldOrTheNewFile) {
             EXPECT_EQ(*file["Payload"].asString(), big + generation.substr(generation.find('-') + 1));
         }
     }
+}
+
+// A settings file the program may not read is never written: the store works from
+// memory and the file keeps its bytes and its mode, whoever asks to save.
+TEST(UserDefaults, AnUnreadableFileIsNeverWritten) {
+    test::TempTree tree;
+    const std::string original = propertyListData(
+        PropertyValue::Dictionary{{"MoveIntoTrash", true}, {"AutoselectList", PropertyValue::Array{"/a"}}},
+        PropertyListFormat::XML);
+    const std::string path = tree.file("settings/unreadable.plist", original);
+    test::makeUnreadableToAnotherUser(path);
+    const int status = test::runAsAnotherUser([&] {
+        ScopedLogCapture log;
+        UserDefaults defaults(path);
+        if (!defaults.objectForKey("AutoselectList").isNull())
+            return 10; // the body could read the file after all: the test proves nothing
+        defaults.setBool(false, "MoveIntoTrash");
+        if (defaults.boolForKey("MoveIntoTrash"))
+            return 11; // changes still apply in memory for this run
+        CVError error;
+        if (defaults.synchronize(&error))
+            return 12;
+        return log.contains("could not be read") ? 0 : 13;
+    });
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(test::TempTree::read(path), original);
+    struct stat st {};
+    ASSERT_EQ(::stat(path.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0u);
 }
 
 TEST(UserDefaults, DefaultPathFollowsTheEnvironment) {

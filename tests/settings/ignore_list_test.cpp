@@ -8,6 +8,7 @@
 #include "platform/system_log.h"
 #include "platform/user_defaults.h"
 #include "settings/ignore_list.h"
+#include "support/other_user.h"
 #include "support/temp_tree.h"
 
 namespace corvel {
@@ -163,6 +164,109 @@ TEST_F(IgnoreListTest, PatternsCombineOnlyWithANonEmptyDefault) {
     EXPECT_TRUE(log.contains("Failed to create regular exp from string (\\.bak$)|((unclosed)"));
 }
 
+// A user pattern that does not compile applies in no form: not the one it replaced, and
+// not a part of it. The shipped pattern still does its work, and the user hears why.
+TEST_F(IgnoreListTest, ABrokenUserPatternLeavesNoUserPatternInForce) {
+    make("\\.bak$");
+    defaults.setObject("secret", kIgnoreRegexpStringKey);
+    ASSERT_EQ(list->isPathForbiddenToScan("/home/ada/secret-plan.txt", 7, false, false), ScanRefusedPattern);
+    ScopedLogCapture log;
+    defaults.setObject("secret(", kIgnoreRegexpStringKey);
+    EXPECT_EQ(list->isPathForbiddenToScan("/home/ada/secret-plan.txt", 7, false, false), ScanAllowed)
+        << "the pattern before the edit no longer applies";
+    EXPECT_EQ(list->isPathForbiddenToScan("/home/ada/old.bak", 7, false, false), ScanRefusedPattern)
+        << "the shipped pattern still applies";
+    const auto copy = list->additionalRegexCopy();
+    ASSERT_TRUE(copy.has_value());
+    EXPECT_FALSE(copy->search("/home/ada/secret-plan.txt")) << "the walk's copy agrees";
+    EXPECT_TRUE(log.contains("Failed to create regular exp from string (\\.bak$)|(secret()"));
+    EXPECT_TRUE(log.contains("The ignore pattern \"secret(\" is not a valid regular expression"))
+        << testing::PrintToString(log.lines());
+}
+
+// Linux file systems tell "Photos" from "photos": so do the path verdicts.
+TEST_F(IgnoreListTest, PathVerdictsCompareCaseSensitively) {
+    make();
+    list->excludePathsList().push_back(CVIgnoreList::pathsRecordsWithURLs({"file:///data/Photos"})[0]);
+    list->updateExcludeList();
+    list->addExcludePathWithRoot("/data");
+    list->addExcludePathWithRoot("/home/ada");
+    list->addExcludePathWithRoot("/");
+    const std::pair<const char*, ScanVerdict> cases[] = {
+        {"/data/Photos/a.jpg", ScanRefusedUserPath},
+        {"/data/photos/a.jpg", ScanAllowed},
+        {"/data/PHOTOS", ScanAllowed},
+        {"/home/ada/secret.txt", ScanRefusedUserPath},
+        {"/home/ada/Secret.txt", ScanAllowed},
+        {"/home/ada/excluded/a.txt", ScanAllowed},
+        {"/SYS/kernel", ScanAllowed},
+        {"/sys/kernel", ScanRefusedSystemPath},
+        // names and extensions are not paths: still compared in lower case
+        {"/home/ada/THUMBS.DB", ScanRefusedFileName},
+        {"/home/ada/A.TMP", ScanRefusedExtension},
+    };
+    for (const auto& [path, verdict] : cases)
+        EXPECT_EQ(list->isPathForbiddenToScan(path, 7, false, false), verdict) << path << "\n"
+                                                                               << list->description();
+    list->updateExcludeList();
+    list->addExcludePathWithRoot("/Data");
+    EXPECT_EQ(list->currentPathsToExclude().size(), 1u)
+        << "/data/Photos does not concern the root /Data: " << list->description();
+    list->addExcludePathWithRoot("/home/ada");
+    EXPECT_EQ(list->isPathForbiddenToScan("/home/ada/Library/x", 7, true, false), ScanAllowed);
+    EXPECT_EQ(list->isPathForbiddenToScan("/home/ada/library/x", 7, true, false), ScanAllowed);
+    EXPECT_EQ(list->isPathForbiddenToScan("/home/ada/Library/x", 7, false, false), ScanRefusedSystemPath);
+}
+
+// An "IgnoreList" that is not a dictionary is the user's (a hand edit gone wrong): it is
+// reported and stays in the file, and the shipped lists apply meanwhile.
+TEST_F(IgnoreListTest, AnIgnoreListOfTheWrongTypeIsLeftInTheFile) {
+    resource = tree.file("IgnoreList.plist", propertyListData(testList("(~$)"), PropertyListFormat::XML));
+    const std::string path =
+        tree.file("wrong.plist",
+                  propertyListData(PropertyValue::Dictionary{{kIgnoreListKey, PropertyValue::Array{"/data"}}},
+                                   PropertyListFormat::XML));
+    const std::string original = test::TempTree::read(path);
+    ScopedLogCapture log;
+    {
+        UserDefaults store(path);
+        CVIgnoreList ignoreList(store, resource, environment(), generator);
+        EXPECT_EQ(ignoreList.excludePathsList().size(), 2u) << "the shipped lists";
+        ASSERT_TRUE(store.synchronize());
+    }
+    EXPECT_EQ(test::TempTree::read(path), original);
+    EXPECT_TRUE(log.contains("Setting \"IgnoreList\" in " + path + " has the wrong type"))
+        << testing::PrintToString(log.lines());
+}
+
+// A settings file that cannot be read is left as it is: the user's lists in it are not
+// replaced by the shipped ones, whatever the ignore list saves.
+TEST_F(IgnoreListTest, AnUnreadableSettingsFileKeepsTheUserLists) {
+    resource =
+        tree.file("open/IgnoreList.plist", propertyListData(testList("(~$)"), PropertyListFormat::XML));
+    const std::string original = propertyListData(
+        PropertyValue::Dictionary{
+            {kIgnoreListKey,
+             PropertyValue::Dictionary{{kDirectoriesKey, PropertyValue::Array{PropertyValue::Dictionary{
+                                                             {"Value", "/data/Mine"}, {"Enabled", true}}}},
+                                       {kExtentionsGroupsKey, PropertyValue::Array{}},
+                                       {kFilePathesKey, PropertyValue::Array{}}}}},
+        PropertyListFormat::XML);
+    const std::string path = tree.file("open/settings.plist", original);
+    test::makeUnreadableToAnotherUser(path);
+    const int status = test::runAsAnotherUser([&] {
+        UserDefaults store(path);
+        CVNodeTypeGenerator types(store, tree / "home", tree / "home");
+        CVIgnoreList ignoreList(store, resource, environment(), types);
+        ignoreList.excludePathsList().push_back(CVIgnoreList::pathsRecordsWithURLs({"file:///x"})[0]);
+        ignoreList.synchronize();
+        ignoreList.resetExcludeItemsToDefaults();
+        return ignoreList.excludePathsList().size() == 2 ? 0 : 1; // the shipped lists, in memory
+    });
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(test::TempTree::read(path), original);
+}
+
 TEST_F(IgnoreListTest, HiddenContentAndUnremovableDecisions) {
     make();
     std::int32_t type = -1;
@@ -265,7 +369,7 @@ TEST_F(ShippedIgnoreList, AFolderOnAnotherMountedVolumeIsAllowed) {
     tree.folder("usb/Photos");
     EXPECT_EQ(rootVerdict(mountPoint + "/Photos"), ScanAllowed);
     EXPECT_EQ(rootVerdict(mountPoint), ScanAllowed);
-    EXPECT_EQ(list.currentPathsToExclude().back(), lowercasePath(mountPoint) + "/$recycle.bin")
+    EXPECT_EQ(list.currentPathsToExclude().back(), mountPoint + "/$Recycle.Bin")
         << "the volume's own system folders are registered at its root";
     EXPECT_EQ(list.isPathForbiddenToScan(mountPoint + "/lost+found", 7, false, true), ScanRefusedSystemPath);
     ::umount(mountPoint.c_str());

@@ -1,9 +1,11 @@
 #include <cmath>
+#include <functional>
 #include <gtest/gtest.h>
 #include <thread>
 
 #include "platform/main_queue.h"
 #include "platform/property_list.h"
+#include "platform/system_log.h"
 #include "settings/preferences.h"
 #include "support/recording_tracker.h"
 #include "support/temp_tree.h"
@@ -119,6 +121,88 @@ TEST_F(PreferencesTest, LanguagesAndSiteArguments) {
     EXPECT_STREQ(CVPreferences::sizeBandName(499999), "Locate All");
     EXPECT_STREQ(CVPreferences::sizeBandName(500000), "500 KB");
     EXPECT_STREQ(CVPreferences::sizeBandName(UINT64_MAX), "200 MB");
+}
+
+// A value of the wrong type in the settings file: the registered default answers, the
+// user hears of it once, and the value stays in the file as the user wrote it.
+struct WrongTypeCase {
+    std::string name;
+    std::string key;
+    PropertyValue stored;
+    std::function<bool(CVPreferences&)> readsTheDefault;
+};
+
+void PrintTo(const WrongTypeCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
+class WrongTypedSetting : public testing::TestWithParam<WrongTypeCase> {
+protected:
+    test::TempTree tree;
+    test::RecordingTracker tracker;
+};
+
+TEST_P(WrongTypedSetting, ReadsAsTheRegisteredDefault) {
+    const auto& c = GetParam();
+    const std::string path =
+        tree.file("prefs.plist", propertyListData(PropertyValue::Dictionary{{c.key, c.stored}, {"Other", 1}},
+                                                  PropertyListFormat::XML));
+    const std::string before = test::TempTree::read(path);
+    ScopedLogCapture log;
+    UserDefaults defaults(path);
+    CVPreferences preferences(defaults, tracker);
+    EXPECT_TRUE(c.readsTheDefault(preferences));
+    EXPECT_TRUE(c.readsTheDefault(preferences)) << "and on every read";
+    std::size_t lines = 0;
+    for (const auto& line : log.lines())
+        if (line.find("\"" + c.key + "\"") != std::string::npos &&
+            line.find("wrong type") != std::string::npos)
+            ++lines;
+    EXPECT_EQ(lines, 1u) << testing::PrintToString(log.lines());
+    defaults.setInteger(2, "Other");
+    ASSERT_TRUE(defaults.synchronize());
+    PropertyValue file;
+    ASSERT_TRUE(readPropertyListFile(path, file, nullptr));
+    EXPECT_EQ(file[c.key].type(), c.stored.type()) << "the user's value stays in the file";
+}
+
+auto trashes = [](CVPreferences& p) { return p.moveDuplicatesToTrash(); };
+INSTANTIATE_TEST_SUITE_P(
+    Values, WrongTypedSetting,
+    testing::Values(WrongTypeCase{"TrashAsTheStringNO", kMoveIntoTrashKey, "NO", trashes},
+                    WrongTypeCase{"TrashAsTheStringFalse", kMoveIntoTrashKey, "false", trashes},
+                    WrongTypeCase{"TrashAsZero", kMoveIntoTrashKey, 0, trashes},
+                    WrongTypeCase{"TrashAsRealZero", kMoveIntoTrashKey, 0.0, trashes},
+                    WrongTypeCase{"TrashAsADictionary", kMoveIntoTrashKey, PropertyValue::Dictionary{},
+                                  trashes},
+                    WrongTypeCase{"TrashAsAnArray", kMoveIntoTrashKey, PropertyValue::Array{false}, trashes},
+                    WrongTypeCase{"TrashAsData", kMoveIntoTrashKey, PropertyValue::Data{0}, trashes},
+                    WrongTypeCase{"TrashAsADate", kMoveIntoTrashKey, PropertyDate{0}, trashes},
+                    WrongTypeCase{"EmptyFoldersAsTheStringYES", kRemoveEmptyFoldersKey, "YES",
+                                  [](CVPreferences& p) { return !p.removeEmptyFolders(); }},
+                    WrongTypeCase{"EmptyFoldersAsOne", kRemoveEmptyFoldersKey, 1,
+                                  [](CVPreferences& p) { return !p.removeEmptyFolders(); }},
+                    WrongTypeCase{"SliderAsAString", kMinScanSizeKey, "0.9",
+                                  [](CVPreferences& p) { return p.minimumScanSize() == 50000; }},
+                    WrongTypeCase{"SliderAsABoolean", kMinScanSizeKey, true,
+                                  [](CVPreferences& p) { return p.minimumScanSize() == 50000; }},
+                    WrongTypeCase{"ReminderAsAString", kSchedulerIntervalKey, "7",
+                                  [](CVPreferences& p) { return p.schedulePeriod() == 2; }},
+                    WrongTypeCase{"ConfigVersionAsANumber", kConfigVersionKey, 3,
+                                  [](CVPreferences& p) { return p.configVersion() == "0.5"; }}),
+    [](const testing::TestParamInfo<WrongTypeCase>& param) { return param.param.name; });
+
+// Values of the right type are the user's, even where a number could stand for another.
+TEST_F(PreferencesTest, ValuesOfTheRightTypeAreTheUsers) {
+    defaults.setBool(false, kMoveIntoTrashKey);
+    defaults.setInteger(1, kMinScanSizeKey); // an integer is a number: the slider at its end
+    defaults.setDouble(7.0, kSchedulerIntervalKey);
+    ScopedLogCapture log;
+    CVPreferences preferences(defaults, tracker);
+    EXPECT_FALSE(preferences.moveDuplicatesToTrash());
+    EXPECT_EQ(preferences.minimumScanSize(), 200000000u);
+    EXPECT_EQ(preferences.schedulePeriod(), 7);
+    EXPECT_TRUE(log.lines().empty()) << testing::PrintToString(log.lines());
 }
 
 TEST(PreferencesLanguages, ComeFromTheLocaleEnvironment) {
