@@ -12,6 +12,7 @@
 
 #include "engine/file_sizer.h"
 #include "json_writer.h"
+#include "report.h"
 #include "platform/main_queue.h"
 #include "platform/notification_center.h"
 #include "platform/system_log.h"
@@ -30,15 +31,6 @@ namespace {
 std::atomic<bool> g_interrupted{false};
 
 void onInterrupt(int) { g_interrupted = true; }
-
-std::string plainSpaces(std::string text) {
-    // Sizes carry a no-break space between number and unit; a terminal wants a plain one.
-    for (std::size_t at; (at = text.find("\xC2\xA0")) != std::string::npos;)
-        text.replace(at, 2, " ");
-    return text;
-}
-
-std::string sizeText(std::uint64_t bytes) { return plainSpaces(HVFileSizer::displayItemSizeFromSize(bytes)); }
 
 const char* refusalReason(std::int64_t verdict) {
     switch (verdict) {
@@ -59,94 +51,6 @@ const char* refusalReason(std::int64_t verdict) {
     default:
         return "it is excluded";
     }
-}
-
-void writeJsonReport(const std::vector<std::string>& roots, CVDuplicatesController& results, std::FILE* out) {
-    JsonWriter json;
-    json.beginObject();
-    json.key("roots");
-    json.beginArray();
-    for (const auto& root : roots)
-        json.value(root);
-    json.endArray();
-    json.key("groups");
-    json.beginArray();
-    const auto groups = results.duplicatesGroups();
-    for (const auto& group : groups) {
-        json.beginObject();
-        json.key("category");
-        json.value(CVMetaGroup::stringType(group->metaGroupType()));
-        json.key("categoryId");
-        json.value(group->metaGroupType());
-        json.key("nodeType");
-        json.value(group->type());
-        json.key("size");
-        json.value(group->size());
-        json.key("totalSize");
-        json.value(group->totalSize());
-        json.key("verified");
-        json.value(group->isVerified());
-        json.key("files");
-        json.beginArray();
-        for (const auto& child : group->children()) {
-            const auto* file = dynamic_cast<const CVFile*>(child.get());
-            if (!file)
-                continue;
-            json.beginObject();
-            json.key("path");
-            json.value(file->path());
-            json.key("isFolder");
-            json.value(dynamic_cast<const CVFolder*>(file) != nullptr);
-            json.key("size");
-            json.value(file->size());
-            json.key("sizeOnDisk");
-            json.value(file->sizeOnDisk());
-            json.key("removeForbidden");
-            json.value(file->removeForbidden());
-            json.key("needToRemove");
-            json.value(file->needToRemove());
-            json.key("selectionType");
-            json.value(CVFile::stringSelectionType(file->selectionType()));
-            json.endObject();
-        }
-        json.endArray();
-        json.endObject();
-        json.flushTo(out);
-    }
-    json.endArray();
-    json.key("summary");
-    json.beginObject();
-    json.key("groups");
-    json.value(static_cast<std::uint64_t>(groups.size()));
-    json.key("files");
-    json.value(results.mainMetaGroup()->filesCount());
-    json.key("size");
-    json.value(results.size());
-    json.endObject();
-    json.endObject();
-    json.flushTo(out, true);
-    std::fputc('\n', out);
-}
-
-std::string textReport(CVDuplicatesController& results) {
-    std::string out;
-    const auto groups = results.duplicatesGroups();
-    for (const auto& group : groups) {
-        out += CVMetaGroup::stringType(group->metaGroupType()) + ": " + std::to_string(group->childrenCount()) +
-               " copies of " + sizeText(group->size()) +
-               (group->isVerified() ? "" : "  (compared by samples; --verify confirms)") + "\n";
-        for (const auto& file : group->files())
-            out += "  " + file->path() + (file->needToRemove() ? "  (selected)" : "") +
-                   (file->removeForbidden() ? "  (cannot be removed)" : "") + "\n";
-        out += "\n";
-    }
-    if (groups.empty())
-        out += "No duplicates found.\n";
-    else
-        out += std::to_string(groups.size()) + (groups.size() == 1 ? " group, " : " groups, ") +
-               std::to_string(results.mainMetaGroup()->filesCount()) + " files, " + sizeText(results.size()) +
-               " on disk in duplicates\n";
-    return out;
 }
 
 // The selection's message goes to stderr: a warning first when there is one, then the details.

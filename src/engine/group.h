@@ -17,6 +17,9 @@
 
 namespace corvel {
 
+class CVGroup;
+using GroupPtr = std::shared_ptr<CVGroup>;
+
 class CVGroup : public CVNode {
 public:
     // A group holding the file, with allFilesForbidden taken from the file.

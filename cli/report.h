@@ -1,0 +1,31 @@
+#pragma once
+// What the command line prints of the results: one JSON document, or plain text.
+
+#include <cstdint>
+#include <cstdio>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "json_writer.h"
+
+namespace corvel {
+class CVDuplicatesController;
+}
+
+namespace corvel::cli {
+
+// Sizes for a terminal: the display string with a plain space before the unit.
+std::string plainSpaces(std::string text);
+std::string sizeText(std::uint64_t bytes);
+
+// The JSON document: roots, groups (members with their identity: device, inode and
+// modification time in nanoseconds), summary; extra, when given, writes more members
+// (the removal) before the document closes. Written to out as it grows.
+void writeJsonReport(const std::vector<std::string>& roots, CVDuplicatesController& results, std::FILE* out,
+                     const std::function<void(JsonWriter&)>& extra = {});
+
+// The groups as text, each with its members, and the closing summary line.
+std::string textReport(CVDuplicatesController& results);
+
+} // namespace corvel::cli
