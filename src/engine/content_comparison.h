@@ -49,7 +49,8 @@ inline constexpr unsigned kMaxComparedTreeDepth = 4096;
 struct ContentComparison {
     enum Outcome { Equal, Different, CannotCompare, Stopped };
 
-    Outcome outcome = Equal;
+    // A result nobody filled in never reads as equal.
+    Outcome outcome = CannotCompare;
     // Empty when equal; otherwise what was found (see above), for logs and failure reasons.
     std::string message;
     // Content bytes confirmed equal before the answer, counted once per pair of files

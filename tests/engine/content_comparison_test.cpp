@@ -119,6 +119,10 @@ std::vector<FileCase> fileCases() {
 
 INSTANTIATE_TEST_SUITE_P(Cases, FileComparison, testing::ValuesIn(fileCases()), CaseName());
 
+TEST(FileComparisonIdentity, AnAnswerNobodyFilledInIsNotEqual) {
+    EXPECT_FALSE(ContentComparison{}.isEqual());
+}
+
 TEST(FileComparisonIdentity, AHardLinkIsTheSameFileAndIsNotRead) {
     TempTree tree;
     const std::string a = tree.file("a", patterned(5000));
