@@ -212,6 +212,10 @@ ContentComparison differentTypes(const std::string& pathA, mode_t typeA, const s
                    pathA + " is " + typeName(typeA) + ", " + pathB + " is " + typeName(typeB));
 }
 
+ContentComparison equal() {
+    return verdict(ContentComparison::Equal, {});
+}
+
 ContentComparison stopped() {
     return verdict(ContentComparison::Stopped, "stopped");
 }
@@ -257,7 +261,7 @@ public:
         if (!isComparableType(b.type))
             return refusedType(m_rootB, b.type);
         if (a.sameObjectAs(b)) {
-            ContentComparison same;
+            ContentComparison same = equal();
             same.sameFile = true;
             return same;
         }
@@ -299,7 +303,7 @@ private:
                                   int dirB, const char* nameB, const EntryStatus& b, const std::string& pathB,
                                   bool reportSameFile) {
         if (a.sameObjectAs(b)) {
-            ContentComparison same;
+            ContentComparison same = equal();
             same.sameFile = reportSameFile;
             return same;
         }
@@ -370,7 +374,7 @@ private:
             return changedDuring(pathA);
         if (changedSince(fdB, beforeB))
             return changedDuring(pathB);
-        return {};
+        return equal();
     }
 
     static bool changedSince(int fd, const struct stat& before) {
@@ -391,7 +395,7 @@ private:
         if (targetA != targetB)
             return verdict(ContentComparison::Different,
                            pathA + " points to \"" + targetA + "\", " + pathB + " to \"" + targetB + "\"");
-        return {};
+        return equal();
     }
 
     // Refuses an entry inside a compared folder that lies on another mount or file system.
@@ -401,7 +405,7 @@ private:
             return verdict(ContentComparison::CannotCompare, path + " is on another file system");
         if (entry.isMountRoot || (entry.hasMountId && root.hasMountId && entry.mountId != root.mountId))
             return verdict(ContentComparison::CannotCompare, path + " is a mount point");
-        return {};
+        return equal();
     }
 
     // Lists both folders (already open as m_folderA/B) and pushes their frame, or answers why not.
@@ -429,7 +433,7 @@ private:
                            joinPath(m_rootB, child(*itB)) + " is only in " + m_rootB);
         }
         m_frames.push_back(std::move(frame));
-        return {};
+        return equal();
     }
 
     ContentComparison folders(const EntryStatus& a, const EntryStatus& b) {
@@ -452,7 +456,7 @@ private:
         const Frame finished = std::move(m_frames.back());
         m_frames.pop_back();
         if (m_frames.empty())
-            return {};
+            return equal();
         const Frame& parent = m_frames.back();
         Descriptor upA;
         Descriptor upB;
@@ -465,7 +469,7 @@ private:
                        : changedDuring(joinPath(m_rootB, finished.rel));
         m_folderA = std::move(upA);
         m_folderB = std::move(upB);
-        return {};
+        return equal();
     }
 
     // Compares the next entry of the innermost folder, entering it when it is a folder.

@@ -3,7 +3,8 @@
 // trust sampled evidence: confirming a group found by samples, and the comparison of a copy
 // with the copy that stays, immediately before the copy is removed.
 //
-// Files are streamed in chunks of kContentComparisonChunk bytes into two buffers the
+// Files are streamed in chunks of kContentComparisonChunk bytes (the second file in
+// smaller pieces, each compared while it is in the processor's cache) into two buffers the
 // comparer owns and reuses; a file is never held whole in memory. Nothing follows a
 // symbolic link below the given paths (the last component of a given path is not followed
 // either), and a tree is walked relative to folder descriptors, so a folder swapped for a
@@ -48,7 +49,8 @@ inline constexpr unsigned kMaxComparedTreeDepth = 4096;
 struct ContentComparison {
     enum Outcome { Equal, Different, CannotCompare, Stopped };
 
-    Outcome outcome = Equal;
+    // A result nobody filled in never reads as equal.
+    Outcome outcome = CannotCompare;
     // Empty when equal; otherwise what was found (see above), for logs and failure reasons.
     std::string message;
     // Content bytes confirmed equal before the answer, counted once per pair of files

@@ -106,6 +106,8 @@ std::vector<FileCase> fileCases() {
         {"SeveralChunks", big, big, Outcome::Equal, "", big.size()},
         {"FirstByteDiffers", big.substr(0, 100), flipped(big.substr(0, 100), 0), Outcome::Different,
          "{A} differs from {B} at byte 1", 0},
+        {"LateInTheFirstChunkDiffers", big.substr(0, kChunk), flipped(big.substr(0, kChunk), 700001),
+         Outcome::Different, "{A} differs from {B} at byte 700002", 700001},
         {"LastByteDiffers", big.substr(0, kChunk + 1), flipped(big.substr(0, kChunk + 1), kChunk),
          Outcome::Different, "{A} differs from {B} at byte " + std::to_string(kChunk + 1), kChunk},
         {"MiddleOfALaterChunkDiffers", threeChunks, flipped(threeChunks, later), Outcome::Different,
@@ -116,6 +118,10 @@ std::vector<FileCase> fileCases() {
 }
 
 INSTANTIATE_TEST_SUITE_P(Cases, FileComparison, testing::ValuesIn(fileCases()), CaseName());
+
+TEST(FileComparisonIdentity, AnAnswerNobodyFilledInIsNotEqual) {
+    EXPECT_FALSE(ContentComparison{}.isEqual());
+}
 
 TEST(FileComparisonIdentity, AHardLinkIsTheSameFileAndIsNotRead) {
     TempTree tree;
