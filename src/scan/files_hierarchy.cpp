@@ -77,6 +77,13 @@ std::string CVFilesHierarchy::correctedPath(const std::string& path) const {
     return m_services.preferences.isAllFilesPath(path) ? std::string("/") : path;
 }
 
+bool CVFilesHierarchy::isRootCoveredBy(const std::string& path, const std::string& otherRoot) {
+    if (otherRoot == path || !liesInside(path, otherRoot))
+        return false;
+    // The walk does not cross volumes: under "/", a root on another volume is walked on its own.
+    return otherRoot != "/" || volumePathOfPath(path) == "/";
+}
+
 void CVFilesHierarchy::fatalErrorOccured() {
     NotificationCenter::defaultCenter().post(kErrorOccuredWhileScanningNotification);
 }
@@ -141,10 +148,8 @@ void CVFilesHierarchy::rescan() {
     const std::vector<CVScanPath> roots = m_rootPaths;
     for (const auto& root : roots) {
         const std::string p = correctedPath(root.path);
-        const std::string volume = volumePathOfPath(p);
         const bool nested = std::any_of(roots.begin(), roots.end(), [&](const CVScanPath& other) {
-            const std::string q = correctedPath(other.path);
-            return q != p && liesInside(p, q) && !(q == "/" && volume != "/");
+            return isRootCoveredBy(p, correctedPath(other.path));
         });
         if (nested) {
             std::erase_if(m_rootPaths, [&](const CVScanPath& r) { return r.path == root.path; });

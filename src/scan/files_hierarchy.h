@@ -52,6 +52,11 @@ public:
     void rescan();
     void buildHierarchyForPath(const CVScanPath& root);
     std::string correctedPath(const std::string& path) const;
+    // True when the root at path (as walked, after correctedPath) is left out because
+    // the walk of otherRoot covers it: it lies inside otherRoot, unless otherRoot is "/"
+    // and the path lies on another volume, which the walk of "/" does not enter. Reads
+    // the mount table only in that last case.
+    static bool isRootCoveredBy(const std::string& path, const std::string& otherRoot);
     void sortFoldersBySize(const std::vector<std::shared_ptr<CVFolder>>& folders);
     void fatalErrorOccured();
 

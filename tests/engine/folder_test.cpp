@@ -127,24 +127,63 @@ TEST_F(FolderComparison, FewerChildrenOrAFileAreNotDuplicates) {
     EXPECT_FALSE(a->isDuplicateOf(*std::make_shared<CVFile>(tree / "A/x.bin", "", 5)));
 }
 
-TEST_F(FolderComparison, AFolderIsNeverADuplicateOfAFolderInsideIt) {
-    tree.file("P/Q/a.bin", "a");
-    auto p = build(tree / "P", &delegate);
-    auto q = std::dynamic_pointer_cast<CVFolder>(p->children()[0]);
-    ASSERT_TRUE(q);
-    // Make the counts, names and sizes agree so that only nesting decides.
-    auto outer = std::make_shared<CVFolder>(tree / "P", "");
-    outer->setType(kNodeTypePlainFolder);
-    outer->addChildFile(std::make_shared<CVFile>(tree / "P/Q/a.bin", "", 1));
-    EXPECT_FALSE(outer->isDuplicateOf(*q));
-    EXPECT_FALSE(q->isDuplicateOf(*outer));
-    // The same shape side by side is a duplicate: the refusal above is the nesting rule.
-    tree.file("R/a.bin", "a");
-    auto side = std::make_shared<CVFolder>(tree / "S", "");
-    side->setType(kNodeTypePlainFolder);
-    side->addChildFile(std::make_shared<CVFile>(tree / "R/a.bin", "", 1));
-    EXPECT_TRUE(side->isDuplicateOf(*q));
+// A folder node built by hand (not from a listing), holding the given children.
+std::shared_ptr<CVFolder> folderNode(const std::string& path, const std::vector<NodePtr>& children,
+                                     CVNodeDelegate* delegate) {
+    auto folder = std::make_shared<CVFolder>(path, "");
+    folder->setType(kNodeTypePlainFolder);
+    folder->setDelegate(delegate);
+    for (const auto& child : children)
+        folder->addChildFile(child);
+    return folder;
 }
+
+// Two folders that agree at every position (names, sizes, contents, a sub-folder
+// included) and differ only in where they stand: the folder at `first` against the one
+// at `second`. Each is built by hand from its own files, so that a folder inside the
+// other is not among the other's children.
+struct Placement {
+    const char* label;
+    const char* first;
+    const char* second;
+    bool duplicates;
+};
+
+void PrintTo(const Placement& p, std::ostream* os) {
+    *os << p.label;
+}
+
+class FolderNesting : public FolderComparison, public testing::WithParamInterface<Placement> {
+protected:
+    std::shared_ptr<CVFolder> handBuilt(const std::string& relative) {
+        const std::string folder = tree / relative;
+        const std::string f = tree.file(relative + "/f", "the same bytes everywhere");
+        const std::string h = tree.file(relative + "/g/h", "and the same here");
+        auto g = folderNode(folder + "/g", {std::make_shared<CVFile>(h, "", std::filesystem::file_size(h))},
+                            &delegate);
+        return folderNode(folder, {std::make_shared<CVFile>(f, "", std::filesystem::file_size(f)), g},
+                          &delegate);
+    }
+};
+
+TEST_P(FolderNesting, OnlyAFolderInsideTheOtherIsRefused) {
+    const Placement p = GetParam();
+    auto first = handBuilt(p.first);
+    auto second = handBuilt(p.second);
+    ASSERT_EQ(first->childrenCount(), second->childrenCount());
+    ASSERT_EQ(first->size(), second->size());
+    EXPECT_EQ(first->isDuplicateOf(*second), p.duplicates) << p.label;
+    cache.resetCache();
+    EXPECT_EQ(second->isDuplicateOf(*first), p.duplicates) << p.label << ", compared the other way round";
+}
+
+INSTANTIATE_TEST_SUITE_P(Places, FolderNesting,
+                         testing::Values(Placement{"a folder directly inside the other", "X", "X/Y", false},
+                                         Placement{"several levels down", "X", "X/a/b/Y", false},
+                                         Placement{"side by side", "X", "Z", true},
+                                         Placement{"at other depths, not inside each other", "A/X", "B/c/d/X",
+                                                   true}),
+                         [](const auto& param) { return "Case" + std::to_string(param.index); });
 
 TEST_F(FolderComparison, EmptyFoldersCompareEqual) {
     auto e1 = build(tree.folder("E1"), &delegate);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "engine/node.h"
 #include "engine/node_type.h"
 #include "engine/signature.h"
 #include "support/temp_tree.h"
@@ -164,6 +165,42 @@ TEST(Signature, TextDocumentsCompareWholeEvenBeyondTheMemoryLimit) {
         EXPECT_EQ(sa.isStreamed(), size > CVSignature::kMaxBufferedSignature);
         EXPECT_TRUE(sa.isEqualTo(sb));
         EXPECT_FALSE(sa.isEqualTo(sc)) << "a difference near the end is seen";
+    }
+}
+
+TEST(Signature, LargeFilesThatDifferOutsideTheSamplesMatchUnlessTheyAreTextDocuments) {
+    // Two 600000-byte files per case, differing in one byte that lies outside the head
+    // and the sampled pieces: only a whole-file comparison tells them apart.
+    struct Case {
+        const char* name;
+        std::int32_t nodeType; // 0: typed from the name, as the walk leaves it
+        CVSignature::Kind kind;
+    };
+    const Case cases[] = {
+        {"notes.txt", 0, CVSignature::WholeFile},
+        {"page.html", 0, CVSignature::WholeFile},
+        {"table.csv", 0, CVSignature::WholeFile},
+        {"paper.pdf", 0, CVSignature::Sampled},
+        {"blob.bin", 0, CVSignature::Sampled},
+        {"photo.jpg", 0, CVSignature::Sampled},
+        {"notes.txt", kNodeTypeOther, CVSignature::Sampled},
+    };
+    test::TempTree tree;
+    std::string data(600000, 'a');
+    for (std::size_t i = 0; i < data.size(); ++i)
+        data[i] = static_cast<char>('a' + i % 23);
+    std::string changed = data;
+    changed[15000] = '#';
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.name) + " of node type " + std::to_string(c.nodeType));
+        auto a = std::make_shared<CVFile>(tree.file(std::string("a-") + c.name, data), "", data.size());
+        auto b = std::make_shared<CVFile>(tree.file(std::string("b-") + c.name, changed), "", data.size());
+        if (c.nodeType != 0) {
+            a->setType(c.nodeType);
+            b->setType(c.nodeType);
+        }
+        EXPECT_EQ(a->signature().type(), c.kind);
+        EXPECT_EQ(a->isDuplicateOf(*b), c.kind == CVSignature::Sampled);
     }
 }
 

@@ -1,14 +1,19 @@
+#include <cmath>
 #include <filesystem>
 #include <gtest/gtest.h>
-#include <cmath>
 #include <random>
+#include <set>
+#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
 #include "engine/node_cache.h"
+#include "engine/node_type.h"
 #include "platform/file_access.h"
+#include "platform/file_url.h"
 #include "platform/main_queue.h"
 #include "platform/notification_center.h"
+#include "platform/property_list.h"
 #include "reference_locator.h"
 #include "scan/duplicates_locator.h"
 #include "scan_harness.h"
@@ -261,6 +266,234 @@ TEST_F(Locator, FilesThatChangeBetweenWalkAndComparisonMatchNothing) {
     const Outcome found = outcome(locator->duplicatesController()->duplicatesGroups());
     ASSERT_EQ(found.size(), 1u);
     EXPECT_EQ(found[0][0].first.substr(found[0][0].first.size() - 5), "stays");
+}
+
+// Every node of a walk, once (sub-folders stand twice in their parents).
+std::vector<NodePtr> walkedNodes(const CVFilesHierarchy& hierarchy) {
+    std::vector<NodePtr> nodes;
+    std::set<const CVNode*> seen;
+    std::vector<NodePtr> pending(hierarchy.topNodes().rbegin(), hierarchy.topNodes().rend());
+    while (!pending.empty()) {
+        NodePtr node = pending.back();
+        pending.pop_back();
+        if (!seen.insert(node.get()).second)
+            continue;
+        nodes.push_back(node);
+        for (auto it = node->children().rbegin(); it != node->children().rend(); ++it)
+            pending.push_back(*it);
+    }
+    return nodes;
+}
+
+std::shared_ptr<CVFile> walkedFile(const CVFilesHierarchy& hierarchy, const std::string& path) {
+    for (const auto& node : walkedNodes(hierarchy))
+        if (node->path() == path)
+            return std::dynamic_pointer_cast<CVFile>(node);
+    return nullptr;
+}
+
+// The groups of a walk searched with every size taking part.
+Outcome searchWalk(CVDuplicatesLocator& locator, CVFilesHierarchy& hierarchy) {
+    locator.setMinimumSizeOverride(1);
+    locator.startSearching();
+    locator.locateDuplicatesInDictionary(hierarchy.filesGroupedBySize());
+    return outcome(locator.duplicatesController()->allDuplicatesGroups());
+}
+
+// A folder node built by hand around real files, with their inode numbers (a group of
+// nodes without them would read as hard links of one file).
+std::shared_ptr<CVFolder> handBuiltFolder(const std::string& path, const std::vector<std::string>& files,
+                                          CVNodeDelegate* delegate) {
+    auto folder = std::make_shared<CVFolder>(path, "");
+    folder->setType(kNodeTypePlainFolder);
+    folder->setDelegate(delegate);
+    struct stat st {};
+    ::stat(path.c_str(), &st);
+    folder->setInodeNumber(st.st_ino);
+    for (const auto& file : files) {
+        ::stat(file.c_str(), &st);
+        auto node = std::make_shared<CVFile>(file, "", static_cast<std::uint64_t>(st.st_size));
+        node->setInodeNumber(st.st_ino);
+        folder->addChildFile(node);
+    }
+    return folder;
+}
+
+TEST_F(Locator, AFolderAndAFolderInsideItAreNeverGroupedThoughEveryChildMatches) {
+    // A walk cannot give a folder and its own sub-folder equal children (the outer one
+    // holds the inner one), so the nodes are made by hand: the outer folder holding
+    // only its file f, the inner one its own file f of the same content.
+    struct Case {
+        const char* second;
+        std::size_t groups;
+    };
+    for (const Case c : {Case{"X/Y", 0}, Case{"X/a/b/Y", 0}, Case{"Z", 1}}) {
+        SCOPED_TRACE(c.second);
+        test::TempTree place;
+        const std::string outerFile = place.file("X/f", content('n', 5000));
+        const std::string innerFile = place.file(std::string(c.second) + "/f", content('n', 5000));
+        auto locator = harness.locator();
+        locator->startSearching();
+        CVNodeCache::sharedCache().resetCache();
+        std::vector<NodePtr> sizeGroup{handBuiltFolder(place / "X", {outerFile}, locator.get()),
+                                       handBuiltFolder(place / c.second, {innerFile}, locator.get())};
+        EXPECT_EQ(locator->findDuplicatesInSizeGroup(sizeGroup).size(), c.groups);
+    }
+}
+
+// An AlbumData.xml laid out as the photo application writes it (the list of rolls, a
+// key between the lists, the master image list), listing one photo by its path.
+std::string albumDataListing(const std::string& photoPath) {
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<dict>\n"
+           "\t<key>Application Version</key>\n\t<string>9.6.1</string>\n"
+           "\t<key>List of Rolls</key>\n\t<array>\n\t\t<dict>\n"
+           "\t\t\t<key>RollID</key>\n\t\t\t<integer>1</integer>\n"
+           "\t\t\t<key>RollName</key>\n\t\t\t<string>Trip</string>\n\t\t</dict>\n\t</array>\n"
+           "\t<key>Major Version</key>\n\t<integer>2</integer>\n"
+           "\t<key>Master Image List</key>\n\t<dict>\n\t\t<key>1</key>\n\t\t<dict>\n"
+           "\t\t\t<key>MediaType</key>\n\t\t\t<string>Image</string>\n"
+           "\t\t\t<key>Roll</key>\n\t\t\t<integer>1</integer>\n"
+           "\t\t\t<key>ImagePath</key>\n\t\t\t<string>" +
+           photoPath +
+           "</string>\n\t\t\t<key>ThumbPath</key>\n\t\t\t<string>/thumbs/x.jpg</string>\n"
+           "\t\t</dict>\n\t</dict>\n</dict>\n</plist>\n";
+}
+
+TEST_F(Locator, APhotoLibraryFileThatTheLibraryDoesNotListTakesNoPart) {
+    // Both photos lie in the library's Masters folder; the library lists only one. Each
+    // has a copy outside the library.
+    const std::string listed = tree.file("Photos/Masters/listed.jpg", content('l', 60000));
+    const std::string unlisted = tree.file("Photos/Masters/unlisted.jpg", content('u', 61000));
+    tree.file("Photos/AlbumData.xml", albumDataListing(listed));
+    const std::string listedCopy = tree.file("loose/a.jpg", content('l', 60000));
+    const std::string unlistedCopy = tree.file("loose/b.jpg", content('u', 61000));
+    auto locator = harness.locator();
+    auto hierarchy = harness.walk({tree.path()}, locator.get());
+    const auto library = walkedFile(*hierarchy, tree / "Photos");
+    ASSERT_TRUE(library);
+    ASSERT_EQ(library->type(), kNodeTypeIPhotoLibrary);
+
+    struct Case {
+        std::string path;
+        bool ignored;
+    };
+    for (const Case& c :
+         {Case{listed, false}, Case{unlisted, true}, Case{listedCopy, false}, Case{unlistedCopy, false}}) {
+        const auto file = walkedFile(*hierarchy, c.path);
+        ASSERT_TRUE(file) << c.path;
+        EXPECT_EQ(locator->ignoreFile(*file), c.ignored) << c.path;
+    }
+    const Outcome found = searchWalk(*locator, *hierarchy);
+    EXPECT_EQ(found, (Outcome{{{listed, true}, {listedCopy, false}}}))
+        << "the unlisted photo and its copy make no group";
+}
+
+TEST_F(Locator, AFileThatAnITunesLibraryDoesNotListIsFreedFromTheLibrary) {
+    const std::string listed = tree.file("Music/Media/listed.mp3", content('l', 60000));
+    const std::string unlisted = tree.file("Music/Media/unlisted.mp3", content('u', 61000));
+    const PropertyValue library(PropertyValue::Dictionary{
+        {"Tracks", PropertyValue::Dictionary{{"1", PropertyValue::Dictionary{
+                                                       {"Location", fileURLStringFromPath(listed)},
+                                                       {"Name", "Listed"},
+                                                   }}}}});
+    tree.file("Music/iTunes Library.xml", propertyListData(library, PropertyListFormat::XML));
+    const std::string listedCopy = tree.file("loose/a.mp3", content('l', 60000));
+    const std::string unlistedCopy = tree.file("loose/b.mp3", content('u', 61000));
+    auto locator = harness.locator();
+    auto hierarchy = harness.walk({tree.path()}, locator.get());
+    const auto libraryFolder = walkedFile(*hierarchy, tree / "Music");
+    ASSERT_TRUE(libraryFolder);
+    ASSERT_EQ(libraryFolder->type(), kNodeTypeITunesLibrary);
+    for (const std::string& inside : {listed, unlisted}) {
+        const auto file = walkedFile(*hierarchy, inside);
+        ASSERT_TRUE(file);
+        EXPECT_TRUE(file->removeForbidden()) << "the walk protects the library's files: " << inside;
+    }
+
+    const Outcome found = searchWalk(*locator, *hierarchy);
+    EXPECT_EQ(found,
+              (Outcome{{{unlisted, false}, {unlistedCopy, false}}, {{listed, true}, {listedCopy, false}}}))
+        << "the file the library does not list may be removed like any other";
+    struct Case {
+        std::string path;
+        bool inLibrary;
+    };
+    for (const Case& c : {Case{listed, true}, Case{unlisted, false}, Case{listedCopy, false}}) {
+        const auto file = walkedFile(*hierarchy, c.path);
+        ASSERT_TRUE(file) << c.path;
+        EXPECT_EQ(file->rootFolder() == libraryFolder, c.inLibrary) << c.path;
+        EXPECT_EQ(file->rootFolder() != nullptr, c.inLibrary) << c.path;
+    }
+}
+
+// Paths of hand-made size-group members: 'D' a plain folder, 'K' a folder of another
+// type (an archive-named folder), 'f' a file.
+NodePtr sortNode(char kind, const std::string& path) {
+    if (kind == 'f')
+        return std::make_shared<CVFile>(path, "", 10);
+    auto folder = std::make_shared<CVFolder>(path, "");
+    folder->setType(kind == 'D' ? kNodeTypePlainFolder : kNodeTypeArchive);
+    return folder;
+}
+
+TEST(SizeGroupOrder, PlainFoldersComeFirstShorterPathsFirstAndTheRestKeepTheirOrder) {
+    struct Case {
+        const char* label;
+        std::vector<std::pair<char, std::string>> nodes;
+        std::vector<std::string> sorted;
+    };
+    const Case cases[] = {
+        {"files only keep their order", {{'f', "/b"}, {'f', "/a"}, {'f', "/c"}}, {"/b", "/a", "/c"}},
+        {"a folder goes before the files",
+         {{'f', "/f1"}, {'D', "/d/x"}, {'f', "/f2"}},
+         {"/d/x", "/f1", "/f2"}},
+        {"shorter paths first",
+         {{'D', "/a/bb/cc"}, {'D', "/a/b"}, {'D', "/a/bbbb"}},
+         {"/a/b", "/a/bbbb", "/a/bb/cc"}},
+        {"by the length of the path, not its depth",
+         {{'D', "/a/bbbbbbb"}, {'D', "/a/b/c"}},
+         {"/a/b/c", "/a/bbbbbbb"}},
+        {"paths of equal length keep their order", {{'D', "/a/y"}, {'D', "/a/x"}}, {"/a/y", "/a/x"}},
+        {"other folder types stay among the files",
+         {{'f', "/z"}, {'K', "/k.zip"}, {'D', "/a/b/c"}, {'f', "/y"}, {'D', "/a/b"}},
+         {"/a/b", "/a/b/c", "/z", "/k.zip", "/y"}},
+    };
+    for (const Case& c : cases) {
+        std::vector<NodePtr> nodes;
+        for (const auto& [kind, path] : c.nodes)
+            nodes.push_back(sortNode(kind, path));
+        CVDuplicatesLocator::sortSizeGroup(nodes);
+        std::vector<std::string> paths;
+        for (const auto& node : nodes)
+            paths.push_back(node->path());
+        EXPECT_EQ(paths, c.sorted) << c.label;
+    }
+}
+
+TEST_F(Locator, TheShallowerFolderLeadsItsGroupAndHidesTheFilesInside) {
+    // One size holds everything: each root, its folders and the file inside. The first
+    // root's copy sits deeper (a/x) than the second root itself (b).
+    const std::string first = tree.file("a/x/A/f", content('s', 5000));
+    const std::string second = tree.file("b/A/f", content('s', 5000));
+    auto locator = harness.locator();
+    auto hierarchy = harness.walk({tree / "a", tree / "b"}, locator.get());
+    EXPECT_EQ(searchWalk(*locator, *hierarchy), (Outcome{{{tree / "b", false}, {tree / "a/x", false}}}))
+        << "folders are compared before the files of their size, shorter paths first";
+}
+
+TEST_F(Locator, LargeTextDocumentsAreComparedWholeAndOtherLargeFilesBySamples) {
+    // 600000 bytes each; the copies differ in one byte outside the head and the sampled pieces.
+    std::string data = content('t', 600000);
+    for (const char* name : {"one.txt", "one.bin"})
+        tree.file(std::string("r/") + name, data);
+    data[15000] ^= 1;
+    for (const char* name : {"two.txt", "two.bin"})
+        tree.file(std::string("r/") + name, data);
+    auto locator = harness.locator();
+    auto hierarchy = harness.walk({tree / "r"}, locator.get());
+    EXPECT_EQ(searchWalk(*locator, *hierarchy),
+              (Outcome{{{tree / "r/one.bin", false}, {tree / "r/two.bin", false}}}))
+        << "only the sampled pair is taken for equal";
 }
 
 // Random trees: sizes from a small set so that size groups collide, contents from a

@@ -1,5 +1,12 @@
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
 #include <gtest/gtest.h>
+#include <iostream>
+#include <optional>
 #include <set>
+#include <sys/mount.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "engine/node_type.h"
@@ -129,6 +136,109 @@ TEST_F(Walk, RootsInsideRootsAreDropped) {
     ASSERT_EQ(h->rootPaths().size(), 1u);
     EXPECT_EQ(h->rootPaths()[0].path, tree / "a");
     EXPECT_EQ(h->topNodes().size(), 1u);
+}
+
+// Volumes are told apart here by device numbers, not by the mount table the hierarchy reads.
+bool onTheRootVolume(const std::string& path) {
+    struct stat root {};
+    struct stat st {};
+    return ::stat("/", &root) == 0 && ::stat(path.c_str(), &st) == 0 && st.st_dev == root.st_dev;
+}
+
+bool onAnotherVolume(const std::string& path) {
+    struct stat st {};
+    return ::stat(path.c_str(), &st) == 0 && !onTheRootVolume(path);
+}
+
+// A folder on the volume of "/" itself.
+std::optional<std::string> folderOnTheRootVolume() {
+    for (const char* path : {"/usr", "/etc", "/var", "/opt"})
+        if (onTheRootVolume(path))
+            return std::string(path);
+    return std::nullopt;
+}
+
+std::string realPath(const std::string& path) {
+    char* resolved = ::realpath(path.c_str(), nullptr);
+    const std::string real = resolved ? resolved : path;
+    std::free(resolved);
+    return real;
+}
+
+TEST(RootCover, ARootInsideAnotherIsLeftOutUnlessTheOtherIsTheWholeDiskAndItLiesOnAnotherVolume) {
+    struct Case {
+        std::string path;
+        std::string otherRoot;
+        bool covered;
+        const char* why;
+        bool needsOtherVolume;
+    };
+    std::vector<Case> cases = {
+        {"/proc", "/", false, "the walk of / does not enter another volume", true},
+        {"/dev/shm", "/", false, "the walk of / does not enter another volume", true},
+        {"/proc/sys", "/proc", true, "inside a root that is not the whole disk", false},
+        {"/dev/shm", "/dev", true, "another volume, but not under the whole disk", false},
+        {"/procfs", "/proc", false, "a name that only begins like the other root", false},
+        {"/proc", "/proc/sys", false, "the outer root is not inside the inner one", false},
+        {"/", "/", false, "the same root", false},
+    };
+    if (const auto folder = folderOnTheRootVolume())
+        cases.push_back({*folder, "/", true, "the whole disk covers its own volume", false});
+    else
+        ADD_FAILURE() << "no folder on the volume of / to try";
+    for (const Case& c : cases) {
+        if (c.needsOtherVolume && !onAnotherVolume(c.path)) {
+            std::cout << "[ SKIPPED  ] " << c.path << " is not on a volume of its own here\n";
+            continue;
+        }
+        EXPECT_EQ(CVFilesHierarchy::isRootCoveredBy(c.path, c.otherRoot), c.covered)
+            << c.path << " under " << c.otherRoot << ": " << c.why;
+    }
+}
+
+TEST(RootCover, AVolumeMountedInsideTheTemporaryFolderIsWalkedOnItsOwnUnderTheWholeDisk) {
+    test::TempTree tree;
+    const std::string mountPoint = realPath(tree.folder("volume"));
+    if (::mount("tmpfs", mountPoint.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, "size=1m") != 0)
+        GTEST_SKIP() << "cannot mount a tmpfs here (" << std::strerror(errno) << "); it takes root";
+    struct Unmount {
+        std::string path;
+        ~Unmount() { ::umount2(path.c_str(), MNT_DETACH); }
+    } unmount{mountPoint};
+    EXPECT_FALSE(CVFilesHierarchy::isRootCoveredBy(mountPoint, "/"));
+    EXPECT_FALSE(CVFilesHierarchy::isRootCoveredBy(mountPoint + "/inside", "/"));
+    EXPECT_TRUE(CVFilesHierarchy::isRootCoveredBy(mountPoint, realPath(tree.path())))
+        << "a root that is not the whole disk covers the volumes inside it";
+    const std::string beside = realPath(tree.folder("beside"));
+    if (onTheRootVolume(beside)) {
+        EXPECT_TRUE(CVFilesHierarchy::isRootCoveredBy(beside, "/")) << "its neighbour on the volume of /";
+    }
+}
+
+TEST_F(Walk, UnderTheWholeDiskARootOnAnotherVolumeIsKeptAndOneOnItsVolumeDropped) {
+    const auto sameVolume = folderOnTheRootVolume();
+    if (!sameVolume || !onAnotherVolume("/proc"))
+        GTEST_SKIP() << "needs a folder on the volume of / and /proc on a volume of its own";
+    // "/" is never walked: a hidden root given last is refused before any walk begins,
+    // and by then every other root has been decided.
+    const std::string refused = realPath(tree.folder(".hidden"));
+    ASSERT_NE(harness.ignoreList.isPathForbiddenToScan(refused, 0, false, true), ScanAllowed);
+    std::vector<std::string> stoppedAt;
+    ScopedObserver observer(
+        NotificationCenter::defaultCenter(),
+        NotificationCenter::defaultCenter().addObserver("", nullptr, [&](const Notification& n) {
+            if (n.name.find("droppedFiles") != std::string::npos)
+                stoppedAt.push_back(n.userInfo.at("path").toString());
+        }));
+    auto h = harness.walk({*sameVolume, "/proc", "/", refused}, nullptr);
+    ASSERT_EQ(stoppedAt.size(), 1u) << "a refused root stops the scan";
+    EXPECT_FALSE(h->canContinue());
+    EXPECT_TRUE(h->topNodes().empty()) << "nothing is walked";
+    std::vector<std::string> kept;
+    for (const auto& root : h->rootPaths())
+        kept.push_back(root.path);
+    EXPECT_EQ(std::count(kept.begin(), kept.end(), *sameVolume), 0) << "the walk of / covers it";
+    EXPECT_EQ(std::count(kept.begin(), kept.end(), "/proc"), 1) << "the walk of / does not enter it";
 }
 
 TEST_F(Walk, TheSameFolderGivenTwiceOrThroughALinkIsWalkedOnce) {
