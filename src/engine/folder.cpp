@@ -116,7 +116,9 @@ bool CVFolder::isDuplicateOf(CVNode& other, bool skipChildrenSize) {
     const bool thisShorter = mine.size() <= theirs.size();
     const std::string& shorter = thisShorter ? mine : theirs;
     const std::string& longer = thisShorter ? theirs : mine;
-    if (parentPath(longer).starts_with(shorter))
+    // By whole components: "/d/photos-backup/photos" is not inside "/d/photos".
+    const std::string above = parentPath(longer);
+    if (above == shorter || above.starts_with(shorter.ends_with('/') ? shorter : shorter + '/'))
         return false;
     if (!skipChildrenSize && !childrenHaveEqualSize(*folder))
         return false;

@@ -181,6 +181,8 @@ INSTANTIATE_TEST_SUITE_P(Places, FolderNesting,
                          testing::Values(Placement{"a folder directly inside the other", "X", "X/Y", false},
                                          Placement{"several levels down", "X", "X/a/b/Y", false},
                                          Placement{"side by side", "X", "Z", true},
+                                         Placement{"beside a folder whose name starts alike", "X",
+                                                   "X-backup/Y", true},
                                          Placement{"at other depths, not inside each other", "A/X", "B/c/d/X",
                                                    true}),
                          [](const auto& param) { return "Case" + std::to_string(param.index); });
