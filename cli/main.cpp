@@ -32,6 +32,53 @@ int main(int argc, char** argv) {
     scan->add_option("--settings", settings, "use FILE as the settings store (created when missing)");
     auto* quiet = scan->add_flag("--quiet", options.quiet, "no progress");
     scan->add_flag("--verbose", options.verbose, "diagnostic lines on stderr too")->excludes(quiet);
+    scan->add_flag("--verify", options.verify,
+                   "confirm groups compared on samples byte for byte; split or drop those that differ");
+    auto* select = scan->add_option("--select", options.selectFile,
+                                    "mark the copies listed in FILE (one path per line, the --export format)");
+    scan->add_flag("--allow-all-copies", options.allowAllCopies,
+                   "let --select mark every copy of a group (they may then only go to the Trash)")
+        ->needs(select);
+
+    // The removal options, shared by "scan --remove" and "remove".
+    struct RemovalFlags {
+        bool trash = false, erase = false, removeEmpty = false, keepEmpty = false;
+    };
+    auto addRemovalOptions = [](CLI::App* command, cli::RemovalOptions& removal, RemovalFlags& flags,
+                                CLI::Option* needed) {
+        auto* trash = command->add_flag("--trash", flags.trash, "move the copies to the Trash (this run)");
+        auto* erase = command->add_flag("--delete", flags.erase, "delete the copies permanently (this run)");
+        trash->excludes(erase);
+        auto* removeEmpty = command->add_flag("--remove-empty-folders", flags.removeEmpty,
+                                              "remove folders the removal leaves empty (this run)");
+        auto* keepEmpty =
+            command->add_flag("--keep-empty-folders", flags.keepEmpty, "keep emptied folders (this run)");
+        removeEmpty->excludes(keepEmpty);
+        auto* dryRun = command->add_flag("-n,--dry-run", removal.dryRun,
+                                         "say what would become of each copy; change nothing");
+        auto* yes = command->add_flag("-y,--yes", removal.yes, "remove without asking");
+        if (needed)
+            for (auto* option : {trash, erase, removeEmpty, keepEmpty, dryRun, yes})
+                option->needs(needed);
+    };
+    RemovalFlags scanFlags;
+    auto* remove = scan->add_flag("--remove", options.removal.remove, "remove the marked copies after the scan");
+    addRemovalOptions(scan, options.removal, scanFlags, remove);
+
+    cli::RemoveOptions removeOptions;
+    RemovalFlags removeFlags;
+    std::string removeSettings;
+    CLI::App* removeCommand =
+        app.add_subcommand("remove", "remove the copies marked in a document written by \"corvel scan --json\"");
+    removeCommand->add_option("plan", removeOptions.plan, "the scan document (PLAN.json)")->required();
+    removeCommand->add_flag("--allow-all-copies", removeOptions.allowAllCopies,
+                            "let the plan mark every copy of a group (they may then only go to the Trash)");
+    removeCommand->add_flag("--json", removeOptions.removal.json, "one JSON document on stdout");
+    removeCommand->add_option("--settings", removeSettings, "use FILE as the settings store");
+    auto* removeQuiet = removeCommand->add_flag("--quiet", removeOptions.removal.quiet, "no progress");
+    removeCommand->add_flag("--verbose", removeOptions.verbose, "diagnostic lines on stderr too")
+        ->excludes(removeQuiet);
+    addRemovalOptions(removeCommand, removeOptions.removal, removeFlags, nullptr);
 
     cli::StatsOptions statsOptions;
     CLI::App* stats = app.add_subcommand("stats", "the scans recorded, the total size saved, level and rank");
@@ -51,6 +98,20 @@ int main(int argc, char** argv) {
     setUserWarningPresenter([](const std::string& line) { std::cerr << "corvel: " << line << "\n"; });
     if (stats->parsed())
         return cli::runStats(statsOptions);
+    const bool removing = removeCommand->parsed();
+    cli::RemovalOptions& removal = removing ? removeOptions.removal : options.removal;
+    const RemovalFlags& flags = removing ? removeFlags : scanFlags;
+    if (flags.trash || flags.erase)
+        removal.trash = flags.trash;
+    if (flags.removeEmpty || flags.keepEmpty)
+        removal.removeEmptyFolders = flags.removeEmpty;
+    if (removing) {
+        removal.remove = true;
+        settings = removeSettings;
+    } else {
+        removal.json = options.json;
+        removal.quiet = options.quiet;
+    }
     if (!settings.empty())
         UserDefaults::setStandardPath(settings);
     UserDefaults& store = UserDefaults::standardUserDefaults();
@@ -62,9 +123,10 @@ int main(int argc, char** argv) {
                   << "); it was left as it is\n";
         return cli::kExitUsage;
     }
-    const int status = cli::runScan(options);
+    const int status = removing ? cli::runRemove(removeOptions) : cli::runScan(options);
     CVError error;
-    if (!store.isReadOnly() && !store.synchronize(&error))
+    // A dry run leaves the settings file as it was.
+    if (!removal.dryRun && !store.isReadOnly() && !store.synchronize(&error))
         std::cerr << "corvel: cannot save settings: " << error.localizedDescription() << "\n";
     // Everything is written and saved; tearing down a tree of a million nodes would only
     // cost time, so the process ends here.

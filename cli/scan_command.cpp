@@ -9,9 +9,11 @@
 #include <chrono>
 #include <cstdio>
 #include <iostream>
+#include <thread>
 
 #include "engine/file_sizer.h"
 #include "json_writer.h"
+#include "plan_reader.h"
 #include "report.h"
 #include "platform/main_queue.h"
 #include "platform/notification_center.h"
@@ -20,6 +22,7 @@
 #include "platform/user_defaults.h"
 #include "removal/statistics_controller.h"
 #include "scan/duplicates_locator.h"
+#include "scan/group_verifier.h"
 #include "selection/selecting_controller.h"
 #include "settings/ignore_list.h"
 #include "stats_command.h"
@@ -63,6 +66,21 @@ public:
         std::cerr << details << "\n";
     }
 };
+
+// The results with the groups compared on samples confirmed byte for byte.
+std::shared_ptr<CVDuplicatesController> verifiedResults(CVDuplicatesController& scanned, bool quiet) {
+    const unsigned threads = std::max(1u, std::thread::hardware_concurrency());
+    const GroupVerification verification =
+        verifySampledGroups(scanned.allDuplicatesGroups(), threads, nullptr);
+    auto verified = std::make_shared<CVDuplicatesController>();
+    verified->addGroupsArray(verification.groups);
+    for (const auto& problem : verification.problems)
+        std::cerr << "corvel: --verify: " << problem << "\n";
+    if (!quiet && (verification.split > 0 || verification.dropped > 0))
+        std::cerr << "corvel: --verify: " << verification.split << " groups split and " << verification.dropped
+                  << " dropped: their copies differ beyond the compared samples\n";
+    return verified;
+}
 
 // Runs the automatic selection on every group, as the results' select-all does.
 void autoselectAll(CVDuplicatesController& results) {
@@ -143,8 +161,8 @@ int runScan(const ScanOptions& options) {
         std::cerr << "corvel: cannot scan " << refusedPath << ": " << refusalReason(refusedVerdict) << "\n";
         return kExitRefused;
     }
-    const auto results = locator.duplicatesController();
-    if (failed || !results) {
+    const auto scanned = locator.duplicatesController();
+    if (failed || !scanned) {
         std::cerr << (g_interrupted ? "corvel: scan interrupted\n" : "corvel: none of the folders could be scanned\n");
         return kExitFailure;
     }
@@ -152,9 +170,28 @@ int runScan(const ScanOptions& options) {
         std::cerr << "corvel: scan interrupted\n";
         return kExitFailure;
     }
-    recordScanStatistics(CVStatisticsController::sharedInstance(), roots.size(), *results);
+    std::shared_ptr<CVDuplicatesController> results = scanned;
+    if (options.verify)
+        results = verifiedResults(*scanned, options.quiet);
+    // A dry run changes nothing, the statistics included.
+    if (!options.removal.dryRun)
+        recordScanStatistics(CVStatisticsController::sharedInstance(), roots.size(), *results);
     if (options.autoselect)
         autoselectAll(*results);
+    if (!options.selectFile.empty()) {
+        std::string message;
+        if (!selectListedCopies(*results, options.selectFile, options.allowAllCopies, &message)) {
+            std::cerr << "corvel: --select: " << message << "; nothing was removed\n";
+            return kExitUsage;
+        }
+    }
+    if (options.removal.remove) {
+        if (!options.json) {
+            const std::string report = textReport(*results);
+            std::fwrite(report.data(), 1, report.size(), stdout);
+        }
+        return removeMarkedCopies(*results, roots, options.removal, g_interrupted);
+    }
     if (options.json) {
         writeJsonReport(roots, *results, stdout);
     } else {
@@ -169,6 +206,23 @@ int runScan(const ScanOptions& options) {
         }
     }
     return kExitOK;
+}
+
+int runRemove(const RemoveOptions& options) {
+    if (options.verbose)
+        setLogToStderr(true);
+    MainQueue::shared().setMainThread();
+    Plan plan;
+    std::string message;
+    if (!readPlan(options.plan, options.allowAllCopies, &plan, &message)) {
+        std::cerr << "corvel: " << message << "; nothing was removed\n";
+        return kExitUsage;
+    }
+    struct sigaction action {};
+    action.sa_handler = onInterrupt;
+    ::sigaction(SIGINT, &action, nullptr);
+    ::sigaction(SIGTERM, &action, nullptr);
+    return removeMarkedCopies(*plan.results, plan.roots, options.removal, g_interrupted);
 }
 
 } // namespace corvel::cli

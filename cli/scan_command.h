@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "removal_command.h"
+
 namespace corvel::cli {
 
 struct ScanOptions {
@@ -16,6 +18,10 @@ struct ScanOptions {
     std::string exportFile;
     bool quiet = false;
     bool verbose = false;
+    bool verify = false;        // confirm groups compared on samples byte for byte
+    std::string selectFile;     // mark the copies listed in the file
+    bool allowAllCopies = false;
+    RemovalOptions removal;
 };
 
 // Exit statuses of the command line.
@@ -23,5 +29,14 @@ enum ExitStatus : int { kExitOK = 0, kExitFailure = 1, kExitUsage = 2, kExitRefu
 
 // Runs the scan on the calling (main) thread's queue and prints to stdout/stderr.
 int runScan(const ScanOptions& options);
+
+// "corvel remove PLAN.json": the removal pass on a scan document.
+struct RemoveOptions {
+    std::string plan;
+    bool allowAllCopies = false;
+    bool verbose = false;
+    RemovalOptions removal;
+};
+int runRemove(const RemoveOptions& options);
 
 } // namespace corvel::cli

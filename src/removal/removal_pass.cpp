@@ -323,6 +323,10 @@ CVError CVRemovalPass::checkError(const std::string& reason) const {
 }
 
 bool CVRemovalPass::shredDuplicateFile(CVFile& file, bool toTrash, CVError* error) {
+    if (file.removeForbidden()) {
+        setError(error, checkError("it may not be removed"));
+        return false;
+    }
     // Nothing is touched before the copy passes its checks.
     const RemovalCheck check = m_verifier.checkBeforeRemoval(file, !toTrash);
     if (m_current)
