@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <functional>
+#include <limits>
 #include <sys/stat.h>
 
 #include "folder.h"
@@ -360,8 +361,23 @@ bool CVFile::isDuplicateOf(CVNode& other) {
 }
 
 std::int64_t CVFile::statMTime() const {
-    const std::int64_t seconds = m_statMTimeNanoseconds / kNanosecondsPerSecond;
-    return m_statMTimeNanoseconds % kNanosecondsPerSecond < 0 ? seconds - 1 : seconds;
+    if (flag(kMTimeInSeconds))
+        return m_statMTime;
+    const std::int64_t seconds = m_statMTime / kNanosecondsPerSecond;
+    return m_statMTime % kNanosecondsPerSecond < 0 ? seconds - 1 : seconds;
+}
+
+void CVFile::setStatMTime(std::int64_t seconds) {
+    constexpr std::int64_t kLimit = std::numeric_limits<std::int64_t>::max() / kNanosecondsPerSecond;
+    const bool inRange = seconds >= -kLimit && seconds <= kLimit;
+    m_statMTime = inRange ? seconds * kNanosecondsPerSecond : seconds;
+    setFlag(kMTimeInSeconds, !inRange);
+}
+
+std::int64_t CVFile::statMTimeNanoseconds() const {
+    if (!flag(kMTimeInSeconds))
+        return m_statMTime;
+    return m_statMTime < 0 ? std::numeric_limits<std::int64_t>::min() : std::numeric_limits<std::int64_t>::max();
 }
 
 std::uint64_t CVFile::device() const {

@@ -187,10 +187,15 @@ public:
     // Whole seconds, rounded down (also before 1970).
     std::int64_t statMTime() const;
     void setStatCTime(std::int64_t t) { m_statCTime = t; }
-    void setStatMTime(std::int64_t seconds) { m_statMTimeNanoseconds = seconds * kNanosecondsPerSecond; }
-    // The modification time to the nanosecond, as the walk read it.
-    std::int64_t statMTimeNanoseconds() const { return m_statMTimeNanoseconds; }
-    void setStatMTimeNanoseconds(std::int64_t nanoseconds) { m_statMTimeNanoseconds = nanoseconds; }
+    // Times beyond about 292 years from 1970 are kept as whole seconds.
+    void setStatMTime(std::int64_t seconds);
+    // The modification time to the nanosecond, as the walk read it (saturated for times
+    // kept in whole seconds).
+    std::int64_t statMTimeNanoseconds() const;
+    void setStatMTimeNanoseconds(std::int64_t nanoseconds) {
+        m_statMTime = nanoseconds;
+        setFlag(kMTimeInSeconds, false);
+    }
     static constexpr std::int64_t kNanosecondsPerSecond = 1000000000;
 
     // The device the item lies on, as the walk read it (0: unknown). Every item of one
@@ -255,6 +260,7 @@ protected:
         kChildrenUndeletable = 1 << 8,
         kAllChildrenIgnored = 1 << 9,
         kRelativePath = 1 << 10,
+        kMTimeInSeconds = 1 << 11, // m_statMTime holds seconds, not nanoseconds
     };
     bool flag(Flag f) const { return (m_flags.load(std::memory_order_relaxed) & f) != 0; }
     void setFlag(Flag f, bool value) {
@@ -269,7 +275,7 @@ private:
     std::atomic<std::int8_t> m_selectionType{0};
     CVFolder* m_parentFolder = nullptr;
     std::int64_t m_statCTime = 0;
-    std::int64_t m_statMTimeNanoseconds = 0;
+    std::int64_t m_statMTime = 0; // nanoseconds, or seconds with kMTimeInSeconds
 };
 
 // The file name without its extension ("photo" for "/a/photo.jpeg", ".bashrc" for "/a/.bashrc").

@@ -1,4 +1,5 @@
 #include <ctime>
+#include <limits>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -276,6 +277,16 @@ TEST(Node, ChildrenToRemoveAndDatesComeFromTheMarksAndTheDisk) {
         EXPECT_LE(created->secondsSince1970, now + 2);
         EXPECT_GE(created->secondsSince1970, now - 600) << "the birth time, not the modification time";
     }
+    // The walk's time to the nanosecond; whole seconds round down, also before 1970.
+    auto timed = file("/t/x");
+    timed->setStatMTimeNanoseconds(-1);
+    EXPECT_EQ(timed->statMTime(), -1);
+    timed->setStatMTimeNanoseconds(1500000000);
+    EXPECT_EQ(timed->statMTime(), 1);
+    timed->setStatMTime(std::numeric_limits<std::int64_t>::max());
+    EXPECT_EQ(timed->statMTime(), std::numeric_limits<std::int64_t>::max()) << "kept in seconds";
+    timed->setStatMTime(-2208988800);
+    EXPECT_EQ(timed->statMTimeNanoseconds(), -2208988800LL * 1000000000);
     EXPECT_FALSE(file(tree / "missing")->modifiedDate());
     EXPECT_FALSE(file(tree / "missing")->creationDate());
 }
