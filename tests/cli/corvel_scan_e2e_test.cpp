@@ -173,6 +173,47 @@ TEST_F(CorvelScan, FolderGroupsAreExactAndTheSameOnEveryRun) {
         << first;
 }
 
+TEST_F(CorvelScan, GroupsComparedOnSamplesSaySoAndVerifyConfirmsThem) {
+    // Large files equal in every sampled piece; one pair differs elsewhere.
+    std::string big(600000, 'b');
+    for (std::size_t i = 0; i < big.size(); ++i)
+        big[i] = static_cast<char>('a' + (i * 7919 % 26));
+    std::string altered = big;
+    altered[15000] = '#'; // between the head and the first sampled piece
+    tree.file("same/one.bin", big);
+    tree.file("same/two.bin", big);
+    std::string other = big;
+    other[0] = 'Z'; // another head: a group of its own
+    std::string otherAltered = other;
+    otherAltered[15000] = '#';
+    tree.file("differ/one.bin", other);
+    tree.file("differ/two.bin", otherAltered);
+    tree.file("small/a.txt", "small and whole");
+    tree.file("small/b.txt", "small and whole");
+    auto groupsOf = [](const nlohmann::json& doc) {
+        std::map<std::string, bool> verified; // first member's folder -> verified
+        for (const auto& group : doc["groups"]) {
+            const std::string path = group["files"][0]["path"];
+            verified[path.substr(0, path.rfind('/'))] = group["verified"];
+        }
+        return verified;
+    };
+    const Outcome sampled = corvel("scan --json --min-size 1 " + settings() + " " + quoted(tree.path()), home);
+    ASSERT_EQ(sampled.status, 0) << sampled.err;
+    EXPECT_EQ(groupsOf(nlohmann::json::parse(sampled.out)),
+              (std::map<std::string, bool>{{tree / "same", false}, {tree / "differ", false}, {tree / "small", true}}));
+    const Outcome text = corvel("scan --min-size 1 " + settings() + " " + quoted(tree.path()), home);
+    EXPECT_NE(text.out.find("compared by samples"), std::string::npos) << text.out;
+
+    const Outcome verified =
+        corvel("scan --json --verify --min-size 1 " + settings() + " " + quoted(tree.path()), home);
+    ASSERT_EQ(verified.status, 0) << verified.err;
+    EXPECT_EQ(groupsOf(nlohmann::json::parse(verified.out)),
+              (std::map<std::string, bool>{{tree / "same", true}, {tree / "small", true}}))
+        << "the pair that differs beyond its samples is dropped";
+    EXPECT_NE(verified.err.find("dropped"), std::string::npos) << verified.err;
+}
+
 TEST_F(CorvelScan, NamesThatAreNotUtf8AreWrittenWithSurrogateEscapes) {
     const std::string name = "caf\xE9 \xFF.jpg";
     tree.file("a/" + name, std::string(60000, 'c'));
