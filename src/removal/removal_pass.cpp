@@ -122,10 +122,12 @@ void CVRemovalPass::countDuplicates() {
 }
 
 void CVRemovalPass::runOnMain(const std::function<void()>& work, bool wait) {
+    // On the main thread both run at once, so the counters change before the end of the
+    // pass reads them, as they do when the pass has its own thread.
     if (wait)
         MainQueue::shared().postAndWait(work);
     else
-        MainQueue::shared().post(work);
+        MainQueue::shared().deliver(work);
 }
 
 void CVRemovalPass::shreddList() {
