@@ -132,15 +132,17 @@ void CVRemovalPass::runOnMain(const std::function<void()>& work, bool wait) {
 
 void CVRemovalPass::shreddList() {
     sharedTracker().trackEvent("Deletion Summary", "Remove", "", 0);
-    countDuplicates();
-    if (m_count == 0) {
-        removeFinishedWithSize(0, 0, false, false);
-        return;
-    }
+    // Stop comes first: a pass whose copies are all handled is still running, and ends
+    // (once) on its own thread.
     if (m_shredInProgress) {
         requestStop();
         m_services.view.setRemoveButton(localized("ButtonTitle_Remove", "Buttons"),
                                         localized("ButtonToolTip_Remove", "Buttons"));
+        return;
+    }
+    countDuplicates();
+    if (m_count == 0) {
+        removeFinishedWithSize(0, 0, false, false);
         return;
     }
     m_services.view.setCloseButtonEnabled(false);
