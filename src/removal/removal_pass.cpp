@@ -221,7 +221,8 @@ void CVRemovalPass::cleanDuplicates() {
         if (!file->needToRemove())
             continue;
         m_current = &m_records[i];
-        handle(file, marked[i].second, toTrash);
+        if (!handle(file, marked[i].second, toTrash))
+            break; // stopped during its checks: it stays marked and in the collector
         if (!m_options.dryRun) {
             file->setWasRemoved(true);
             if (CVGroup* owner = file->parentGroup()) {
@@ -264,9 +265,12 @@ void CVRemovalPass::cleanDuplicates() {
         m_services.defaults.synchronize();
 }
 
-void CVRemovalPass::handle(const std::shared_ptr<CVFile>& file, std::size_t, bool toTrash) {
+bool CVRemovalPass::handle(const std::shared_ptr<CVFile>& file, std::size_t, bool toTrash) {
     CVError error;
     const bool ok = shredDuplicateFile(*file, toTrash, &error);
+    if (!ok && !m_shredInProgress && error.domain == kRemovalCheckErrorDomain &&
+        error.localizedDescription() == kReasonStopped)
+        return false;
     const std::uint64_t fileSize = file->sizeOnDisk();
     const std::string path = file->path();
     FileRecord& record = *m_current;
@@ -275,7 +279,7 @@ void CVRemovalPass::handle(const std::shared_ptr<CVFile>& file, std::size_t, boo
             record.outcome = Outcome::WouldFail;
             record.error = error.localizedDescription();
         }
-        return;
+        return true;
     }
     if (ok) {
         record.outcome = toTrash ? Outcome::Trashed : Outcome::Deleted;
@@ -303,6 +307,7 @@ void CVRemovalPass::handle(const std::shared_ptr<CVFile>& file, std::size_t, boo
             m_services.view.fileHandled(*file, ok, reason);
         },
         false);
+    return true;
 }
 
 void CVRemovalPass::tick(std::chrono::steady_clock::time_point& lastTick) {

@@ -153,7 +153,8 @@ public:
 private:
     void startPass();
     void runOnMain(const std::function<void()>& work, bool wait);
-    void handle(const std::shared_ptr<CVFile>& file, std::size_t group, bool toTrash);
+    // False when a stop came while the copy was checked: nothing was done to it.
+    bool handle(const std::shared_ptr<CVFile>& file, std::size_t group, bool toTrash);
     void tick(std::chrono::steady_clock::time_point& lastTick);
     bool parentMayBeCleaned(const std::string& folder) const;
     bool isEmptyForCleanUp(const std::string& folder) const;
