@@ -309,6 +309,26 @@ TEST(RemovalChecks, AnEqualCopyGoesAndNamesItsKeptCopy) {
     EXPECT_EQ(record->keptCopy, h.files("kept.txt")) << "the first member that is byte-equal";
 }
 
+// Another file put in the copy's place after the checks, just before the move: the move
+// refuses it, and it stays.
+TEST(RemovalChecks, AFileSwappedInJustBeforeTheMoveStays) {
+    RemovalHarness h;
+    auto g = h.copies("kept.txt", {"copy.txt"}, "checked words");
+    const std::string copy = g->files()[1]->path();
+    h.trash.setBeforeMoveHook([&](const std::string&) {
+        const std::string newcomer = h.tree.file("newcomer.txt", "arrived meanwhile");
+        ASSERT_EQ(::rename(newcomer.c_str(), copy.c_str()), 0);
+    });
+    auto pass = h.pass(true);
+    runPass(*pass);
+    EXPECT_EQ(test::TempTree::read(copy), "arrived meanwhile");
+    EXPECT_EQ(recordOf(*pass, copy)->outcome, Outcome::Failed);
+    EXPECT_EQ(recordOf(*pass, copy)->error, kReasonChanged);
+    std::map<std::string, std::string> trashed;
+    contentsUnder(h.homeTrash(), trashed);
+    EXPECT_TRUE(trashed.empty()) << trashed.begin()->first;
+}
+
 TEST(RemovalChecks, AForcedGroupGoesWholeToTheTrash) {
     RemovalHarness h;
     auto g = h.copies("a.txt", {"b.txt"}, "forced");
