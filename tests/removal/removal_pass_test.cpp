@@ -147,6 +147,31 @@ TEST_P(RemovalStop, LeavesTheUnhandledCopiesMarkedAndChangesNoTotals) {
 INSTANTIATE_TEST_SUITE_P(Modes, RemovalStop, testing::Bool(),
                          [](const auto& param) { return param.param ? "ToTrash" : "Delete"; });
 
+// Copies of groups whose every copy the user forced go to the Trash without a comparison,
+// so only the pass's own loop hears the stop.
+TEST(RemovalStopButton, IsHeardBetweenCopiesThatNeedNoComparison) {
+    RemovalHarness h;
+    std::vector<std::shared_ptr<CVFile>> files;
+    for (int i = 0; i < 3; ++i) {
+        auto g = h.copies("a" + std::to_string(i), {"b" + std::to_string(i)}, "forced " + std::to_string(i));
+        g->files()[0]->setNeedToRemove(true);
+        g->setUserForcedAllCopies(true);
+        for (const auto& f : g->files())
+            files.push_back(f);
+    }
+    auto pass = h.pass(true);
+    h.view.onTick = [&](std::uint64_t handled, std::uint64_t) {
+        if (handled == 2)
+            pass->requestStop();
+    };
+    runPass(*pass);
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        EXPECT_EQ(exists(files[i]->path()), i >= 2) << files[i]->path();
+        EXPECT_EQ(files[i]->wasRemoved(), i < 2) << files[i]->path();
+    }
+    EXPECT_EQ(pass->count(), 4u);
+}
+
 // Stop pressed while the last tick shows: the pass ends once, as a stopped pass.
 TEST(RemovalStopButton, PressedAtTheLastTickEndsThePassOnce) {
     RemovalHarness h;
@@ -680,7 +705,7 @@ INSTANTIATE_TEST_SUITE_P(
                                 [](RemovalHarness& h) {
                                     return copyIn(h, "files/a", {".DS_Store", "other.txt"});
                                 }},
-                    CleanUpCase{"AHiddenFileLeft", false, true, false, false,
+                    CleanUpCase{"AHiddenFileLeftTrash", true, true, false, false,
                                 [](RemovalHarness& h) { return copyIn(h, "files/a", {".hidden"}); }},
                     CleanUpCase{"OptionOff", true, false, true, false,
                                 [](RemovalHarness& h) { return copyIn(h, "files/a", {".DS_Store"}); }},
@@ -955,6 +980,8 @@ TEST(RemovalDryRun, ChangesNothingAndSaysWhatWouldHappen) {
         std::map<std::string, std::string> after;
         snapshot(h.tree.path(), before);
         const std::string settingsBefore = fileBytes(h.scan.defaults.path());
+        // A change not yet saved stays unsaved: the dry run writes no settings.
+        h.scan.defaults.setObject(PropertyValue("not saved yet"), "UnsavedChoice");
 
         auto options = h.options(toTrash, true);
         options.dryRun = true;
@@ -964,6 +991,7 @@ TEST(RemovalDryRun, ChangesNothingAndSaysWhatWouldHappen) {
         snapshot(h.tree.path(), after);
         EXPECT_EQ(after, before);
         EXPECT_EQ(fileBytes(h.scan.defaults.path()), settingsBefore);
+        h.scan.defaults.removeObjectForKey("UnsavedChoice");
         ASSERT_TRUE(h.scan.defaults.synchronize());
         EXPECT_EQ(fileBytes(h.scan.defaults.path()), settingsBefore) << "nothing changed in memory either";
         EXPECT_TRUE(h.driver.launched.empty());
