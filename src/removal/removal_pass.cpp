@@ -249,13 +249,13 @@ void CVRemovalPass::cleanDuplicates() {
     runOnMain(
         [this, total, removedSize, removedFiles, complete, stoppedByUser] {
             m_services.view.setWindowState(m_shredInProgress ? 10 : 8);
-            const std::string summary =
-                formatf("%@ / Total Deleted Size: %ld MB, Time Elapsed: %@, Total Deleted Items: %ld Duplicates",
-                        std::string(stoppedByUser ? "Cleanup Interrupted" : "Cleanup Completed"),
-                        static_cast<long>(removedSize / 1000000),
-                        humanDuration(std::chrono::system_clock::now() -
-                                      m_cleanStartDate.value_or(std::chrono::system_clock::now())),
-                        static_cast<long>(removedFiles));
+            const std::string summary = formatf(
+                "%@ / Total Deleted Size: %ld MB, Time Elapsed: %@, Total Deleted Items: %ld Duplicates",
+                std::string(stoppedByUser ? "Cleanup Interrupted" : "Cleanup Completed"),
+                static_cast<long>(removedSize / 1000000),
+                humanDuration(std::chrono::system_clock::now() -
+                              m_cleanStartDate.value_or(std::chrono::system_clock::now())),
+                static_cast<long>(removedFiles));
             sharedTracker().trackEvent("Cleanup", summary, "", 0);
             m_cleanStartDate.reset();
             removeFinishedWithSize(removedSize, total, complete, stoppedByUser);
@@ -285,8 +285,9 @@ bool CVRemovalPass::handle(const std::shared_ptr<CVFile>& file, std::size_t, boo
         record.outcome = toTrash ? Outcome::Trashed : Outcome::Deleted;
         m_removedSize += fileSize;
         ++m_removedFiles;
-        systemLogf("Successfully removed file%@ %@ size = %llu type = %@", std::string(toTrash ? " to Trash" : ""),
-                   path, file->size(), std::string(CVFile::stringSelectionType(file->selectionType())));
+        systemLogf("Successfully removed file%@ %@ size = %llu type = %@",
+                   std::string(toTrash ? " to Trash" : ""), path, file->size(),
+                   std::string(CVFile::stringSelectionType(file->selectionType())));
     } else {
         record.outcome = Outcome::Failed;
         record.error = error.localizedDescription();
@@ -506,7 +507,8 @@ std::optional<CVError> CVRemovalPass::shrediPhotoDup(CVFile& file) {
         }
     }
     const PropertyValue info = file.info();
-    const std::string version = info["iPhotoVersion"].isNull() ? std::string() : info["iPhotoVersion"].toString();
+    const std::string version =
+        info["iPhotoVersion"].isNull() ? std::string() : info["iPhotoVersion"].toString();
     const bool useAdd = versionIsLower(version, "9.3");
     const bool isVideo = info["PhotoIsMovie"].toBool();
     const std::string path = file.path();
@@ -526,15 +528,16 @@ std::optional<CVError> CVRemovalPass::shrediPhotoDup(CVFile& file) {
         return failure;
     }
     if (!m_options.dryRun) {
-        PropertyValue::Array removed = m_services.defaults.arrayForKey(kRemovedPhotosKey).value_or(PropertyValue::Array{});
+        PropertyValue::Array removed =
+            m_services.defaults.arrayForKey(kRemovedPhotosKey).value_or(PropertyValue::Array{});
         removed.emplace_back(path);
         m_services.defaults.setObject(PropertyValue(std::move(removed)), kRemovedPhotosKey);
     }
     return std::nullopt;
 }
 
-std::optional<PropertyValue::Dictionary> CVRemovalPass::trashiPhotoImageWithPath(const std::string& path, bool useAdd,
-                                                                                 bool isVideo) {
+std::optional<PropertyValue::Dictionary> CVRemovalPass::trashiPhotoImageWithPath(const std::string& path,
+                                                                                 bool useAdd, bool isVideo) {
     return m_services.libraryAppDriver.runScript(iPhotoTrashScript(path, useAdd, isVideo));
 }
 
@@ -585,12 +588,13 @@ void CVRemovalPass::removeFinishedWithSize(std::uint64_t size, std::uint64_t fil
         m_services.achievements.shreddingFinishedAndRemoved(size, !complete, m_iPhotoWasLaunched);
         m_services.statistics.removalFinishedWithSize(size, files);
     }
-    view.setDoneButtonToolTip(localized(complete ? "ButtonToolTip_ScanAnotherFolder" : "ButtonToolTip_BackToResults",
-                                        "Buttons"));
+    view.setDoneButtonToolTip(
+        localized(complete ? "ButtonToolTip_ScanAnotherFolder" : "ButtonToolTip_BackToResults", "Buttons"));
     if (m_errorFilesCount == 0)
         view.showSuccessView();
     else
-        view.showErrorList(formatf(localized("TextFieldString_TotalUndeletedSize"), stringWithSize(m_failedSize)));
+        view.showErrorList(
+            formatf(localized("TextFieldString_TotalUndeletedSize"), stringWithSize(m_failedSize)));
     m_finished = true;
 }
 

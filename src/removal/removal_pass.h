@@ -75,9 +75,9 @@ public:
     struct Options {
         std::optional<bool> moveToTrash;        // this pass only; else "MoveIntoTrash"
         std::optional<bool> removeEmptyFolders; // this pass only; else "RemoveEmptyFolders"
-        bool dryRun = false;    // decide and report, change nothing (files, Trash, settings)
-        bool tickPacing = true; // at least 0.2 s between ticks and a pause at the end
-        std::vector<std::string> scanRoots; // never removed by the clean-up
+        bool dryRun = false;                    // decide and report, change nothing (files, Trash, settings)
+        bool tickPacing = true;                 // at least 0.2 s between ticks and a pause at the end
+        std::vector<std::string> scanRoots;     // never removed by the clean-up
     };
 
     enum class Outcome { Trashed, Deleted, Failed, NotHandled, WouldTrash, WouldDelete, WouldFail };
