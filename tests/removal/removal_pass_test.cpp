@@ -3,7 +3,9 @@
 #include <fcntl.h>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <csignal>
 #include <sys/mount.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
@@ -249,6 +251,44 @@ TEST(RemovalStopButton, PressedDuringTheComparisonLeavesTheCopyMarked) {
     EXPECT_EQ(recordOf(*pass, copy)->outcome, Outcome::NotHandled) << recordOf(*pass, copy)->error;
     EXPECT_EQ(pass->errorFilesCount(), 0u);
     EXPECT_EQ(pass->count(), 1u);
+}
+
+// A face that goes away while its pass runs (a window closed, an error in the command
+// line) destroys the pass on the main thread while the pass's thread waits for that
+// thread. Run in a child process, so a hang is seen and cannot stall the tests.
+TEST(RemovalStopButton, APassDestroyedWhileRunningEndsAfterItsCurrentCopy) {
+    RemovalHarness h;
+    std::vector<std::string> copies;
+    for (int i = 0; i < 5; ++i)
+        copies.push_back(h.copies("k" + std::to_string(i), {"c" + std::to_string(i)}, "x" + std::to_string(i))
+                             ->files()[1]
+                             ->path());
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        {
+            auto pass = h.pass(true);
+            pass->shreddList();
+        }
+        ::_exit(0);
+    }
+    int status = 0;
+    bool ended = false;
+    for (int waited = 0; waited < 1000 && !ended; ++waited) {
+        ended = ::waitpid(child, &status, WNOHANG) == child;
+        if (!ended)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    if (!ended) {
+        ::kill(child, SIGKILL);
+        ::waitpid(child, &status, 0);
+    }
+    ASSERT_TRUE(ended) << "the destructor waited for a thread that waited for it";
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    std::size_t left = 0;
+    for (const auto& copy : copies)
+        left += exists(copy) ? 1 : 0;
+    EXPECT_GE(left, 4u) << "the pass stops after the copy it was handling";
 }
 
 // ---------------------------------------------------------------------------------------
