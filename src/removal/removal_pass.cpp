@@ -169,7 +169,10 @@ void CVRemovalPass::waitForPass() {
 }
 
 void CVRemovalPass::cleanDuplicates() {
-    m_shredInProgress = true;
+    // On the pass's own thread the flag was set by startPass, and a stop requested since
+    // must not be undone.
+    if (!m_threadRunning.load())
+        m_shredInProgress = true;
     m_finished = false;
     m_records.clear();
     m_removedFolders.clear();
