@@ -90,6 +90,11 @@ CVRemovalPass::CVRemovalPass(Services services, Options options)
 
 CVRemovalPass::~CVRemovalPass() {
     requestStop();
+    // The pass's thread may be waiting for the main thread: on it, run the queue until the
+    // pass has ended (after its current copy).
+    if (MainQueue::shared().isMainThread())
+        while (m_threadRunning.load())
+            MainQueue::shared().runUntil([this] { return !m_threadRunning.load(); }, std::chrono::seconds(1));
     if (m_thread.joinable())
         m_thread.join();
 }

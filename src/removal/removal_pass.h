@@ -96,6 +96,8 @@ public:
     };
 
     CVRemovalPass(Services services, Options options);
+    // Stops a running pass and waits for it (running the main queue meanwhile when called
+    // on the main thread); its services must still be alive.
     ~CVRemovalPass();
     CVRemovalPass(const CVRemovalPass&) = delete;
     CVRemovalPass& operator=(const CVRemovalPass&) = delete;
