@@ -60,9 +60,12 @@ CVFolder::CVFolder(std::string path, std::string name, std::uint64_t size, std::
 CVFolder::~CVFolder() {
     for (const auto& child : children())
         if (auto* file = dynamic_cast<CVFile*>(child.get()); file && file->parentFolder() == this) {
-            if (child.use_count() > 1)
-                file->setPath(file->path()); // it lives on (in a group): give it its full path
+            const bool livesOn = child.use_count() > 1; // in a group
+            if (livesOn)
+                file->setPath(file->path()); // give it its full path
             file->setParentFolder(nullptr);
+            if (livesOn && file->device() == 0)
+                file->setDevice(device()); // and the device it asked this folder for
         }
 }
 

@@ -90,6 +90,11 @@ CVRemovalPass::CVRemovalPass(Services services, Options options)
 
 CVRemovalPass::~CVRemovalPass() {
     requestStop();
+    // The pass's thread may be waiting for the main thread: on it, run the queue until the
+    // pass has ended (after its current copy).
+    if (MainQueue::shared().isMainThread())
+        while (m_threadRunning.load())
+            MainQueue::shared().runUntil([this] { return !m_threadRunning.load(); }, std::chrono::seconds(1));
     if (m_thread.joinable())
         m_thread.join();
 }
@@ -122,23 +127,27 @@ void CVRemovalPass::countDuplicates() {
 }
 
 void CVRemovalPass::runOnMain(const std::function<void()>& work, bool wait) {
+    // On the main thread both run at once, so the counters change before the end of the
+    // pass reads them, as they do when the pass has its own thread.
     if (wait)
         MainQueue::shared().postAndWait(work);
     else
-        MainQueue::shared().post(work);
+        MainQueue::shared().deliver(work);
 }
 
 void CVRemovalPass::shreddList() {
     sharedTracker().trackEvent("Deletion Summary", "Remove", "", 0);
-    countDuplicates();
-    if (m_count == 0) {
-        removeFinishedWithSize(0, 0, false, false);
-        return;
-    }
+    // Stop comes first: a pass whose copies are all handled is still running, and ends
+    // (once) on its own thread.
     if (m_shredInProgress) {
         requestStop();
         m_services.view.setRemoveButton(localized("ButtonTitle_Remove", "Buttons"),
                                         localized("ButtonToolTip_Remove", "Buttons"));
+        return;
+    }
+    countDuplicates();
+    if (m_count == 0) {
+        removeFinishedWithSize(0, 0, false, false);
         return;
     }
     m_services.view.setCloseButtonEnabled(false);
@@ -165,7 +174,10 @@ void CVRemovalPass::waitForPass() {
 }
 
 void CVRemovalPass::cleanDuplicates() {
-    m_shredInProgress = true;
+    // On the pass's own thread the flag was set by startPass, and a stop requested since
+    // must not be undone.
+    if (!m_threadRunning.load())
+        m_shredInProgress = true;
     m_finished = false;
     m_records.clear();
     m_removedFolders.clear();
@@ -217,7 +229,8 @@ void CVRemovalPass::cleanDuplicates() {
         if (!file->needToRemove())
             continue;
         m_current = &m_records[i];
-        handle(file, marked[i].second, toTrash);
+        if (!handle(file, marked[i].second, toTrash))
+            break; // stopped during its checks: it stays marked and in the collector
         if (!m_options.dryRun) {
             file->setWasRemoved(true);
             if (CVGroup* owner = file->parentGroup()) {
@@ -244,13 +257,13 @@ void CVRemovalPass::cleanDuplicates() {
     runOnMain(
         [this, total, removedSize, removedFiles, complete, stoppedByUser] {
             m_services.view.setWindowState(m_shredInProgress ? 10 : 8);
-            const std::string summary =
-                formatf("%@ / Total Deleted Size: %ld MB, Time Elapsed: %@, Total Deleted Items: %ld Duplicates",
-                        std::string(stoppedByUser ? "Cleanup Interrupted" : "Cleanup Completed"),
-                        static_cast<long>(removedSize / 1000000),
-                        humanDuration(std::chrono::system_clock::now() -
-                                      m_cleanStartDate.value_or(std::chrono::system_clock::now())),
-                        static_cast<long>(removedFiles));
+            const std::string summary = formatf(
+                "%@ / Total Deleted Size: %ld MB, Time Elapsed: %@, Total Deleted Items: %ld Duplicates",
+                std::string(stoppedByUser ? "Cleanup Interrupted" : "Cleanup Completed"),
+                static_cast<long>(removedSize / 1000000),
+                humanDuration(std::chrono::system_clock::now() -
+                              m_cleanStartDate.value_or(std::chrono::system_clock::now())),
+                static_cast<long>(removedFiles));
             sharedTracker().trackEvent("Cleanup", summary, "", 0);
             m_cleanStartDate.reset();
             removeFinishedWithSize(removedSize, total, complete, stoppedByUser);
@@ -260,9 +273,12 @@ void CVRemovalPass::cleanDuplicates() {
         m_services.defaults.synchronize();
 }
 
-void CVRemovalPass::handle(const std::shared_ptr<CVFile>& file, std::size_t, bool toTrash) {
+bool CVRemovalPass::handle(const std::shared_ptr<CVFile>& file, std::size_t, bool toTrash) {
     CVError error;
     const bool ok = shredDuplicateFile(*file, toTrash, &error);
+    if (!ok && !m_shredInProgress && error.domain == kRemovalCheckErrorDomain &&
+        error.localizedDescription() == kReasonStopped)
+        return false;
     const std::uint64_t fileSize = file->sizeOnDisk();
     const std::string path = file->path();
     FileRecord& record = *m_current;
@@ -271,14 +287,15 @@ void CVRemovalPass::handle(const std::shared_ptr<CVFile>& file, std::size_t, boo
             record.outcome = Outcome::WouldFail;
             record.error = error.localizedDescription();
         }
-        return;
+        return true;
     }
     if (ok) {
         record.outcome = toTrash ? Outcome::Trashed : Outcome::Deleted;
         m_removedSize += fileSize;
         ++m_removedFiles;
-        systemLogf("Successfully removed file%@ %@ size = %llu type = %@", std::string(toTrash ? " to Trash" : ""),
-                   path, file->size(), std::string(CVFile::stringSelectionType(file->selectionType())));
+        systemLogf("Successfully removed file%@ %@ size = %llu type = %@",
+                   std::string(toTrash ? " to Trash" : ""), path, file->size(),
+                   std::string(CVFile::stringSelectionType(file->selectionType())));
     } else {
         record.outcome = Outcome::Failed;
         record.error = error.localizedDescription();
@@ -299,6 +316,7 @@ void CVRemovalPass::handle(const std::shared_ptr<CVFile>& file, std::size_t, boo
             m_services.view.fileHandled(*file, ok, reason);
         },
         false);
+    return true;
 }
 
 void CVRemovalPass::tick(std::chrono::steady_clock::time_point& lastTick) {
@@ -501,7 +519,8 @@ std::optional<CVError> CVRemovalPass::shrediPhotoDup(CVFile& file) {
         }
     }
     const PropertyValue info = file.info();
-    const std::string version = info["iPhotoVersion"].isNull() ? std::string() : info["iPhotoVersion"].toString();
+    const std::string version =
+        info["iPhotoVersion"].isNull() ? std::string() : info["iPhotoVersion"].toString();
     const bool useAdd = versionIsLower(version, "9.3");
     const bool isVideo = info["PhotoIsMovie"].toBool();
     const std::string path = file.path();
@@ -521,15 +540,16 @@ std::optional<CVError> CVRemovalPass::shrediPhotoDup(CVFile& file) {
         return failure;
     }
     if (!m_options.dryRun) {
-        PropertyValue::Array removed = m_services.defaults.arrayForKey(kRemovedPhotosKey).value_or(PropertyValue::Array{});
+        PropertyValue::Array removed =
+            m_services.defaults.arrayForKey(kRemovedPhotosKey).value_or(PropertyValue::Array{});
         removed.emplace_back(path);
         m_services.defaults.setObject(PropertyValue(std::move(removed)), kRemovedPhotosKey);
     }
     return std::nullopt;
 }
 
-std::optional<PropertyValue::Dictionary> CVRemovalPass::trashiPhotoImageWithPath(const std::string& path, bool useAdd,
-                                                                                 bool isVideo) {
+std::optional<PropertyValue::Dictionary> CVRemovalPass::trashiPhotoImageWithPath(const std::string& path,
+                                                                                 bool useAdd, bool isVideo) {
     return m_services.libraryAppDriver.runScript(iPhotoTrashScript(path, useAdd, isVideo));
 }
 
@@ -580,12 +600,13 @@ void CVRemovalPass::removeFinishedWithSize(std::uint64_t size, std::uint64_t fil
         m_services.achievements.shreddingFinishedAndRemoved(size, !complete, m_iPhotoWasLaunched);
         m_services.statistics.removalFinishedWithSize(size, files);
     }
-    view.setDoneButtonToolTip(localized(complete ? "ButtonToolTip_ScanAnotherFolder" : "ButtonToolTip_BackToResults",
-                                        "Buttons"));
+    view.setDoneButtonToolTip(
+        localized(complete ? "ButtonToolTip_ScanAnotherFolder" : "ButtonToolTip_BackToResults", "Buttons"));
     if (m_errorFilesCount == 0)
         view.showSuccessView();
     else
-        view.showErrorList(formatf(localized("TextFieldString_TotalUndeletedSize"), stringWithSize(m_failedSize)));
+        view.showErrorList(
+            formatf(localized("TextFieldString_TotalUndeletedSize"), stringWithSize(m_failedSize)));
     m_finished = true;
 }
 

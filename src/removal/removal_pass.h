@@ -75,9 +75,9 @@ public:
     struct Options {
         std::optional<bool> moveToTrash;        // this pass only; else "MoveIntoTrash"
         std::optional<bool> removeEmptyFolders; // this pass only; else "RemoveEmptyFolders"
-        bool dryRun = false;    // decide and report, change nothing (files, Trash, settings)
-        bool tickPacing = true; // at least 0.2 s between ticks and a pause at the end
-        std::vector<std::string> scanRoots; // never removed by the clean-up
+        bool dryRun = false;                    // decide and report, change nothing (files, Trash, settings)
+        bool tickPacing = true;                 // at least 0.2 s between ticks and a pause at the end
+        std::vector<std::string> scanRoots;     // never removed by the clean-up
     };
 
     enum class Outcome { Trashed, Deleted, Failed, NotHandled, WouldTrash, WouldDelete, WouldFail };
@@ -96,6 +96,8 @@ public:
     };
 
     CVRemovalPass(Services services, Options options);
+    // Stops a running pass and waits for it (running the main queue meanwhile when called
+    // on the main thread); its services must still be alive.
     ~CVRemovalPass();
     CVRemovalPass(const CVRemovalPass&) = delete;
     CVRemovalPass& operator=(const CVRemovalPass&) = delete;
@@ -153,7 +155,8 @@ public:
 private:
     void startPass();
     void runOnMain(const std::function<void()>& work, bool wait);
-    void handle(const std::shared_ptr<CVFile>& file, std::size_t group, bool toTrash);
+    // False when a stop came while the copy was checked: nothing was done to it.
+    bool handle(const std::shared_ptr<CVFile>& file, std::size_t group, bool toTrash);
     void tick(std::chrono::steady_clock::time_point& lastTick);
     bool parentMayBeCleaned(const std::string& folder) const;
     bool isEmptyForCleanUp(const std::string& folder) const;

@@ -85,7 +85,7 @@ RemovalCheck RemovalVerifier::checkBeforeRemoval(const CVFile& copy, bool perman
             return check;
         }
         if (comparison.outcome == ContentComparison::Stopped) {
-            check.reason = "stopped";
+            check.reason = kReasonStopped;
             return check;
         }
         (comparison.outcome == ContentComparison::Different ? difference : uncertainty) = comparison.message;

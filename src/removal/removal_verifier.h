@@ -48,6 +48,9 @@ inline constexpr const char* kReasonChanged = "changed since the scan";
 inline constexpr const char* kReasonDiffers = "differs from the kept copy";
 inline constexpr const char* kReasonNoKeptCopy = "no verified copy would remain";
 inline constexpr const char* kReasonHardLink = "a hard link of the kept copy: removing it frees nothing";
-inline constexpr const char* kReasonAllCopiesPermanently = "every copy of the group is chosen: they may only go to the Trash";
+inline constexpr const char* kReasonAllCopiesPermanently =
+    "every copy of the group is chosen: they may only go to the Trash";
+// A stop was requested while the copy was compared: it was not handled.
+inline constexpr const char* kReasonStopped = "stopped";
 
 } // namespace corvel

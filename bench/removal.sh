@@ -1,0 +1,56 @@
+#!/usr/bin/env bash
+# Times a removal pass over many small copies against the plain file operations it
+# stands for: the pass to the Trash against `mv` of the same copies into one folder, and
+# the pass's checks alone (a dry run: every copy compared byte for byte with its kept
+# copy) against `cat` of the same files. Warm cache; medians of ROUNDS runs.
+#
+#   bench/removal.sh [COUNT] [ROUNDS]
+set -euo pipefail
+cd "$(dirname "$0")/.."
+count=${1:-10000}
+rounds=${2:-3}
+corvel=$(pwd)/build/bin/corvel
+make -s build >/dev/null
+scratch=$(mktemp -d /tmp/corvel-removal-bench.XXXXXX)
+trap 'rm -rf "$scratch"' EXIT
+export HOME=$scratch/home XDG_DATA_HOME=$scratch/home/.local/share XDG_CONFIG_HOME=$scratch/home/.config
+mkdir -p "$HOME"
+tree=$scratch/tree
+settings=$scratch/settings.plist
+
+make_copies() {
+    rm -rf "$tree" "$XDG_DATA_HOME/Trash" "$scratch/dest"
+    mkdir -p "$tree/keep" "$tree/copies" "$scratch/dest"
+    echo "only here" >"$tree/keep/only-here.txt"
+    for ((i = 0; i < count; i++)); do
+        printf 'file %d %0200d\n' "$i" 0 >"$tree/keep/f$i.txt"
+    done
+    cp -a "$tree/keep/." "$tree/copies/"
+    rm "$tree/copies/only-here.txt"
+}
+
+median() { sort -g | awk '{ v[NR] = $1 } END { if (NR % 2) print v[(NR + 1) / 2]; else print (v[NR / 2] + v[NR / 2 + 1]) / 2 }'; }
+seconds() { /usr/bin/time -f '%e' -o "$scratch/t" "$@" >/dev/null 2>&1 || true; tail -n 1 "$scratch/t"; }
+
+make_copies
+find "$tree/copies" -type f >"$scratch/list"
+"$corvel" scan --quiet --json --min-size 1 --settings "$settings" --select "$scratch/list" "$tree" >"$scratch/plan.json"
+
+pass="" mv="" dry="" cat=""
+for ((r = 0; r < rounds; r++)); do
+    make_copies
+    sync
+    cat "$tree"/keep/* "$tree"/copies/* >/dev/null
+    dry+="$(seconds "$corvel" remove --quiet --dry-run --settings "$settings" "$scratch/plan.json") "
+    cat+="$(seconds bash -c "cat '$tree'/keep/* '$tree'/copies/* >/dev/null") "
+    pass+="$(seconds "$corvel" remove --quiet --yes --settings "$settings" "$scratch/plan.json") "
+    test -z "$(ls -A "$tree/copies")" || echo "warning: copies left after the pass" >&2
+    make_copies
+    sync
+    mv+="$(seconds bash -c "find '$tree/copies' -type f -exec mv -t '$scratch/dest' {} +") "
+done
+printf '%-34s %8s\n' "$count copies" seconds
+printf '%-34s %8.2f\n' "corvel remove (to the Trash)" "$(tr ' ' '\n' <<<"$pass" | grep . | median)"
+printf '%-34s %8.2f\n' "mv into one folder" "$(tr ' ' '\n' <<<"$mv" | grep . | median)"
+printf '%-34s %8.2f\n' "corvel remove --dry-run (checks)" "$(tr ' ' '\n' <<<"$dry" | grep . | median)"
+printf '%-34s %8.2f\n' "cat of the same files" "$(tr ' ' '\n' <<<"$cat" | grep . | median)"

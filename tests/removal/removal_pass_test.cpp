@@ -1,0 +1,1060 @@
+#include <atomic>
+#include <cstring>
+#include <fcntl.h>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <csignal>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+#include "engine/file_sizer.h"
+#include "platform/file_io.h"
+#include "platform/system_log.h"
+#include "platform/volumes.h"
+#include "removal/removal_verifier.h"
+#include "removal_harness.h"
+
+namespace corvel {
+namespace {
+
+using test::exists;
+using test::recordOf;
+using test::RemovalHarness;
+using test::runPass;
+using Outcome = CVRemovalPass::Outcome;
+
+std::uint64_t sizeOnDiskOf(const std::vector<std::shared_ptr<CVGroup>>& groups, std::size_t member) {
+    std::uint64_t total = 0;
+    for (const auto& g : groups)
+        total += g->files()[member]->sizeOnDisk();
+    return total;
+}
+
+std::string replaceAll(std::string text, const std::string& what, const std::string& with) {
+    for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + with.size()))
+        text.replace(at, what.size(), with);
+    return text;
+}
+
+// ---------------------------------------------------------------------------------------
+// Progress ticks: N / 20 files a tick from 20 files on, every file below.
+
+struct TickCase {
+    std::size_t files;
+    std::uint64_t step;
+    friend void PrintTo(const TickCase& c, std::ostream* os) { *os << c.files << " files"; }
+};
+
+class RemovalTicks : public testing::TestWithParam<TickCase> {};
+
+TEST_P(RemovalTicks, ComeEveryStepFiles) {
+    const auto& c = GetParam();
+    RemovalHarness h;
+    for (std::size_t i = 0; i < c.files; ++i)
+        h.copies("k" + std::to_string(i), {"c" + std::to_string(i)}, "contents " + std::to_string(i));
+    auto pass = h.pass(false);
+    runPass(*pass);
+
+    std::vector<std::pair<std::uint64_t, std::uint64_t>> expected;
+    for (std::uint64_t handled = c.step; handled <= c.files; handled += c.step)
+        expected.emplace_back(handled, c.files);
+    EXPECT_EQ(h.view.ticks, expected);
+    EXPECT_EQ(pass->removedFiles(), c.files);
+}
+
+INSTANTIATE_TEST_SUITE_P(Counts, RemovalTicks,
+                         testing::Values(TickCase{1, 1}, TickCase{5, 1}, TickCase{19, 1}, TickCase{20, 1},
+                                         TickCase{40, 2}, TickCase{45, 2}, TickCase{60, 3}),
+                         [](const auto& param) { return std::to_string(param.param.files) + "Files"; });
+
+TEST(RemovalTicks, FortyFiveFilesGiveTwentyTwoTicks) {
+    RemovalHarness h;
+    for (std::size_t i = 0; i < 45; ++i)
+        h.copies("k" + std::to_string(i), {"c" + std::to_string(i)}, "x" + std::to_string(i));
+    auto pass = h.pass(false);
+    runPass(*pass);
+    EXPECT_EQ(h.view.ticks.size(), 22u);
+    EXPECT_EQ(h.view.count("closeShredderAnimation"), 1u);
+}
+
+// ---------------------------------------------------------------------------------------
+// Stop.
+
+class RemovalStop : public testing::TestWithParam<bool /*toTrash*/> {};
+
+TEST_P(RemovalStop, LeavesTheUnhandledCopiesMarkedAndChangesNoTotals) {
+    const bool toTrash = GetParam();
+    RemovalHarness h;
+    std::vector<std::shared_ptr<CVGroup>> groups;
+    for (int i = 0; i < 5; ++i)
+        groups.push_back(
+            h.copies("k" + std::to_string(i), {"c" + std::to_string(i)}, std::string(100 + i, 'a')));
+    h.scan.defaults.setObject(PropertyValue(std::int64_t{777}), kTotalSizeSavedKey);
+    HVAchievementsController achievements(h.scan.defaults);
+    CVRemovalPass pass({*h.results, h.scan.defaults, h.scan.preferences, h.scan.ignoreList, h.trash, h.driver,
+                        h.statistics, achievements, h.view},
+                       h.options(toTrash));
+    h.view.onTick = [&](std::uint64_t handled, std::uint64_t) {
+        if (handled == 2)
+            pass.requestStop();
+    };
+    const PropertyValue recordBefore = h.lastRecord();
+    EXPECT_EQ(pass.count(), 5u);
+    ScopedLogCapture log;
+    runPass(pass);
+
+    EXPECT_TRUE(pass.stopped());
+    EXPECT_TRUE(pass.finished());
+    for (int i = 0; i < 5; ++i) {
+        const auto copy = groups[i]->files()[1];
+        const bool handled = i < 2;
+        EXPECT_EQ(exists(copy->path()), !handled) << copy->path();
+        EXPECT_TRUE(copy->needToRemove()) << copy->path();
+        EXPECT_EQ(copy->wasRemoved(), handled) << copy->path();
+        const auto* record = recordOf(pass, copy->path());
+        ASSERT_NE(record, nullptr);
+        EXPECT_EQ(record->outcome,
+                  handled ? (toTrash ? Outcome::Trashed : Outcome::Deleted) : Outcome::NotHandled);
+    }
+    // The collector recounts what is still marked.
+    std::uint64_t remainingSize = 0;
+    for (int i = 2; i < 5; ++i)
+        remainingSize += groups[i]->files()[1]->sizeOnDisk();
+    EXPECT_EQ(pass.count(), 3u);
+    EXPECT_EQ(pass.size(), remainingSize);
+    EXPECT_EQ(pass.errorFilesCount(), 0u);
+    // A stopped pass reports to neither the statistics nor the achievements.
+    EXPECT_EQ(h.lastRecord(), recordBefore) << h.lastRecord().description();
+    EXPECT_EQ(achievements.userTotalSize(), 777u);
+    EXPECT_EQ(h.scan.defaults.objectForKey(kTotalSizeSavedKey).toInt64(), 777);
+    EXPECT_EQ(h.view.count("reloadCollector"), 1u);
+    EXPECT_EQ(h.view.count("closeShredderAnimation"), 0u);
+    EXPECT_EQ(h.view.windowStates.back(), 8);
+    EXPECT_TRUE(log.contains("Removing was stopped by user"));
+    EXPECT_TRUE(log.contains("Removing finished. Complete remove = 0. Removed Count = 5 Size = " +
+                             std::to_string(sizeOnDiskOf({groups[0], groups[1]}, 1))));
+
+    // Remove again: the rest goes, and the statistics count the files marked at its start.
+    h.view.onTick = nullptr;
+    runPass(pass);
+    EXPECT_FALSE(pass.stopped());
+    for (const auto& g : groups)
+        EXPECT_FALSE(exists(g->files()[1]->path()));
+    EXPECT_EQ(h.lastRecord()["RemovedFiles"].toInt64(), 3);
+    EXPECT_EQ(h.lastRecord()["RemovedSize"].toUInt64(), remainingSize);
+}
+
+INSTANTIATE_TEST_SUITE_P(Modes, RemovalStop, testing::Bool(),
+                         [](const auto& param) { return param.param ? "ToTrash" : "Delete"; });
+
+// Copies of groups whose every copy the user forced go to the Trash without a comparison,
+// so only the pass's own loop hears the stop.
+TEST(RemovalStopButton, IsHeardBetweenCopiesThatNeedNoComparison) {
+    RemovalHarness h;
+    std::vector<std::shared_ptr<CVFile>> files;
+    for (int i = 0; i < 3; ++i) {
+        auto g = h.copies("a" + std::to_string(i), {"b" + std::to_string(i)}, "forced " + std::to_string(i));
+        g->files()[0]->setNeedToRemove(true);
+        g->setUserForcedAllCopies(true);
+        for (const auto& f : g->files())
+            files.push_back(f);
+    }
+    auto pass = h.pass(true);
+    h.view.onTick = [&](std::uint64_t handled, std::uint64_t) {
+        if (handled == 2)
+            pass->requestStop();
+    };
+    runPass(*pass);
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        EXPECT_EQ(exists(files[i]->path()), i >= 2) << files[i]->path();
+        EXPECT_EQ(files[i]->wasRemoved(), i < 2) << files[i]->path();
+    }
+    EXPECT_EQ(pass->count(), 4u);
+}
+
+// Stop pressed while the last tick shows: the pass ends once, as a stopped pass.
+TEST(RemovalStopButton, PressedAtTheLastTickEndsThePassOnce) {
+    RemovalHarness h;
+    h.copies("k0", {"c0"}, "zero");
+    h.copies("k1", {"c1"}, "one");
+    auto pass = h.pass(true);
+    h.view.onTick = [&](std::uint64_t handled, std::uint64_t total) {
+        if (handled == total)
+            pass->shreddList(); // the Stop button
+    };
+    const PropertyValue recordBefore = h.lastRecord();
+    ScopedLogCapture log;
+    runPass(*pass);
+
+    std::size_t finishedLines = 0;
+    for (const auto& line : log.lines())
+        finishedLines += line.starts_with("Removing finished.") ? 1 : 0;
+    EXPECT_EQ(finishedLines, 1u);
+    EXPECT_EQ(h.view.count("setDoneButtonToolTip"), 1u);
+    EXPECT_TRUE(pass->stopped());
+    EXPECT_EQ(h.lastRecord(), recordBefore) << "a stopped pass records nothing, and never zeros";
+    EXPECT_EQ(h.achievements.lastTimeSize(), 0u);
+}
+
+// Whether the process has the file open (the pass's thread reading it).
+bool isOpenHere(const std::string& path) {
+    DIR* dir = ::opendir("/proc/self/fd");
+    if (!dir)
+        return false;
+    bool open = false;
+    while (const dirent* entry = ::readdir(dir)) {
+        char target[4096];
+        const std::string link = std::string("/proc/self/fd/") + entry->d_name;
+        const ssize_t n = ::readlink(link.c_str(), target, sizeof target);
+        if (n > 0 && std::string(target, static_cast<std::size_t>(n)) == path)
+            open = true;
+    }
+    ::closedir(dir);
+    return open;
+}
+
+// Stop pressed while the copy is being compared with the kept copy: the copy was not
+// handled, so it stays marked and in the collector, and counts as no failure.
+TEST(RemovalStopButton, PressedDuringTheComparisonLeavesTheCopyMarked) {
+    RemovalHarness h;
+    const std::string kept = h.files("kept.bin");
+    const std::string copy = h.files("copy.bin");
+    for (const auto& path : {kept, copy}) {
+        const int fd = ::open(path.c_str(), O_CREAT | O_WRONLY, 0644);
+        ASSERT_GE(fd, 0);
+        ASSERT_EQ(::ftruncate(fd, off_t{4} << 30), 0); // sparse: long to compare, nothing on disk
+        ::close(fd);
+    }
+    auto g = h.group({kept, copy}, {1});
+    auto pass = h.pass(true);
+    std::atomic<bool> ended{false};
+    std::thread stopper([&] {
+        while (!ended.load()) {
+            if (isOpenHere(copy)) {
+                pass->requestStop();
+                return;
+            }
+            std::this_thread::yield();
+        }
+    });
+    runPass(*pass);
+    ended = true;
+    stopper.join();
+
+    const auto file = g->files()[1];
+    EXPECT_TRUE(exists(copy));
+    EXPECT_TRUE(pass->stopped());
+    EXPECT_TRUE(file->needToRemove());
+    EXPECT_FALSE(file->wasRemoved());
+    EXPECT_EQ(recordOf(*pass, copy)->outcome, Outcome::NotHandled) << recordOf(*pass, copy)->error;
+    EXPECT_EQ(pass->errorFilesCount(), 0u);
+    EXPECT_EQ(pass->count(), 1u);
+}
+
+// A face that goes away while its pass runs (a window closed, an error in the command
+// line) destroys the pass on the main thread while the pass's thread waits for that
+// thread. Run in a child process, so a hang is seen and cannot stall the tests.
+TEST(RemovalStopButton, APassDestroyedWhileRunningEndsAfterItsCurrentCopy) {
+    RemovalHarness h;
+    std::vector<std::string> copies;
+    for (int i = 0; i < 5; ++i)
+        copies.push_back(h.copies("k" + std::to_string(i), {"c" + std::to_string(i)}, "x" + std::to_string(i))
+                             ->files()[1]
+                             ->path());
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        {
+            auto pass = h.pass(true);
+            pass->shreddList();
+        }
+        ::_exit(0);
+    }
+    int status = 0;
+    bool ended = false;
+    for (int waited = 0; waited < 1000 && !ended; ++waited) {
+        ended = ::waitpid(child, &status, WNOHANG) == child;
+        if (!ended)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    if (!ended) {
+        ::kill(child, SIGKILL);
+        ::waitpid(child, &status, 0);
+    }
+    ASSERT_TRUE(ended) << "the destructor waited for a thread that waited for it";
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    std::size_t left = 0;
+    for (const auto& copy : copies)
+        left += exists(copy) ? 1 : 0;
+    EXPECT_GE(left, 4u) << "the pass stops after the copy it was handling";
+}
+
+// ---------------------------------------------------------------------------------------
+// N, not R; failures never stop the pass; the log lines.
+
+TEST(RemovalTotals, StatisticsCountTheFilesMarkedAtTheStart) {
+    RemovalHarness h;
+    auto a = h.copies("ka", {"ca"}, "alpha");
+    auto b = h.copies("kb", {"cb"}, "bravo");
+    auto c = h.copies("kc", {"cc"}, "charlie");
+    std::ofstream(b->files()[1]->path()) << "BRAVO"; // changed since the scan: it fails
+    const std::uint64_t removedSize = a->files()[1]->sizeOnDisk() + c->files()[1]->sizeOnDisk();
+    auto pass = h.pass(true);
+    runPass(*pass);
+
+    EXPECT_EQ(pass->markedFilesAtStart(), 3u);
+    EXPECT_EQ(pass->removedFiles(), 2u);
+    EXPECT_EQ(pass->removedSize(), removedSize);
+    EXPECT_EQ(h.lastRecord()["RemovedFiles"].toInt64(), 3) << "N, the files marked at the start";
+    EXPECT_EQ(h.lastRecord()["RemovedSize"].toUInt64(), removedSize);
+    EXPECT_EQ(h.achievements.lastTimeSize(), removedSize);
+    EXPECT_EQ(pass->errorFilesCount(), 1u);
+    EXPECT_EQ(pass->failedSize(), b->files()[1]->sizeOnDisk());
+    ASSERT_EQ(pass->failedFiles().size(), 1u);
+    EXPECT_EQ(pass->failedFiles()[0], b->files()[1]);
+    EXPECT_EQ(pass->count(), 0u);
+    EXPECT_EQ(pass->size(), 0u);
+}
+
+TEST(RemovalFailures, NeverStopThePassAndAreLogged) {
+    RemovalHarness h;
+    auto changed = h.copies("k0", {"c0"}, "zero");
+    auto fine1 = h.copies("k1", {"c1"}, "one");
+    auto missing = h.copies("k2", {"c2"}, "two");
+    auto fine2 = h.copies("k3", {"c3"}, "three");
+    std::ofstream(changed->files()[1]->path()) << "ZERO";
+    ASSERT_EQ(::unlink(missing->files()[1]->path().c_str()), 0);
+    std::uint64_t marked = 0;
+    for (const auto& g : {changed, fine1, missing, fine2})
+        marked += g->files()[1]->sizeOnDisk();
+    const std::uint64_t removed = fine1->files()[1]->sizeOnDisk() + fine2->files()[1]->sizeOnDisk();
+    auto pass = h.pass(true);
+    ScopedLogCapture log;
+    runPass(*pass);
+
+    EXPECT_FALSE(exists(fine1->files()[1]->path()));
+    EXPECT_FALSE(exists(fine2->files()[1]->path()));
+    EXPECT_TRUE(exists(changed->files()[1]->path()));
+    ASSERT_EQ(h.view.handled.size(), 4u);
+    EXPECT_FALSE(h.view.handled[0].ok);
+    EXPECT_EQ(h.view.handled[0].reason, kReasonChanged);
+    EXPECT_TRUE(h.view.handled[1].ok);
+    EXPECT_FALSE(h.view.handled[2].ok);
+    EXPECT_EQ(h.view.handled[2].reason, "missing");
+    EXPECT_TRUE(h.view.handled[3].ok);
+    EXPECT_EQ(pass->errorFilesCount(), 2u);
+
+    const auto lines = log.lines();
+    auto has = [&](const std::string& line) {
+        return std::find(lines.begin(), lines.end(), line) != lines.end();
+    };
+    EXPECT_TRUE(has("Removing started. Files count = 4 Size to Clean = " + std::to_string(marked)));
+    const auto c0 = changed->files()[1];
+    EXPECT_TRUE(has("Failed to remove file " + c0->path() +
+                    " = changed since the scan size = " + std::to_string(c0->size()) + " type = manual"));
+    const auto c1 = fine1->files()[1];
+    EXPECT_TRUE(has("Successfully removed file to Trash " + c1->path() +
+                    " size = " + std::to_string(c1->size()) + " type = manual"));
+    EXPECT_TRUE(log.contains("Removing finished. Complete remove = "));
+    EXPECT_TRUE(log.contains(". Removed Count = 4 Size = " + std::to_string(removed)));
+    for (const auto& line : lines)
+        EXPECT_NE(line, "Removing was stopped by user");
+}
+
+TEST(RemovalFailures, DeleteModeLogsWithoutTheTrashWord) {
+    RemovalHarness h;
+    auto g = h.copies("k", {"c"}, "data");
+    g->files()[1]->setSelectionType(kSelectionAutomatic);
+    auto pass = h.pass(false);
+    ScopedLogCapture log;
+    runPass(*pass);
+    const auto c = g->files()[1];
+    EXPECT_TRUE(log.contains("Successfully removed file " + c->path() + " size = 4 type = automatic"));
+    EXPECT_EQ(recordOf(*pass, c->path())->outcome, Outcome::Deleted);
+}
+
+// ---------------------------------------------------------------------------------------
+// Library dispatch.
+
+constexpr const char* kPhotoRemoveScript = "tell application \"iPhoto\"\nwith timeout of 11 seconds\n"
+                                           "select photo library album\n"
+                                           "remove (photo 1 whose image path is equal to \"PATH\")\n"
+                                           "end timeout\nend tell";
+constexpr const char* kPhotoAddScript = "tell application \"iPhoto\"\nwith timeout of 11 seconds\n"
+                                        "add (photo 1 whose image path is equal to \"PATH\") to trash album\n"
+                                        "end timeout\nend tell";
+constexpr const char* kVideoRemoveScript =
+    "tell application \"iPhoto\"\nwith timeout of 11 seconds\n"
+    "select photo library album\n"
+    "remove (photo 1 whose image path is equal to \"PATH\" or original path is equal to \"PATH\")\n"
+    "end timeout\nend tell";
+constexpr const char* kVideoAddScript = "tell application \"iPhoto\"\nwith timeout of 11 seconds\n"
+                                        "add (photo 1 whose image path is equal to \"PATH\" or original path "
+                                        "is equal to \"PATH\") to trash album\n"
+                                        "end timeout\nend tell";
+constexpr const char* kMusicDeleteScript = "tell application \"iTunes\"\nwith timeout of 10 seconds\n"
+                                           "set fileTracksList to every file track in library playlist 1\n"
+                                           "repeat with currTrack in fileTracksList\n"
+                                           "set trackPath to POSIX path of (location of currTrack as text)\n"
+                                           "if trackPath is equal to \"PATH\" then delete currTrack\n"
+                                           "end repeat\nend timeout\n end tell";
+
+// Calls shredDuplicateFile while a pass runs, as the pass does: outside a pass the
+// comparison with the kept copy counts as stopped. A plain marked copy starts the pass;
+// the file itself is not marked, so the pass leaves it alone afterwards.
+CVError shredDuringAPass(RemovalHarness& h, CVFile& file, bool toTrash, bool& ok) {
+    file.setNeedToRemove(false);
+    h.copies("start kept", {"start copy"}, "starts the pass");
+    auto pass = h.pass(toTrash);
+    CVError error;
+    h.view.onStart = [&] { ok = pass->shredDuplicateFile(file, toTrash, &error); };
+    runPass(*pass);
+    return error;
+}
+
+struct PhotoCase {
+    const char* name;
+    const char* version;
+    bool movie;
+    const char* script;
+};
+
+class PhotoLibraryCopy : public testing::TestWithParam<PhotoCase> {};
+
+TEST_P(PhotoLibraryCopy, GoesThroughTheApplicationAndIsNeverTouched) {
+    const auto& c = GetParam();
+    for (const bool toTrash : {true, false}) {
+        RemovalHarness h;
+        auto g = h.copies("kept.jpg", {"Library/Masters/photo.jpg"}, "jpeg bytes");
+        const auto photo = g->files()[1];
+        h.putInLibrary(*photo, kNodeTypeCurrentIPhotoLibrary);
+        photo->setInfo(PropertyValue::Dictionary{{"iPhotoVersion", c.version}, {"PhotoIsMovie", c.movie}});
+        h.scan.defaults.setObject(PropertyValue(PropertyValue::Array{PropertyValue("/earlier/photo.jpg")}),
+                                  kRemovedPhotosKey);
+        struct stat before {};
+        ::lstat(photo->path().c_str(), &before);
+        auto pass = h.pass(toTrash);
+        runPass(*pass);
+
+        EXPECT_EQ(h.driver.launched, std::vector<std::string>{"com.apple.iphoto"});
+        EXPECT_EQ(h.driver.scripts, std::vector<std::string>{replaceAll(c.script, "PATH", photo->path())});
+        struct stat after {};
+        ASSERT_EQ(::lstat(photo->path().c_str(), &after), 0) << "the application removes the photo, not we";
+        EXPECT_EQ(after.st_ino, before.st_ino);
+        EXPECT_EQ(test::TempTree::read(photo->path()), "jpeg bytes");
+        EXPECT_FALSE(exists(h.homeTrash() + "/files/photo.jpg"));
+        EXPECT_TRUE(h.view.handled.at(0).ok);
+        EXPECT_TRUE(pass->iPhotoWasLaunched());
+        EXPECT_EQ(h.view.count("showLibraryPopup photos"), 1u);
+        EXPECT_EQ(h.view.count("hideLibraryPopup photos"), 1u);
+        const PropertyValue expected(
+            PropertyValue::Array{PropertyValue("/earlier/photo.jpg"), PropertyValue(photo->path())});
+        EXPECT_EQ(h.scan.defaults.objectForKey(kRemovedPhotosKey), expected);
+        UserDefaults onDisk(h.scan.defaults.path());
+        EXPECT_EQ(onDisk.objectForKey(kRemovedPhotosKey), expected) << "flushed at the end of the pass";
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Versions, PhotoLibraryCopy,
+                         testing::Values(PhotoCase{"Before93", "9.2.1", false, kPhotoAddScript},
+                                         PhotoCase{"Exactly93", "9.3", false, kPhotoRemoveScript},
+                                         PhotoCase{"Ten", "10.1", false, kPhotoRemoveScript},
+                                         PhotoCase{"VideoBefore93", "8.1", true, kVideoAddScript},
+                                         PhotoCase{"VideoAfter93", "9.4.2", true, kVideoRemoveScript}),
+                         [](const auto& param) { return std::string(param.param.name); });
+
+TEST(PhotoLibraryCopies, CantGetErrorIsRetriedOnce) {
+    struct Case {
+        std::vector<std::optional<PropertyValue::Dictionary>> answers;
+        std::size_t scripts;
+        bool ok;
+    };
+    const PropertyValue::Dictionary cantGet{{kScriptErrorNumberKey, std::int64_t{-1728}}};
+    const PropertyValue::Dictionary other{{kScriptErrorNumberKey, std::int64_t{-1712}}};
+    const Case cases[] = {
+        {{cantGet, std::nullopt}, 2, true},
+        {{cantGet, cantGet}, 2, false},
+        {{other}, 1, false},
+        {{cantGet, other}, 2, false},
+    };
+    for (const auto& c : cases) {
+        RemovalHarness h;
+        auto g = h.copies("kept.jpg", {"Library/photo.jpg"}, "jpeg");
+        const auto photo = g->files()[1];
+        h.putInLibrary(*photo, kNodeTypeCurrentIPhotoLibrary);
+        photo->setInfo(PropertyValue::Dictionary{{"iPhotoVersion", "9.5"}});
+        h.driver.scriptAnswers.assign(c.answers.begin(), c.answers.end());
+        ScopedLogCapture log;
+        bool ok = false;
+        const CVError error = shredDuringAPass(h, *photo, true, ok);
+
+        EXPECT_EQ(ok, c.ok);
+        ASSERT_EQ(h.driver.scripts.size(), c.scripts);
+        EXPECT_EQ(h.driver.scripts.front(), h.driver.scripts.back());
+        EXPECT_EQ(
+            log.contains("Received can't get trash error. Will try to recover by removing photo again."),
+            c.answers[0] == cantGet);
+        EXPECT_TRUE(exists(photo->path()));
+        if (c.ok) {
+            EXPECT_EQ(h.scan.defaults.arrayForKey(kRemovedPhotosKey)->size(), 1u);
+        } else {
+            EXPECT_EQ(error.domain, "com.halvik.Corvel.iPhotoRemoveError");
+            EXPECT_EQ(error.code, 100500);
+            EXPECT_TRUE(error.userInfo.count(kScriptErrorNumberKey)) << "carries the script's error";
+            EXPECT_FALSE(h.scan.defaults.arrayForKey(kRemovedPhotosKey).has_value());
+        }
+    }
+}
+
+TEST(PhotoLibraryCopies, ALaunchFailureFailsEachCopyAndIsRetriedForTheNext) {
+    RemovalHarness h;
+    std::vector<std::shared_ptr<CVFile>> photos;
+    for (int i = 0; i < 3; ++i) {
+        auto g = h.copies("kept" + std::to_string(i) + ".jpg", {"Library/p" + std::to_string(i) + ".jpg"},
+                          "jpeg " + std::to_string(i));
+        photos.push_back(g->files()[1]);
+        h.putInLibrary(*photos.back(), kNodeTypeCurrentIPhotoLibrary);
+    }
+    h.driver.launchAnswers = {false, false, true};
+    auto pass = h.pass(true);
+    runPass(*pass);
+
+    EXPECT_EQ(h.driver.launched, std::vector<std::string>(3, "com.apple.iphoto"));
+    EXPECT_EQ(h.driver.scripts.size(), 1u) << "only the launched application gets a script";
+    ASSERT_EQ(h.view.handled.size(), 3u);
+    EXPECT_FALSE(h.view.handled[0].ok);
+    EXPECT_FALSE(h.view.handled[1].ok);
+    EXPECT_TRUE(h.view.handled[2].ok);
+    EXPECT_EQ(h.view.count("showLibraryPopup photos"), 3u);
+    EXPECT_EQ(h.view.count("hideLibraryPopup photos"), 3u);
+    for (const auto& photo : photos)
+        EXPECT_TRUE(exists(photo->path()));
+    EXPECT_EQ(pass->errorFilesCount(), 2u);
+
+    // The error itself.
+    RemovalHarness again;
+    auto g = again.copies("kept.jpg", {"Library/p.jpg"}, "jpeg");
+    again.putInLibrary(*g->files()[1], kNodeTypeCurrentIPhotoLibrary);
+    again.driver.launchByDefault = false;
+    bool ok = true;
+    const CVError error = shredDuringAPass(again, *g->files()[1], true, ok);
+    EXPECT_FALSE(ok);
+    EXPECT_EQ(error.domain, "com.halvik.Corvel.iPhotoLaunchError");
+    EXPECT_EQ(error.code, 100501);
+    EXPECT_TRUE(again.driver.scripts.empty());
+}
+
+TEST(MusicLibraryCopies, AreDeletedFromTheLibraryThenTrashed) {
+    RemovalHarness h;
+    auto g = h.copies("kept.mp3", {"iTunes Media/Music/song.mp3"}, "mp3 bytes");
+    const auto track = g->files()[1];
+    h.putInLibrary(*track, kNodeTypeCurrentITunesLibrary);
+    auto pass = h.pass(true);
+    runPass(*pass);
+
+    EXPECT_EQ(h.driver.launched, std::vector<std::string>{"com.apple.itunes"});
+    EXPECT_EQ(h.driver.scripts,
+              std::vector<std::string>{replaceAll(kMusicDeleteScript, "PATH", track->path())});
+    EXPECT_FALSE(exists(track->path()));
+    EXPECT_EQ(test::TempTree::read(h.homeTrash() + "/files/song.mp3"), "mp3 bytes");
+    EXPECT_TRUE(pass->iTunesWasLaunched());
+    EXPECT_EQ(h.view.count("showLibraryPopup music"), 1u);
+    EXPECT_FALSE(h.scan.defaults.arrayForKey(kRemovedPhotosKey).has_value());
+}
+
+TEST(MusicLibraryCopies, AFailedScriptLeavesTheFile) {
+    for (const bool launches : {true, false}) {
+        RemovalHarness h;
+        auto g = h.copies("kept.mp3", {"iTunes Media/song.mp3"}, "mp3");
+        const auto track = g->files()[1];
+        h.putInLibrary(*track, kNodeTypeCurrentITunesLibrary);
+        h.driver.launchByDefault = launches;
+        h.driver.scriptAnswers = {PropertyValue::Dictionary{{kScriptErrorNumberKey, std::int64_t{-1708}}}};
+        bool ok = true;
+        const CVError error = shredDuringAPass(h, *track, false, ok);
+        EXPECT_FALSE(ok);
+        EXPECT_TRUE(exists(track->path()));
+        EXPECT_EQ(error.domain,
+                  launches ? "com.halvik.Corvel.iTunesRemoveError" : "com.halvik.Corvel.iTunesLaunchError");
+        EXPECT_EQ(error.code, launches ? 100500 : 100501);
+    }
+}
+
+TEST(LinuxLibraryDriver, FailsEveryLibraryCopyAndTouchesNothing) {
+    RemovalHarness h;
+    auto photos = h.copies("kept.jpg", {"Photos/p.jpg"}, "jpeg");
+    auto music = h.copies("kept.mp3", {"Music/s.mp3"}, "mp3");
+    auto plain = h.copies("kept.txt", {"plain.txt"}, "text");
+    h.putInLibrary(*photos->files()[1], kNodeTypeCurrentIPhotoLibrary);
+    h.putInLibrary(*music->files()[1], kNodeTypeCurrentITunesLibrary);
+    LinuxLibraryAppDriver linuxDriver;
+    CVRemovalPass pass(h.services(linuxDriver), h.options(true));
+    runPass(pass);
+
+    EXPECT_TRUE(exists(photos->files()[1]->path()));
+    EXPECT_TRUE(exists(music->files()[1]->path()));
+    EXPECT_FALSE(exists(plain->files()[1]->path()));
+    EXPECT_EQ(recordOf(pass, photos->files()[1]->path())->outcome, Outcome::Failed);
+    EXPECT_EQ(recordOf(pass, music->files()[1]->path())->outcome, Outcome::Failed);
+    EXPECT_EQ(pass.errorFilesCount(), 2u);
+    EXPECT_FALSE(h.scan.defaults.arrayForKey(kRemovedPhotosKey).has_value());
+    for (const auto* path : {"/files/p.jpg", "/files/s.mp3"})
+        EXPECT_FALSE(exists(h.homeTrash() + path));
+
+    EXPECT_TRUE(h.view.handled.at(0).reason.find("started") != std::string::npos)
+        << h.view.handled.at(0).reason;
+
+    RemovalHarness again;
+    auto track = again.copies("kept.mp3", {"Music/s.mp3"}, "mp3");
+    again.putInLibrary(*track->files()[1], kNodeTypeCurrentITunesLibrary);
+    again.copies("start kept", {"start copy"}, "starts the pass");
+    CVRemovalPass direct(again.services(linuxDriver), again.options(true));
+    CVError error;
+    bool ok = true;
+    again.view.onStart = [&] { ok = direct.shredDuplicateFile(*track->files()[1], true, &error); };
+    runPass(direct);
+    EXPECT_FALSE(ok);
+    EXPECT_EQ(error.domain, "com.halvik.Corvel.iTunesLaunchError");
+    EXPECT_EQ(error.code, 100501);
+    EXPECT_TRUE(exists(track->files()[1]->path()));
+}
+
+// ---------------------------------------------------------------------------------------
+// Locked copies.
+
+class LockedCopies : public testing::Test {
+protected:
+    void SetUp() override {
+        const std::string why = test::immutableFlagUnavailable(h.tree);
+        if (!why.empty())
+            GTEST_SKIP() << why;
+    }
+    RemovalHarness h;
+    test::ImmutableFlags flags; // cleared before the trees go
+};
+
+TEST_F(LockedCopies, AreUnlockedAndRemoved) {
+    for (const bool toTrash : {true, false}) {
+        auto g = h.copies(toTrash ? "keptT" : "keptD", {toTrash ? "lockedT" : "lockedD"}, "locked contents");
+        const std::string copy = g->files()[1]->path();
+        const std::string kept = g->files()[0]->path();
+        ASSERT_TRUE(flags.lock(copy));
+        ASSERT_TRUE(flags.lock(kept));
+        auto pass = h.pass(toTrash);
+        runPass(*pass);
+        EXPECT_FALSE(exists(copy));
+        EXPECT_EQ(recordOf(*pass, copy)->outcome, toTrash ? Outcome::Trashed : Outcome::Deleted)
+            << recordOf(*pass, copy)->error;
+        EXPECT_EQ(isImmutable(kept), std::optional<bool>(true)) << "the kept copy stays locked";
+    }
+    EXPECT_EQ(test::TempTree::read(h.homeTrash() + "/files/lockedT"), "locked contents");
+}
+
+TEST_F(LockedCopies, AreLockedAgainWhenTheRemovalFails) {
+    for (const bool toTrash : {true, false}) {
+        const std::string folder = toTrash ? "lockedFolderT" : "lockedFolderD";
+        auto g = h.copies("kept" + folder, {folder + "/copy"}, "contents");
+        const std::string copy = g->files()[1]->path();
+        ASSERT_TRUE(flags.lock(copy));
+        ASSERT_TRUE(flags.lock(h.files(folder)));
+        auto pass = h.pass(toTrash, /*removeEmptyFolders*/ true);
+        runPass(*pass);
+        EXPECT_TRUE(exists(copy));
+        EXPECT_EQ(recordOf(*pass, copy)->outcome, Outcome::Failed);
+        EXPECT_EQ(isImmutable(copy), std::optional<bool>(true)) << (toTrash ? "trash" : "delete");
+        EXPECT_EQ(test::TempTree::read(copy), "contents");
+    }
+}
+
+// ---------------------------------------------------------------------------------------
+// Clean-up of the emptied parent folder.
+
+struct CleanUpSetup {
+    std::string copy;
+    std::string folder;                 // the copy's folder
+    std::vector<std::string> mustStay;  // besides the kept copy
+    std::vector<std::string> scanRoots; // besides files/
+};
+
+struct CleanUpCase {
+    const char* name;
+    bool toTrash;
+    std::optional<bool> option; // the pass's option; nothing: the preference decides
+    bool preference;            // "RemoveEmptyFolders"
+    bool folderGoes;
+    std::function<CleanUpSetup(RemovalHarness&)> setup;
+    friend void PrintTo(const CleanUpCase& c, std::ostream* os) { *os << c.name; }
+};
+
+// kept.txt in files/, the copy in files/a/ (or where the case says).
+CleanUpSetup copyIn(RemovalHarness& h, const std::string& folder, std::vector<std::string> extras) {
+    h.tree.file("files/kept.txt", "same");
+    const std::string copy = h.tree.file(folder + "/copy.txt", "same");
+    std::vector<std::string> stay;
+    for (const auto& extra : extras)
+        stay.push_back(h.tree.file(folder + "/" + extra, "extra"));
+    h.group({h.files("kept.txt"), copy}, {1});
+    return {copy, h.tree / folder, stay, {}};
+}
+
+class ParentCleanUp : public testing::TestWithParam<CleanUpCase> {};
+
+TEST_P(ParentCleanUp, RemovesOnlyAFolderLeftEmpty) {
+    const auto& c = GetParam();
+    RemovalHarness h;
+    h.scan.defaults.setBool(c.preference, kRemoveEmptyFoldersKey);
+    const CleanUpSetup s = c.setup(h);
+    auto options = h.options(c.toTrash);
+    options.removeEmptyFolders = c.option;
+    options.scanRoots.insert(options.scanRoots.end(), s.scanRoots.begin(), s.scanRoots.end());
+    auto pass = h.pass(options);
+    runPass(*pass);
+
+    EXPECT_FALSE(exists(s.copy));
+    EXPECT_EQ(recordOf(*pass, s.copy)->outcome, c.toTrash ? Outcome::Trashed : Outcome::Deleted);
+    EXPECT_TRUE(exists(h.files("kept.txt")));
+    EXPECT_EQ(exists(s.folder), !c.folderGoes);
+    EXPECT_EQ(pass->removedFolders(),
+              c.folderGoes ? std::vector<std::string>{s.folder} : std::vector<std::string>{});
+    for (const auto& path : s.mustStay) {
+        if (!c.folderGoes || !path.starts_with(s.folder + "/")) {
+            EXPECT_TRUE(exists(path)) << path;
+        }
+    }
+    if (c.folderGoes && c.toTrash) {
+        const std::string name = s.folder.substr(s.folder.rfind('/') + 1);
+        EXPECT_TRUE(exists(h.homeTrash() + "/files/" + name)) << "the folder is in the Trash";
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, ParentCleanUp,
+    testing::Values(CleanUpCase{"OnlyDSStoreLeftTrash", true, true, false, true,
+                                [](RemovalHarness& h) { return copyIn(h, "files/a", {".DS_Store"}); }},
+                    CleanUpCase{"OnlyDSStoreLeftDelete", false, true, false, true,
+                                [](RemovalHarness& h) { return copyIn(h, "files/a", {".DS_Store"}); }},
+                    CleanUpCase{"NothingLeftDelete", false, true, false, true,
+                                [](RemovalHarness& h) { return copyIn(h, "files/a", {}); }},
+                    CleanUpCase{"TwoEntriesLeftTrash", true, true, false, false,
+                                [](RemovalHarness& h) {
+                                    return copyIn(h, "files/a", {".DS_Store", "other.txt"});
+                                }},
+                    CleanUpCase{"TwoEntriesLeftDelete", false, true, false, false,
+                                [](RemovalHarness& h) {
+                                    return copyIn(h, "files/a", {".DS_Store", "other.txt"});
+                                }},
+                    CleanUpCase{"AHiddenFileLeftTrash", true, true, false, false,
+                                [](RemovalHarness& h) { return copyIn(h, "files/a", {".hidden"}); }},
+                    CleanUpCase{"OptionOff", true, false, true, false,
+                                [](RemovalHarness& h) { return copyIn(h, "files/a", {".DS_Store"}); }},
+                    CleanUpCase{"PreferenceOn", true, std::nullopt, true, true,
+                                [](RemovalHarness& h) { return copyIn(h, "files/a", {".DS_Store"}); }},
+                    CleanUpCase{"PreferenceOff", false, std::nullopt, false, false,
+                                [](RemovalHarness& h) { return copyIn(h, "files/a", {".DS_Store"}); }},
+                    CleanUpCase{"NeverAScanRootTrash", true, true, false, false,
+                                [](RemovalHarness& h) {
+                                    auto s = copyIn(h, "files/a", {".DS_Store"});
+                                    s.scanRoots = {h.files("a")};
+                                    return s;
+                                }},
+                    CleanUpCase{"NeverAScanRootDelete", false, true, false, false,
+                                [](RemovalHarness& h) {
+                                    auto s = copyIn(h, "files/a", {".DS_Store"});
+                                    s.scanRoots = {h.files("a")};
+                                    return s;
+                                }},
+                    CleanUpCase{"NeverAScanRootWrittenWithASlash", false, true, false, false,
+                                [](RemovalHarness& h) {
+                                    auto s = copyIn(h, "files/a", {});
+                                    s.scanRoots = {h.files("a") + "/"};
+                                    return s;
+                                }},
+                    CleanUpCase{"OnlyOneLevel", false, true, false, true,
+                                [](RemovalHarness& h) {
+                                    auto s = copyIn(h, "files/a/b", {".DS_Store"});
+                                    s.mustStay.push_back(h.files("a"));
+                                    return s;
+                                }},
+                    CleanUpCase{"DeleteIsNeverRecursive", false, true, false, false,
+                                [](RemovalHarness& h) {
+                                    // A ".DS_Store" that is a folder with a file in it: only rmdir and
+                                    // unlink are used, so the file stays.
+                                    auto s = copyIn(h, "files/a", {});
+                                    s.mustStay.push_back(
+                                        h.tree.file("files/a/.DS_Store/user file.txt", "keep me"));
+                                    return s;
+                                }}),
+    [](const auto& param) { return std::string(param.param.name); });
+
+// Folders the ignore list protects: the home folder and the user folders in it.
+TEST(ParentCleanUpGuards, NeverRemovesAProtectedFolder) {
+    for (const bool toTrash : {true, false}) {
+        for (const char* folder : {"", "/Downloads", "/Music"}) {
+            RemovalHarness h;
+            const std::string protectedFolder = h.home() + folder;
+            ASSERT_TRUE(h.scan.ignoreList.isFolderForbiddenToRemove(protectedFolder)) << protectedFolder;
+            const std::string kept = h.tree.file("files/kept.txt", "same");
+            const std::string copy = protectedFolder + "/copy.txt";
+            ASSERT_TRUE(makeDirectories(protectedFolder, nullptr));
+            std::ofstream(copy) << "same";
+            std::ofstream(protectedFolder + "/.DS_Store") << "finder";
+            h.group({kept, copy}, {1});
+            auto pass = h.pass(toTrash, true);
+            runPass(*pass);
+            EXPECT_FALSE(exists(copy));
+            EXPECT_TRUE(exists(protectedFolder + "/.DS_Store")) << protectedFolder;
+            EXPECT_TRUE(pass->removedFolders().empty());
+        }
+    }
+}
+
+// A scratch mount for one test (root only); unmounted when dropped.
+class ScopedMount {
+public:
+    ScopedMount(const std::string& target) : m_target(target) {
+        if (::geteuid() != 0)
+            m_why = "not root";
+        else if (::mount("tmpfs", target.c_str(), "tmpfs", 0, "size=1m") != 0)
+            m_why = std::string("mount: ") + std::strerror(errno);
+        else
+            m_mounted = true;
+    }
+    ~ScopedMount() {
+        if (m_mounted)
+            ::umount2(m_target.c_str(), MNT_DETACH);
+    }
+    bool mounted() const { return m_mounted; }
+    const std::string& why() const { return m_why; }
+
+private:
+    std::string m_target;
+    std::string m_why;
+    bool m_mounted = false;
+};
+
+TEST(ParentCleanUpGuards, NeverTouchesAMountPoint) {
+    RemovalHarness h;
+    const std::string mountPoint = h.tree.folder("files/volume");
+    ScopedMount mount(mountPoint);
+    if (!mount.mounted())
+        GTEST_SKIP() << "needs root and mount(2) for a tmpfs (" << mount.why() << ")";
+    ASSERT_EQ(volumePathOfPath(mountPoint), mountPoint);
+    const std::string kept = h.tree.file("files/kept.txt", "same");
+    const std::string copy = h.tree.file("files/volume/copy.txt", "same");
+    const std::string finder = h.tree.file("files/volume/.DS_Store", "finder");
+    h.group({kept, copy}, {1});
+    auto pass = h.pass(false, true);
+    runPass(*pass);
+    EXPECT_FALSE(exists(copy));
+    EXPECT_TRUE(exists(finder)) << "nothing inside a mount point is cleaned";
+    EXPECT_EQ(volumePathOfPath(mountPoint), mountPoint);
+    EXPECT_TRUE(pass->removedFolders().empty());
+}
+
+// ---------------------------------------------------------------------------------------
+// The end of a pass, on its own thread or called on the main thread.
+
+enum class RunOn { PassThread, MainThread };
+
+void run(CVRemovalPass& pass, RunOn on) {
+    if (on == RunOn::PassThread) {
+        runPass(pass);
+    } else {
+        pass.cleanDuplicates();
+        MainQueue::shared().drain();
+    }
+}
+
+class RemovalEnd : public testing::TestWithParam<RunOn> {};
+
+TEST_P(RemovalEnd, ACompletePassReportsEverywhereAndFlushesTheSettings) {
+    RemovalHarness h;
+    h.scan.defaults.setObject(PropertyValue(std::int64_t{4000000000 - 10}), kTotalSizeSavedKey);
+    HVAchievementsController achievements(h.scan.defaults);
+    auto a = h.copies("ka", {"ca"}, std::string(3000, 'a'));
+    auto b = h.copies("kb", {"cb1", "cb2"}, std::string(5000, 'b'));
+    const std::uint64_t removed =
+        a->files()[1]->sizeOnDisk() + b->files()[1]->sizeOnDisk() + b->files()[2]->sizeOnDisk();
+    CVRemovalPass pass({*h.results, h.scan.defaults, h.scan.preferences, h.scan.ignoreList, h.trash, h.driver,
+                        h.statistics, achievements, h.view},
+                       h.options(true));
+    run(pass, GetParam());
+
+    EXPECT_FALSE(pass.stopped());
+    EXPECT_TRUE(pass.complete());
+    EXPECT_EQ(h.view.cleanedNotifications, std::vector<std::uint64_t>{removed});
+    EXPECT_EQ(h.view.doneToolTips, std::vector<std::string>{"Scan another folder"});
+    EXPECT_EQ(h.view.count("showSuccessView"), 1u);
+    EXPECT_EQ(h.view.count("showErrorList"), 0u);
+    EXPECT_EQ(h.view.count("endShredderAnimations"), 1u);
+    EXPECT_EQ(h.view.count("reloadCollector"), 0u);
+    EXPECT_EQ(h.view.windowStates.back(), 10);
+    EXPECT_EQ(pass.count(), 0u);
+    EXPECT_EQ(pass.size(), 0u);
+    EXPECT_TRUE(pass.needRefreshing());
+
+    EXPECT_EQ(achievements.lastTimeSize(), removed);
+    EXPECT_EQ(achievements.userTotalSize(), 4000000000 - 10 + removed);
+    EXPECT_EQ(achievements.userLevel(), 2) << "the level follows the new total";
+    EXPECT_EQ(h.lastRecord()["RemovedSize"].toUInt64(), removed);
+    EXPECT_EQ(h.lastRecord()["RemovedFiles"].toInt64(), 3);
+
+    UserDefaults onDisk(h.scan.defaults.path());
+    EXPECT_EQ(onDisk.objectForKey(kTotalSizeSavedKey).toUInt64(), 4000000000 - 10 + removed);
+    const auto records = onDisk.arrayForKey(kUserStatisticsArrayKey);
+    ASSERT_TRUE(records.has_value());
+    EXPECT_EQ(records->back()["RemovedFiles"].toInt64(), 3);
+}
+
+TEST_P(RemovalEnd, APassWithFailuresShowsTheErrorListWithTheUndeletedSize) {
+    RemovalHarness h;
+    h.copies("ka", {"ca"}, std::string(3000, 'a'));
+    auto b = h.copies("kb", {"cb"}, std::string(9000, 'b'));
+    std::ofstream(b->files()[0]->path()) << "kept copy edited";
+    auto pass = h.pass(false);
+    run(*pass, GetParam());
+
+    EXPECT_EQ(pass->errorFilesCount(), 1u);
+    EXPECT_EQ(pass->failedSize(), b->files()[1]->sizeOnDisk());
+    EXPECT_EQ(h.view.count("showSuccessView"), 0u);
+    ASSERT_EQ(h.view.errorListTexts.size(), 1u);
+    EXPECT_NE(h.view.errorListTexts[0].find(stringWithSize(pass->failedSize())), std::string::npos)
+        << h.view.errorListTexts[0];
+    EXPECT_EQ(pass->count(), 0u);
+}
+
+TEST_P(RemovalEnd, AGroupLeftWithCopiesMakesThePassIncomplete) {
+    RemovalHarness h;
+    h.scan.defaults.setBool(true, kRemoveHardAnimationsKey);
+    h.copies("ka", {"ca"}, "alpha");
+    auto b = h.group({h.tree.file("files/kb", "bravo"), h.tree.file("files/cb1", "bravo"),
+                      h.tree.file("files/cb2", "bravo")},
+                     {1});
+    auto pass = h.pass(true);
+    run(*pass, GetParam());
+    EXPECT_FALSE(pass->complete());
+    EXPECT_EQ(h.view.doneToolTips, std::vector<std::string>{"Back to the results"});
+    EXPECT_EQ(h.view.count("endShredderAnimations"), 0u) << "RemoveHardAnimations skips them";
+    EXPECT_TRUE(exists(b->files()[2]->path()));
+}
+
+INSTANTIATE_TEST_SUITE_P(Threads, RemovalEnd, testing::Values(RunOn::PassThread, RunOn::MainThread),
+                         [](const auto& param) {
+                             return param.param == RunOn::PassThread ? "PassThread" : "MainThread";
+                         });
+
+TEST(RemovalEnd, NothingMarkedEndsAtOnce) {
+    RemovalHarness h;
+    h.group({h.tree.file("files/a", "x"), h.tree.file("files/b", "x")}, {});
+    auto pass = h.pass(true);
+    ScopedLogCapture log;
+    pass->shreddList();
+    EXPECT_FALSE(pass->isPassThreadRunning());
+    EXPECT_TRUE(pass->finished());
+    EXPECT_TRUE(log.contains("Removing finished. Complete remove = 0. Removed Count = 0 Size = 0"));
+    EXPECT_EQ(h.view.count("showSuccessView"), 1u);
+    EXPECT_EQ(h.view.count("startShredderAnimation"), 0u);
+}
+
+TEST(RemovalEnd, TheButtonsFollowThePass) {
+    RemovalHarness h;
+    h.copies("k", {"c"}, "data");
+    auto pass = h.pass(true);
+    runPass(*pass);
+    const std::vector<std::string> start(h.view.calls.begin(), h.view.calls.begin() + 4);
+    EXPECT_EQ(start, (std::vector<std::string>{"closeButton off", "windowState 9", "setRemoveButton Stop",
+                                               "startShredderAnimation"}));
+    const std::vector<std::string> end(h.view.calls.end() - 6, h.view.calls.end());
+    EXPECT_EQ(end,
+              (std::vector<std::string>{"postCleanedNotification", "buttons on", "closeButton on",
+                                        "endShredderAnimations", "setDoneButtonToolTip", "showSuccessView"}));
+}
+
+// ---------------------------------------------------------------------------------------
+// Dry run.
+
+// Everything about the items under path: kind, mode, size, times, inode, contents.
+void snapshot(const std::string& path, std::map<std::string, std::string>& out) {
+    struct stat st {};
+    if (::lstat(path.c_str(), &st) != 0)
+        return;
+    std::string state = std::to_string(st.st_mode) + " " + std::to_string(st.st_size) + " " +
+                        std::to_string(st.st_mtim.tv_sec) + "." + std::to_string(st.st_mtim.tv_nsec) + " " +
+                        std::to_string(st.st_ino);
+    if (S_ISREG(st.st_mode))
+        state += " " + test::TempTree::read(path);
+    out[path] = state;
+    if (S_ISDIR(st.st_mode)) {
+        DIR* dir = ::opendir(path.c_str());
+        while (const dirent* entry = dir ? ::readdir(dir) : nullptr) {
+            const std::string name = entry->d_name;
+            if (name != "." && name != "..")
+                snapshot(path + "/" + name, out);
+        }
+        if (dir)
+            ::closedir(dir);
+    }
+}
+
+std::string fileBytes(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+TEST(RemovalDryRun, ChangesNothingAndSaysWhatWouldHappen) {
+    for (const bool toTrash : {true, false}) {
+        RemovalHarness h;
+        auto goes =
+            h.group({h.tree.file("files/kept.txt", "same"), h.tree.file("files/a/copy.txt", "same")}, {1});
+        h.tree.file("files/a/.DS_Store", "finder");
+        auto changed = h.copies("k2.txt", {"c2.txt"}, "two");
+        std::ofstream(changed->files()[1]->path()) << "TWO";
+        auto photo = h.copies("k3.jpg", {"Library/p.jpg"}, "jpeg");
+        h.putInLibrary(*photo->files()[1], kNodeTypeCurrentIPhotoLibrary);
+        h.tree.file("data/Trash/files/old.txt", "trashed before");
+        h.tree.file("data/Trash/info/old.txt.trashinfo", "[Trash Info]\nPath=/x/old.txt\n");
+        ASSERT_TRUE(h.scan.defaults.synchronize());
+        std::map<std::string, std::string> before;
+        std::map<std::string, std::string> after;
+        snapshot(h.tree.path(), before);
+        const std::string settingsBefore = fileBytes(h.scan.defaults.path());
+        // A change not yet saved stays unsaved: the dry run writes no settings.
+        h.scan.defaults.setObject(PropertyValue("not saved yet"), "UnsavedChoice");
+
+        auto options = h.options(toTrash, true);
+        options.dryRun = true;
+        auto pass = h.pass(options);
+        runPass(*pass);
+
+        snapshot(h.tree.path(), after);
+        EXPECT_EQ(after, before);
+        EXPECT_EQ(fileBytes(h.scan.defaults.path()), settingsBefore);
+        h.scan.defaults.removeObjectForKey("UnsavedChoice");
+        ASSERT_TRUE(h.scan.defaults.synchronize());
+        EXPECT_EQ(fileBytes(h.scan.defaults.path()), settingsBefore) << "nothing changed in memory either";
+        EXPECT_TRUE(h.driver.launched.empty());
+
+        const auto* record = recordOf(*pass, goes->files()[1]->path());
+        ASSERT_NE(record, nullptr);
+        EXPECT_EQ(record->outcome, toTrash ? Outcome::WouldTrash : Outcome::WouldDelete);
+        EXPECT_EQ(record->trashDirectory, toTrash ? h.homeTrash() : "");
+        EXPECT_EQ(record->keptCopy, goes->files()[0]->path());
+        record = recordOf(*pass, changed->files()[1]->path());
+        EXPECT_EQ(record->outcome, Outcome::WouldFail);
+        EXPECT_EQ(record->error, kReasonChanged);
+        record = recordOf(*pass, photo->files()[1]->path());
+        EXPECT_EQ(record->outcome, Outcome::WouldFail);
+        EXPECT_FALSE(record->error.empty());
+        EXPECT_EQ(pass->removedFolders(), std::vector<std::string>{h.files("a")});
+        EXPECT_FALSE(goes->files()[1]->wasRemoved());
+        EXPECT_TRUE(goes->files()[1]->needToRemove());
+        EXPECT_EQ(pass->count(), 3u);
+        EXPECT_TRUE(h.view.cleanedNotifications.empty());
+        EXPECT_EQ(h.achievements.lastTimeSize(), 0u);
+    }
+}
+
+} // namespace
+} // namespace corvel
