@@ -32,13 +32,16 @@ make_copies() {
 median() { sort -g | awk '{ v[NR] = $1 } END { if (NR % 2) print v[(NR + 1) / 2]; else print (v[NR / 2] + v[NR / 2 + 1]) / 2 }'; }
 seconds() { /usr/bin/time -f '%e' -o "$scratch/t" "$@" >/dev/null 2>&1 || true; tail -n 1 "$scratch/t"; }
 
-make_copies
-find "$tree/copies" -type f >"$scratch/list"
-"$corvel" scan --quiet --json --min-size 1 --settings "$settings" --select "$scratch/list" "$tree" >"$scratch/plan.json"
+# A plan records the copies' identities, so it is made again for each new set of copies.
+make_plan() {
+    find "$tree/copies" -type f >"$scratch/list"
+    "$corvel" scan --quiet --json --min-size 1 --settings "$settings" --select "$scratch/list" "$tree" >"$scratch/plan.json"
+}
 
 pass="" mv="" dry="" cat=""
 for ((r = 0; r < rounds; r++)); do
     make_copies
+    make_plan
     sync
     cat "$tree"/keep/* "$tree"/copies/* >/dev/null
     dry+="$(seconds "$corvel" remove --quiet --dry-run --settings "$settings" "$scratch/plan.json") "

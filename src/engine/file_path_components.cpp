@@ -41,7 +41,8 @@ std::vector<CVPathComponent> CVFile::generateRegularPathComponents() const {
     const std::string full = path();
     std::vector<CVPathComponent> components;
     // Each folder between the base and the file, shallowest first.
-    for (std::size_t slash = full.find('/', 1); slash != std::string::npos; slash = full.find('/', slash + 1)) {
+    for (std::size_t slash = full.find('/', 1); slash != std::string::npos;
+         slash = full.find('/', slash + 1)) {
         const std::string folder = full.substr(0, slash);
         if (folder.size() + 1 > base.size() && (folder + '/').starts_with(base))
             components.push_back(CVPathComponent::initWithSourse(folder, {}, kComponentFolder));

@@ -41,8 +41,9 @@ bool comparedBySamples(const CVNode& top) {
             if (seen.insert(folder).second)
                 for (const auto& child : folder->children())
                     pending.push_back(child.get());
-        } else if (node->size() != 0 && CVSignature::getSignatureTypeWithUTI(node->uti(), node->size(),
-                                                                              node->type()) != CVSignature::WholeFile) {
+        } else if (node->size() != 0 &&
+                   CVSignature::getSignatureTypeWithUTI(node->uti(), node->size(), node->type()) !=
+                       CVSignature::WholeFile) {
             return true;
         }
     }

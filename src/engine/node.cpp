@@ -377,7 +377,8 @@ void CVFile::setStatMTime(std::int64_t seconds) {
 std::int64_t CVFile::statMTimeNanoseconds() const {
     if (!flag(kMTimeInSeconds))
         return m_statMTime;
-    return m_statMTime < 0 ? std::numeric_limits<std::int64_t>::min() : std::numeric_limits<std::int64_t>::max();
+    return m_statMTime < 0 ? std::numeric_limits<std::int64_t>::min()
+                           : std::numeric_limits<std::int64_t>::max();
 }
 
 std::uint64_t CVFile::device() const {

@@ -34,7 +34,8 @@ void CVNodeCache::resetCache() {
     m_duplicatedFoldersCache = {};
 }
 
-std::optional<bool> CVNodeCache::folderChildrenSizeAreEqual(const std::string& a, const std::string& b) const {
+std::optional<bool> CVNodeCache::folderChildrenSizeAreEqual(const std::string& a,
+                                                            const std::string& b) const {
     return lookUp(m_folderChildrenSizeAreEqualCache, pairKey(a, b));
 }
 

@@ -84,7 +84,8 @@ GroupVerification verifySampledGroups(const std::vector<GroupPtr>& groups, unsig
         ++k;
         const Classes& found = classes[g];
         verification.bytesCompared += found.bytes;
-        verification.problems.insert(verification.problems.end(), found.problems.begin(), found.problems.end());
+        verification.problems.insert(verification.problems.end(), found.problems.begin(),
+                                     found.problems.end());
         if (found.stopped)
             continue;
         const auto files = groups[g]->files();

@@ -115,8 +115,10 @@ TEST_F(CorvelRemove, ADryRunChangesNothing) {
         EXPECT_EQ(test::TempTree::read(settingsFile()), settingsBefore) << c.options;
     }
     // The clean-up names the folders it would remove: both copies leave their folder empty.
-    const auto dry = run("scan --autoselect --remove --dry-run --remove-empty-folders " + shellQuoted(tree.path()));
-    EXPECT_NE(dry.out.find("would remove empty folder " + tree / "Pictures/Old"), std::string::npos) << dry.out;
+    const auto dry =
+        run("scan --autoselect --remove --dry-run --remove-empty-folders " + shellQuoted(tree.path()));
+    EXPECT_NE(dry.out.find("would remove empty folder " + tree / "Pictures/Old"), std::string::npos)
+        << dry.out;
     EXPECT_NE(dry.out.find("would remove empty folder " + tree / "Documents/Drafts"), std::string::npos);
 }
 
@@ -147,13 +149,14 @@ TEST_F(CorvelRemove, ASelectListMarksByHandAndIsCheckedFirst) {
     };
     for (const auto& c : refusals) {
         home.file("refused.txt", c.contents);
-        const auto refused =
-            run("scan --remove --yes --select " + shellQuoted(home / "refused.txt") + " " + shellQuoted(tree.path()));
+        const auto refused = run("scan --remove --yes --select " + shellQuoted(home / "refused.txt") + " " +
+                                 shellQuoted(tree.path()));
         EXPECT_EQ(refused.status, c.status) << refused.err;
         EXPECT_NE(refused.err.find(c.message), std::string::npos) << refused.err;
         EXPECT_EQ(snapshot(tree.path()), before);
     }
-    const auto removed = run("scan --json --remove --yes --select " + shellQuoted(list) + " " + shellQuoted(tree.path()));
+    const auto removed =
+        run("scan --json --remove --yes --select " + shellQuoted(list) + " " + shellQuoted(tree.path()));
     ASSERT_EQ(removed.status, 0) << removed.err;
     EXPECT_FALSE(fs::exists(tree / "Pictures/beach.jpg"));
     EXPECT_TRUE(fs::exists(tree / "Pictures/Old/beach copy.jpg"));
@@ -253,7 +256,8 @@ void expectEveryCopyAtItsPathOrInTheTrash(const test::TempTree& tree, const std:
         const std::string path = tree / ("copies/f" + std::to_string(i) + ".txt");
         const bool atPath = fs::exists(path);
         const bool inTrash = trashed.contains(path);
-        EXPECT_TRUE(atPath != inTrash) << path << (atPath ? " is at its path and in the Trash" : " is nowhere");
+        EXPECT_TRUE(atPath != inTrash)
+            << path << (atPath ? " is at its path and in the Trash" : " is nowhere");
         EXPECT_TRUE(fs::exists(tree / ("keep/f" + std::to_string(i) + ".txt")));
     }
 }
@@ -261,12 +265,12 @@ void expectEveryCopyAtItsPathOrInTheTrash(const test::TempTree& tree, const std:
 TEST_F(CorvelRemove, ASignalStopsThePassAfterTheCurrentCopy) {
     constexpr int kCount = 1500;
     home.file("list.txt", buildManyCopies(tree, kCount));
-    const std::string command = "HOME='" + home.path() + "' XDG_DATA_HOME='" + home.path() + "/.local/share' " +
-                                CORVEL_BINARY + " scan --min-size 1 --remove --yes --quiet --settings " +
-                                shellQuoted(settingsFile()) + " --select " + shellQuoted(home / "list.txt") + " " +
-                                shellQuoted(tree.path()) + " >/dev/null 2>&1 </dev/null & pid=$!; " +
-                                "for i in $(seq 2000); do [ -d '" + trashFolder() + "/files' ] && break; sleep 0.01; done; " +
-                                "kill -INT $pid; wait $pid";
+    const std::string command =
+        "HOME='" + home.path() + "' XDG_DATA_HOME='" + home.path() + "/.local/share' " + CORVEL_BINARY +
+        " scan --min-size 1 --remove --yes --quiet --settings " + shellQuoted(settingsFile()) + " --select " +
+        shellQuoted(home / "list.txt") + " " + shellQuoted(tree.path()) +
+        " >/dev/null 2>&1 </dev/null & pid=$!; " + "for i in $(seq 2000); do [ -d '" + trashFolder() +
+        "/files' ] && break; sleep 0.01; done; " + "kill -INT $pid; wait $pid";
     const int status = std::system(command.c_str());
     ASSERT_TRUE(WIFEXITED(status));
     EXPECT_EQ(WEXITSTATUS(status), 130);
@@ -301,7 +305,8 @@ TEST_F(CorvelRemove, KilledAtAnyMomentEveryCopyIsAtItsPathOrInTheTrash) {
     EXPECT_TRUE(last.status == 0 || last.status == 4) << last.err;
     expectEveryCopyAtItsPathOrInTheTrash(tree, trashFolder(), kCount);
     for (int i = 0; i < kCount; ++i)
-        EXPECT_FALSE(fs::exists(tree / ("copies/f" + std::to_string(i) + ".txt"))) << "the last pass ends the work";
+        EXPECT_FALSE(fs::exists(tree / ("copies/f" + std::to_string(i) + ".txt")))
+            << "the last pass ends the work";
 }
 
 } // namespace

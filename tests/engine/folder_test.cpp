@@ -177,15 +177,14 @@ TEST_P(FolderNesting, OnlyAFolderInsideTheOtherIsRefused) {
     EXPECT_EQ(second->isDuplicateOf(*first), p.duplicates) << p.label << ", compared the other way round";
 }
 
-INSTANTIATE_TEST_SUITE_P(Places, FolderNesting,
-                         testing::Values(Placement{"a folder directly inside the other", "X", "X/Y", false},
-                                         Placement{"several levels down", "X", "X/a/b/Y", false},
-                                         Placement{"side by side", "X", "Z", true},
-                                         Placement{"beside a folder whose name starts alike", "X",
-                                                   "X-backup/Y", true},
-                                         Placement{"at other depths, not inside each other", "A/X", "B/c/d/X",
-                                                   true}),
-                         [](const auto& param) { return "Case" + std::to_string(param.index); });
+INSTANTIATE_TEST_SUITE_P(
+    Places, FolderNesting,
+    testing::Values(Placement{"a folder directly inside the other", "X", "X/Y", false},
+                    Placement{"several levels down", "X", "X/a/b/Y", false},
+                    Placement{"side by side", "X", "Z", true},
+                    Placement{"beside a folder whose name starts alike", "X", "X-backup/Y", true},
+                    Placement{"at other depths, not inside each other", "A/X", "B/c/d/X", true}),
+    [](const auto& param) { return "Case" + std::to_string(param.index); });
 
 TEST_F(FolderComparison, EmptyFoldersCompareEqual) {
     auto e1 = build(tree.folder("E1"), &delegate);

@@ -1,7 +1,7 @@
 #include <ctime>
-#include <limits>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <limits>
 #include <sys/stat.h>
 
 #include "engine/folder.h"
