@@ -132,6 +132,33 @@ TEST_F(CorvelRemove, WithoutATerminalOrYesNothingIsTouched) {
     EXPECT_FALSE(fs::exists(trashFolder()));
 }
 
+TEST_F(CorvelRemove, OnATerminalTheAnswerDecides) {
+    if (std::system("command -v script >/dev/null 2>&1") != 0)
+        GTEST_SKIP() << "script(1) is needed to give corvel a terminal";
+    buildCopies();
+    const auto before = snapshot(tree.path());
+    // script(1) runs corvel on a pseudo-terminal and passes the answer to it.
+    auto ask = [&](const std::string& answer) {
+        const std::string out = home / "terminal.txt";
+        const std::string inner = "HOME='" + home.path() + "' XDG_DATA_HOME='" + home.path() +
+                                  "/.local/share' " + CORVEL_BINARY + " scan --autoselect --remove --settings " +
+                                  shellQuoted(settingsFile()) + " " + shellQuoted(tree.path());
+        const std::string command = "printf '" + answer + "\\n' | script -qec \"" + inner + "\" /dev/null > '" + out +
+                                    "' 2>&1";
+        const int status = std::system(command.c_str());
+        return std::make_pair(WIFEXITED(status) ? WEXITSTATUS(status) : -1, test::TempTree::read(out));
+    };
+    const auto [refusedStatus, refused] = ask("n");
+    EXPECT_NE(refused.find("Move 2 copies ("), std::string::npos) << refused;
+    EXPECT_NE(refused.find(") to the Trash? [y/N]"), std::string::npos) << refused;
+    EXPECT_EQ(refusedStatus, 2) << refused;
+    EXPECT_EQ(snapshot(tree.path()), before);
+    const auto [acceptedStatus, accepted] = ask("y");
+    EXPECT_EQ(acceptedStatus, 0) << accepted;
+    EXPECT_FALSE(fs::exists(tree / "Pictures/Old/beach copy.jpg"));
+    EXPECT_TRUE(fs::exists(tree / "Pictures/beach.jpg"));
+}
+
 TEST_F(CorvelRemove, ASelectListMarksByHandAndIsCheckedFirst) {
     buildCopies();
     const std::string list = home.file("list.txt", tree / "Pictures/beach.jpg" + "\n");
@@ -192,6 +219,17 @@ TEST_F(CorvelRemove, DeleteAndEmptyFolderChoicesHoldForTheRunOnly) {
     EXPECT_FALSE(fs::exists(tree / "Documents/Drafts")) << "left with only .DS_Store";
     EXPECT_FALSE(fs::exists(tree / "Pictures/Old"));
     EXPECT_FALSE(fs::exists(trashFolder()));
+    // --keep-empty-folders overrides a stored choice to remove them, for the run.
+    buildCopies();
+    home.file("keep-folders.plist", "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>"
+                                    "<key>RemoveEmptyFolders</key><true/></dict></plist>\n");
+    const auto kept = test::runCorvel("scan --autoselect --remove --yes --keep-empty-folders --settings " +
+                                          shellQuoted(home / "keep-folders.plist") + " " + shellQuoted(tree.path()) +
+                                          " </dev/null",
+                                      home, "XDG_DATA_HOME='" + home.path() + "/.local/share' ");
+    ASSERT_EQ(kept.status, 0) << kept.err;
+    EXPECT_FALSE(fs::exists(tree / "Pictures/Old/beach copy.jpg"));
+    EXPECT_TRUE(fs::exists(tree / "Pictures/Old")) << "kept for this run";
     // Nothing of the choice was stored: the settings file does not name it.
     const std::string settings = test::TempTree::read(settingsFile());
     EXPECT_EQ(settings.find("MoveIntoTrash"), std::string::npos);
