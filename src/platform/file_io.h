@@ -9,6 +9,10 @@
 
 namespace corvel {
 
+// Writes every byte to the descriptor, going on after short writes and interruptions;
+// false with errno set when a write fails.
+bool writeAll(int fd, std::string_view bytes);
+
 // A file open for reading, closed when dropped. Opening never blocks on a device or a
 // fifo; with followLink false a symbolic link is not opened (valid() is false).
 class ReadOnlyFile {

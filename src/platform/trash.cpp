@@ -60,19 +60,6 @@ bool isWithin(const std::string& path, const std::string& folder) {
     return path == folder || (path.starts_with(folder) && (folder == "/" || path[folder.size()] == '/'));
 }
 
-bool writeAll(int fd, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t n = ::write(fd, bytes.data(), bytes.size());
-        if (n < 0) {
-            if (errno == EINTR)
-                continue;
-            return false;
-        }
-        bytes.remove_prefix(static_cast<std::size_t>(n));
-    }
-    return true;
-}
-
 // The item a path names: its folder (absolute, symbolic links resolved) and its name.
 struct ItemName {
     std::string folder;
