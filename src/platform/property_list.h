@@ -2,9 +2,14 @@
 // Property-list files: XML and binary lists are read, XML (and, for tests and tools,
 // binary) lists are written. Parsing is done by libplist; this layer converts to and
 // from PropertyValue and guards what libplist cannot survive: input nested deeper than
-// kMaxPropertyListDepth or larger than kMaxPropertyListBytes is refused before parsing.
+// kMaxPropertyListDepth, larger than kMaxPropertyListBytes, expanding to more nodes than
+// propertyListNodeLimit() or holding a NUL character in a string or key is refused
+// before parsing. XML dates and integers are taken from the document's own text, so
+// dates of any year from 1 to 9999, their fractional seconds and unsigned 64-bit
+// integers come back exactly. XML is written by this layer, not by libplist.
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -18,6 +23,15 @@ inline constexpr std::size_t kMaxPropertyListBytes = std::size_t{512} << 20;
 // Far deeper than any real list; deep enough nesting overflows libplist's recursion.
 inline constexpr int kMaxPropertyListDepth = 512;
 
+// A binary list may share objects, so its expanded node count can grow exponentially with
+// its size. A list is refused when it expands to more nodes than
+// max(kMinPropertyListNodeLimit, kPropertyListNodesPerByte * its size in bytes); an
+// honest list (an XML one, or a binary one whose sharing is only of repeated strings and
+// numbers) stays far below that.
+inline constexpr std::uint64_t kMinPropertyListNodeLimit = 1'000'000;
+inline constexpr std::uint64_t kPropertyListNodesPerByte = 4;
+std::uint64_t propertyListNodeLimit(std::size_t bytes);
+
 enum class PropertyListFormat { XML, Binary };
 
 // Parses an XML or binary property list. On failure answers false and sets *error
@@ -27,15 +41,26 @@ bool readPropertyList(std::string_view bytes, PropertyValue& out, CVError* error
 bool readPropertyListFile(const std::string& path, PropertyValue& out, CVError* error);
 
 // Serialises a value. Null values inside containers are left out (property lists have
-// no null); a null top-level value serialises as an empty dictionary. Dates before
-// 1901 or after 2038 are clamped (libplist keeps 32-bit seconds).
+// no null); a null top-level value serialises as an empty dictionary. A string that is
+// not valid UTF-8 or holds a character XML 1.0 cannot carry (NUL, control characters
+// other than tab, line feed and carriage return, U+FFFE, U+FFFF) is written as data
+// with its bytes. XML dates are written to the microsecond (fewer digits when they
+// suffice) and clamped to the years 1 to 9999; binary dates before 1901 or after 2038
+// are clamped (libplist keeps 32-bit seconds). A dictionary key that cannot be carried
+// (it cannot be written as data) makes the answer empty.
 std::string propertyListData(const PropertyValue& value, PropertyListFormat format);
 
-// Writes the value as an XML property list, atomically (see writeFileAtomically).
+// Writes the value as an XML property list, atomically (see writeFileAtomically). A
+// dictionary key that a list cannot carry answers false with an error and leaves the
+// file as it was.
 bool writePropertyListFile(const std::string& path, const PropertyValue& value, CVError* error);
 
 // The depth of the deepest container in the list (0 for a scalar), or -1 when the
 // structure is too malformed to measure. Exposed for tests.
 int propertyListNestingDepth(std::string_view bytes, int limit);
+// The number of nodes the list expands to (every reference to a shared object counts),
+// saturating at UINT64_MAX; 0 when the structure is too malformed to measure. XML lists
+// share nothing: their count is their element count. Exposed for tests.
+std::uint64_t propertyListNodeCount(std::string_view bytes);
 
 } // namespace corvel

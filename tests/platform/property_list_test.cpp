@@ -1,4 +1,7 @@
+#include <cstdint>
 #include <gtest/gtest.h>
+#include <tuple>
+#include <vector>
 
 #include "platform/property_list.h"
 #include "support/temp_tree.h"
@@ -63,7 +66,7 @@ INSTANTIATE_TEST_SUITE_P(Formats, PropertyListRoundTrip,
                          testing::Values(PropertyListFormat::XML, PropertyListFormat::Binary),
                          [](const auto& p) { return p.param == PropertyListFormat::XML ? "XML" : "Binary"; });
 
-TEST(PropertyList, XmlDatesAreWholeSecondsAndNullsAreLeftOut) {
+TEST(PropertyList, NullsAreLeftOut) {
     PropertyValue v(PropertyValue::Dictionary{{"d", PropertyDate{1000.0}}, {"gone", PropertyValue()}});
     v.set("list", PropertyValue::Array{1, PropertyValue(), 2});
     PropertyValue back;
@@ -160,6 +163,217 @@ TEST(PropertyList, DeepBinaryNestingIsRefused) {
     EXPECT_GT(propertyListNestingDepth(bytes, kMaxPropertyListDepth), kMaxPropertyListDepth);
     EXPECT_FALSE(readPropertyList(bytes, v, nullptr));
 }
+
+// A binary list built from encoded objects; object 0 is the top. Offsets and references
+// are two bytes wide.
+std::string binaryList(const std::vector<std::string>& objects) {
+    std::string s = "bplist00";
+    std::vector<std::size_t> offsets;
+    for (const auto& object : objects) {
+        offsets.push_back(s.size());
+        s += object;
+    }
+    const std::size_t table = s.size();
+    for (const std::size_t offset : offsets) {
+        s += static_cast<char>(offset >> 8);
+        s += static_cast<char>(offset & 0xFF);
+    }
+    std::string trailer(32, '\0');
+    trailer[6] = 2; // offset size
+    trailer[7] = 2; // reference size
+    trailer[14] = static_cast<char>(objects.size() >> 8);
+    trailer[15] = static_cast<char>(objects.size() & 0xFF);
+    trailer[30] = static_cast<char>(table >> 8);
+    trailer[31] = static_cast<char>(table & 0xFF);
+    return s + trailer;
+}
+
+std::string ref(std::size_t index) {
+    return {static_cast<char>(index >> 8), static_cast<char>(index & 0xFF)};
+}
+
+// Reading a string that holds a NUL used to abort the process inside libplist.
+struct NulCase {
+    const char* name;
+    std::string bytes;
+};
+
+class PropertyListNul : public testing::TestWithParam<NulCase> {};
+
+TEST_P(PropertyListNul, IsAnErrorNotAnAbort) {
+    PropertyValue out = "untouched";
+    CVError error;
+    EXPECT_FALSE(readPropertyList(GetParam().bytes, out, &error));
+    EXPECT_NE(error.localizedDescription().find("NUL"), std::string::npos) << error.localizedDescription();
+    EXPECT_EQ(out.toString(), "untouched");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Lists, PropertyListNul,
+    testing::Values(NulCase{"XmlString", "<plist><dict><key>a</key><string>x&#0;y</string></dict></plist>"},
+                    NulCase{"XmlHexString", "<plist><array><string>&#x00;</string></array></plist>"},
+                    NulCase{"XmlKey", "<plist><dict><key>a&#000;</key><true/></dict></plist>"},
+                    NulCase{"XmlRawByte", std::string("<plist><string>a\0b</string></plist>", 34)},
+                    NulCase{"BinaryAsciiString", binaryList({"\xA1" + ref(1), std::string("\x53"
+                                                                                          "a\0b",
+                                                                                          4)})},
+                    NulCase{"BinaryUtf16String",
+                            binaryList({"\xA1" + ref(1), std::string("\x62\0a\0\0", 5)})},
+                    NulCase{"BinaryKey", binaryList({"\xD1" + ref(1) + ref(2),
+                                                     std::string("\x52"
+                                                                 "k\0",
+                                                                 3),
+                                                     "\x09"})}),
+    [](const auto& p) { return std::string(p.param.name); });
+
+// Arrays that each reference the next level twice: `levels` levels expand to 2^levels leaves.
+std::string referenceBomb(int levels) {
+    std::vector<std::string> objects;
+    for (int i = 0; i < levels; ++i)
+        objects.push_back("\xA2" + ref(i + 1) + ref(i + 1));
+    objects.push_back("\x09"); // true
+    return binaryList(objects);
+}
+
+TEST(PropertyList, SharedReferencesThatExpandBeyondTheNodeLimitAreRefused) {
+    const std::string bomb = referenceBomb(40);
+    ASSERT_LT(bomb.size(), 1000u);
+    PropertyValue out;
+    CVError error;
+    EXPECT_FALSE(readPropertyList(bomb, out, &error));
+    EXPECT_NE(error.localizedDescription().find("nodes"), std::string::npos) << error.localizedDescription();
+    EXPECT_GT(propertyListNodeCount(bomb), propertyListNodeLimit(bomb.size()));
+}
+
+TEST(PropertyList, SharedReferencesWithinTheLimitAreRead) {
+    const std::string list = referenceBomb(12);
+    EXPECT_EQ(propertyListNodeCount(list), (std::uint64_t{1} << 13) - 1);
+    PropertyValue out;
+    CVError error;
+    ASSERT_TRUE(readPropertyList(list, out, &error)) << error.localizedDescription();
+    const PropertyValue* leaf = &out;
+    for (int i = 0; i < 12; ++i)
+        leaf = &(*leaf)[std::size_t{1}];
+    EXPECT_EQ(leaf->asBool(), true);
+}
+
+// Strings that a property list cannot carry as text are written as data, so that no
+// byte is lost and every reader accepts the file.
+struct UncarriedString {
+    const char* name;
+    std::string bytes;
+};
+
+class PropertyListUncarriedString
+    : public testing::TestWithParam<std::tuple<PropertyListFormat, UncarriedString>> {};
+
+bool validUtf8(std::string_view s) {
+    for (std::size_t i = 0; i < s.size();) {
+        const auto c = static_cast<unsigned char>(s[i]);
+        const std::size_t n = c < 0x80 ? 1 : (c >> 5) == 6 ? 2 : (c >> 4) == 14 ? 3 : (c >> 3) == 30 ? 4 : 0;
+        if (n == 0 || i + n > s.size())
+            return false;
+        for (std::size_t k = 1; k < n; ++k)
+            if ((static_cast<unsigned char>(s[i + k]) >> 6) != 2)
+                return false;
+        i += n;
+    }
+    return true;
+}
+
+TEST_P(PropertyListUncarriedString, ComesBackAsTheSameBytes) {
+    const auto& [format, sample] = GetParam();
+    const PropertyValue original(PropertyValue::Dictionary{{"value", sample.bytes}, {"plain", "é"}});
+    const std::string bytes = propertyListData(original, format);
+    if (format == PropertyListFormat::XML) {
+        EXPECT_TRUE(validUtf8(bytes));
+        EXPECT_EQ(bytes.find('\0'), std::string::npos);
+    }
+    PropertyValue back;
+    CVError error;
+    ASSERT_TRUE(readPropertyList(bytes, back, &error)) << error.localizedDescription();
+    const auto* data = back["value"].asData();
+    ASSERT_NE(data, nullptr) << back.description();
+    EXPECT_EQ(std::string(data->begin(), data->end()), sample.bytes);
+    EXPECT_EQ(back["plain"].toString(), "é");
+}
+
+INSTANTIATE_TEST_SUITE_P(Strings, PropertyListUncarriedString,
+                         testing::Combine(testing::Values(PropertyListFormat::XML,
+                                                          PropertyListFormat::Binary),
+                                          testing::Values(UncarriedString{"Latin1", "caf\xE9"},
+                                                          UncarriedString{"Truncated", "ab\xE2\x82"},
+                                                          UncarriedString{"Overlong", "\xC0\xAF"},
+                                                          UncarriedString{"Surrogate", "\xED\xA0\x80"},
+                                                          UncarriedString{"Nul", std::string("a\0b", 3)},
+                                                          UncarriedString{"Control", "bell\x07"})),
+                         [](const auto& p) {
+                             return std::string(std::get<0>(p.param) == PropertyListFormat::XML ? "XML"
+                                                                                                : "Binary") +
+                                    std::get<1>(p.param).name;
+                         });
+
+TEST(PropertyList, TextThatXmlNormalisesSurvivesARoundTrip) {
+    const PropertyValue original(
+        PropertyValue::Dictionary{{"text", "a\r\nb\tc <&> \"'\" ]]> d"}, {"k\r\x7f", "v"}});
+    PropertyValue back;
+    ASSERT_TRUE(readPropertyList(propertyListData(original, PropertyListFormat::XML), back, nullptr));
+    EXPECT_TRUE(back == original) << back.description();
+}
+
+TEST(PropertyList, AKeyThatCannotBeWrittenFailsTheWriteAndKeepsTheFile) {
+    test::TempTree tree;
+    const std::string path = tree.file("settings.plist", "old");
+    CVError error;
+    EXPECT_FALSE(writePropertyListFile(path, PropertyValue::Dictionary{{"caf\xE9", 1}}, &error));
+    EXPECT_FALSE(error.localizedDescription().empty());
+    EXPECT_EQ(test::TempTree::read(path), "old");
+}
+
+// Values as other programs write them, outside what libplist's own date and integer
+// handling keeps: they must come back exactly and be written with the same text.
+struct ExactXmlValue {
+    const char* name;
+    std::string element; // as it appears in the file
+    PropertyValue value;
+};
+
+class PropertyListExactValue : public testing::TestWithParam<ExactXmlValue> {};
+
+TEST_P(PropertyListExactValue, IsReadExactlyAndWrittenBackUnchanged) {
+    const std::string xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<dict>\n"
+                            "\t<key>v</key>\n\t" +
+                            GetParam().element + "\n</dict>\n</plist>\n";
+    PropertyValue back;
+    CVError error;
+    ASSERT_TRUE(readPropertyList(xml, back, &error)) << error.localizedDescription();
+    EXPECT_EQ(back["v"].type(), GetParam().value.type());
+    EXPECT_TRUE(back["v"] == GetParam().value) << back["v"].description();
+    EXPECT_EQ(back["v"].isUnsignedInteger(), GetParam().value.isUnsignedInteger());
+    if (const auto date = back["v"].asDate()) {
+        EXPECT_EQ(date->secondsSince1970, GetParam().value.asDate()->secondsSince1970);
+    }
+    const std::string written = propertyListData(back, PropertyListFormat::XML);
+    EXPECT_NE(written.find("\t" + GetParam().element + "\n"), std::string::npos) << written;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Values, PropertyListExactValue,
+    testing::Values(
+        ExactXmlValue{"Date2100", "<date>2100-01-01T00:00:00Z</date>", PropertyDate{4102444800.0}},
+        ExactXmlValue{"Date1800", "<date>1800-06-15T12:30:00Z</date>", PropertyDate{-5350361400.0}},
+        ExactXmlValue{"Date1901", "<date>1901-12-13T20:45:51Z</date>", PropertyDate{-2147483649.0}},
+        ExactXmlValue{"Date9999", "<date>9999-12-31T23:59:59Z</date>", PropertyDate{253402300799.0}},
+        ExactXmlValue{"DateFraction", "<date>2020-05-17T10:11:12.5Z</date>", PropertyDate{1589710272.5}},
+        ExactXmlValue{"DateBefore1970Fraction", "<date>1969-12-31T23:59:59.25Z</date>", PropertyDate{-0.75}},
+        ExactXmlValue{"UnsignedMax", "<integer>18446744073709551615</integer>", PropertyValue(UINT64_MAX)},
+        ExactXmlValue{"UnsignedAbove63", "<integer>9223372036854775808</integer>",
+                      PropertyValue(std::uint64_t{1} << 63)},
+        ExactXmlValue{"SignedMin", "<integer>-9223372036854775808</integer>",
+                      PropertyValue(static_cast<long long>(INT64_MIN))},
+        ExactXmlValue{"SignedMax", "<integer>9223372036854775807</integer>",
+                      PropertyValue(static_cast<long long>(INT64_MAX))}),
+    [](const auto& p) { return std::string(p.param.name); });
 
 TEST(PropertyList, FilesAreWrittenAsXmlAndReadBack) {
     test::TempTree tree;

@@ -410,5 +410,45 @@ TEST(UserDefaults, DefaultPathFollowsTheEnvironment) {
     savedConfig ? ::setenv("XDG_CONFIG_HOME", savedConfig, 1) : ::unsetenv("XDG_CONFIG_HOME");
 }
 
+// Values the program does not own keep their exact text when a known key is changed
+// and the file is rewritten.
+TEST(UserDefaults, UnknownValuesSurviveARewriteExactly) {
+    test::TempTree tree;
+    const std::string values[] = {
+        "<date>2100-01-01T00:00:00Z</date>",      "<date>1800-06-15T12:30:00Z</date>",
+        "<date>2020-05-17T10:11:12.345Z</date>",  "<integer>18446744073709551615</integer>",
+        "<integer>9223372036854775808</integer>", "<real>0.1</real>",
+        "<real>1.0000000000000002</real>",
+    };
+    std::string xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<dict>\n"
+                      "\t<key>MoveIntoTrash</key>\n\t<true/>\n";
+    for (std::size_t i = 0; i < std::size(values); ++i)
+        xml += "\t<key>Foreign" + std::to_string(i) + "</key>\n\t" + values[i] + "\n";
+    xml += "</dict>\n</plist>\n";
+    const std::string path = tree.file("config/corvel/com.halvik.Corvel.plist", xml);
+    const PropertyValue before = readFile(path);
+    {
+        UserDefaults defaults(path);
+        defaults.setBool(false, "MoveIntoTrash");
+        ASSERT_TRUE(defaults.synchronize());
+    }
+    const std::string written = test::TempTree::read(path);
+    ASSERT_NE(written, xml);
+    for (std::size_t i = 0; i < std::size(values); ++i)
+        EXPECT_NE(written.find("<key>Foreign" + std::to_string(i) + "</key>\n\t" + values[i] + "\n"),
+                  std::string::npos)
+            << values[i] << " in\n"
+            << written;
+    const PropertyValue after = readFile(path);
+    EXPECT_EQ(after["MoveIntoTrash"].asBool(), false);
+    for (std::size_t i = 0; i < std::size(values); ++i) {
+        const std::string key = "Foreign" + std::to_string(i);
+        EXPECT_TRUE(after[key] == before[key]) << key;
+        EXPECT_EQ(after[key].isUnsignedInteger(), before[key].isUnsignedInteger()) << key;
+    }
+    EXPECT_EQ(after["Foreign3"].toUInt64(), UINT64_MAX);
+    EXPECT_EQ(after["Foreign2"].asDate()->secondsSince1970, 1589710272.345);
+}
+
 } // namespace
 } // namespace corvel
