@@ -70,6 +70,10 @@ TEST(ITunesParser, ReadsBinaryAndXmlLibrariesAndSurvivesBadOnes) {
     }
     CViTunesParser parser;
     EXPECT_FALSE(parser.parseXMLFile(tree.file("bad.xml", "<plist><dict><key>Tracks</key>")));
+    // A NUL in a string used to abort the process inside libplist.
+    static const char kNul[] = "<plist><dict><key>Tracks</key><dict><key>1</key><dict><key>Name</key>"
+                               "<string>a\0b</string></dict></dict></dict></plist>";
+    EXPECT_FALSE(parser.parseXMLFile(tree.file("nul.xml", std::string(kNul, sizeof kNul - 1))));
     EXPECT_FALSE(parser.parseXMLFile(
         tree.file("notracks.xml", propertyListData(PropertyValue::Dictionary{}, PropertyListFormat::XML))));
     EXPECT_TRUE(parser.getTracksArray().empty());

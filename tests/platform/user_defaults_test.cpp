@@ -243,6 +243,11 @@ auto topLevelArray = [](const test::TempTree& t) {
     writeIn(t, "settings.plist", propertyListData(PropertyValue::Array{1}, PropertyListFormat::XML));
 };
 auto emptyFile = [](const test::TempTree& t) { writeIn(t, "settings.plist", ""); };
+// libplist aborted the process on a string holding a NUL.
+auto nulString = [](const test::TempTree& t) {
+    static const char kNul[] = "<plist><dict><key>A</key><string>a\0b</string></dict></plist>";
+    writeIn(t, "settings.plist", std::string(kNul, sizeof kNul - 1));
+};
 auto linkToAScript = [](const test::TempTree& t) {
     writeIn(t, "target", kShellScript);
     t.symlink("settings/settings.plist", t / "settings/target");
@@ -265,6 +270,8 @@ INSTANTIATE_TEST_SUITE_P(
         FileCase{"OwnGarbled", garbled, FileOrigin::OwnDefault, FileState::SetAside},
         FileCase{"NamedArray", topLevelArray, FileOrigin::NamedByUser, FileState::NotASettingsFile},
         FileCase{"OwnArray", topLevelArray, FileOrigin::OwnDefault, FileState::SetAside},
+        FileCase{"NamedNulString", nulString, FileOrigin::NamedByUser, FileState::NotASettingsFile},
+        FileCase{"OwnNulString", nulString, FileOrigin::OwnDefault, FileState::SetAside},
         FileCase{"NamedEmpty", emptyFile, FileOrigin::NamedByUser, FileState::NotASettingsFile},
         FileCase{"OwnEmpty", emptyFile, FileOrigin::OwnDefault, FileState::SetAside},
         FileCase{"NamedLinkToAScript", linkToAScript, FileOrigin::NamedByUser, FileState::NotASettingsFile},
