@@ -45,10 +45,12 @@ struct ListShape {
     int depth = 0;           // deepest container nesting; -1 when unmeasurable
     std::uint64_t nodes = 0; // expanded node count
     bool holdsNul = false;   // a string or key holds a NUL character
-    // XML only: the value of every <date> and <integer> element in document order, or
-    // nothing where its text is not one this layer reads itself.
-    std::vector<std::optional<PropertyValue>> dates;
-    std::vector<std::optional<PropertyValue>> integers;
+    // XML only: the value of every <date> element in document order (nothing where its
+    // text is not one this layer reads itself), the number of <integer> elements and the
+    // positions among them of those above INT64_MAX (libplist drops their sign flag).
+    std::vector<std::optional<double>> dates;
+    std::size_t integers = 0;
+    std::vector<std::size_t> unsignedIntegers;
 };
 
 std::int64_t daysFromCivil(std::int64_t y, unsigned m, unsigned d) {
@@ -242,19 +244,24 @@ ListShape xmlShape(std::string_view s, int limit) {
                     return shape;
             }
         } else if (!closing && (name == "date" || name == "integer")) {
-            auto& values = name == "date" ? shape.dates : shape.integers;
-            std::optional<PropertyValue> value;
+            std::string_view text;
+            bool plainText = false;
             const auto next = s.find('<', tagEnd);
             if (!selfClosing && next != std::string_view::npos && startsWith(s, next + 2, name) &&
                 startsWith(s, next, "</")) {
-                const std::string_view text = s.substr(tagEnd + 1, next - tagEnd - 1);
-                if (name == "integer") {
-                    value = parseXmlInteger(text);
-                } else if (const auto date = parseXmlDate(text)) {
-                    value = PropertyValue(PropertyDate{*date});
-                }
+                text = s.substr(tagEnd + 1, next - tagEnd - 1);
+                plainText = true;
             }
-            values.push_back(std::move(value));
+            if (name == "date") {
+                shape.dates.push_back(plainText ? parseXmlDate(text) : std::nullopt);
+            } else {
+                if (plainText) {
+                    const auto value = parseXmlInteger(text);
+                    if (value && value->isUnsignedInteger())
+                        shape.unsignedIntegers.push_back(shape.integers);
+                }
+                ++shape.integers;
+            }
         }
         i = textFrom = tagEnd + 1;
     }
@@ -394,16 +401,25 @@ ListShape listShape(std::string_view bytes, int limit) {
 
 // Values taken from the XML text in place of libplist's, consumed in document order.
 struct TextValues {
-    const std::vector<std::optional<PropertyValue>>* dates = nullptr;
-    const std::vector<std::optional<PropertyValue>>* integers = nullptr;
+    const std::vector<std::optional<double>>* dates = nullptr;
+    const std::vector<std::size_t>* unsignedIntegers = nullptr;
     std::size_t nextDate = 0;
     std::size_t nextInteger = 0;
+    std::size_t nextUnsigned = 0;
 
-    std::optional<PropertyValue> take(const std::vector<std::optional<PropertyValue>>* values,
-                                      std::size_t& next) {
-        if (!values || next >= values->size())
+    std::optional<double> takeDate() {
+        if (!dates || nextDate >= dates->size())
             return std::nullopt;
-        return (*values)[next++];
+        return (*dates)[nextDate++];
+    }
+    // True when the next integer was written above INT64_MAX.
+    bool takeIntegerIsUnsigned() {
+        const std::size_t index = nextInteger++;
+        if (!unsignedIntegers || nextUnsigned >= unsignedIntegers->size() ||
+            (*unsignedIntegers)[nextUnsigned] != index)
+            return false;
+        ++nextUnsigned;
+        return true;
     }
 };
 
@@ -449,10 +465,10 @@ PropertyValue fromPlist(plist_t node, TextValues& text) {
         return PropertyValue(b != 0);
     }
     case PLIST_UINT: {
-        if (auto exact = text.take(text.integers, text.nextInteger))
-            return std::move(*exact);
         std::uint64_t v = 0;
         plist_get_uint_val(node, &v);
+        if (text.takeIntegerIsUnsigned())
+            return PropertyValue(static_cast<unsigned long long>(v));
         // libplist keeps signed and unsigned alike as 64 bits; read them as signed.
         return PropertyValue(static_cast<long long>(v));
     }
@@ -475,8 +491,8 @@ PropertyValue fromPlist(plist_t node, TextValues& text) {
         return v;
     }
     case PLIST_DATE: {
-        if (auto exact = text.take(text.dates, text.nextDate))
-            return std::move(*exact);
+        if (const auto exact = text.takeDate())
+            return PropertyValue(PropertyDate{*exact});
         std::int32_t sec = 0;
         std::int32_t usec = 0;
         plist_get_date_val(node, &sec, &usec);
@@ -515,7 +531,7 @@ PropertyValue fromPlist(plist_t node, TextValues& text) {
         return PropertyValue(std::move(dict));
     }
     case PLIST_UID: {
-        text.take(text.integers, text.nextInteger); // written as an <integer> in XML
+        text.takeIntegerIsUnsigned(); // written as an <integer> in XML
         std::uint64_t v = 0;
         plist_get_uid_val(node, &v);
         return PropertyValue(static_cast<long long>(v));
@@ -833,8 +849,8 @@ bool readPropertyList(std::string_view bytes, PropertyValue& out, CVError* error
         countScalars(root.get(), dates, integers);
         if (dates == shape.dates.size())
             text.dates = &shape.dates;
-        if (integers == shape.integers.size())
-            text.integers = &shape.integers;
+        if (integers == shape.integers)
+            text.unsignedIntegers = &shape.unsignedIntegers;
     }
     out = fromPlist(root.get(), text);
     return true;
