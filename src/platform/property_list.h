@@ -4,9 +4,10 @@
 // from PropertyValue and guards what libplist cannot survive: input nested deeper than
 // kMaxPropertyListDepth, larger than kMaxPropertyListBytes, expanding to more nodes than
 // propertyListNodeLimit() or holding a NUL character in a string or key is refused
-// before parsing. XML dates and integers are taken from the document's own text, so
-// dates of any year from 1 to 9999, their fractional seconds and unsigned 64-bit
-// integers come back exactly. XML is written by this layer, not by libplist.
+// before parsing. XML dates, and whether an integer was written above INT64_MAX, are
+// taken from the document's own text, so dates of the years 1 to 9999 with their
+// fractional seconds and unsigned 64-bit integers come back exactly. XML is written by
+// this layer, not by libplist.
 
 #include <cstddef>
 #include <cstdint>
@@ -44,10 +45,10 @@ bool readPropertyListFile(const std::string& path, PropertyValue& out, CVError* 
 // no null); a null top-level value serialises as an empty dictionary. A string that is
 // not valid UTF-8 or holds a character XML 1.0 cannot carry (NUL, control characters
 // other than tab, line feed and carriage return, U+FFFE, U+FFFF) is written as data
-// with its bytes. XML dates are written to the microsecond (fewer digits when they
-// suffice) and clamped to the years 1 to 9999; binary dates before 1901 or after 2038
-// are clamped (libplist keeps 32-bit seconds). A dictionary key that cannot be carried
-// (it cannot be written as data) makes the answer empty.
+// with its bytes. XML dates are written with the fewest fraction digits (up to nine)
+// that read back as the same value and are clamped to the years 1 to 9999; binary dates
+// before 1932 or after 2069 are clamped (libplist keeps 32-bit seconds from 2001). A dictionary key that
+// cannot be carried (it cannot be written as data) makes the answer empty.
 std::string propertyListData(const PropertyValue& value, PropertyListFormat format);
 
 // Writes the value as an XML property list, atomically (see writeFileAtomically). A
