@@ -88,7 +88,8 @@ constexpr std::size_t kIncompleteFoldersShown = 20;
 
 void reportIncompleteFolders(const std::vector<IncompleteFolder>& folders) {
     for (std::size_t i = 0; i < folders.size() && i < kIncompleteFoldersShown; ++i)
-        std::cerr << "corvel: cannot read " << folders[i].path << " completely: " << folders[i].reason << "\n";
+        std::cerr << "corvel: cannot read " << folders[i].path << " completely: " << folders[i].reason
+                  << "\n";
     if (folders.size() > kIncompleteFoldersShown)
         std::cerr << "corvel: and " << folders.size() - kIncompleteFoldersShown
                   << " more folders could not be read completely\n";

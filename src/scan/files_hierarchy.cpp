@@ -242,8 +242,9 @@ void CVFilesHierarchy::buildHierarchyForPath(const CVScanPath& root) {
                            std::string(std::strerror(entry.error)));
                 // Without an error number, fts met a folder that leads back to one above it.
                 noteIncomplete(walk, entry,
-                               entry.error != 0 ? std::string(std::strerror(entry.error))
-                                                : std::string("a folder inside it leads back to a folder above it"));
+                               entry.error != 0
+                                   ? std::string(std::strerror(entry.error))
+                                   : std::string("a folder inside it leads back to a folder above it"));
                 if (entry.endsRoot)
                     failRoot();
                 else if (entry.closesFolder)
@@ -328,7 +329,8 @@ void CVFilesHierarchy::addFolder(Walk& walk, const WalkEntry& entry) {
     walk.stack.push_back({folder});
     if (entry.depthLimited)
         noteIncomplete(walk, entry,
-                       "it lies deeper than the walk goes (" + std::to_string(kMaxPlainDepth) + " folders down)");
+                       "it lies deeper than the walk goes (" + std::to_string(kMaxPlainDepth) +
+                           " folders down)");
     const auto rootFolder = folder->rootFolder();
     if (rootFolder && isITunesLibFileType(rootFolder->type())) {
         if (entry.name == "Books" || entry.name == "Mobile Applications" || entry.name == "Album Artwork")

@@ -144,7 +144,8 @@ TEST_F(CorvelScan, FoldersNotReadCompletelyAreNamedOnceAndMakeNoFolderGroup) {
         ::chmod(locked.c_str(), 0700);
     }
     test::openToAnotherUser(home.path());
-    test::openToAnotherUser(tree.path());
+    for (const char* folder : {"", "/A", "/B", "/C"})
+        test::openToAnotherUser(tree.path() + folder);
     const Outcome run = corvelWith("", "scan --json " + settings() + " " + quoted(tree.path()), home, true);
     ASSERT_EQ(run.status, 0) << run.err;
     const auto doc = nlohmann::json::parse(run.out);
@@ -166,8 +167,9 @@ TEST_F(CorvelScan, FoldersNotReadCompletelyAreNamedOnceAndMakeNoFolderGroup) {
 TEST_F(CorvelScan, FolderGroupsAreExactAndTheSameOnEveryRun) {
     // Copies written in another order, a near copy differing in one child of three, and
     // nested folders with empty files.
-    const std::vector<std::pair<std::string, std::string>> files = {
-        {"a.txt", std::string(3000, 'a')}, {"b.txt", std::string(3000, 'b')}, {"c.txt", std::string(3000, 'c')}};
+    const std::vector<std::pair<std::string, std::string>> files = {{"a.txt", std::string(3000, 'a')},
+                                                                    {"b.txt", std::string(3000, 'b')},
+                                                                    {"c.txt", std::string(3000, 'c')}};
     for (const auto& [name, data] : files)
         tree.file("Original/" + name, data);
     for (auto it = files.rbegin(); it != files.rend(); ++it)
@@ -183,7 +185,8 @@ TEST_F(CorvelScan, FolderGroupsAreExactAndTheSameOnEveryRun) {
     }
     std::string first;
     for (int run = 0; run < 20; ++run) {
-        const Outcome scan = corvel("scan --json --min-size 1 " + settings() + " " + quoted(tree.path()), home);
+        const Outcome scan =
+            corvel("scan --json --min-size 1 " + settings() + " " + quoted(tree.path()), home);
         ASSERT_EQ(scan.status, 0) << scan.err;
         if (run == 0)
             first = scan.out;
@@ -200,9 +203,8 @@ TEST_F(CorvelScan, FolderGroupsAreExactAndTheSameOnEveryRun) {
             members.insert(file["path"]);
         folderGroups.insert(members);
     }
-    EXPECT_EQ(folderGroups, (std::set<std::set<std::string>>{
-                                {tree / "Original", tree / "Reversed copy"},
-                                {tree / "Project", tree / "Backup/Project"}}))
+    EXPECT_EQ(folderGroups, (std::set<std::set<std::string>>{{tree / "Original", tree / "Reversed copy"},
+                                                             {tree / "Project", tree / "Backup/Project"}}))
         << first;
 }
 
@@ -231,10 +233,12 @@ TEST_F(CorvelScan, GroupsComparedOnSamplesSaySoAndVerifyConfirmsThem) {
         }
         return verified;
     };
-    const Outcome sampled = corvel("scan --json --min-size 1 " + settings() + " " + quoted(tree.path()), home);
+    const Outcome sampled =
+        corvel("scan --json --min-size 1 " + settings() + " " + quoted(tree.path()), home);
     ASSERT_EQ(sampled.status, 0) << sampled.err;
     EXPECT_EQ(groupsOf(nlohmann::json::parse(sampled.out)),
-              (std::map<std::string, bool>{{tree / "same", false}, {tree / "differ", false}, {tree / "small", true}}));
+              (std::map<std::string, bool>{
+                  {tree / "same", false}, {tree / "differ", false}, {tree / "small", true}}));
     const Outcome text = corvel("scan --min-size 1 " + settings() + " " + quoted(tree.path()), home);
     EXPECT_NE(text.out.find("compared by samples"), std::string::npos) << text.out;
 

@@ -613,7 +613,8 @@ std::string describe(const Outcome& groups, const std::vector<IncompleteFolder>&
         text += "\n";
     }
     for (const auto& folder : incomplete) {
-        const std::string relative = folder.path.size() > top.size() ? folder.path.substr(top.size() + 1) : "";
+        const std::string relative =
+            folder.path.size() > top.size() ? folder.path.substr(top.size() + 1) : "";
         const std::size_t second = relative.find('/', relative.find('/') + 1);
         text += "incomplete: " + relative.substr(0, second) + ": " + folder.reason + "\n";
     }
@@ -624,40 +625,37 @@ TEST_P(FolderNotReadCompletely, NeverMakesAFolderGroupButItsReadFilesStillGroup)
     const UnreadCase c = std::get<0>(GetParam());
     const bool cutEverywhere = std::get<1>(GetParam());
     const std::string top = tree / "top";
-    std::vector<std::unique_ptr<test::LongPath>> longPaths;
     for (const char* side : {"A", "B"}) {
-        const std::string folder = top + "/" + side;
-        tree.file(std::string("top/") + side + "/1.bin", content('1', 5000));
-        tree.file(std::string("top/") + side + "/2.bin", content('2', 6000));
+        const std::string folder = std::string("top/") + side;
+        tree.file(folder + "/1.bin", content('1', 5000));
+        tree.file(folder + "/2.bin", content('2', 6000));
         // What the walk cannot read differs between the two sides.
         const std::string unseen = content(c.part == Unread::Nothing ? 'u' : side[0], 3000);
-        const std::string part = folder + "/part";
-        switch (c.part) {
-        case Unread::Nothing:
-            tree.file(std::string("top/") + side + "/part/x.bin", unseen);
-            break;
-        case Unread::UnlistableFolder:
-            tree.file(std::string("top/") + side + "/part/x.bin", unseen);
-            ::chmod(part.c_str(), 0700);
-            break;
-        case Unread::UnexaminableEntries:
-            tree.file(std::string("top/") + side + "/part/x.bin", unseen);
-            ::chmod(part.c_str(), 0744); // its names can be listed, not examined
-            break;
-        case Unread::PathTooLong:
-            tree.folder(std::string("top/") + side + "/part");
-            longPaths.push_back(std::make_unique<test::LongPath>(part, unseen));
-            break;
-        case Unread::TooDeep: {
-            std::string deep = std::string("top/") + side + "/part";
+        std::string deep = folder + "/part";
+        if (c.part == Unread::TooDeep)
             for (int level = 0; level < CVFilesHierarchy::kMaxPlainDepth; ++level)
                 deep += "/d";
+        if (c.part == Unread::PathTooLong)
+            tree.folder(deep);
+        else
             tree.file(deep + "/x.bin", unseen);
-            break;
-        }
-        }
     }
+    // Folders are made for their owner alone: open them to the other account, which
+    // must also be able to remove what it finds, or no group is kept.
     test::openToAnotherUser(tree.path());
+    for (const auto& entry : fs::recursive_directory_iterator(tree.path()))
+        if (entry.is_directory())
+            ::chmod(entry.path().c_str(), 0777);
+    std::vector<std::unique_ptr<test::LongPath>> longPaths;
+    for (const char* side : {"A", "B"}) {
+        const std::string part = top + "/" + side + "/part";
+        if (c.part == Unread::UnlistableFolder)
+            ::chmod(part.c_str(), 0700);
+        else if (c.part == Unread::UnexaminableEntries)
+            ::chmod(part.c_str(), 0744); // its names can be listed, not examined
+        else if (c.part == Unread::PathTooLong)
+            longPaths.push_back(std::make_unique<test::LongPath>(part, content(side[0], 3000)));
+    }
 
     // Root reads every folder: the walk runs where another account's permissions apply.
     int channel[2];
@@ -671,8 +669,10 @@ TEST_P(FolderNotReadCompletely, NeverMakesAFolderGroupButItsReadFilesStillGroup)
         hierarchy->setWalkOptions({cutEverywhere ? 2U : 0U, cutEverywhere});
         hierarchy->rescan();
         CVNodeCache::sharedCache().resetCache();
-        const std::string text = describe(searchWalk(*locator, *hierarchy), hierarchy->incompleteFolders(), top);
-        const bool written = ::write(channel[1], text.data(), text.size()) == static_cast<ssize_t>(text.size());
+        const std::string text =
+            describe(searchWalk(*locator, *hierarchy), hierarchy->incompleteFolders(), top);
+        const bool written =
+            ::write(channel[1], text.data(), text.size()) == static_cast<ssize_t>(text.size());
         return written ? 0 : 1;
     });
     ::close(channel[1]);
@@ -701,10 +701,11 @@ INSTANTIATE_TEST_SUITE_P(
                         UnreadCase{"UnlistableFolder", Unread::UnlistableFolder, "Permission denied"},
                         UnreadCase{"UnexaminableEntries", Unread::UnexaminableEntries, "Permission denied"},
                         UnreadCase{"PathTooLong", Unread::PathTooLong, "File name too long"},
-                        UnreadCase{"TooDeep", Unread::TooDeep, "it lies deeper than the walk goes (26 folders down)"}),
+                        UnreadCase{"TooDeep", Unread::TooDeep,
+                                   "it lies deeper than the walk goes (26 folders down)"}),
         testing::Bool()),
-    [](const auto& info) {
-        return std::string(std::get<0>(info.param).name) + (std::get<1>(info.param) ? "Cut" : "OnePass");
+    [](const auto& param) {
+        return std::string(std::get<0>(param.param).name) + (std::get<1>(param.param) ? "Cut" : "OnePass");
     });
 
 } // namespace
