@@ -82,6 +82,19 @@ std::shared_ptr<CVDuplicatesController> verifiedResults(CVDuplicatesController& 
     return verified;
 }
 
+// Names the folders the walk could not read completely (never offered as folder
+// duplicates), at most kIncompleteFoldersShown of them, then how many more there are.
+constexpr std::size_t kIncompleteFoldersShown = 20;
+
+void reportIncompleteFolders(const std::vector<IncompleteFolder>& folders) {
+    for (std::size_t i = 0; i < folders.size() && i < kIncompleteFoldersShown; ++i)
+        std::cerr << "corvel: cannot read " << folders[i].path << " completely: " << folders[i].reason
+                  << "\n";
+    if (folders.size() > kIncompleteFoldersShown)
+        std::cerr << "corvel: and " << folders.size() - kIncompleteFoldersShown
+                  << " more folders could not be read completely\n";
+}
+
 // Runs the automatic selection on every group, as the results' select-all does.
 void autoselectAll(CVDuplicatesController& results) {
     StderrDisplay display;
@@ -161,6 +174,8 @@ int runScan(const ScanOptions& options) {
         std::cerr << "corvel: cannot scan " << refusedPath << ": " << refusalReason(refusedVerdict) << "\n";
         return kExitRefused;
     }
+    if (const auto hierarchy = locator.hierarchy())
+        reportIncompleteFolders(hierarchy->incompleteFolders());
     const auto scanned = locator.duplicatesController();
     if (failed || !scanned) {
         std::cerr << (g_interrupted ? "corvel: scan interrupted\n" : "corvel: none of the folders could be scanned\n");

@@ -51,22 +51,48 @@ std::vector<std::string> mailDownloadFolders() {
 
 // The state of one root's walk.
 struct CVFilesHierarchy::Walk {
-    std::vector<std::shared_ptr<CVFolder>> stack;
+    struct Open {
+        std::shared_ptr<CVFolder> folder;
+        std::int64_t candidate = -1; // its place among the candidates, -1 when none
+        bool incomplete = false;     // it or a folder inside holds an entry not read
+        bool reported = false;       // named among the incomplete folders
+    };
+    std::vector<Open> stack;
     std::vector<std::shared_ptr<CVFolder>> candidates;
+    std::vector<bool> incompleteCandidates; // by candidate
     NodePtr top;
     bool deepestLogged = false;
     bool failed = false;
 
-    CVFolder* current() const { return stack.empty() ? nullptr : stack.back().get(); }
+    CVFolder* current() const { return stack.empty() ? nullptr : stack.back().folder.get(); }
 
     // Closes the current folder: its parent receives it again, now with its final size.
     void closeCurrent() {
         if (stack.empty())
             return;
-        const std::shared_ptr<CVFolder> folder = stack.back();
+        const std::shared_ptr<CVFolder> folder = std::move(stack.back().folder);
         stack.pop_back();
         if (!stack.empty())
-            stack.back()->addChildFile(folder);
+            stack.back().folder->addChildFile(folder);
+    }
+
+    // Marks the current folder and every folder above it as not read completely.
+    void markOpenFoldersIncomplete() {
+        for (auto open = stack.rbegin(); open != stack.rend() && !open->incomplete; ++open) {
+            open->incomplete = true;
+            if (open->candidate >= 0)
+                incompleteCandidates[static_cast<std::size_t>(open->candidate)] = true;
+        }
+    }
+
+    // The candidates whose whole content was read.
+    std::vector<std::shared_ptr<CVFolder>> completeCandidates() const {
+        std::vector<std::shared_ptr<CVFolder>> complete;
+        complete.reserve(candidates.size());
+        for (std::size_t i = 0; i < candidates.size(); ++i)
+            if (!incompleteCandidates[i])
+                complete.push_back(candidates[i]);
+        return complete;
     }
 };
 
@@ -214,6 +240,11 @@ void CVFilesHierarchy::buildHierarchyForPath(const CVScanPath& root) {
             case WalkEntry::Failure:
                 systemLogf("Error scanning '%s': %s\n", std::string(entry.path),
                            std::string(std::strerror(entry.error)));
+                // Without an error number, fts met a folder that leads back to one above it.
+                noteIncomplete(walk, entry,
+                               entry.error != 0
+                                   ? std::string(std::strerror(entry.error))
+                                   : std::string("a folder inside it leads back to a folder above it"));
                 if (entry.endsRoot)
                     failRoot();
                 else if (entry.closesFolder)
@@ -229,7 +260,23 @@ void CVFilesHierarchy::buildHierarchyForPath(const CVScanPath& root) {
     }
     if (walk.top)
         m_topNodes.push_back(walk.top);
-    sortFoldersBySize(walk.candidates);
+    sortFoldersBySize(walk.completeCandidates());
+}
+
+// The entry belongs to the current folder (or is the current folder that could not be
+// listed): that folder is named once, and it and the folders above it stop being
+// candidates.
+void CVFilesHierarchy::noteIncomplete(Walk& walk, const WalkEntry& entry, const std::string& reason) {
+    if (walk.stack.empty()) {
+        m_incompleteFolders.push_back({std::string(entry.path), reason});
+        return;
+    }
+    Walk::Open& current = walk.stack.back();
+    if (!current.reported) {
+        current.reported = true;
+        m_incompleteFolders.push_back({current.folder->path(), reason});
+    }
+    walk.markOpenFoldersIncomplete();
 }
 
 void CVFilesHierarchy::addFile(Walk& walk, const WalkEntry& entry) {
@@ -279,7 +326,11 @@ void CVFilesHierarchy::addFolder(Walk& walk, const WalkEntry& entry) {
         current->addChildFile(folder);
     else if (!walk.top)
         walk.top = folder;
-    walk.stack.push_back(folder);
+    walk.stack.push_back({folder});
+    if (entry.depthLimited)
+        noteIncomplete(walk, entry,
+                       "it lies deeper than the walk goes (" + std::to_string(kMaxPlainDepth) +
+                           " folders down)");
     const auto rootFolder = folder->rootFolder();
     if (rootFolder && isITunesLibFileType(rootFolder->type())) {
         if (entry.name == "Books" || entry.name == "Mobile Applications" || entry.name == "Album Artwork")
@@ -291,8 +342,11 @@ void CVFilesHierarchy::addFolder(Walk& walk, const WalkEntry& entry) {
             rootType != kNodeTypePackage)
             folder->setIgnore(true);
     }
-    if (!folder->ignore())
+    if (!folder->ignore()) {
+        walk.stack.back().candidate = static_cast<std::int64_t>(walk.candidates.size());
         walk.candidates.push_back(std::move(folder));
+        walk.incompleteCandidates.push_back(walk.stack.back().incomplete);
+    }
 }
 
 } // namespace corvel

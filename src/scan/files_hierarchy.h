@@ -32,6 +32,12 @@ inline constexpr const char* kErrorOccuredWhileScanningNotification =
 inline constexpr const char* kDroppedFilesAreSystemNotification = "com.halvik.Corvel.droppedFilesAreSystem";
 inline constexpr const char* kDroppedFilesAreIgnoredNotification = "com.halvik.Corvel.droppedFilesAreIgnored";
 
+// A folder the walk could not read completely, and why (the first reason met).
+struct IncompleteFolder {
+    std::string path;
+    std::string reason;
+};
+
 // Nodes of equal size, by size (no order: the locator sorts the sizes it searches).
 using SizeGroups = std::unordered_map<std::uint64_t, std::vector<NodePtr>>;
 
@@ -70,6 +76,12 @@ public:
     const std::vector<NodePtr>& topNodes() const { return m_topNodes; }
     void setNodeDelegate(CVNodeDelegate* delegate) { m_nodeDelegate = delegate; }
     std::uint64_t failedRootPathsCount() const { return m_failedRootPathsCount; }
+    // The folders holding an entry the walk could not read (a folder it could not list,
+    // an entry whose status failed, a path too long, a cycle, a folder too deep to be
+    // entered), each once, in walk order. Such a folder and every folder above it are
+    // never offered for folder comparison: what was not read cannot be compared. Read
+    // it once rescan has returned.
+    const std::vector<IncompleteFolder>& incompleteFolders() const { return m_incompleteFolders; }
 
     // Entries deeper than this under plain folders are not entered.
     static constexpr int kMaxPlainDepth = TreeWalker::kMaxPlainDepth;
@@ -91,6 +103,8 @@ private:
     struct Walk;
     void addFile(Walk& walk, const WalkEntry& entry);
     void addFolder(Walk& walk, const WalkEntry& entry);
+    void noteIncomplete(Walk& walk, const WalkEntry& entry, const std::string& reason);
+    std::vector<IncompleteFolder> m_incompleteFolders;
     TreeWalker::Options m_walkOptions{TreeWalker::defaultThreads(), false};
     std::vector<NodePtr> m_topNodes;
     CVNodeDelegate* m_nodeDelegate = nullptr;

@@ -130,11 +130,46 @@ TEST_F(CorvelScan, DuplicateFoldersAreOneGroup) {
     EXPECT_TRUE(doc["groups"][0]["files"][0]["isFolder"]);
 }
 
+TEST_F(CorvelScan, FoldersNotReadCompletelyAreNamedOnceAndMakeNoFolderGroup) {
+    // A and B are equal but for a sub-folder the other account cannot read; C holds 21
+    // more of those, so that the list is cut short.
+    for (const char* side : {"A", "B"}) {
+        tree.file(std::string(side) + "/1.jpg", std::string(70000, '1'));
+        tree.file(std::string(side) + "/2.jpg", std::string(71000, '2'));
+        tree.file(std::string(side) + "/part/x.jpg", std::string(72000, side[0]));
+        ::chmod((tree / (std::string(side) + "/part")).c_str(), 0700);
+    }
+    for (int i = 0; i < 21; ++i) {
+        const std::string locked = tree.folder("C/l" + std::to_string(100 + i));
+        ::chmod(locked.c_str(), 0700);
+    }
+    test::openToAnotherUser(home.path());
+    for (const char* folder : {"", "/A", "/B", "/C"})
+        test::openToAnotherUser(tree.path() + folder);
+    const Outcome run = corvelWith("", "scan --json " + settings() + " " + quoted(tree.path()), home, true);
+    ASSERT_EQ(run.status, 0) << run.err;
+    const auto doc = nlohmann::json::parse(run.out);
+    ASSERT_EQ(doc["groups"].size(), 2u) << run.out;
+    for (const auto& group : doc["groups"]) {
+        EXPECT_NE(group["category"], "Folders") << run.out;
+        EXPECT_FALSE(group["files"][0]["isFolder"]) << run.out;
+    }
+    std::vector<std::string> lines;
+    for (std::size_t at = 0, end; (end = run.err.find('\n', at)) != std::string::npos; at = end + 1)
+        lines.push_back(run.err.substr(at, end - at));
+    ASSERT_EQ(lines.size(), 21u) << run.err;
+    EXPECT_EQ(lines[0], "corvel: cannot read " + (tree / "A/part") + " completely: Permission denied");
+    EXPECT_EQ(lines[1], "corvel: cannot read " + (tree / "B/part") + " completely: Permission denied");
+    EXPECT_EQ(lines[19], "corvel: cannot read " + (tree / "C/l117") + " completely: Permission denied");
+    EXPECT_EQ(lines[20], "corvel: and 3 more folders could not be read completely");
+}
+
 TEST_F(CorvelScan, FolderGroupsAreExactAndTheSameOnEveryRun) {
     // Copies written in another order, a near copy differing in one child of three, and
     // nested folders with empty files.
-    const std::vector<std::pair<std::string, std::string>> files = {
-        {"a.txt", std::string(3000, 'a')}, {"b.txt", std::string(3000, 'b')}, {"c.txt", std::string(3000, 'c')}};
+    const std::vector<std::pair<std::string, std::string>> files = {{"a.txt", std::string(3000, 'a')},
+                                                                    {"b.txt", std::string(3000, 'b')},
+                                                                    {"c.txt", std::string(3000, 'c')}};
     for (const auto& [name, data] : files)
         tree.file("Original/" + name, data);
     for (auto it = files.rbegin(); it != files.rend(); ++it)
@@ -150,7 +185,8 @@ TEST_F(CorvelScan, FolderGroupsAreExactAndTheSameOnEveryRun) {
     }
     std::string first;
     for (int run = 0; run < 20; ++run) {
-        const Outcome scan = corvel("scan --json --min-size 1 " + settings() + " " + quoted(tree.path()), home);
+        const Outcome scan =
+            corvel("scan --json --min-size 1 " + settings() + " " + quoted(tree.path()), home);
         ASSERT_EQ(scan.status, 0) << scan.err;
         if (run == 0)
             first = scan.out;
@@ -167,9 +203,8 @@ TEST_F(CorvelScan, FolderGroupsAreExactAndTheSameOnEveryRun) {
             members.insert(file["path"]);
         folderGroups.insert(members);
     }
-    EXPECT_EQ(folderGroups, (std::set<std::set<std::string>>{
-                                {tree / "Original", tree / "Reversed copy"},
-                                {tree / "Project", tree / "Backup/Project"}}))
+    EXPECT_EQ(folderGroups, (std::set<std::set<std::string>>{{tree / "Original", tree / "Reversed copy"},
+                                                             {tree / "Project", tree / "Backup/Project"}}))
         << first;
 }
 
@@ -198,10 +233,12 @@ TEST_F(CorvelScan, GroupsComparedOnSamplesSaySoAndVerifyConfirmsThem) {
         }
         return verified;
     };
-    const Outcome sampled = corvel("scan --json --min-size 1 " + settings() + " " + quoted(tree.path()), home);
+    const Outcome sampled =
+        corvel("scan --json --min-size 1 " + settings() + " " + quoted(tree.path()), home);
     ASSERT_EQ(sampled.status, 0) << sampled.err;
     EXPECT_EQ(groupsOf(nlohmann::json::parse(sampled.out)),
-              (std::map<std::string, bool>{{tree / "same", false}, {tree / "differ", false}, {tree / "small", true}}));
+              (std::map<std::string, bool>{
+                  {tree / "same", false}, {tree / "differ", false}, {tree / "small", true}}));
     const Outcome text = corvel("scan --min-size 1 " + settings() + " " + quoted(tree.path()), home);
     EXPECT_NE(text.out.find("compared by samples"), std::string::npos) << text.out;
 

@@ -1,4 +1,5 @@
 #include <cmath>
+#include <cstdio>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <random>
@@ -17,6 +18,8 @@
 #include "reference_locator.h"
 #include "scan/duplicates_locator.h"
 #include "scan_harness.h"
+#include "support/long_path.h"
+#include "support/other_user.h"
 
 namespace corvel {
 namespace {
@@ -584,6 +587,126 @@ TEST_F(Locator, DigestBucketsFindExactlyWhatPairwiseComparisonFinds) {
     }
     EXPECT_GT(compared, 100) << "the random trees must actually hold duplicates";
 }
+
+// A part of a folder the walk cannot read, made the same way in two folders that are
+// otherwise equal (and whose unread parts differ).
+enum class Unread { Nothing, UnlistableFolder, UnexaminableEntries, PathTooLong, TooDeep };
+
+struct UnreadCase {
+    const char* name;
+    Unread part;
+    const char* reason; // why each folder holding it is named
+};
+
+class FolderNotReadCompletely : public Locator,
+                                public testing::WithParamInterface<std::tuple<UnreadCase, bool>> {};
+
+// The outcome and the folders not read completely, as text: each group's members and each
+// folder's first two components below top with its reason.
+std::string describe(const Outcome& groups, const std::vector<IncompleteFolder>& incomplete,
+                     const std::string& top) {
+    std::string text;
+    for (const auto& group : groups) {
+        text += "group:";
+        for (const auto& member : group)
+            text += " " + member.first.substr(top.size() + 1);
+        text += "\n";
+    }
+    for (const auto& folder : incomplete) {
+        const std::string relative =
+            folder.path.size() > top.size() ? folder.path.substr(top.size() + 1) : "";
+        const std::size_t second = relative.find('/', relative.find('/') + 1);
+        text += "incomplete: " + relative.substr(0, second) + ": " + folder.reason + "\n";
+    }
+    return text;
+}
+
+TEST_P(FolderNotReadCompletely, NeverMakesAFolderGroupButItsReadFilesStillGroup) {
+    const UnreadCase c = std::get<0>(GetParam());
+    const bool cutEverywhere = std::get<1>(GetParam());
+    const std::string top = tree / "top";
+    for (const char* side : {"A", "B"}) {
+        const std::string folder = std::string("top/") + side;
+        tree.file(folder + "/1.bin", content('1', 5000));
+        tree.file(folder + "/2.bin", content('2', 6000));
+        // What the walk cannot read differs between the two sides.
+        const std::string unseen = content(c.part == Unread::Nothing ? 'u' : side[0], 3000);
+        std::string deep = folder + "/part";
+        if (c.part == Unread::TooDeep)
+            for (int level = 0; level < CVFilesHierarchy::kMaxPlainDepth; ++level)
+                deep += "/d";
+        if (c.part == Unread::PathTooLong)
+            tree.folder(deep);
+        else
+            tree.file(deep + "/x.bin", unseen);
+    }
+    // Folders are made for their owner alone: open them to the other account, which
+    // must also be able to remove what it finds, or no group is kept.
+    test::openToAnotherUser(tree.path());
+    for (const auto& entry : fs::recursive_directory_iterator(tree.path()))
+        if (entry.is_directory())
+            ::chmod(entry.path().c_str(), 0777);
+    std::vector<std::unique_ptr<test::LongPath>> longPaths;
+    for (const char* side : {"A", "B"}) {
+        const std::string part = top + "/" + side + "/part";
+        if (c.part == Unread::UnlistableFolder)
+            ::chmod(part.c_str(), 0700);
+        else if (c.part == Unread::UnexaminableEntries)
+            ::chmod(part.c_str(), 0744); // its names can be listed, not examined
+        else if (c.part == Unread::PathTooLong)
+            longPaths.push_back(std::make_unique<test::LongPath>(part, content(side[0], 3000)));
+    }
+
+    // Root reads every folder: the walk runs where another account's permissions apply.
+    int channel[2];
+    ASSERT_EQ(::pipe(channel), 0);
+    const int status = test::runAsAnotherUser([&] {
+        ::close(channel[0]);
+        auto locator = harness.locator();
+        auto hierarchy = std::make_unique<CVFilesHierarchy>(std::vector<CVScanPath>{{top, false}},
+                                                            harness.hierarchyServices());
+        hierarchy->setNodeDelegate(locator.get());
+        hierarchy->setWalkOptions({cutEverywhere ? 2U : 0U, cutEverywhere});
+        hierarchy->rescan();
+        CVNodeCache::sharedCache().resetCache();
+        const std::string text =
+            describe(searchWalk(*locator, *hierarchy), hierarchy->incompleteFolders(), top);
+        const bool written =
+            ::write(channel[1], text.data(), text.size()) == static_cast<ssize_t>(text.size());
+        return written ? 0 : 1;
+    });
+    ::close(channel[1]);
+    std::string found;
+    char buffer[4096];
+    for (ssize_t n; (n = ::read(channel[0], buffer, sizeof buffer)) > 0;)
+        found.append(buffer, static_cast<std::size_t>(n));
+    ::close(channel[0]);
+    ASSERT_EQ(status, 0);
+
+    std::string expected;
+    if (c.part == Unread::Nothing) {
+        expected = "group: A B\n";
+    } else {
+        expected = "group: A/2.bin B/2.bin\ngroup: A/1.bin B/1.bin\n";
+        for (const char* side : {"A", "B"})
+            expected += std::string("incomplete: ") + side + "/part: " + c.reason + "\n";
+    }
+    EXPECT_EQ(found, expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Walk, FolderNotReadCompletely,
+    testing::Combine(
+        testing::Values(UnreadCase{"Nothing", Unread::Nothing, ""},
+                        UnreadCase{"UnlistableFolder", Unread::UnlistableFolder, "Permission denied"},
+                        UnreadCase{"UnexaminableEntries", Unread::UnexaminableEntries, "Permission denied"},
+                        UnreadCase{"PathTooLong", Unread::PathTooLong, "File name too long"},
+                        UnreadCase{"TooDeep", Unread::TooDeep,
+                                   "it lies deeper than the walk goes (26 folders down)"}),
+        testing::Bool()),
+    [](const auto& param) {
+        return std::string(std::get<0>(param.param).name) + (std::get<1>(param.param) ? "Cut" : "OnePass");
+    });
 
 } // namespace
 } // namespace corvel
