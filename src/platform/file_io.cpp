@@ -1,6 +1,8 @@
 #include "file_io.h"
 
 #include <cerrno>
+#include <climits>
+#include <cstdlib>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -15,6 +17,17 @@ void syncDirectory(const std::string& dir) {
         ::fsync(fd);
         ::close(fd);
     }
+}
+
+// The process's umask, from /proc/self/status (reading it with umask(2) would change it
+// for a moment under every other thread); 077 when it cannot be read.
+mode_t currentUmask() {
+    std::string status;
+    if (readFileContents("/proc/self/status", status, 1 << 16, nullptr)) {
+        if (const auto at = status.find("\nUmask:\t"); at != std::string::npos)
+            return static_cast<mode_t>(std::strtoul(status.c_str() + at + 8, nullptr, 8) & 0777);
+    }
+    return 077;
 }
 
 } // namespace
@@ -112,21 +125,22 @@ bool readFileContents(const std::string& path, std::string& out, std::size_t max
     return true;
 }
 
-bool writeFileAtomically(const std::string& path, std::string_view bytes, CVError* error) {
+bool writeFileAtomically(const std::string& path, std::string_view bytes, CVError* error,
+                         unsigned newFileMode) {
     std::string temp = path + ".tmp-XXXXXX";
     const int fd = ::mkstemp(temp.data());
     if (fd < 0) {
-        setError(error, posixError(errno, temp, "Cannot create"));
+        setError(error, posixError(errno, path, "Cannot create a temporary file beside"));
         return false;
     }
     struct stat old {};
-    const mode_t mode = ::stat(path.c_str(), &old) == 0 ? (old.st_mode & 07777) : 0600;
+    const mode_t mode = ::stat(path.c_str(), &old) == 0 ? (old.st_mode & 07777) : (newFileMode & 07777);
     ::fchmod(fd, mode);
     if (!writeAll(fd, bytes) || ::fsync(fd) != 0) {
         const int saved = errno;
         ::close(fd);
         ::unlink(temp.c_str());
-        setError(error, posixError(saved, temp, "Cannot write"));
+        setError(error, posixError(saved, path, "Cannot write"));
         return false;
     }
     if (::close(fd) != 0 || ::rename(temp.c_str(), path.c_str()) != 0) {
@@ -137,6 +151,43 @@ bool writeFileAtomically(const std::string& path, std::string_view bytes, CVErro
     }
     syncDirectory(parentPath(path));
     return true;
+}
+
+bool saveFile(const std::string& path, std::string_view bytes, CVError* error) {
+    struct stat st {};
+    if (::lstat(path.c_str(), &st) != 0) {
+        if (errno != ENOENT) {
+            setError(error, posixError(errno, path, "Cannot write"));
+            return false;
+        }
+        return writeFileAtomically(path, bytes, error, 0666 & ~currentUmask());
+    }
+    std::string target = path;
+    if (S_ISLNK(st.st_mode)) {
+        char resolved[PATH_MAX];
+        if (!::realpath(path.c_str(), resolved) || ::stat(resolved, &st) != 0) {
+            setError(error, posixError(errno, path, "Cannot follow the link"));
+            return false;
+        }
+        target = resolved;
+    }
+    if (S_ISREG(st.st_mode))
+        return writeFileAtomically(target, bytes, error);
+    if (!S_ISFIFO(st.st_mode) && !S_ISCHR(st.st_mode)) {
+        setError(error, posixError(S_ISDIR(st.st_mode) ? EISDIR : EINVAL, path, "Cannot write"));
+        return false;
+    }
+    const int fd = ::open(target.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
+    if (fd < 0) {
+        setError(error, posixError(errno, path, "Cannot open"));
+        return false;
+    }
+    const bool written = writeAll(fd, bytes);
+    const int saved = errno;
+    ::close(fd);
+    if (!written)
+        setError(error, posixError(saved, path, "Cannot write"));
+    return written;
 }
 
 bool makeDirectories(const std::string& path, CVError* error) {

@@ -34,9 +34,19 @@ bool readFileContents(const std::string& path, std::string& out, std::size_t max
 
 // Replaces the file at path with bytes so that a crash at any moment leaves either the
 // old file or the new one, never a mix: the bytes go to a temporary file in the same
-// folder, which is fsync'ed and renamed over path, and the folder is fsync'ed after.
-// The file gets mode 0600 when it is new and keeps its mode otherwise.
-bool writeFileAtomically(const std::string& path, std::string_view bytes, CVError* error);
+// folder ("<name>.tmp-XXXXXX"), which is fsync'ed and renamed over path, and the folder is
+// fsync'ed after. On failure the old file is untouched and the temporary is removed.
+// The file gets newFileMode when it is new and keeps its mode otherwise.
+bool writeFileAtomically(const std::string& path, std::string_view bytes, CVError* error,
+                         unsigned newFileMode = 0600);
+
+// Saves bytes at path the way a document is saved. A regular file there, or the file a
+// symbolic link there points to (the link stays), is replaced with writeFileAtomically,
+// so a failure (a full disk, a folder where no temporary may be made) leaves it as it
+// was; a new file is made the same way with mode 0666 less the umask. A fifo or a
+// character device (a pipe, a terminal, /dev/null) is written straight: nothing there
+// could be lost. A folder, a dangling link or anything else is an error.
+bool saveFile(const std::string& path, std::string_view bytes, CVError* error);
 
 // Creates the folder and its missing parents (mode 0700 for new ones). True when the folder exists after.
 bool makeDirectories(const std::string& path, CVError* error);
