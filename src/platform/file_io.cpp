@@ -1,9 +1,13 @@
 #include "file_io.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <ctime>
+#include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -133,6 +137,8 @@ bool writeFileAtomically(const std::string& path, std::string_view bytes, CVErro
         setError(error, posixError(errno, path, "Cannot create a temporary file beside"));
         return false;
     }
+    // Held until the rename: a clean-up in another process leaves a locked temporary alone.
+    ::flock(fd, LOCK_EX | LOCK_NB);
     struct stat old {};
     const mode_t mode = ::stat(path.c_str(), &old) == 0 ? (old.st_mode & 07777) : (newFileMode & 07777);
     ::fchmod(fd, mode);
@@ -151,6 +157,63 @@ bool writeFileAtomically(const std::string& path, std::string_view bytes, CVErro
     }
     syncDirectory(parentPath(path));
     return true;
+}
+
+namespace {
+
+constexpr std::string_view kTemporaryInfix = ".tmp-";
+constexpr std::size_t kTemporarySuffixLength = 6; // mkstemp's XXXXXX
+
+bool isTemporaryName(std::string_view entry, std::string_view base) {
+    if (entry.size() != base.size() + kTemporaryInfix.size() + kTemporarySuffixLength ||
+        !entry.starts_with(base) || entry.substr(base.size(), kTemporaryInfix.size()) != kTemporaryInfix)
+        return false;
+    const std::string_view suffix = entry.substr(base.size() + kTemporaryInfix.size());
+    return std::all_of(suffix.begin(), suffix.end(), [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+    });
+}
+
+} // namespace
+
+std::vector<std::string> removeStaleTemporaries(const std::string& path, std::chrono::seconds minimumAge) {
+    std::vector<std::string> removed;
+    const std::string folder = parentPath(path);
+    const std::string base = lastPathComponent(path);
+    const int dirFd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (dirFd < 0)
+        return removed;
+    const int listFd = ::dup(dirFd);
+    DIR* dir = listFd >= 0 ? ::fdopendir(listFd) : nullptr;
+    if (!dir) {
+        if (listFd >= 0)
+            ::close(listFd);
+        ::close(dirFd);
+        return removed;
+    }
+    const std::time_t latest = std::time(nullptr) - static_cast<std::time_t>(minimumAge.count());
+    while (const dirent* entry = ::readdir(dir)) {
+        const std::string name = entry->d_name;
+        if (!isTemporaryName(name, base))
+            continue;
+        struct stat seen {};
+        if (::fstatat(dirFd, name.c_str(), &seen, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(seen.st_mode) ||
+            seen.st_uid != ::geteuid() || seen.st_nlink != 1 || seen.st_mtime > latest)
+            continue;
+        const int fd =
+            ::openat(dirFd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+        if (fd < 0)
+            continue;
+        struct stat opened {};
+        // Still the same file, and no writer holds it.
+        if (::fstat(fd, &opened) == 0 && opened.st_dev == seen.st_dev && opened.st_ino == seen.st_ino &&
+            ::flock(fd, LOCK_EX | LOCK_NB) == 0 && ::unlinkat(dirFd, name.c_str(), 0) == 0)
+            removed.push_back(folder + "/" + name);
+        ::close(fd);
+    }
+    ::closedir(dir);
+    ::close(dirFd);
+    return removed;
 }
 
 bool saveFile(const std::string& path, std::string_view bytes, CVError* error) {

@@ -1,9 +1,11 @@
 #pragma once
 // Whole-file reads, crash-safe whole-file writes, and files open for reading.
 
+#include <chrono>
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "error.h"
 
@@ -39,6 +41,14 @@ bool readFileContents(const std::string& path, std::string& out, std::size_t max
 // The file gets newFileMode when it is new and keeps its mode otherwise.
 bool writeFileAtomically(const std::string& path, std::string_view bytes, CVError* error,
                          unsigned newFileMode = 0600);
+
+// Removes what writeFileAtomically left beside path when the writing process ended
+// between creating its temporary and renaming it. A name is a candidate only when it is
+// path's own name, ".tmp-" and six letters or digits; it goes only when it is a regular
+// file of this user with no other name, unchanged for minimumAge, and no writer holds its
+// lock (writeFileAtomically locks its temporary until the rename). path itself and every
+// other entry are never touched. Answers the paths removed.
+std::vector<std::string> removeStaleTemporaries(const std::string& path, std::chrono::seconds minimumAge);
 
 // Saves bytes at path the way a document is saved. A regular file there, or the file a
 // symbolic link there points to (the link stays), is replaced with writeFileAtomically,
