@@ -137,7 +137,7 @@ bool writeFileAtomically(const std::string& path, std::string_view bytes, CVErro
         setError(error, posixError(errno, path, "Cannot create a temporary file beside"));
         return false;
     }
-    // Held until the rename: a clean-up in another process leaves a locked temporary alone.
+    // Held while writing: a clean-up in another process leaves a locked temporary alone.
     ::flock(fd, LOCK_EX | LOCK_NB);
     struct stat old {};
     const mode_t mode = ::stat(path.c_str(), &old) == 0 ? (old.st_mode & 07777) : (newFileMode & 07777);

@@ -46,7 +46,8 @@ bool writeFileAtomically(const std::string& path, std::string_view bytes, CVErro
 // between creating its temporary and renaming it. A name is a candidate only when it is
 // path's own name, ".tmp-" and six letters or digits; it goes only when it is a regular
 // file of this user with no other name, unchanged for minimumAge, and no writer holds its
-// lock (writeFileAtomically locks its temporary until the rename). path itself and every
+// lock (writeFileAtomically locks its temporary while writing and syncing it; the
+// moment from closing to renaming is covered by the age). path itself and every
 // other entry are never touched. Answers the paths removed.
 std::vector<std::string> removeStaleTemporaries(const std::string& path, std::chrono::seconds minimumAge);
 
