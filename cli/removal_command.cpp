@@ -49,7 +49,7 @@ private:
 };
 
 std::string fileLine(const std::string& path) {
-    return plainSpaces(path);
+    return escapedForTerminal(path);
 }
 
 // The collector's summary: each group's copies that go and copies that stay, the count
@@ -152,7 +152,7 @@ std::string removalTextReport(const CVRemovalPass& pass, const HVAchievementsCon
                               bool dryRun) {
     std::string out;
     for (const auto& record : pass.records()) {
-        const std::string path = record.file->path();
+        const std::string path = fileLine(record.file->path());
         switch (record.outcome) {
         case CVRemovalPass::Outcome::Trashed:
             out += "trashed " + path + "\n";
@@ -161,13 +161,13 @@ std::string removalTextReport(const CVRemovalPass& pass, const HVAchievementsCon
             out += "deleted " + path + "\n";
             break;
         case CVRemovalPass::Outcome::WouldTrash:
-            out += "would trash " + path + " to " + record.trashDirectory + "\n";
+            out += "would trash " + path + " to " + fileLine(record.trashDirectory) + "\n";
             break;
         case CVRemovalPass::Outcome::WouldDelete:
             out += "would delete " + path + "\n";
             break;
         case CVRemovalPass::Outcome::WouldFail:
-            out += "would fail: " + path + ": " + record.error + "\n";
+            out += "would fail: " + path + ": " + escapedForTerminal(record.error) + "\n";
             break;
         case CVRemovalPass::Outcome::NotHandled:
             out += "not handled (stopped) " + path + "\n";
@@ -177,7 +177,8 @@ std::string removalTextReport(const CVRemovalPass& pass, const HVAchievementsCon
         }
     }
     for (const auto& folder : pass.removedFolders())
-        out += std::string(dryRun ? "would remove empty folder " : "removed empty folder ") + folder + "\n";
+        out += std::string(dryRun ? "would remove empty folder " : "removed empty folder ") +
+               fileLine(folder) + "\n";
     if (dryRun) {
         out += "Dry run: nothing was changed.\n";
         return out;
@@ -202,7 +203,7 @@ bool selectListedCopies(CVDuplicatesController& results, const std::string& list
                         std::string* message) {
     std::ifstream in(listFile, std::ios::binary);
     if (!in) {
-        *message = "cannot read " + listFile;
+        *message = "cannot read " + fileLine(listFile);
         return false;
     }
     std::map<CVGroup*, std::vector<std::shared_ptr<CVFile>>> listed;
@@ -213,11 +214,11 @@ bool selectListedCopies(CVDuplicatesController& results, const std::string& list
         auto file = results.fileAtPath(line);
         CVGroup* group = file ? file->parentGroup() : nullptr;
         if (!group) {
-            *message = line + " is not a copy in any group found";
+            *message = fileLine(line) + " is not a copy in any group found";
             return false;
         }
         if (file->removeForbidden()) {
-            *message = line + " may not be removed";
+            *message = fileLine(line) + " may not be removed";
             return false;
         }
         listed[group].push_back(file);
@@ -232,7 +233,8 @@ bool selectListedCopies(CVDuplicatesController& results, const std::string& list
         if (marked < group->files().size())
             continue;
         if (!allowAllCopies) {
-            *message = "the list marks every copy of the group of " + group->files().front()->path() +
+            *message = "the list marks every copy of the group of " +
+                       fileLine(group->files().front()->path()) +
                        "; add --allow-all-copies to remove them all (to the Trash only)";
             return false;
         }
@@ -316,7 +318,8 @@ int removeMarkedCopies(CVDuplicatesController& results, const std::vector<std::s
     }
     for (const auto& record : pass.records())
         if (record.outcome == CVRemovalPass::Outcome::Failed)
-            std::cerr << "corvel: cannot remove " << record.file->path() << ": " << record.error << "\n";
+            std::cerr << "corvel: cannot remove " << fileLine(record.file->path()) << ": "
+                      << escapedForTerminal(record.error) << "\n";
     std::fflush(stdout);
     if (stoppedBySignal || (interrupted && pass.stopped()))
         return kExitStoppedBySignal;

@@ -18,6 +18,38 @@ std::string sizeText(std::uint64_t bytes) {
     return plainSpaces(HVFileSizer::displayItemSizeFromSize(bytes));
 }
 
+std::string escapedForTerminal(std::string_view text) {
+    static constexpr char kHex[] = "0123456789abcdef";
+    std::string out;
+    out.reserve(text.size());
+    const auto hex = [&](unsigned char byte) {
+        out += "\\x";
+        out += kHex[byte >> 4];
+        out += kHex[byte & 0xF];
+    };
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        if (byte == '\n') {
+            out += "\\n";
+        } else if (byte == '\t') {
+            out += "\\t";
+        } else if (byte == '\r') {
+            out += "\\r";
+        } else if (byte == '\\') {
+            out += "\\\\";
+        } else if (byte < 0x20 || byte == 0x7F) {
+            hex(byte);
+        } else if (byte == 0xC2 && i + 1 < text.size() && static_cast<unsigned char>(text[i + 1]) < 0xA0 &&
+                   static_cast<unsigned char>(text[i + 1]) >= 0x80) {
+            hex(byte);
+            hex(static_cast<unsigned char>(text[++i]));
+        } else {
+            out += text[i];
+        }
+    }
+    return out;
+}
+
 void writeJsonReport(const std::vector<std::string>& roots, CVDuplicatesController& results, std::FILE* out,
                      const std::function<void(JsonWriter&)>& extra) {
     JsonWriter json;
@@ -98,11 +130,11 @@ std::string textReport(CVDuplicatesController& results) {
     std::string out;
     const auto groups = results.duplicatesGroups();
     for (const auto& group : groups) {
-        out += CVMetaGroup::stringType(group->metaGroupType()) + ": " + std::to_string(group->childrenCount()) +
-               " copies of " + sizeText(group->size()) +
+        out += CVMetaGroup::stringType(group->metaGroupType()) + ": " +
+               std::to_string(group->childrenCount()) + " copies of " + sizeText(group->size()) +
                (group->isVerified() ? "" : "  (compared by samples; --verify confirms)") + "\n";
         for (const auto& file : group->files())
-            out += "  " + file->path() + (file->needToRemove() ? "  (selected)" : "") +
+            out += "  " + escapedForTerminal(file->path()) + (file->needToRemove() ? "  (selected)" : "") +
                    (file->removeForbidden() ? "  (cannot be removed)" : "") + "\n";
         out += "\n";
     }

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "json_writer.h"
@@ -18,6 +19,11 @@ namespace corvel::cli {
 // Sizes for a terminal: the display string with a plain space before the unit.
 std::string plainSpaces(std::string text);
 std::string sizeText(std::uint64_t bytes);
+// Text as a terminal may show it: every byte below 0x20 and 0x7F, and the C1 controls
+// U+0080 to U+009F, as "\n", "\t", "\r" or "\xHH" per byte, and a backslash as "\\",
+// so an escape sequence in a file name is never acted on, a path stays on one line and
+// what is shown tells the bytes apart. Other bytes are passed as they are.
+std::string escapedForTerminal(std::string_view text);
 
 // The JSON document: roots, groups (members with their identity: device, inode and
 // modification time in nanoseconds), summary; extra, when given, writes more members
@@ -25,7 +31,8 @@ std::string sizeText(std::uint64_t bytes);
 void writeJsonReport(const std::vector<std::string>& roots, CVDuplicatesController& results, std::FILE* out,
                      const std::function<void(JsonWriter&)>& extra = {});
 
-// The groups as text, each with its members, and the closing summary line.
+// The groups as text, each with its members (paths escaped for the terminal), and the
+// closing summary line.
 std::string textReport(CVDuplicatesController& results);
 
 } // namespace corvel::cli

@@ -1,7 +1,13 @@
 #include "file_io.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <ctime>
+#include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,6 +21,17 @@ void syncDirectory(const std::string& dir) {
         ::fsync(fd);
         ::close(fd);
     }
+}
+
+// The process's umask, from /proc/self/status (reading it with umask(2) would change it
+// for a moment under every other thread); 077 when it cannot be read.
+mode_t currentUmask() {
+    std::string status;
+    if (readFileContents("/proc/self/status", status, 1 << 16, nullptr)) {
+        if (const auto at = status.find("\nUmask:\t"); at != std::string::npos)
+            return static_cast<mode_t>(std::strtoul(status.c_str() + at + 8, nullptr, 8) & 0777);
+    }
+    return 077;
 }
 
 } // namespace
@@ -112,21 +129,24 @@ bool readFileContents(const std::string& path, std::string& out, std::size_t max
     return true;
 }
 
-bool writeFileAtomically(const std::string& path, std::string_view bytes, CVError* error) {
+bool writeFileAtomically(const std::string& path, std::string_view bytes, CVError* error,
+                         unsigned newFileMode) {
     std::string temp = path + ".tmp-XXXXXX";
     const int fd = ::mkstemp(temp.data());
     if (fd < 0) {
-        setError(error, posixError(errno, temp, "Cannot create"));
+        setError(error, posixError(errno, path, "Cannot create a temporary file beside"));
         return false;
     }
+    // Held while writing: a clean-up in another process leaves a locked temporary alone.
+    ::flock(fd, LOCK_EX | LOCK_NB);
     struct stat old {};
-    const mode_t mode = ::stat(path.c_str(), &old) == 0 ? (old.st_mode & 07777) : 0600;
+    const mode_t mode = ::stat(path.c_str(), &old) == 0 ? (old.st_mode & 07777) : (newFileMode & 07777);
     ::fchmod(fd, mode);
     if (!writeAll(fd, bytes) || ::fsync(fd) != 0) {
         const int saved = errno;
         ::close(fd);
         ::unlink(temp.c_str());
-        setError(error, posixError(saved, temp, "Cannot write"));
+        setError(error, posixError(saved, path, "Cannot write"));
         return false;
     }
     if (::close(fd) != 0 || ::rename(temp.c_str(), path.c_str()) != 0) {
@@ -137,6 +157,100 @@ bool writeFileAtomically(const std::string& path, std::string_view bytes, CVErro
     }
     syncDirectory(parentPath(path));
     return true;
+}
+
+namespace {
+
+constexpr std::string_view kTemporaryInfix = ".tmp-";
+constexpr std::size_t kTemporarySuffixLength = 6; // mkstemp's XXXXXX
+
+bool isTemporaryName(std::string_view entry, std::string_view base) {
+    if (entry.size() != base.size() + kTemporaryInfix.size() + kTemporarySuffixLength ||
+        !entry.starts_with(base) || entry.substr(base.size(), kTemporaryInfix.size()) != kTemporaryInfix)
+        return false;
+    const std::string_view suffix = entry.substr(base.size() + kTemporaryInfix.size());
+    return std::all_of(suffix.begin(), suffix.end(), [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+    });
+}
+
+} // namespace
+
+std::vector<std::string> removeStaleTemporaries(const std::string& path, std::chrono::seconds minimumAge) {
+    std::vector<std::string> removed;
+    const std::string folder = parentPath(path);
+    const std::string base = lastPathComponent(path);
+    const int dirFd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (dirFd < 0)
+        return removed;
+    const int listFd = ::dup(dirFd);
+    DIR* dir = listFd >= 0 ? ::fdopendir(listFd) : nullptr;
+    if (!dir) {
+        if (listFd >= 0)
+            ::close(listFd);
+        ::close(dirFd);
+        return removed;
+    }
+    const std::time_t latest = std::time(nullptr) - static_cast<std::time_t>(minimumAge.count());
+    while (const dirent* entry = ::readdir(dir)) {
+        const std::string name = entry->d_name;
+        if (!isTemporaryName(name, base))
+            continue;
+        struct stat seen {};
+        if (::fstatat(dirFd, name.c_str(), &seen, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(seen.st_mode) ||
+            seen.st_uid != ::geteuid() || seen.st_nlink != 1 || seen.st_mtime > latest)
+            continue;
+        const int fd =
+            ::openat(dirFd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+        if (fd < 0)
+            continue;
+        struct stat opened {};
+        // Still the same file, and no writer holds it.
+        if (::fstat(fd, &opened) == 0 && opened.st_dev == seen.st_dev && opened.st_ino == seen.st_ino &&
+            ::flock(fd, LOCK_EX | LOCK_NB) == 0 && ::unlinkat(dirFd, name.c_str(), 0) == 0)
+            removed.push_back(folder + "/" + name);
+        ::close(fd);
+    }
+    ::closedir(dir);
+    ::close(dirFd);
+    return removed;
+}
+
+bool saveFile(const std::string& path, std::string_view bytes, CVError* error) {
+    struct stat st {};
+    if (::lstat(path.c_str(), &st) != 0) {
+        if (errno != ENOENT) {
+            setError(error, posixError(errno, path, "Cannot write"));
+            return false;
+        }
+        return writeFileAtomically(path, bytes, error, 0666 & ~currentUmask());
+    }
+    std::string target = path;
+    if (S_ISLNK(st.st_mode)) {
+        char resolved[PATH_MAX];
+        if (!::realpath(path.c_str(), resolved) || ::stat(resolved, &st) != 0) {
+            setError(error, posixError(errno, path, "Cannot follow the link"));
+            return false;
+        }
+        target = resolved;
+    }
+    if (S_ISREG(st.st_mode))
+        return writeFileAtomically(target, bytes, error);
+    if (!S_ISFIFO(st.st_mode) && !S_ISCHR(st.st_mode)) {
+        setError(error, posixError(S_ISDIR(st.st_mode) ? EISDIR : EINVAL, path, "Cannot write"));
+        return false;
+    }
+    const int fd = ::open(target.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
+    if (fd < 0) {
+        setError(error, posixError(errno, path, "Cannot open"));
+        return false;
+    }
+    const bool written = writeAll(fd, bytes);
+    const int saved = errno;
+    ::close(fd);
+    if (!written)
+        setError(error, posixError(saved, path, "Cannot write"));
+    return written;
 }
 
 bool makeDirectories(const std::string& path, CVError* error) {

@@ -1,9 +1,11 @@
 #pragma once
 // Whole-file reads, crash-safe whole-file writes, and files open for reading.
 
+#include <chrono>
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "error.h"
 
@@ -34,9 +36,28 @@ bool readFileContents(const std::string& path, std::string& out, std::size_t max
 
 // Replaces the file at path with bytes so that a crash at any moment leaves either the
 // old file or the new one, never a mix: the bytes go to a temporary file in the same
-// folder, which is fsync'ed and renamed over path, and the folder is fsync'ed after.
-// The file gets mode 0600 when it is new and keeps its mode otherwise.
-bool writeFileAtomically(const std::string& path, std::string_view bytes, CVError* error);
+// folder ("<name>.tmp-XXXXXX"), which is fsync'ed and renamed over path, and the folder is
+// fsync'ed after. On failure the old file is untouched and the temporary is removed.
+// The file gets newFileMode when it is new and keeps its mode otherwise.
+bool writeFileAtomically(const std::string& path, std::string_view bytes, CVError* error,
+                         unsigned newFileMode = 0600);
+
+// Removes what writeFileAtomically left beside path when the writing process ended
+// between creating its temporary and renaming it. A name is a candidate only when it is
+// path's own name, ".tmp-" and six letters or digits; it goes only when it is a regular
+// file of this user with no other name, unchanged for minimumAge, and no writer holds its
+// lock (writeFileAtomically locks its temporary while writing and syncing it; the
+// moment from closing to renaming is covered by the age). path itself and every
+// other entry are never touched. Answers the paths removed.
+std::vector<std::string> removeStaleTemporaries(const std::string& path, std::chrono::seconds minimumAge);
+
+// Saves bytes at path the way a document is saved. A regular file there, or the file a
+// symbolic link there points to (the link stays), is replaced with writeFileAtomically,
+// so a failure (a full disk, a folder where no temporary may be made) leaves it as it
+// was; a new file is made the same way with mode 0666 less the umask. A fifo or a
+// character device (a pipe, a terminal, /dev/null) is written straight: nothing there
+// could be lost. A folder, a dangling link or anything else is an error.
+bool saveFile(const std::string& path, std::string_view bytes, CVError* error);
 
 // Creates the folder and its missing parents (mode 0700 for new ones). True when the folder exists after.
 bool makeDirectories(const std::string& path, CVError* error);

@@ -383,7 +383,15 @@ private:
                     path.push_back({PathComponent::Kind::Size, {}, 0});
                 } else if (!inside.empty() &&
                            inside.find_first_not_of("0123456789") == std::string_view::npos) {
-                    path.push_back({PathComponent::Kind::Index, {}, std::stoull(std::string(inside))});
+                    std::uint64_t index = 0;
+                    const auto [end, ec] =
+                        std::from_chars(inside.data(), inside.data() + inside.size(), index);
+                    if (ec != std::errc() || end != inside.data() + inside.size()) {
+                        ++m_pos;
+                        fail("index out of range");
+                        return false;
+                    }
+                    path.push_back({PathComponent::Kind::Index, {}, static_cast<std::size_t>(index)});
                 } else {
                     ++m_pos;
                     fail("expected SIZE or an index inside '[]'");
@@ -436,20 +444,29 @@ private:
             real = real || !std::isdigit(static_cast<unsigned char>(m_text[m_pos]));
             ++m_pos;
         }
-        const std::string number(m_text.substr(start, m_pos - start));
-        char* end = nullptr;
-        errno = 0;
+        // from_chars: no locale (a decimal comma never changes the meaning), no exceptions,
+        // and a value that does not fit its type is reported rather than clamped.
+        const char* first = m_text.data() + start;
+        const char* last = m_text.data() + m_pos;
+        if (*first == '+')
+            ++first;
+        std::from_chars_result result{};
         if (real) {
-            const double d = std::strtod(number.c_str(), &end);
+            double d = 0;
+            result = std::from_chars(first, last, d, std::chars_format::general);
             out = d;
-        } else if (number[0] == '-') {
-            out = static_cast<long long>(std::strtoll(number.c_str(), &end, 10));
+        } else if (*first == '-') {
+            long long i = 0;
+            result = std::from_chars(first, last, i);
+            out = i;
         } else {
-            out = static_cast<unsigned long long>(std::strtoull(number.c_str(), &end, 10));
+            unsigned long long u = 0;
+            result = std::from_chars(first, last, u);
+            out = u;
         }
-        if (!end || *end != '\0' || errno == ERANGE) {
+        if (result.ec != std::errc() || result.ptr != last) {
             m_pos = start;
-            fail("malformed number");
+            fail(result.ec == std::errc::result_out_of_range ? "number out of range" : "malformed number");
             return false;
         }
         return true;

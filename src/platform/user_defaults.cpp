@@ -29,6 +29,9 @@ std::string& standardPath() {
     return path;
 }
 
+// A temporary this old is no live writer's: a write takes milliseconds.
+constexpr std::chrono::seconds kStaleTemporaryAge{60};
+
 // "20250131-142501", local time: when a damaged file was set aside.
 std::string timestamp() {
     const std::time_t now = std::time(nullptr);
@@ -171,6 +174,16 @@ void UserDefaults::setAside(const CVError& reason) {
 }
 
 void UserDefaults::load() {
+    loadFile();
+    if (isReadOnly())
+        return;
+    // A run killed between writing its temporary and renaming it left a whole copy
+    // beside the file; only this store's own stale ones go.
+    for (const auto& removed : removeStaleTemporaries(m_filePath, kStaleTemporaryAge))
+        systemLog("Removed " + removed + ", left by a run that ended before saving the settings");
+}
+
+void UserDefaults::loadFile() {
     struct stat st {};
     if (::lstat(m_path.c_str(), &st) != 0) {
         if (errno != ENOENT)

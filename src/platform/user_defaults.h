@@ -21,6 +21,8 @@
 //   beside it to "<name>.corrupt-YYYYMMDD-HHMMSS" (never over an earlier one) and the
 //   store starts empty.
 // The first and the last case are told to the user with warnUser (system_log.h).
+// Opening a file it may write also removes the whole temporary copies a killed run left
+// beside it ("<name>.tmp-XXXXXX", see removeStaleTemporaries in file_io.h).
 //
 // A stored value whose type does not fit its key's registered default (a string or a
 // number where a boolean belongs, ...) reads as the registered default; the user is told
@@ -134,7 +136,10 @@ private:
     // The stored value if its type fits, else the registered default. When the stored
     // value does not fit and the key was not reported yet, *warning receives the line.
     PropertyValue effectiveValueLocked(std::string_view key, std::string* warning = nullptr) const;
+    // Reads the file, then removes the stale temporaries of a killed writer beside it
+    // (removeStaleTemporaries, a minute old) unless the file is never written.
     void load();
+    void loadFile();
     void refuse(FileState state, CVError reason);
     void setAside(const CVError& reason);
     void notifyObservers(const std::string& key, const PropertyValue& oldValue,

@@ -1,10 +1,9 @@
 #include "duplicates_controller.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <fstream>
 
 #include "engine/node_key_values.h"
+#include "platform/file_io.h"
 #include "platform/notification_center.h"
 #include "platform/system_log.h"
 #include "platform/user_paths.h"
@@ -264,13 +263,9 @@ std::string CVDuplicatesController::exportText() const {
 }
 
 bool CVDuplicatesController::exportSelectedDupesToPath(const std::string& path, CVError* error) const {
-    const std::string text = exportText();
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(text.data(), static_cast<std::streamsize>(text.size()));
-    out.close();
-    const bool ok = static_cast<bool>(out);
+    CVError failure;
+    const bool ok = saveFile(path, exportText(), &failure);
     if (!ok) {
-        const CVError failure = posixError(errno ? errno : EIO, path, "Cannot write");
         systemLogf("Error saving list of selected dupes: %@", failure.localizedDescription());
         setError(error, failure);
     }

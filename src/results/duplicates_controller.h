@@ -70,8 +70,9 @@ public:
     // The export text: each selected file's path and a line feed, and an empty line
     // after every group that contributed; groups in insertion order.
     std::string exportText() const;
-    // Writes the export text to path (UTF-8, not atomically); on failure logs "Error
-    // saving list of selected dupes: %@" and fills *error. Posts "CVExportPanelDidClose" either way.
+    // Saves the export text at path (UTF-8) with saveFile: a list already there is
+    // replaced only once the whole new one is on disk. On failure logs "Error saving list
+    // of selected dupes: %@" and fills *error. Posts "CVExportPanelDidClose" either way.
     bool exportSelectedDupesToPath(const std::string& path, CVError* error) const;
     void collectAllDuplicatesAtPath(const std::string&) {}
 

@@ -122,6 +122,38 @@ TEST_F(CorvelRemove, ADryRunChangesNothing) {
     EXPECT_NE(dry.out.find("would remove empty folder " + tree / "Documents/Drafts"), std::string::npos);
 }
 
+TEST_F(CorvelRemove, TheTextReportsShowControlBytesEscaped) {
+    const std::string name = "copy\n\x1b]0;title\x07.dat";
+    const std::string shown = R"(copy\n\x1b]0;title\x07.dat)";
+    const std::string content(70000, 'c');
+    tree.file("keep/original.dat", content);
+    tree.file("Old/" + name, content);
+    // The plan marks the copy by its exact name, which no list of lines could hold.
+    const auto scan = run("scan --json " + shellQuoted(tree.path()));
+    ASSERT_EQ(scan.status, 0) << scan.err;
+    auto plan = nlohmann::json::parse(scan.out);
+    for (auto& group : plan["groups"])
+        for (auto& file : group["files"])
+            file["needToRemove"] = file["path"].get<std::string>() == tree / ("Old/" + name);
+    const std::string planFile = home.file("plan.json", plan.dump());
+
+    const auto dry = run("remove --dry-run " + shellQuoted(planFile));
+    ASSERT_EQ(dry.status, 0) << dry.err;
+    EXPECT_NE(dry.out.find("would trash " + tree / ("Old/" + shown) + " to "), std::string::npos) << dry.out;
+    const auto removal = run("remove --yes " + shellQuoted(planFile));
+    ASSERT_EQ(removal.status, 0) << removal.err;
+    EXPECT_NE(removal.out.find("  goes:  " + tree / ("Old/" + shown) + "\n"), std::string::npos)
+        << removal.out;
+    EXPECT_NE(removal.out.find("trashed " + tree / ("Old/" + shown) + "\n"), std::string::npos)
+        << removal.out;
+    for (const auto& out : {dry.out, removal.out}) {
+        EXPECT_EQ(out.find('\x1b'), std::string::npos);
+        EXPECT_EQ(out.find('\x07'), std::string::npos);
+    }
+    EXPECT_FALSE(fs::exists(tree / ("Old/" + name))) << "the copy went by its real name";
+    EXPECT_TRUE(fs::exists(tree / "keep/original.dat"));
+}
+
 TEST_F(CorvelRemove, WithoutATerminalOrYesNothingIsTouched) {
     buildCopies();
     const auto before = snapshot(tree.path());

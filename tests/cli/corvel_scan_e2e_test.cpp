@@ -269,6 +269,32 @@ TEST_F(CorvelScan, NamesThatAreNotUtf8AreWrittenWithSurrogateEscapes) {
         << "the path comes back byte for byte";
 }
 
+TEST_F(CorvelScan, ControlBytesInNamesAreEscapedInTextAndExactInJson) {
+    // A line feed would split the path over two lines; the escape sequence would turn the
+    // terminal red; the backslash is doubled so the shown "\n" cannot be mistaken.
+    const std::string name = "evil\n\x1b[31mred\\x.dat";
+    const std::string shown = R"(evil\n\x1b[31mred\\x.dat)";
+    tree.file("a/" + name, std::string(60000, 'e'));
+    tree.file("b/" + name, std::string(60000, 'e'));
+    tree.file("a/keeps the folders apart", "1");
+    const Outcome text = corvel("scan " + settings() + " " + quoted(tree.path()), home);
+    ASSERT_EQ(text.status, 0) << text.err;
+    EXPECT_EQ(text.out.find('\x1b'), std::string::npos) << "no escape byte reaches the terminal";
+    for (const char* folder : {"/a/", "/b/"})
+        EXPECT_NE(text.out.find("  " + tree.path() + folder + shown + "\n"), std::string::npos) << text.out;
+    EXPECT_EQ(text.out.find("evil\n"), std::string::npos) << "the path stays on one line";
+
+    const Outcome json = corvel("scan --json " + settings() + " " + quoted(tree.path()), home);
+    ASSERT_EQ(json.status, 0) << json.err;
+    const auto doc = nlohmann::json::parse(json.out);
+    std::set<std::string> paths;
+    for (const auto& group : doc["groups"])
+        for (const auto& file : group["files"])
+            paths.insert(file["path"].get<std::string>());
+    EXPECT_EQ(paths, (std::set<std::string>{tree / ("a/" + name), tree / ("b/" + name)}))
+        << "JSON keeps the names exact";
+}
+
 TEST_F(CorvelScan, ExitStatusesTellWhatHappened) {
     tree.file("x/a.txt", "a");
     struct Case {

@@ -97,7 +97,11 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"(info.%@ == %@)", {"EventID", "12"}, true}, Case{"(info.%@ == %@)", {"EventID", 12}, true},
         Case{"info.EventID == 13", {}, false}, Case{"%K == 80", {"info.Rating"}, true},
         Case{"rootFolder.path BEGINSWITH[c] '/USERS/ADA/'", {}, true}, Case{"tags CONTAINS 'B'", {}, true},
-        Case{"tags[1] == 'B'", {}, true},
+        Case{"tags[1] == 'B'", {}, true}, Case{"tags[18446744073709551615] == nil", {}, true},
+        // the limits of each kind of number literal still parse
+        Case{"statMTime < 18446744073709551615", {}, true},
+        Case{"statMTime > -9223372036854775808", {}, true}, Case{"size > +0.25", {}, true},
+        Case{"size > 1e-310", {}, true}, Case{"size < .75", {}, true},
         // null, precedence and constants
         Case{"missing == nil", {}, true}, Case{"missing != NULL", {}, false}, Case{"missing > 0", {}, false},
         Case{"missing == 0", {}, false},
@@ -197,6 +201,17 @@ INSTANTIATE_TEST_SUITE_P(Forms, PredicateErrors,
                                          Malformed{"a == %@", 7}, Malformed{"a == 1 &&", 9},
                                          Malformed{"a[foo] == 1", 2}, Malformed{"a. == 1", 2},
                                          Malformed{"a == %q", 5}, Malformed{"== 1", 0}));
+
+// Numbers that do not fit their type are errors at the number, never an abort or a silent
+// clamp to the largest value.
+INSTANTIATE_TEST_SUITE_P(NumbersOutOfRange, PredicateErrors,
+                         testing::Values(Malformed{"a[99999999999999999999] == 1", 2},
+                                         Malformed{"a[18446744073709551616] == 1", 2},
+                                         Malformed{"a == 18446744073709551616", 5},
+                                         Malformed{"a == -9223372036854775809", 5},
+                                         Malformed{"a == 1e999", 5}, Malformed{"a == -1e999", 5},
+                                         Malformed{"a == 1e-999", 5}, Malformed{"a == 1.2.3", 5},
+                                         Malformed{"a == 1e", 5}, Malformed{"a == +-1", 5}));
 
 TEST(Predicate, AbsurdNestingIsAnErrorNotACrash) {
     const std::string format = std::string(100000, '(') + "a == 1" + std::string(100000, ')');

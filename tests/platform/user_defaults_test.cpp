@@ -4,10 +4,12 @@
 #include <cstdlib>
 #include <ctime>
 #include <dirent.h>
+#include <fcntl.h>
 #include <functional>
 #include <gtest/gtest.h>
 #include <map>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
@@ -306,6 +308,97 @@ TEST(UserDefaults, ASetAsideFileNeverGoesOverAnEarlierOne) {
     EXPECT_EQ(test::TempTree::read(defaults.setAsidePath()), kGarbled);
     EXPECT_TRUE(defaults.objectForKey("MinScanSize").isNull()) << "the store starts empty";
 }
+
+// What a run killed between writing its temporary and renaming it leaves beside the
+// settings file, and what else may be there. Only our own stale temporaries go.
+struct Leftover {
+    const char* label;
+    std::string name;
+    enum class Kind { File, Link, Folder, HardLinked } kind = Kind::File;
+    int ageSeconds = 120;
+    bool lockedByAWriter = false;
+    bool settingsAreDamaged = false; // a file the user named that is not a settings file
+    bool throughALink = false;       // the settings path is a link to the real file
+    bool removed = false;
+};
+
+void PrintTo(const Leftover& l, std::ostream* os) {
+    *os << l.label;
+}
+
+class LeftoverBesideTheSettings : public testing::TestWithParam<Leftover> {};
+
+TEST_P(LeftoverBesideTheSettings, IsRemovedOnlyWhenItIsOurStaleTemporary) {
+    const Leftover& c = GetParam();
+    test::TempTree tree;
+    const std::string settings =
+        c.settingsAreDamaged
+            ? kGarbled
+            : propertyListData(PropertyValue::Dictionary{{"MinScanSize", 3}}, PropertyListFormat::XML);
+    const std::string real = tree.file("config/settings.plist", settings);
+    const std::string path = c.throughALink ? tree.symlink("link.plist", real) : real;
+    const std::string leftover = tree / ("config/" + c.name);
+    const std::string elsewhere = tree.file("elsewhere.txt", "not ours");
+    switch (c.kind) {
+    case Leftover::Kind::File:
+        tree.file("config/" + c.name, settings);
+        break;
+    case Leftover::Kind::Link:
+        tree.symlink("config/" + c.name, elsewhere);
+        break;
+    case Leftover::Kind::Folder:
+        tree.folder("config/" + c.name);
+        break;
+    case Leftover::Kind::HardLinked:
+        ASSERT_EQ(::link(elsewhere.c_str(), leftover.c_str()), 0);
+        break;
+    }
+    const struct timespec then[2] = {{std::time(nullptr) - c.ageSeconds, 0},
+                                     {std::time(nullptr) - c.ageSeconds, 0}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, leftover.c_str(), then, AT_SYMLINK_NOFOLLOW), 0);
+    int lockFd = -1;
+    if (c.lockedByAWriter) {
+        lockFd = ::open(leftover.c_str(), O_RDWR | O_CLOEXEC);
+        ASSERT_EQ(::flock(lockFd, LOCK_EX), 0);
+    }
+    {
+        ScopedLogCapture log;
+        UserDefaults defaults(path);
+        EXPECT_EQ(defaults.isReadOnly(), c.settingsAreDamaged);
+    }
+    if (lockFd >= 0)
+        ::close(lockFd);
+    struct stat st {};
+    EXPECT_EQ(::lstat(leftover.c_str(), &st) != 0, c.removed) << leftover;
+    EXPECT_EQ(test::TempTree::read(real), settings) << "the settings file itself is never touched";
+    EXPECT_EQ(test::TempTree::read(elsewhere), "not ours");
+    if (c.throughALink) {
+        ASSERT_EQ(::lstat(path.c_str(), &st), 0);
+        EXPECT_TRUE(S_ISLNK(st.st_mode));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Leftovers, LeftoverBesideTheSettings,
+    testing::Values(
+        Leftover{"a stale temporary", "settings.plist.tmp-Ab3xZ9", Leftover::Kind::File, 120, false, false,
+                 false, true},
+        Leftover{"a stale temporary beside the file a link points to", "settings.plist.tmp-Ab3xZ9",
+                 Leftover::Kind::File, 120, false, false, true, true},
+        Leftover{"a fresh temporary: a writer may be at work", "settings.plist.tmp-Ab3xZ9",
+                 Leftover::Kind::File, 5},
+        Leftover{"a stale temporary a live writer holds", "settings.plist.tmp-Ab3xZ9", Leftover::Kind::File,
+                 120, true},
+        Leftover{"beside a file that is not a settings file", "settings.plist.tmp-Ab3xZ9",
+                 Leftover::Kind::File, 120, false, true},
+        Leftover{"five characters", "settings.plist.tmp-Ab3xZ"},
+        Leftover{"seven characters", "settings.plist.tmp-Ab3xZ9q"},
+        Leftover{"not letters or digits", "settings.plist.tmp-Ab3x.9"},
+        Leftover{"another file's temporary", "other.plist.tmp-Ab3xZ9"},
+        Leftover{"a backup", "settings.plist.corrupt-20250101-000000"},
+        Leftover{"a link named like a temporary", "settings.plist.tmp-Ab3xZ9", Leftover::Kind::Link},
+        Leftover{"a folder named like a temporary", "settings.plist.tmp-Ab3xZ9", Leftover::Kind::Folder},
+        Leftover{"a file with another name too", "settings.plist.tmp-Ab3xZ9", Leftover::Kind::HardLinked}));
 
 // A value whose type does not fit its registered default reads as the default, is
 // reported once, and is reported again after it is set to another wrong value.

@@ -1,9 +1,15 @@
+#include <filesystem>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
 
 #include "engine/node_type.h"
 #include "platform/notification_center.h"
 #include "platform/user_paths.h"
 #include "results/duplicates_controller.h"
+#include "support/other_user.h"
 #include "support/temp_tree.h"
 
 namespace corvel {
@@ -148,6 +154,133 @@ TEST(DuplicatesController, ExportListsSelectedCopiesGroupByGroup) {
     CVError error;
     EXPECT_FALSE(results.exportSelectedDupesToPath(tree / "missing/dir/out.txt", &error));
     EXPECT_EQ(closed, 2);
+}
+
+// Adds groups of two, the second file selected, until the export text is about bytes long.
+void addSelectedGroups(CVDuplicatesController& results, std::size_t bytes) {
+    const std::string longName(200, 'n');
+    for (std::size_t i = 0; i * (longName.size() + 16) < bytes; ++i) {
+        auto keep = file("/keep/" + std::to_string(i) + longName);
+        auto copy = file("/copy/" + std::to_string(i) + longName);
+        copy->setNeedToRemove(true);
+        results.addGroup(group({keep, copy}));
+    }
+}
+
+std::vector<std::string> namesIn(const std::string& folder) {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder))
+        names.push_back(entry.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+// A small tmpfs of its own, unmounted before the tree that holds it is removed.
+class SmallFileSystem {
+public:
+    explicit SmallFileSystem(std::string folder) : m_folder(std::move(folder)) {
+        m_mounted =
+            ::mount("tmpfs", m_folder.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, "size=32k,mode=0755") == 0;
+    }
+    ~SmallFileSystem() {
+        if (m_mounted)
+            ::umount2(m_folder.c_str(), MNT_DETACH);
+    }
+    bool mounted() const { return m_mounted; }
+
+private:
+    std::string m_folder;
+    bool m_mounted = false;
+};
+
+TEST(DuplicatesController, ExportOnAFullDiskLeavesTheOldListAsItWas) {
+    test::TempTree tree;
+    const std::string disk = tree.folder("disk");
+    SmallFileSystem small(disk);
+    if (!small.mounted())
+        GTEST_SKIP()
+            << "mounting a 32 KiB tmpfs needs root (CAP_SYS_ADMIN); the read-only folder test covers the "
+               "failure path without it";
+    const std::string list = tree.file("disk/list.txt", "/the/old/list\n\n");
+    CVDuplicatesController results;
+    addSelectedGroups(results, 128 * 1024);
+    CVError error;
+    EXPECT_FALSE(results.exportSelectedDupesToPath(list, &error));
+    EXPECT_EQ(error.code, ENOSPC) << error.localizedDescription();
+    EXPECT_TRUE(test::TempTree::read(list) == "/the/old/list\n\n") << "the old list changed";
+    EXPECT_EQ(namesIn(disk), std::vector<std::string>{"list.txt"}) << "no temporary file is left";
+}
+
+TEST(DuplicatesController, ExportWhereNoTemporaryMayBeMadeLeavesTheOldListAsItWas) {
+    // The list itself may be written, its folder may not: replacing it in place could leave
+    // half a list, so the export fails and the list stays.
+    test::TempTree tree;
+    const std::string folder = tree.folder("lists");
+    const std::string list = tree.file("lists/list.txt", "/the/old/list\n\n");
+    test::openToAnotherUser(folder);
+    ASSERT_EQ(::chmod(list.c_str(), 0666), 0);
+    ASSERT_EQ(::chmod(folder.c_str(), 0555), 0);
+    CVDuplicatesController results;
+    addSelectedGroups(results, 4096);
+    const int status = test::runAsAnotherUser([&] {
+        CVError error;
+        const bool written = results.exportSelectedDupesToPath(list, &error);
+        return written ? 1 : (error.code == EACCES ? 0 : 2);
+    });
+    ::chmod(folder.c_str(), 0755);
+    EXPECT_EQ(status, 0) << "1: the export answered success, 2: it failed for another reason";
+    EXPECT_TRUE(test::TempTree::read(list) == "/the/old/list\n\n") << "the old list changed";
+    EXPECT_EQ(namesIn(folder), std::vector<std::string>{"list.txt"});
+}
+
+TEST(DuplicatesController, ExportReplacesTheListThroughALinkAndKeepsItsMode) {
+    test::TempTree tree;
+    const std::string list = tree.file("real/list.txt", "old\n");
+    ASSERT_EQ(::chmod(list.c_str(), 0640), 0);
+    const std::string link = tree.symlink("link.txt", list);
+    CVDuplicatesController results;
+    addSelectedGroups(results, 1);
+    ASSERT_TRUE(results.exportSelectedDupesToPath(link, nullptr));
+    struct stat st {};
+    ASSERT_EQ(::lstat(link.c_str(), &st), 0);
+    EXPECT_TRUE(S_ISLNK(st.st_mode)) << "the link stays a link";
+    ASSERT_EQ(::stat(list.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0640u);
+    EXPECT_EQ(test::TempTree::read(list), results.exportText());
+    EXPECT_EQ(namesIn(tree / "real"), std::vector<std::string>{"list.txt"});
+
+    // A new list gets the mode any new file gets: 0666 less the umask.
+    const mode_t previous = ::umask(027);
+    const bool written = results.exportSelectedDupesToPath(tree / "new.txt", nullptr);
+    ::umask(previous);
+    ASSERT_TRUE(written);
+    ASSERT_EQ(::stat((tree / "new.txt").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0640u);
+}
+
+TEST(DuplicatesController, ExportToAPipeWritesStraightAndAFolderIsRefused) {
+    test::TempTree tree;
+    const std::string fifo = tree / "pipe";
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    CVDuplicatesController results;
+    addSelectedGroups(results, 1);
+    std::string received;
+    std::thread reader([&] { received = test::TempTree::read(fifo); });
+    const bool written = results.exportSelectedDupesToPath(fifo, nullptr);
+    reader.join();
+    EXPECT_TRUE(written);
+    EXPECT_EQ(received, results.exportText());
+    struct stat st {};
+    ASSERT_EQ(::lstat(fifo.c_str(), &st), 0);
+    EXPECT_TRUE(S_ISFIFO(st.st_mode)) << "the pipe is not replaced by a file";
+
+    const std::string folder = tree.folder("folder");
+    tree.file("folder/kept", "kept");
+    CVError error;
+    EXPECT_FALSE(results.exportSelectedDupesToPath(folder, &error));
+    EXPECT_EQ(error.code, EISDIR) << error.localizedDescription();
+    EXPECT_EQ(test::TempTree::read(folder + "/kept"), "kept");
+    EXPECT_EQ(namesIn(tree.path()), (std::vector<std::string>{"folder", "pipe"}));
 }
 
 } // namespace
