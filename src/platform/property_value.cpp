@@ -297,4 +297,12 @@ std::string PropertyValue::description() const {
     return {};
 }
 
+std::optional<std::string> PropertyValue::textOrBytes() const {
+    if (const std::string* text = asString())
+        return *text;
+    if (const Data* bytes = asData())
+        return std::string(bytes->begin(), bytes->end());
+    return std::nullopt;
+}
+
 } // namespace corvel

@@ -68,6 +68,9 @@ public:
     const std::string* asString() const;
     std::optional<PropertyDate> asDate() const;
     const Data* asData() const;
+    // A string's text, or the bytes of data: paths that are not valid UTF-8 are stored as
+    // data. Nothing for other types.
+    std::optional<std::string> textOrBytes() const;
     const Array* asArray() const;
     const Dictionary* asDictionary() const;
 

@@ -43,10 +43,10 @@ CVAutoselectListItem CVAutoselectListItem::autoselectItemWithPath(const std::str
 
 CVAutoselectListItem CVAutoselectListItem::autoselectItemWithDictionary(const PropertyValue& dictionary) {
     CVAutoselectListItem item;
-    item.path = dictionary["Path"].toString();
+    item.path = dictionary["Path"].textOrBytes().value_or(dictionary["Path"].toString());
     item.category = static_cast<std::int32_t>(dictionary["Category"].toInt64());
     item.enabled = dictionary["Enabled"].toBool();
-    if (const std::string* linked = dictionary["LinkedPath"].asString())
+    if (const auto linked = dictionary["LinkedPath"].textOrBytes())
         item.linkedPath = *linked;
     return item;
 }

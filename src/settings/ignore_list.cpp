@@ -151,8 +151,8 @@ void CVIgnoreList::updateExcludeList() {
                 m_currentExtentionsToExclude.push_back(*extension.asString());
     }
     for (const auto& record : m_excludeFilesList)
-        if (enabled(record) && record[kRecordValueKey].isString())
-            m_currentPathsToExclude.push_back(*record[kRecordValueKey].asString());
+        if (auto value = record[kRecordValueKey].textOrBytes(); value && enabled(record))
+            m_currentPathsToExclude.push_back(std::move(*value));
     for (const auto& name : arrayOf(defaultIgnoreList()["FileNames"]))
         if (name.isString()) {
             m_currentFilesToExclude.push_back(lowercasePath(*name.asString()));
@@ -197,9 +197,10 @@ void CVIgnoreList::addExcludePathWithRoot(const std::string& root) {
         }
     }
     for (const auto& record : m_excludePathsList) {
-        if (!enabled(record) || !record[kRecordValueKey].isString())
+        const auto value = record[kRecordValueKey].textOrBytes();
+        if (!enabled(record) || !value)
             continue;
-        const std::string p = expandHome(*record[kRecordValueKey].asString(), false);
+        const std::string p = expandHome(*value, false);
         if (!known(p) && related(p))
             m_currentPathsToExclude.push_back(p);
     }

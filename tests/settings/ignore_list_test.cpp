@@ -313,6 +313,25 @@ TEST_F(IgnoreListTest, TheUserListsPersistAndAMissingListComesFromTheResource) {
     EXPECT_EQ(again.excludePathsList().size(), 2u);
 }
 
+TEST_F(IgnoreListTest, AnExcludedPathThatIsNotUtf8IsKeptAndStillExcludes) {
+    make();
+    // Written as data (a settings file holds only valid UTF-8 text), read back as the path.
+    const std::string folder = "/data/caf\xE9";
+    PropertyValue::Dictionary record = *CVIgnoreList::pathsRecordsWithURLs({"file:///data/x"})[0].asDictionary();
+    record[kRecordValueKey] = PropertyValue(folder);
+    list->excludePathsList().push_back(PropertyValue(record));
+    list->synchronize();
+
+    UserDefaults reopened(tree / "d.plist");
+    CVIgnoreList again(reopened, resource, environment(), generator);
+    ASSERT_EQ(again.excludePathsList().size(), 3u);
+    EXPECT_EQ(again.excludePathsList()[2][kRecordValueKey].textOrBytes(), folder);
+    again.updateExcludeList();
+    again.addExcludePathWithRoot("/data");
+    EXPECT_EQ(again.isPathForbiddenToScan(folder + "/a.avi", 7, false, false), ScanRefusedUserPath);
+    EXPECT_EQ(again.isPathForbiddenToScan("/data/cafe/a.avi", 7, false, false), ScanAllowed);
+}
+
 TEST_F(IgnoreListTest, AMissingResourceIsLoggedAndExcludesNothing) {
     ScopedLogCapture log;
     CVIgnoreList empty(defaults, tree / "missing.plist", environment(), generator);
