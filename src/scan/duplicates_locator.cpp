@@ -128,9 +128,10 @@ void CVDuplicatesLocator::setPaths(const std::vector<std::string>& paths) {
 }
 
 void CVDuplicatesLocator::stopScan() {
-    // Ends a read of a library file or of the library preferences in progress; an idle
-    // locator (one being dropped) leaves other readers alone.
-    if (m_state.exchange(0) != 0) {
+    m_state = 0;
+    // Ends a read of a library file or of the library preferences in progress; a
+    // locator that is not scanning leaves other readers alone.
+    if (m_scanning.load()) {
         CViMediaManager::sharedInstance().stopParsing();
         m_services.typeGenerator.stopReadingPreferences();
     }
@@ -185,10 +186,15 @@ void CVDuplicatesLocator::asyncScanPaths(const std::vector<std::string>& paths) 
     // Library files are parsed again once this scan has ended, stopped or not.
     auto& media = CViMediaManager::sharedInstance();
     media.resumeParsing();
+    m_scanning = true;
     struct ResumeAtEnd {
         CViMediaManager& media;
-        ~ResumeAtEnd() { media.resumeParsing(); }
-    } resumeAtEnd{media};
+        std::atomic<bool>& scanning;
+        ~ResumeAtEnd() {
+            scanning = false;
+            media.resumeParsing();
+        }
+    } resumeAtEnd{media, m_scanning};
     auto hierarchy = std::make_shared<CVFilesHierarchy>(
         m_pathsToScan,
         CVFilesHierarchy::Services{m_services.ignoreList, m_services.typeGenerator, m_services.preferences});
