@@ -56,8 +56,8 @@ INSTANTIATE_TEST_SUITE_P(
                             true, 1024, kCorvelFileErrorDomain, EINVAL},
                     Refusal{"CharacterDevice", [](const test::TempTree&) { return std::string("/dev/zero"); },
                             true, std::size_t{1} << 30, kCorvelFileErrorDomain, EINVAL},
-                    Refusal{"Folder", [](const test::TempTree& root) { return root.folder("folder"); }, true, 1024,
-                            kCorvelFileErrorDomain, EINVAL},
+                    Refusal{"Folder", [](const test::TempTree& root) { return root.folder("folder"); }, true,
+                            1024, kCorvelFileErrorDomain, EINVAL},
                     Refusal{"LinkNotFollowed",
                             [](const test::TempTree& root) {
                                 const std::string target = root.file("target", "bytes");
@@ -66,11 +66,12 @@ INSTANTIATE_TEST_SUITE_P(
                                 return p;
                             },
                             false, 1024, kPosixErrorDomain, ELOOP},
-                    Refusal{"LargerThanTheLimit",
-                            [](const test::TempTree& root) { return root.file("big", std::string(2048, 'x')); },
-                            true, 2047, kCorvelFileErrorDomain, EFBIG},
-                    Refusal{"Missing", [](const test::TempTree& root) { return root / "missing"; }, true, 1024,
-                            kPosixErrorDomain, ENOENT}),
+                    Refusal{
+                        "LargerThanTheLimit",
+                        [](const test::TempTree& root) { return root.file("big", std::string(2048, 'x')); },
+                        true, 2047, kCorvelFileErrorDomain, EFBIG},
+                    Refusal{"Missing", [](const test::TempTree& root) { return root / "missing"; }, true,
+                            1024, kPosixErrorDomain, ENOENT}),
     [](const testing::TestParamInfo<Refusal>& param) { return std::string(param.param.name); });
 
 TEST(RegularFileRead, ReadsARegularFileWholeAndThroughALinkWhenAllowed) {
