@@ -130,6 +130,7 @@ CVNodeTypeGenerator::CVNodeTypeGenerator(UserDefaults& defaults, std::string hom
 
 void CVNodeTypeGenerator::prepareGenerator() {
     std::lock_guard lock(m_mutex);
+    m_stopReading.store(false);
     m_currentIPhotoLibPath.reset();
     m_currentITunesLibPath.reset();
 }
@@ -140,12 +141,13 @@ void CVNodeTypeGenerator::getCurrentLibsFromPrefs() {
         m_realHome + std::string(kIAppsPreferences),
         m_realHome + "/Library/Containers/com.apple.iApps/Data" + std::string(kIAppsPreferences),
     };
+    const RegularFileRead how{kMaxPropertyListBytes, false, [this] { return m_stopReading.load(); }};
     PropertyValue prefs;
     for (const auto& path : candidates) {
-        if (!pathExists(path))
+        if (!pathExists(path, false))
             continue;
         CVError error;
-        if (readPropertyListFile(path, prefs, &error))
+        if (readPropertyListFile(path, prefs, how, &error))
             break;
         systemLog("Failed to read " + path + ": " + error.localizedDescription());
         prefs = PropertyValue();

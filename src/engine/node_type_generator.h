@@ -7,6 +7,7 @@
 // extension, a folder holding "AlbumData.xml" is a photo library, and no library
 // application is ever installed, so the "newer library" types 12 and 15 never occur.
 
+#include <atomic>
 #include <mutex>
 #include <optional>
 #include <shared_mutex>
@@ -42,10 +43,16 @@ public:
     // (home/Library/Preferences/com.apple.iApps.plist) and realHome, in that order.
     CVNodeTypeGenerator(UserDefaults& defaults, std::string home, std::string realHome);
 
-    // Forgets the current library paths so that they are read again. Called at the start of every walk.
+    // Forgets the current library paths so that they are read again, and allows reading
+    // the preferences again after stopReadingPreferences. Called at the start of every walk.
     void prepareGenerator();
+    // Any thread: a read of the preferences in progress ends at its next chunk (the
+    // current libraries are then "none" until the next prepareGenerator).
+    void stopReadingPreferences() { m_stopReading.store(true); }
 
     // Folder of the current photo / music library, "none" when the preferences name none.
+    // A preference file is read only when it is a regular file (not a link) of at most
+    // kMaxPropertyListBytes, opened without blocking; anything else is logged and skipped.
     std::string currentIPhotoLibPath();
     std::string currentITunesLibPath();
 
@@ -69,6 +76,7 @@ private:
     std::string m_home;
     std::string m_realHome;
     std::mutex m_mutex;
+    std::atomic<bool> m_stopReading{false};
     std::optional<std::string> m_currentIPhotoLibPath;
     std::optional<std::string> m_currentITunesLibPath;
     mutable std::shared_mutex m_typeCacheMutex;

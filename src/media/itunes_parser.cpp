@@ -43,11 +43,11 @@ PropertyValue CViTunesParser::trackRecord(const PropertyValue& entry) {
     return record;
 }
 
-bool CViTunesParser::parseXMLFile(const std::string& path) {
+bool CViTunesParser::parseXMLFile(const std::string& path, const StopCheck& shouldStop) {
     m_tracks.clear();
     PropertyValue root;
     CVError error;
-    if (!readPropertyListFile(path, root, &error)) {
+    if (!readPropertyListFile(path, root, RegularFileRead{kMaxLibraryFileBytes, false, shouldStop}, &error)) {
         systemLog("Failed to read iTunes library " + path + ": " + error.localizedDescription());
         return false;
     }

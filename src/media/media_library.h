@@ -1,6 +1,7 @@
 #pragma once
 // The records read from one media library's description file, with look-ups by path.
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -9,6 +10,15 @@
 #include "platform/property_value.h"
 
 namespace corvel {
+
+// Library description files are untrusted and read whole at most this large (the same
+// bound as any property list); larger ones are logged and count as no library file.
+inline constexpr std::size_t kMaxLibraryFileBytes = std::size_t{512} << 20;
+// Text the photo library reader takes from one element, and beyond the file's own size
+// from the whole document (entity references can multiply text). Past either the reader
+// stops and the library counts as malformed.
+inline constexpr std::size_t kMaxLibraryElementTextBytes = std::size_t{1} << 20;
+inline constexpr std::size_t kMaxLibraryTextBeyondFileBytes = std::size_t{16} << 20;
 
 // Keys of a photo record.
 inline constexpr const char* kEventNameKey = "EventName";

@@ -27,20 +27,25 @@ bool CViMediaManager::parseLocked(const std::string& path, bool iPhoto) {
     if (libraryLocked(path))
         return true;
     struct stat st {};
-    if (path.empty() || ::stat(path.c_str(), &st) != 0)
+    if (path.empty() || ::stat(path.c_str(), &st) != 0 || m_stopped.load())
         return false;
+    const StopCheck shouldStop = [this] { return m_stopped.load(); };
     if (iPhoto) {
         auto library = std::make_shared<CViPhotoLibrary>(path);
         CVMD5LibrariesHasher hasher(m_defaults);
         const bool changed = hasher.libraryDidChangeFromLastScan(path);
         CViPhotoParser parser(m_defaults);
-        parser.parseXMLFile(path, !changed);
+        parser.parseXMLFile(path, !changed, shouldStop);
+        if (m_stopped.load())
+            return false;
         library->setPhotosArray(parser.getPhotosArray());
         m_libsArray.emplace_back(std::move(library));
     } else {
         auto library = std::make_shared<CViTunesLibrary>(path);
         CViTunesParser parser;
-        parser.parseXMLFile(path);
+        parser.parseXMLFile(path, shouldStop);
+        if (m_stopped.load())
+            return false;
         library->setTracksArray(parser.getTracksArray());
         m_libsArray.emplace_back(std::move(library));
     }

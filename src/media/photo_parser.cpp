@@ -1,6 +1,5 @@
 #include "photo_parser.h"
 
-#include <cstdio>
 #include <libxml/SAX2.h>
 #include <libxml/parser.h>
 #include <libxml/parserInternals.h>
@@ -36,8 +35,9 @@ void onEndElement(void* ctx, const xmlChar*, const xmlChar*, const xmlChar*) {
 }
 
 void onCharacters(void* ctx, const xmlChar* text, int length) {
-    parserOf(ctx)->characters(
-        std::string_view(reinterpret_cast<const char*>(text), static_cast<std::size_t>(length)));
+    if (!parserOf(ctx)->characters(
+            std::string_view(reinterpret_cast<const char*>(text), static_cast<std::size_t>(length))))
+        xmlStopParser(static_cast<xmlParserCtxtPtr>(ctx));
 }
 
 // Entities declared in the file's own DTD are expanded; external ones are never loaded.
@@ -83,6 +83,8 @@ void CViPhotoParser::reset() {
     m_gotVersion = m_gotMediaType = m_mediaTypeIsMovie = false;
     m_processedMediaType = m_imagePathComplete = false;
     m_keyDepth = 0;
+    m_bytesRead = m_elementTextBytes = m_documentTextBytes = 0;
+    m_textLimitExceeded = false;
     m_eventID = -1;
     m_currentList = kRollsList;
     m_currentKey.clear();
@@ -114,7 +116,8 @@ bool CViPhotoParser::photoContainsInAlreadyRemovedList(const std::string& path) 
     return m_needToCheckRemovedFiles && m_removedFiles.count(path) > 0;
 }
 
-bool CViPhotoParser::parseXMLFile(const std::string& path, bool checkRemovedFiles) {
+bool CViPhotoParser::parseXMLFile(const std::string& path, bool checkRemovedFiles,
+                                  const StopCheck& shouldStop) {
     m_needToCheckRemovedFiles = false;
     m_removedFiles.clear();
     if (checkRemovedFiles) {
@@ -129,11 +132,6 @@ bool CViPhotoParser::parseXMLFile(const std::string& path, bool checkRemovedFile
     }
     reset();
 
-    std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "rb"), &std::fclose);
-    if (!file) {
-        systemLog("Failed to open photo library description " + path);
-        return false;
-    }
     refuseExternalEntitiesEverywhere();
     xmlSAXHandler handler{};
     xmlSAXVersion(&handler, 2);
@@ -157,19 +155,32 @@ bool CViPhotoParser::parseXMLFile(const std::string& path, bool checkRemovedFile
                       XML_PARSE_NOENT | XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING);
     ctxt->loadsubset = 0;
 
-    char buffer[1 << 16];
-    bool ok = true;
-    for (;;) {
-        const std::size_t n = std::fread(buffer, 1, sizeof buffer, file.get());
-        const bool last = n < sizeof buffer;
-        if (xmlParseChunk(ctxt.get(), buffer, static_cast<int>(n), last ? 1 : 0) != 0) {
-            ok = false;
-            break;
-        }
-        if (last)
-            break;
+    bool parsed = true;
+    CVError readError;
+    const bool read = readRegularFileChunks(
+        path, RegularFileRead{kMaxLibraryFileBytes, false, shouldStop},
+        [&](std::string_view chunk) {
+            m_bytesRead += chunk.size();
+            parsed = xmlParseChunk(ctxt.get(), chunk.data(), static_cast<int>(chunk.size()), 0) == 0;
+            return parsed;
+        },
+        &readError);
+    if (read)
+        parsed = xmlParseChunk(ctxt.get(), nullptr, 0, 1) == 0;
+    if (m_textLimitExceeded) {
+        systemLog(
+            formatf("Photo library description %@ expands to too much text (over %@ bytes in one element "
+                    "or %@ bytes beyond its size); reading stopped",
+                    path, std::to_string(kMaxLibraryElementTextBytes),
+                    std::to_string(kMaxLibraryTextBeyondFileBytes)));
+        return false;
     }
-    if (!ok || !ctxt->wellFormed) {
+    if (!read && parsed) {
+        systemLog("Failed to read photo library description " + path + ": " +
+                  readError.localizedDescription());
+        return false;
+    }
+    if (!parsed || !ctxt->wellFormed) {
         const xmlError* error = xmlCtxtGetLastError(ctxt.get());
         systemLog(
             formatf("Malformed photo library description %@ (line %i): %@", path, error ? error->line : 0,
@@ -180,18 +191,28 @@ bool CViPhotoParser::parseXMLFile(const std::string& path, bool checkRemovedFile
 }
 
 void CViPhotoParser::startElement(std::string_view name) {
+    m_elementTextBytes = 0;
     m_currentKey.assign(name);
     if (m_gotToList)
         ++m_keyDepth;
 }
 
 void CViPhotoParser::endElement() {
+    m_elementTextBytes = 0;
     if (m_gotToList)
         --m_keyDepth;
 }
 
-void CViPhotoParser::characters(std::string_view text) {
+bool CViPhotoParser::characters(std::string_view text) {
+    m_elementTextBytes += text.size();
+    m_documentTextBytes += text.size();
+    if (m_textLimitExceeded || m_elementTextBytes > kMaxLibraryElementTextBytes ||
+        m_documentTextBytes > m_bytesRead + kMaxLibraryTextBeyondFileBytes) {
+        m_textLimitExceeded = true;
+        return false;
+    }
     handleText(std::string(text));
+    return true;
 }
 
 void CViPhotoParser::emitPhoto() {

@@ -4,9 +4,13 @@
 // photos from the "Master Image List"; each photo takes the event that the last "Roll"
 // value named since the previous photo ("Unknown" and "-1" when none matched).
 //
-// The file is untrusted: it is read without network access, no external DTD or entity
-// is loaded (internal and predefined entities are expanded), and libxml2's limits on
-// huge input stay on. A malformed file yields the records read so far, and a log line.
+// The file is untrusted: only a regular file of at most kMaxLibraryFileBytes is read (it
+// is opened without blocking and without following a link), without network access; no
+// external DTD or entity is loaded, and libxml2's limits on huge input stay on. Internal
+// and predefined entities are expanded, but the text taken from one element is bounded
+// by kMaxLibraryElementTextBytes and the text of the whole document may pass the bytes
+// read by at most kMaxLibraryTextBeyondFileBytes: past either the reader stops. A
+// malformed or stopped file yields the records read so far, and a log line.
 
 #include <cstdint>
 #include <set>
@@ -15,6 +19,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "platform/file_io.h"
 #include "platform/property_value.h"
 
 namespace corvel {
@@ -28,11 +33,13 @@ class CViPhotoParser {
 public:
     explicit CViPhotoParser(UserDefaults& defaults);
 
-    // Parses the file. With checkRemovedFiles, photos listed in "RemovedPhotos" get no
-    // record; without, that library's entries are dropped from the list first. Answers
-    // false when the file could not be read or was malformed (records read before the
-    // fault are kept).
-    bool parseXMLFile(const std::string& path, bool checkRemovedFiles);
+    // Parses the file on the calling thread. With checkRemovedFiles, photos listed in
+    // "RemovedPhotos" get no record; without, that library's entries are dropped from
+    // the list first. Answers false when the file could not be read (missing, not a
+    // regular file, a link, too large), was malformed, expanded to more text than the
+    // bounds allow, or shouldStop (polled between chunks) answered true; records read
+    // before the fault are kept.
+    bool parseXMLFile(const std::string& path, bool checkRemovedFiles, const StopCheck& shouldStop = {});
     const std::vector<PropertyValue>& getPhotosArray() const { return m_photos; }
 
     // Drops from "RemovedPhotos" every entry that contains the library folder (the
@@ -43,7 +50,8 @@ public:
     // SAX events; public for the reader's callbacks.
     void startElement(std::string_view name);
     void endElement();
-    void characters(std::string_view text);
+    // False once the text passes the bounds: the reader must stop.
+    bool characters(std::string_view text);
 
 private:
     void reset();
@@ -64,6 +72,12 @@ private:
     bool m_imagePathComplete = false;
     bool m_needToCheckRemovedFiles = false;
     std::int64_t m_keyDepth = 0;
+    // Bytes of the file handed to the reader, text taken from the current element and
+    // from the whole document, and whether that text passed its bounds.
+    std::size_t m_bytesRead = 0;
+    std::size_t m_elementTextBytes = 0;
+    std::size_t m_documentTextBytes = 0;
+    bool m_textLimitExceeded = false;
     std::int64_t m_eventID = -1;
     std::string m_currentList;
     std::string m_currentKey;

@@ -88,45 +88,93 @@ std::string lastPathComponent(std::string_view path) {
     return std::string(path.substr(slash + 1));
 }
 
-bool readFileContents(const std::string& path, std::string& out, std::size_t maxBytes, CVError* error) {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
+namespace {
+
+CVError tooLarge(const std::string& path, std::size_t maxBytes) {
+    CVError error(kCorvelFileErrorDomain, EFBIG,
+                  "File " + path + " is larger than " + std::to_string(maxBytes) + " bytes");
+    error.userInfo[kFilePathErrorKey] = path;
+    return error;
+}
+
+CVError cancelled(const std::string& path) {
+    CVError error(kCorvelFileErrorDomain, ECANCELED, "Reading " + path + " was stopped");
+    error.userInfo[kFilePathErrorKey] = path;
+    return error;
+}
+
+} // namespace
+
+bool readRegularFileChunks(const std::string& path, const RegularFileRead& how,
+                           const std::function<bool(std::string_view)>& consume, CVError* error) {
+    const ReadOnlyFile file(path, how.followLink);
+    if (!file.valid()) {
         setError(error, posixError(errno, path, "Cannot open"));
         return false;
     }
     struct stat st {};
-    if (::fstat(fd, &st) == 0 && static_cast<std::uint64_t>(st.st_size) > maxBytes) {
-        ::close(fd);
-        setError(error, CVError(kCorvelFileErrorDomain, EFBIG,
-                                "File " + path + " is larger than " + std::to_string(maxBytes) + " bytes"));
+    if (::fstat(file.fd(), &st) != 0) {
+        setError(error, posixError(errno, path, "Cannot examine"));
         return false;
     }
-    out.clear();
-    out.reserve(static_cast<std::size_t>(st.st_size));
+    if (!S_ISREG(st.st_mode)) {
+        CVError notRegular(kCorvelFileErrorDomain, EINVAL,
+                           path + (S_ISDIR(st.st_mode) ? " is a folder" : " is not a regular file"));
+        notRegular.userInfo[kFilePathErrorKey] = path;
+        setError(error, std::move(notRegular));
+        return false;
+    }
+    if (static_cast<std::uint64_t>(st.st_size) > how.maxBytes) {
+        setError(error, tooLarge(path, how.maxBytes));
+        return false;
+    }
+    // The descriptor is a regular file: reads never wait on a writer, O_NONBLOCK or not.
+    std::size_t total = 0;
     char buffer[65536];
     for (;;) {
-        const ssize_t n = ::read(fd, buffer, sizeof buffer);
+        if (how.shouldStop && how.shouldStop()) {
+            setError(error, cancelled(path));
+            return false;
+        }
+        const ssize_t n = ::read(file.fd(), buffer, sizeof buffer);
         if (n < 0) {
             if (errno == EINTR)
                 continue;
-            const int saved = errno;
-            ::close(fd);
-            setError(error, posixError(saved, path, "Cannot read"));
+            setError(error, posixError(errno, path, "Cannot read"));
             return false;
         }
         if (n == 0)
-            break;
-        if (out.size() + static_cast<std::size_t>(n) > maxBytes) {
-            ::close(fd);
-            setError(error,
-                     CVError(kCorvelFileErrorDomain, EFBIG,
-                             "File " + path + " is larger than " + std::to_string(maxBytes) + " bytes"));
+            return true;
+        total += static_cast<std::size_t>(n);
+        if (total > how.maxBytes) { // grew since the check
+            setError(error, tooLarge(path, how.maxBytes));
             return false;
         }
-        out.append(buffer, static_cast<std::size_t>(n));
+        if (!consume(std::string_view(buffer, static_cast<std::size_t>(n)))) {
+            setError(error, cancelled(path));
+            return false;
+        }
     }
-    ::close(fd);
-    return true;
+}
+
+bool readRegularFile(const std::string& path, std::string& out, const RegularFileRead& how, CVError* error) {
+    out.clear();
+    const bool read = readRegularFileChunks(
+        path, how,
+        [&](std::string_view chunk) {
+            out.append(chunk);
+            return true;
+        },
+        error);
+    if (!read)
+        out.clear();
+    return read;
+}
+
+bool readFileContents(const std::string& path, std::string& out, std::size_t maxBytes, CVError* error) {
+    RegularFileRead how;
+    how.maxBytes = maxBytes;
+    return readRegularFile(path, out, how, error);
 }
 
 bool writeFileAtomically(const std::string& path, std::string_view bytes, CVError* error,

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -30,8 +31,35 @@ private:
     int m_fd;
 };
 
-// Reads the whole file into *out. Fails (with a POSIX error) when the file cannot be
-// opened or read, and with a file error when it is larger than maxBytes.
+// Asked between chunks of a long read; true ends the read.
+using StopCheck = std::function<bool()>;
+
+// How a file the program did not write itself (settings, library descriptions,
+// preferences of other applications) is read.
+struct RegularFileRead {
+    std::size_t maxBytes = 0;
+    // With false a symbolic link is not opened (a POSIX ELOOP error).
+    bool followLink = true;
+    // Polled before every chunk; empty means never stop.
+    StopCheck shouldStop;
+};
+
+// Opens the file without blocking (O_NONBLOCK: a fifo or a device never waits for a
+// writer), checks with fstat that it is a regular file, then hands its bytes to consume
+// in chunks of at most 64 KiB, on the calling thread. Fails, with nothing read past the
+// check, when the file cannot be opened (POSIX error), is not a regular file (file error
+// EINVAL, "is not a regular file"), or is larger than maxBytes, before or while being
+// read (file error EFBIG); fails with ECANCELED when shouldStop answered true, and with
+// ECANCELED too when consume answers false. Every failure names the path.
+bool readRegularFileChunks(const std::string& path, const RegularFileRead& how,
+                           const std::function<bool(std::string_view)>& consume, CVError* error);
+
+// The whole regular file into out, as readRegularFileChunks reads it.
+bool readRegularFile(const std::string& path, std::string& out, const RegularFileRead& how, CVError* error);
+
+// Reads the whole file into *out, links followed, as readRegularFile does: fails (with
+// a POSIX error) when the file cannot be opened or read, with a file error when it is
+// not a regular file or larger than maxBytes.
 bool readFileContents(const std::string& path, std::string& out, std::size_t maxBytes, CVError* error);
 
 // Replaces the file at path with bytes so that a crash at any moment leaves either the

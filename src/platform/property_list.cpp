@@ -857,8 +857,16 @@ bool readPropertyList(std::string_view bytes, PropertyValue& out, CVError* error
 }
 
 bool readPropertyListFile(const std::string& path, PropertyValue& out, CVError* error) {
+    return readPropertyListFile(path, out, RegularFileRead{kMaxPropertyListBytes, true, {}}, error);
+}
+
+bool readPropertyListFile(const std::string& path, PropertyValue& out, const RegularFileRead& how,
+                          CVError* error) {
+    RegularFileRead capped = how;
+    if (capped.maxBytes == 0 || capped.maxBytes > kMaxPropertyListBytes)
+        capped.maxBytes = kMaxPropertyListBytes;
     std::string bytes;
-    if (!readFileContents(path, bytes, kMaxPropertyListBytes, error))
+    if (!readRegularFile(path, bytes, capped, error))
         return false;
     CVError parseError;
     if (!readPropertyList(bytes, out, &parseError)) {

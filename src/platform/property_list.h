@@ -15,6 +15,7 @@
 #include <string_view>
 
 #include "error.h"
+#include "file_io.h"
 #include "property_value.h"
 
 namespace corvel {
@@ -39,7 +40,13 @@ enum class PropertyListFormat { XML, Binary };
 // (domain kCorvelFileErrorDomain) with a message that says what was wrong; *out is
 // left unchanged. Thread-safe.
 bool readPropertyList(std::string_view bytes, PropertyValue& out, CVError* error);
+// The file at path, links followed, read as readFileContents reads it (a regular file
+// of at most kMaxPropertyListBytes).
 bool readPropertyListFile(const std::string& path, PropertyValue& out, CVError* error);
+// The file read as readRegularFile reads it with how (its maxBytes is capped at
+// kMaxPropertyListBytes; zero means that cap).
+bool readPropertyListFile(const std::string& path, PropertyValue& out, const RegularFileRead& how,
+                          CVError* error);
 
 // Serialises a value. Null values inside containers are left out (property lists have
 // no null); a null top-level value serialises as an empty dictionary. A string that is

@@ -53,6 +53,7 @@
 #include "engine/node_cache.h"
 #include "engine/node_type.h"
 #include "engine/node_type_generator.h"
+#include "media/media_manager.h"
 #include "platform/file_access.h"
 #include "platform/file_io.h"
 #include "platform/main_queue.h"
@@ -128,6 +129,12 @@ void CVDuplicatesLocator::setPaths(const std::vector<std::string>& paths) {
 
 void CVDuplicatesLocator::stopScan() {
     m_state = 0;
+    // Ends a read of a library file or of the library preferences in progress; a
+    // locator that is not scanning leaves other readers alone.
+    if (m_scanning.load()) {
+        CViMediaManager::sharedInstance().stopParsing();
+        m_services.typeGenerator.stopReadingPreferences();
+    }
     std::shared_ptr<CVFilesHierarchy> hierarchy;
     {
         std::lock_guard lock(m_fieldsMutex);
@@ -176,6 +183,18 @@ void CVDuplicatesLocator::asyncScanPaths(const std::vector<std::string>& paths) 
     CVNodeCache::sharedCache().resetCache();
     setPaths(paths);
     m_state = 1;
+    // Library files are parsed again once this scan has ended, stopped or not.
+    auto& media = CViMediaManager::sharedInstance();
+    media.resumeParsing();
+    m_scanning = true;
+    struct ResumeAtEnd {
+        CViMediaManager& media;
+        std::atomic<bool>& scanning;
+        ~ResumeAtEnd() {
+            scanning = false;
+            media.resumeParsing();
+        }
+    } resumeAtEnd{media, m_scanning};
     auto hierarchy = std::make_shared<CVFilesHierarchy>(
         m_pathsToScan,
         CVFilesHierarchy::Services{m_services.ignoreList, m_services.typeGenerator, m_services.preferences});

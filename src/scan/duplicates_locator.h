@@ -140,6 +140,8 @@ private:
     std::chrono::steady_clock::time_point m_scanPathShown;
     bool m_showFilesWOPermissions = false;
     std::atomic<std::int32_t> m_state{0};
+    // True while asyncScanPaths runs: only then does stopScan stop library reads.
+    std::atomic<bool> m_scanning{false};
     std::atomic<double> m_progress{0};
     double m_progressDelta = 0;
     std::optional<std::uint64_t> m_minimumSizeOverride;

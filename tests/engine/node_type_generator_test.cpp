@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "engine/node_type.h"
 #include "engine/node_type_generator.h"
 #include "platform/property_list.h"
 #include "platform/user_defaults.h"
+#include "support/run_in_child.h"
 #include "support/temp_tree.h"
 
 namespace corvel {
@@ -38,11 +40,11 @@ TEST_F(NodeTypes, FoldersAreTypedByExtensionAndLibraryFiles) {
         std::string name;
         std::int32_t type;
     };
-    for (const Case& c :
-         {Case{"Notes.rtfd", 18}, Case{"Scan.lpdf", 18}, Case{"x.zip", 6}, Case{"x.odt", 2},
-          Case{"Talk.screenflow", 19}, Case{"Calc.app", 9}, Case{"Pics.photolibrary", 13},
-          Case{"Old Photos", 13}, Case{"Music/iTunes", 10}, Case{"Lib.aplibrary", 17},
-          Case{"Proj.approject", 17}, Case{"Plugin.bundle", 8}, Case{"Booth.photobooth", 16}, Case{"Plain", 7}, Case{"version.1.2", 7}})
+    for (const Case& c : {Case{"Notes.rtfd", 18}, Case{"Scan.lpdf", 18}, Case{"x.zip", 6}, Case{"x.odt", 2},
+                          Case{"Talk.screenflow", 19}, Case{"Calc.app", 9}, Case{"Pics.photolibrary", 13},
+                          Case{"Old Photos", 13}, Case{"Music/iTunes", 10}, Case{"Lib.aplibrary", 17},
+                          Case{"Proj.approject", 17}, Case{"Plugin.bundle", 8}, Case{"Booth.photobooth", 16},
+                          Case{"Plain", 7}, Case{"version.1.2", 7}})
         EXPECT_EQ(generator.nodeTypeOfFolder(tree / c.name), c.type) << c.name;
 }
 
@@ -93,6 +95,27 @@ TEST(NodeTypeHelpers, VersionsAndExtensions) {
     EXPECT_FALSE(isMediaLibType(18));
     EXPECT_TRUE(isITunesLibFileType(12));
     EXPECT_TRUE(isIPhotoLibFileType(13));
+}
+
+// Run in a child that is killed if the read blocks: nothing writes to the fifo.
+TEST_F(NodeTypes, APreferenceFileThatIsNotARegularFileIsSkipped) {
+    tree.folder("home/Library/Preferences");
+    const std::string fifo = tree / "home/Library/Preferences/com.apple.iApps.plist";
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    tree.file("realhome/Library/Preferences/com.apple.iApps.plist",
+              propertyListData(
+                  PropertyValue::Dictionary{{"iPhotoRecentDatabases",
+                                             PropertyValue::Array{"file://" + tree / "pics/AlbumData.xml"}}},
+                  PropertyListFormat::XML));
+    EXPECT_EQ(test::runInChild([&] { return generator.currentIPhotoLibPath() == tree / "pics" ? 0 : 1; }), 0)
+        << "-1: the read hung; 1: the next preference file was not read";
+
+    // A stop request ends the read of the preferences; the walk's next start reads them again.
+    generator.prepareGenerator();
+    generator.stopReadingPreferences();
+    EXPECT_EQ(generator.currentIPhotoLibPath(), "none");
+    generator.prepareGenerator();
+    EXPECT_EQ(generator.currentIPhotoLibPath(), tree / "pics");
 }
 
 } // namespace

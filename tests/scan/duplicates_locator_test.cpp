@@ -20,6 +20,7 @@
 #include "scan_harness.h"
 #include "support/long_path.h"
 #include "support/other_user.h"
+#include "support/run_in_child.h"
 
 namespace corvel {
 namespace {
@@ -389,6 +390,32 @@ TEST_F(Locator, APhotoLibraryFileThatTheLibraryDoesNotListTakesNoPart) {
     const Outcome found = searchWalk(*locator, *hierarchy);
     EXPECT_EQ(found, (Outcome{{{listed, true}, {listedCopy, false}}}))
         << "the unlisted photo and its copy make no group";
+}
+
+// A fifo named like a library file, and another at the library preferences path: the
+// scan (run in a child that is killed if it hangs) ends and still finds the copies.
+TEST_F(Locator, FifosNamedLikeLibraryFilesOrPreferencesNeverHoldTheScan) {
+    tree.file("Photos/Masters/a.jpg", content('p', 50000));
+    const std::string song = tree.file("Music/Media/a.mp3", content('m', 51000));
+    tree.file("loose/a.jpg", content('p', 50000));
+    const std::string songCopy = tree.file("loose/a.mp3", content('m', 51000));
+    harness.settings.folder("home/Library/Preferences");
+    for (const std::string& fifo : {tree / "Photos/AlbumData.xml", tree / "Music/iTunes Library.xml",
+                                    harness.settings / "home/Library/Preferences/com.apple.iApps.plist"})
+        ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0) << fifo;
+    const int answer = test::runInChild(
+        [&] {
+            auto locator = harness.locator();
+            const auto results = scan(*locator, {tree.path()});
+            if (!results || results->duplicatesGroups().size() != 1)
+                return 1;
+            const auto members = outcome(results->duplicatesGroups())[0];
+            return members.size() == 2 && members[0].first == song && members[1].first == songCopy ? 0 : 2;
+        },
+        20);
+    EXPECT_NE(answer, test::kChildTimedOut) << "the scan hung";
+    EXPECT_EQ(answer, 0) << "one group, the song and its copy: the music library lists nothing and frees "
+                            "its files; the photo library lists nothing, so its photo takes no part";
 }
 
 TEST_F(Locator, AFileThatAnITunesLibraryDoesNotListIsFreedFromTheLibrary) {
