@@ -499,7 +499,7 @@ void CVRemovalPass::removeParentFolderIfEmpty(const std::string& removedPath, bo
         TrashedItem trashed;
         removed = m_services.trash.moveToTrash(folder, &trashed, nullptr);
     } else {
-        // Never a recursive delete: only the Finder's leftover, then the empty folder, so a
+        // Never a recursive delete: only the ".DS_Store" leftover, then the empty folder, so a
         // file that arrived meanwhile keeps its folder.
         ::unlink((folder + "/.DS_Store").c_str());
         removed = ::rmdir(folder.c_str()) == 0;
