@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include "platform/trash.h"
+#include "support/scoped_mount.h"
 #include "support/temp_tree.h"
 
 namespace corvel {
@@ -68,37 +69,7 @@ std::pair<int, std::string> runShell(const std::string& command) {
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
 }
 
-// A file system mounted for one test, unmounted when dropped (declare it after the
-// TempTree that holds its mount point). Mounting needs root.
-class ScopedMount {
-public:
-    ScopedMount(const std::string& source, const std::string& target, const char* type, unsigned long flags,
-                const char* options = nullptr)
-        : m_target(target) {
-        if (::geteuid() != 0) {
-            m_why = "not root";
-            return;
-        }
-        if (::mount(source.c_str(), target.c_str(), type, flags, options) != 0) {
-            m_why = std::string("mount: ") + std::strerror(errno);
-            return;
-        }
-        m_mounted = true;
-    }
-    ~ScopedMount() {
-        if (m_mounted)
-            ::umount2(m_target.c_str(), MNT_DETACH);
-    }
-    ScopedMount(const ScopedMount&) = delete;
-    ScopedMount& operator=(const ScopedMount&) = delete;
-    bool mounted() const { return m_mounted; }
-    const std::string& why() const { return m_why; }
-
-private:
-    std::string m_target;
-    std::string m_why;
-    bool m_mounted = false;
-};
+using test::ScopedMount;
 
 #define SKIP_UNLESS_MOUNTED(mount)                                                                           \
     if (!(mount).mounted())                                                                                  \

@@ -1,9 +1,9 @@
 #include <atomic>
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <csignal>
 #include <sys/mount.h>
 #include <sys/wait.h>
 #include <thread>
@@ -15,6 +15,7 @@
 #include "platform/volumes.h"
 #include "removal/removal_verifier.h"
 #include "removal_harness.h"
+#include "support/scoped_mount.h"
 
 namespace corvel {
 namespace {
@@ -810,34 +811,10 @@ TEST(ParentCleanUpGuards, NeverRemovesAProtectedFolder) {
     }
 }
 
-// A scratch mount for one test (root only); unmounted when dropped.
-class ScopedMount {
-public:
-    ScopedMount(const std::string& target) : m_target(target) {
-        if (::geteuid() != 0)
-            m_why = "not root";
-        else if (::mount("tmpfs", target.c_str(), "tmpfs", 0, "size=1m") != 0)
-            m_why = std::string("mount: ") + std::strerror(errno);
-        else
-            m_mounted = true;
-    }
-    ~ScopedMount() {
-        if (m_mounted)
-            ::umount2(m_target.c_str(), MNT_DETACH);
-    }
-    bool mounted() const { return m_mounted; }
-    const std::string& why() const { return m_why; }
-
-private:
-    std::string m_target;
-    std::string m_why;
-    bool m_mounted = false;
-};
-
 TEST(ParentCleanUpGuards, NeverTouchesAMountPoint) {
     RemovalHarness h;
     const std::string mountPoint = h.tree.folder("files/volume");
-    ScopedMount mount(mountPoint);
+    test::ScopedMount mount("tmpfs", mountPoint, "tmpfs", 0, "size=1m");
     if (!mount.mounted())
         GTEST_SKIP() << "needs root and mount(2) for a tmpfs (" << mount.why() << ")";
     ASSERT_EQ(volumePathOfPath(mountPoint), mountPoint);

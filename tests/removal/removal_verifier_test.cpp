@@ -13,6 +13,7 @@
 #include "platform/system_log.h"
 #include "removal/removal_verifier.h"
 #include "removal_harness.h"
+#include "support/scoped_mount.h"
 
 namespace corvel {
 namespace {
@@ -415,30 +416,6 @@ TEST(RemovalChecks, TheSameFolderGivenAsSeveralRootsLosesNothing) {
     }
 }
 
-// A scratch bind mount for one test (root only); unmounted when dropped.
-class ScopedBindMount {
-public:
-    ScopedBindMount(const std::string& source, const std::string& target) : m_target(target) {
-        if (::geteuid() != 0)
-            m_why = "not root";
-        else if (::mount(source.c_str(), target.c_str(), nullptr, MS_BIND, nullptr) != 0)
-            m_why = std::string("mount: ") + std::strerror(errno);
-        else
-            m_mounted = true;
-    }
-    ~ScopedBindMount() {
-        if (m_mounted)
-            ::umount2(m_target.c_str(), MNT_DETACH);
-    }
-    bool mounted() const { return m_mounted; }
-    const std::string& why() const { return m_why; }
-
-private:
-    std::string m_target;
-    std::string m_why;
-    bool m_mounted = false;
-};
-
 // A root bound inside itself shows every item at two paths with one device and inode.
 TEST(RemovalChecks, ARootBoundInsideItselfLosesNothing) {
     for (const bool toTrash : {true, false}) {
@@ -450,7 +427,7 @@ TEST(RemovalChecks, ARootBoundInsideItselfLosesNothing) {
         h.tree.file("files/root/copy of a.txt", "alpha");
         h.tree.file("files/root/sub copy/b.txt", "bravo");
         const std::string inside = h.tree.folder("files/root/inside");
-        ScopedBindMount bind(root, inside);
+        test::ScopedMount bind(root, inside, nullptr, MS_BIND);
         if (!bind.mounted())
             GTEST_SKIP() << "needs root and mount(2) for a bind mount (" << bind.why() << ")";
 
@@ -473,7 +450,7 @@ TEST(RemovalChecks, AnItemAndItsBindMountedSelfAreNeverTakenForTwoCopies) {
         const std::string a = h.tree.file("files/root/a.txt", "alpha");
         h.tree.file("files/root/sub/b.txt", "bravo");
         const std::string inside = h.tree.folder("files/root/inside");
-        ScopedBindMount bind(root, inside);
+        test::ScopedMount bind(root, inside, nullptr, MS_BIND);
         if (!bind.mounted())
             GTEST_SKIP() << "needs root and mount(2) for a bind mount (" << bind.why() << ")";
         h.group({a, inside + "/a.txt"}, {1});
