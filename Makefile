@@ -4,7 +4,7 @@ BUILD      ?= build
 JOBS       ?= 2
 CMAKE_ARGS ?=
 
-.PHONY: build deps configure test scan gui format lint test-asan test-tsan bench clean
+.PHONY: build deps configure test scan gui format lint test-asan test-tsan bench fuzz clean
 
 build: configure
 	cmake --build $(BUILD) -j$(JOBS)
@@ -45,5 +45,24 @@ format:
 lint: configure
 	find src -name '*.cpp' | xargs clang-tidy -p $(BUILD) --quiet
 
+# libFuzzer harnesses: built with clang in build-fuzz/, each run for FUZZ_SECONDS on its
+# corpus (fuzz/corpus/<harness>/); crashing inputs land in fuzz/crashes/<harness>/.
+FUZZ_SECONDS ?= 60
+FUZZ_MAX_LEN ?= 65536
+FUZZ_HARNESSES ?= property_list predicate itunes_parser photo_parser
+
+fuzz: deps
+	@scripts/install-fuzz-deps
+	@test -f build-fuzz/build.ninja || cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+		-DCMAKE_CXX_COMPILER=clang++ -DCORVEL_FUZZ=ON -DCORVEL_WERROR=OFF
+	cmake --build build-fuzz -j$(JOBS) $(foreach h,$(FUZZ_HARNESSES),--target $(h)_fuzzer)
+	@for h in $(FUZZ_HARNESSES); do \
+		mkdir -p fuzz/corpus/$$h fuzz/crashes/$$h build-fuzz/corpus/$$h; \
+		echo "== $$h: $(FUZZ_SECONDS) s"; \
+		build-fuzz/bin/$${h}_fuzzer build-fuzz/corpus/$$h fuzz/corpus/$$h fuzz/regressions/$$h \
+			-max_total_time=$(FUZZ_SECONDS) -max_len=$(FUZZ_MAX_LEN) -rss_limit_mb=2048 -timeout=25 \
+			-artifact_prefix=fuzz/crashes/$$h/ -print_final_stats=1 || exit 1; \
+	done
+
 clean:
-	rm -rf build build-asan build-tsan
+	rm -rf build build-asan build-tsan build-fuzz

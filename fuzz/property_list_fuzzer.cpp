@@ -1,0 +1,31 @@
+// Reads bytes as a property list (XML or binary); a list that reads is written in both
+// formats, and each written text must read back and write out to the same text.
+
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+#include "platform/property_list.h"
+
+using namespace corvel;
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const std::string_view bytes(reinterpret_cast<const char*>(data), size);
+    PropertyValue value;
+    CVError error;
+    if (!readPropertyList(bytes, value, &error))
+        return 0;
+    for (const auto format : {PropertyListFormat::XML, PropertyListFormat::Binary}) {
+        const std::string written = propertyListData(value, format);
+        if (written.empty())
+            continue; // a value the format cannot carry
+        PropertyValue back;
+        CVError backError;
+        if (!readPropertyList(written, back, &backError))
+            std::abort(); // the writer produced a list the reader refuses
+        if (propertyListData(back, format) != written)
+            std::abort(); // the list did not read back as written
+    }
+    return 0;
+}

@@ -1,0 +1,63 @@
+#include <gtest/gtest.h>
+
+#include "platform/predicate.h"
+#include "platform/property_list.h"
+#include "support/fuzz_regressions.h"
+
+namespace corvel {
+namespace {
+
+using test::fuzzRegressions;
+
+// The property-list harness: read; a list that reads is written in both formats and
+// each written text reads back and writes out unchanged.
+TEST(FuzzRegressions, PropertyListsReadCleanlyAndRoundTrip) {
+    const auto inputs = fuzzRegressions("property_list");
+    ASSERT_GE(inputs.size(), 4u);
+    for (const auto& input : inputs) {
+        SCOPED_TRACE(input.name);
+        PropertyValue value;
+        CVError error;
+        if (!readPropertyList(input.bytes, value, &error)) {
+            EXPECT_FALSE(error.localizedDescription().empty());
+            continue;
+        }
+        for (const auto format : {PropertyListFormat::XML, PropertyListFormat::Binary}) {
+            const std::string written = propertyListData(value, format);
+            if (written.empty())
+                continue;
+            PropertyValue back;
+            ASSERT_TRUE(readPropertyList(written, back, nullptr));
+            EXPECT_EQ(propertyListData(back, format), written);
+        }
+    }
+}
+
+// The NUL and reference-bomb inputs are refused, not read.
+TEST(FuzzRegressions, KnownHostileListsAreRefused) {
+    for (const auto& input : fuzzRegressions("property_list")) {
+        SCOPED_TRACE(input.name);
+        PropertyValue value = "untouched";
+        CVError error;
+        EXPECT_FALSE(readPropertyList(input.bytes, value, &error));
+        EXPECT_EQ(value.toString(), "untouched");
+    }
+}
+
+TEST(FuzzRegressions, PredicatesParseOrGiveAnError) {
+    const auto inputs = fuzzRegressions("predicate");
+    ASSERT_GE(inputs.size(), 1u);
+    const PropertyValue object(PropertyValue::Dictionary{{"a", PropertyValue(PropertyValue::Array{1, "x"})}});
+    for (const auto& input : inputs) {
+        SCOPED_TRACE(input.name);
+        CVError error;
+        const auto predicate = Predicate::parse(input.bytes, &error);
+        if (predicate)
+            (void)predicate->evaluate(object);
+        else
+            EXPECT_FALSE(error.localizedDescription().empty());
+    }
+}
+
+} // namespace
+} // namespace corvel
