@@ -56,13 +56,14 @@ fuzz: deps
 	@test -f build-fuzz/build.ninja || cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 		-DCMAKE_CXX_COMPILER=clang++ -DCORVEL_FUZZ=ON -DCORVEL_WERROR=OFF
 	cmake --build build-fuzz -j$(JOBS) $(foreach h,$(FUZZ_HARNESSES),--target $(h)_fuzzer)
-	@for h in $(FUZZ_HARNESSES); do \
+	@failed=""; for h in $(FUZZ_HARNESSES); do \
 		mkdir -p fuzz/corpus/$$h fuzz/crashes/$$h build-fuzz/corpus/$$h; \
 		echo "== $$h: $(FUZZ_SECONDS) s"; \
 		build-fuzz/bin/$${h}_fuzzer build-fuzz/corpus/$$h fuzz/corpus/$$h fuzz/regressions/$$h \
 			-max_total_time=$(FUZZ_SECONDS) -max_len=$(FUZZ_MAX_LEN) -rss_limit_mb=2048 -timeout=25 \
-			-artifact_prefix=fuzz/crashes/$$h/ -print_final_stats=1 || exit 1; \
-	done
+			-artifact_prefix=fuzz/crashes/$$h/ -print_final_stats=1 || failed="$$failed $$h"; \
+	done; \
+	if [ -n "$$failed" ]; then echo "make fuzz: findings in:$$failed (see fuzz/crashes/)"; exit 1; fi
 
 clean:
 	rm -rf build build-asan build-tsan build-fuzz

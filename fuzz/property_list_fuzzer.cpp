@@ -1,5 +1,7 @@
 // Reads bytes as a property list (XML or binary); a list that reads is written in both
-// formats, and each written text must read back and write out to the same text.
+// formats, and each written text must read back to an equal value. The XML text must
+// also write out again unchanged (the binary writer may lay shared objects out
+// differently for equal values, so only its value is compared).
 
 #include <cstdint>
 #include <cstdlib>
@@ -24,8 +26,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         CVError backError;
         if (!readPropertyList(written, back, &backError))
             std::abort(); // the writer produced a list the reader refuses
-        if (propertyListData(back, format) != written)
+        if (!(back == value))
             std::abort(); // the list did not read back as written
+        if (format == PropertyListFormat::XML && propertyListData(back, format) != written)
+            std::abort(); // the XML writer is not stable
     }
     return 0;
 }

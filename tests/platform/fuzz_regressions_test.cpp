@@ -10,7 +10,7 @@ namespace {
 using test::fuzzRegressions;
 
 // The property-list harness: read; a list that reads is written in both formats and
-// each written text reads back and writes out unchanged.
+// each written text reads back equal (and the XML text writes out unchanged).
 TEST(FuzzRegressions, PropertyListsReadCleanlyAndRoundTrip) {
     const auto inputs = fuzzRegressions("property_list");
     ASSERT_GE(inputs.size(), 4u);
@@ -28,7 +28,9 @@ TEST(FuzzRegressions, PropertyListsReadCleanlyAndRoundTrip) {
                 continue;
             PropertyValue back;
             ASSERT_TRUE(readPropertyList(written, back, nullptr));
-            EXPECT_EQ(propertyListData(back, format), written);
+            EXPECT_TRUE(back == value);
+            if (format == PropertyListFormat::XML)
+                EXPECT_EQ(propertyListData(back, format), written);
         }
     }
 }
