@@ -1,4 +1,6 @@
 #include <gtest/gtest.h>
+#include <set>
+#include <string>
 
 #include "platform/predicate.h"
 #include "platform/property_list.h"
@@ -10,7 +12,7 @@ namespace {
 using test::fuzzRegressions;
 
 // The property-list harness: read; a list that reads is written in both formats and
-// each written text reads back equal (and the XML text writes out unchanged).
+// each written text reads back to a list that writes the same XML text.
 TEST(FuzzRegressions, PropertyListsReadCleanlyAndRoundTrip) {
     const auto inputs = fuzzRegressions("property_list");
     ASSERT_GE(inputs.size(), 4u);
@@ -28,22 +30,28 @@ TEST(FuzzRegressions, PropertyListsReadCleanlyAndRoundTrip) {
                 continue;
             PropertyValue back;
             ASSERT_TRUE(readPropertyList(written, back, nullptr));
-            EXPECT_TRUE(back == value);
-            if (format == PropertyListFormat::XML)
-                EXPECT_EQ(propertyListData(back, format), written);
+            EXPECT_EQ(propertyListData(back, PropertyListFormat::XML),
+                      propertyListData(value, PropertyListFormat::XML));
         }
     }
 }
 
 // The NUL and reference-bomb inputs are refused, not read.
 TEST(FuzzRegressions, KnownHostileListsAreRefused) {
+    const std::set<std::string> hostile = {"binary-nul-in-key.bplist", "binary-nul-in-string.bplist",
+                                           "binary-reference-bomb.bplist", "xml-raw-nul-in-string.plist"};
+    std::size_t seen = 0;
     for (const auto& input : fuzzRegressions("property_list")) {
+        if (!hostile.contains(input.name))
+            continue;
         SCOPED_TRACE(input.name);
+        ++seen;
         PropertyValue value = "untouched";
         CVError error;
         EXPECT_FALSE(readPropertyList(input.bytes, value, &error));
         EXPECT_EQ(value.toString(), "untouched");
     }
+    EXPECT_EQ(seen, hostile.size());
 }
 
 TEST(FuzzRegressions, PredicatesParseOrGiveAnError) {
