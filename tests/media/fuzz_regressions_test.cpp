@@ -12,19 +12,20 @@ namespace {
 using test::fuzzRegressions;
 
 // The harnesses write each input to a file and hand its path to the parser; so do these.
-TEST(FuzzRegressions, MusicLibrariesParseOrFailCleanly) {
+TEST(MediaFuzzRegressions, MusicLibrariesParseOrFailCleanly) {
     test::TempTree tree;
     const auto inputs = fuzzRegressions("itunes_parser");
     ASSERT_GE(inputs.size(), 1u);
     for (const auto& input : inputs) {
         SCOPED_TRACE(input.name);
         CViTunesParser parser;
-        if (!parser.parseXMLFile(tree.file(input.name, input.bytes)))
+        if (!parser.parseXMLFile(tree.file(input.name, input.bytes))) {
             EXPECT_TRUE(parser.getTracksArray().empty());
+        }
     }
 }
 
-TEST(FuzzRegressions, PhotoLibrariesParseOrFailCleanly) {
+TEST(MediaFuzzRegressions, PhotoLibrariesParseOrFailCleanly) {
     test::TempTree tree;
     UserDefaults defaults{tree / "defaults.plist"};
     const auto inputs = fuzzRegressions("photo_parser");
@@ -38,7 +39,7 @@ TEST(FuzzRegressions, PhotoLibrariesParseOrFailCleanly) {
 
 // The full-size entity bomb (a 100 KB internal entity referenced 20,000 times, 2 GB once
 // expanded) is made here rather than kept as a file.
-TEST(FuzzRegressions, AFullSizeEntityBombIsRefused) {
+TEST(MediaFuzzRegressions, AFullSizeEntityBombIsRefused) {
     test::TempTree tree;
     std::string bomb = "<?xml version=\"1.0\"?>\n<!DOCTYPE plist [<!ENTITY big \"" +
                        std::string(100 * 1024, 'x') +
