@@ -32,9 +32,10 @@ TEST(FuzzRegressions, PropertyListsReadCleanlyAndRoundTrip) {
             ASSERT_TRUE(readPropertyList(written, back, nullptr));
             // XML keeps every value exactly; binary lists go through libplist, whose dates
             // cover only 1901 to 2038, so they need only read back.
-            if (format == PropertyListFormat::XML)
+            if (format == PropertyListFormat::XML) {
                 EXPECT_EQ(propertyListData(back, PropertyListFormat::XML),
                           propertyListData(value, PropertyListFormat::XML));
+            }
         }
     }
 }
