@@ -10,36 +10,11 @@
 #include <unistd.h>
 #include <vector>
 
+#include "platform/unique_fd.h"
+
 namespace corvel {
 
 namespace {
-
-// A descriptor closed when dropped.
-class Descriptor {
-public:
-    Descriptor() = default;
-    explicit Descriptor(int fd) : m_fd(fd) {}
-    ~Descriptor() { reset(); }
-    Descriptor(Descriptor&& other) noexcept : m_fd(other.m_fd) { other.m_fd = -1; }
-    Descriptor& operator=(Descriptor&& other) noexcept {
-        if (this != &other) {
-            reset();
-            m_fd = other.m_fd;
-            other.m_fd = -1;
-        }
-        return *this;
-    }
-    int get() const { return m_fd; }
-    bool valid() const { return m_fd >= 0; }
-    void reset() {
-        if (m_fd >= 0)
-            ::close(m_fd);
-        m_fd = -1;
-    }
-
-private:
-    int m_fd = -1;
-};
 
 constexpr std::size_t kComparedPiece = std::size_t{128} << 10;
 constexpr int kOpenFileFlags = O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
@@ -286,8 +261,8 @@ private:
 
     // Opens name relative to dirFd and checks it is still the entry looked at.
     static bool openChecked(int dirFd, const char* name, int flags, const EntryStatus& expected,
-                            Descriptor& out, int& err, struct stat* opened = nullptr) {
-        out = Descriptor(::openat(dirFd, name, flags));
+                            UniqueFd& out, int& err, struct stat* opened = nullptr) {
+        out = UniqueFd(::openat(dirFd, name, flags));
         if (!out.valid()) {
             err = errno;
             return false;
@@ -311,8 +286,8 @@ private:
             return verdict(ContentComparison::Different, pathA + " has " + std::to_string(a.size) +
                                                              " bytes, " + pathB + " has " +
                                                              std::to_string(b.size));
-        Descriptor fdA;
-        Descriptor fdB;
+        UniqueFd fdA;
+        UniqueFd fdB;
         struct stat before[2]{};
         int err = 0;
         if (!openChecked(dirA, nameA, kOpenFileFlags, a, fdA, err, &before[0]))
@@ -458,8 +433,8 @@ private:
         if (m_frames.empty())
             return equal();
         const Frame& parent = m_frames.back();
-        Descriptor upA;
-        Descriptor upB;
+        UniqueFd upA;
+        UniqueFd upB;
         int err = 0;
         if (!openChecked(m_folderA.get(), "..", kOpenFolderFlags, parent.folderA, upA, err))
             return err ? cannotRead(joinPath(m_rootA, parent.rel), err)
@@ -510,8 +485,8 @@ private:
             return verdict(ContentComparison::CannotCompare, pathA + " is nested deeper than " +
                                                                  std::to_string(m_owner.m_maxDepth) +
                                                                  " folders");
-        Descriptor childA;
-        Descriptor childB;
+        UniqueFd childA;
+        UniqueFd childB;
         int err = 0;
         if (!openChecked(m_folderA.get(), name.c_str(), kOpenFolderFlags, a, childA, err))
             return err ? cannotRead(pathA, err) : changedDuring(pathA);
@@ -527,8 +502,8 @@ private:
     const std::string m_rootB;
     EntryStatus m_rootStatusA;
     EntryStatus m_rootStatusB;
-    Descriptor m_folderA;
-    Descriptor m_folderB;
+    UniqueFd m_folderA;
+    UniqueFd m_folderB;
     std::vector<Frame> m_frames;
     std::uint64_t m_bytesCompared = 0;
 };
