@@ -1,5 +1,6 @@
 #include "trash.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -23,6 +24,9 @@ namespace {
 
 constexpr unsigned kMaxAttempts = 100000;
 constexpr std::size_t kMaxRememberedNames = 65536;
+// Up to this many information files in one sync are each fsync'ed; more are flushed with
+// one syncfs(2) of their volume.
+constexpr std::size_t kSyncEachUpTo = 8;
 
 CVError trashError(TrashErrorCode code, const std::string& path, const std::string& description,
                    const std::string& reason = {}) {
@@ -67,9 +71,20 @@ struct ItemName {
     std::string path() const { return joinPath(folder, name); }
 };
 
+// Whether the path ends in the name of an item ("", "/", "." and ".." do not).
+bool isItemName(const std::string& path) {
+    const std::string name = lastPathComponent(path);
+    return !path.empty() && !name.empty() && name != "/" && name != "." && name != "..";
+}
+
+bool hasIdentity(const struct stat& st, const TrashItemIdentity& identity) {
+    return static_cast<std::uint64_t>(st.st_dev) == identity.device &&
+           static_cast<std::uint64_t>(st.st_ino) == identity.inode;
+}
+
 bool splitItemPath(const std::string& path, ItemName& item, CVError* error) {
     const std::string name = lastPathComponent(path);
-    if (path.empty() || name.empty() || name == "/" || name == "." || name == "..") {
+    if (!isItemName(path)) {
         setError(error, trashError(kTrashErrorNotAName, path, "not the name of a file or folder"));
         return false;
     }
@@ -128,140 +143,287 @@ void Trash::rememberAttempt(const std::string& key, unsigned attempt) {
 
 bool Trash::moveToTrash(const std::string& path, TrashedItem* trashed, CVError* error,
                         const std::optional<TrashItemIdentity>& expected) {
-    ItemName item;
-    if (!splitItemPath(path, item, error))
-        return false;
-    // O_PATH: moving an item out of a folder needs write and search permission, not read.
-    UniqueFd folder(::open(item.folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    struct stat itemStat {};
-    if (!folder.valid() || ::fstatat(folder.get(), item.name.c_str(), &itemStat, AT_SYMLINK_NOFOLLOW) != 0) {
-        setError(error, systemError(errno, path));
-        return false;
+    TrashBatch batch(*this);
+    const std::optional<std::size_t> ticket = batch.add(path, expected, error);
+    return ticket && batch.sync(error) && batch.commit(*ticket, trashed, error);
+}
+
+struct TrashBatch::Folder {
+    int failure = 0;      // errno of resolving or opening the folder; 0 when usable
+    std::string resolved; // symbolic links resolved
+    UniqueFd fd;          // O_PATH
+    bool trashLooked = false;
+    std::shared_ptr<TrashFolder> trash; // null: no Trash on the volume (whyNot says why)
+    std::string whyNot;
+};
+
+struct TrashBatch::Item {
+    enum class State { Written, Synced, Moved, Dropped };
+    std::string path; // as given
+    std::shared_ptr<Folder> folder;
+    std::string name; // in folder
+    std::optional<TrashItemIdentity> expected;
+    std::string entry; // in files/
+    std::string hintKey;
+    unsigned attempt = 0;
+    bool isFolder = false;
+    UniqueFd info; // kept open until the sync for the first few items of a sync
+    std::int64_t infoMTime = 0;
+    State state = State::Written;
+
+    std::string infoName() const { return entry + ".trashinfo"; }
+};
+
+TrashBatch::TrashBatch(Trash& trash) : m_trash(trash) {}
+
+TrashBatch::~TrashBatch() {
+    for (std::size_t ticket = 0; ticket < m_items.size(); ++ticket)
+        drop(ticket);
+}
+
+std::shared_ptr<TrashBatch::Folder> TrashBatch::folderOf(const std::string& path, CVError* error) {
+    const std::string given = parentPath(path);
+    std::shared_ptr<Folder>& folder = m_folders[given];
+    if (!folder) {
+        folder = std::make_shared<Folder>();
+        char resolved[PATH_MAX];
+        if (!::realpath(given.c_str(), resolved)) {
+            folder->failure = errno;
+        } else {
+            folder->resolved = resolved;
+            // O_PATH: moving an item out of a folder needs write and search permission, not read.
+            folder->fd = UniqueFd(::open(resolved, O_PATH | O_DIRECTORY | O_CLOEXEC));
+            if (!folder->fd.valid())
+                folder->failure = errno;
+        }
     }
-    const auto isExpected = [&](const struct stat& st) {
-        return !expected || (static_cast<std::uint64_t>(st.st_dev) == expected->device &&
-                             static_cast<std::uint64_t>(st.st_ino) == expected->inode);
-    };
-    if (!isExpected(itemStat)) {
+    if (folder->failure != 0) {
+        setError(error, systemError(folder->failure, path));
+        return nullptr;
+    }
+    return folder;
+}
+
+std::optional<std::size_t> TrashBatch::add(const std::string& path,
+                                           const std::optional<TrashItemIdentity>& expected, CVError* error) {
+    if (!isItemName(path)) {
+        setError(error, trashError(kTrashErrorNotAName, path, "not the name of a file or folder"));
+        return std::nullopt;
+    }
+    std::shared_ptr<Folder> folder = folderOf(path, error);
+    if (!folder)
+        return std::nullopt;
+    const ItemName item{folder->resolved, lastPathComponent(path)};
+    struct stat itemStat {};
+    if (::fstatat(folder->fd.get(), item.name.c_str(), &itemStat, AT_SYMLINK_NOFOLLOW) != 0) {
+        setError(error, systemError(errno, path));
+        return std::nullopt;
+    }
+    if (expected && !hasIdentity(itemStat, *expected)) {
         setError(error, trashError(kTrashErrorItemChanged, path, "changed since the scan"));
-        return false;
+        return std::nullopt;
     }
 
     // Refused before anything is made: the home Trash would be made inside the item.
-    if (!m_environment.dataHome.empty()) {
-        const std::string homeTrash = resolvePathAllowingMissing(m_environment.dataHome + "/Trash");
+    const Trash& trash = m_trash;
+    if (!trash.m_environment.dataHome.empty()) {
+        const std::string homeTrash = resolvePathAllowingMissing(trash.m_environment.dataHome + "/Trash");
         if (!homeTrash.empty() && isWithin(homeTrash, item.path())) {
             setError(error, trashError(kTrashErrorHoldsTrash, path, "holds the Trash folder " + homeTrash));
-            return false;
+            return std::nullopt;
         }
     }
-
-    std::string whyNot;
-    std::optional<TrashFolder> trash = openTrashFolder(item.folder, m_environment, &whyNot);
-    if (!trash) {
-        systemLog("Trash: no Trash for " + path + ": " + whyNot);
-        setError(error, noTrashOnVolume(path, whyNot));
-        return false;
+    if (!folder->trashLooked) {
+        if (auto opened = openTrashFolder(folder->resolved, trash.m_environment, &folder->whyNot))
+            folder->trash = std::make_shared<TrashFolder>(std::move(*opened));
+        folder->trashLooked = true;
     }
-    if (!checkPlace(path, item, trash->path, error))
-        return false;
+    if (!folder->trash) {
+        systemLog("Trash: no Trash for " + path + ": " + folder->whyNot);
+        setError(error, noTrashOnVolume(path, folder->whyNot));
+        return std::nullopt;
+    }
+    const TrashFolder& place = *folder->trash;
+    if (!checkPlace(path, item, place.path, error))
+        return std::nullopt;
 
-    const std::string infoText = trashInfoText(originalPath(item, *trash), std::time(nullptr));
-    const bool isFolder = S_ISDIR(itemStat.st_mode);
-    const std::string hintKey = trash->path + '\0' + item.name;
-    const unsigned first = firstAttempt(hintKey);
+    const std::string infoText = trashInfoText(originalPath(item, place), std::time(nullptr));
+    Item claimed;
+    claimed.path = path;
+    claimed.folder = folder;
+    claimed.name = item.name;
+    claimed.expected = expected;
+    claimed.isFolder = S_ISDIR(itemStat.st_mode);
+    claimed.hintKey = place.path + '\0' + item.name;
+    const unsigned first = m_trash.firstAttempt(claimed.hintKey);
     for (unsigned attempt = first; attempt < first + kMaxAttempts; ++attempt) {
-        const std::string entry = trashEntryName(item.name, attempt, !isFolder);
+        const std::string entry = trashEntryName(item.name, attempt, !claimed.isFolder);
         // An entry in files/ without its information file (left by a crash of some
         // program) keeps its name too.
         struct stat taken {};
-        if (::fstatat(trash->files.get(), entry.c_str(), &taken, AT_SYMLINK_NOFOLLOW) == 0)
+        if (::fstatat(place.files.get(), entry.c_str(), &taken, AT_SYMLINK_NOFOLLOW) == 0)
             continue;
         if (errno != ENOENT) {
             setError(error, systemError(errno, path, "cannot use the name " + entry + " in the Trash"));
-            return false;
+            return std::nullopt;
         }
 
         // 1. Claim the name.
         const std::string infoName = entry + ".trashinfo";
-        UniqueFd info(::openat(trash->info.get(), infoName.c_str(),
+        UniqueFd info(::openat(place.info.get(), infoName.c_str(),
                                O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
         if (!info.valid()) {
             const int saved = errno;
             if (saved == EEXIST)
                 continue;
             if (meansNoTrash(saved)) {
-                const std::string reason = trash->path + "/info: " + std::strerror(saved);
+                const std::string reason = place.path + "/info: " + std::strerror(saved);
                 systemLog("Trash: no Trash for " + path + ": " + reason);
                 setError(error, noTrashOnVolume(path, reason));
             } else {
                 setError(error, systemError(saved, path, "cannot create the Trash information file"));
             }
-            return false;
+            return std::nullopt;
         }
 
-        // 2. Write it and make it durable before the item moves.
+        // 2. Write it; sync() makes it durable. Only a few stay open for their own fsync.
         struct stat infoStat {};
-        if (!writeAll(info.get(), infoText) || ::fsync(info.get()) != 0 ||
-            ::fstat(info.get(), &infoStat) != 0 || !info.close() || ::fsync(trash->info.get()) != 0) {
+        const bool keepOpen = m_items.size() - m_firstUnsynced < kSyncEachUpTo;
+        if (!writeAll(info.get(), infoText) || ::fstat(info.get(), &infoStat) != 0 ||
+            (!keepOpen && !info.close())) {
             const int saved = errno;
             info.reset();
-            ::unlinkat(trash->info.get(), infoName.c_str(), 0);
-            ::fsync(trash->info.get());
+            ::unlinkat(place.info.get(), infoName.c_str(), 0);
             setError(error, systemError(saved, path, "cannot write the Trash information file"));
-            return false;
+            return std::nullopt;
         }
-
-        // 3. Move the item; never over an entry that is there.
-        if (m_beforeMove)
-            m_beforeMove(trash->path + "/files/" + entry);
-        struct stat now {};
-        if (expected && (::fstatat(folder.get(), item.name.c_str(), &now, AT_SYMLINK_NOFOLLOW) != 0 ||
-                         !isExpected(now))) {
-            ::unlinkat(trash->info.get(), infoName.c_str(), 0);
-            ::fsync(trash->info.get());
-            setError(error, trashError(kTrashErrorItemChanged, path, "changed since the scan"));
-            return false;
-        }
-        if (::renameat2(folder.get(), item.name.c_str(), trash->files.get(), entry.c_str(),
-                        RENAME_NOREPLACE) != 0) {
-            const int saved = errno;
-            if (::unlinkat(trash->info.get(), infoName.c_str(), 0) != 0)
-                systemLog("Trash: cannot remove " + trash->path + "/info/" + infoName +
-                          " after a failed move: " + std::strerror(errno));
-            ::fsync(trash->info.get());
-            if (saved == EEXIST)
-                continue;
-            if (saved == EXDEV || saved == EROFS) {
-                const std::string reason =
-                    std::string("rename to ") + trash->path + "/files: " + std::strerror(saved);
-                systemLog("Trash: no Trash for " + path + ": " + reason);
-                setError(error, noTrashOnVolume(path, reason));
-            } else {
-                setError(error, systemError(saved, path));
-            }
-            return false;
-        }
-        rememberAttempt(hintKey, attempt + 1);
-
-        TrashedItem done;
-        done.trashDirectory = trash->path;
-        done.trashFile = trash->path + "/files/" + entry;
-        done.trashInfo = trash->path + "/info/" + infoName;
-        // 4. The size cache; the move stands whatever happens here.
-        if (isFolder) {
-            CVError sizeError;
-            if (!recordTrashedFolderSize(trash->directory.get(), trash->path, entry,
-                                         diskUsageOfTree(done.trashFile),
-                                         static_cast<std::int64_t>(infoStat.st_mtim.tv_sec), &sizeError))
-                systemLog("Trash: " + sizeError.localizedDescription());
-        }
-        if (trashed)
-            *trashed = std::move(done);
-        return true;
+        claimed.entry = entry;
+        claimed.attempt = attempt;
+        claimed.info = std::move(info);
+        claimed.infoMTime = static_cast<std::int64_t>(infoStat.st_mtim.tv_sec);
+        m_items.push_back(std::move(claimed));
+        return m_items.size() - 1;
     }
     setError(error, trashError(kTrashErrorNoFreeName, path, "no free name in the Trash"));
-    return false;
+    return std::nullopt;
+}
+
+bool TrashBatch::sync(CVError* error) {
+    const std::size_t begin = m_firstUnsynced;
+    m_firstUnsynced = m_items.size();
+    bool allOpen = true;
+    std::vector<const TrashFolder*> places;
+    for (std::size_t i = begin; i < m_items.size(); ++i) {
+        const Item& item = m_items[i];
+        if (item.state != Item::State::Written)
+            continue;
+        allOpen = allOpen && item.info.valid();
+        const TrashFolder* place = item.folder->trash.get();
+        if (std::find(places.begin(), places.end(), place) == places.end())
+            places.push_back(place);
+    }
+    // A few files: each file and its folder. More: one flush of each volume, far cheaper
+    // than an fsync per file, which commits the journal each time.
+    int failure = 0;
+    std::string failedPlace;
+    for (std::size_t i = begin; i < m_items.size(); ++i) {
+        Item& item = m_items[i];
+        if (item.info.valid() && ((allOpen && ::fsync(item.info.get()) != 0) || !item.info.close()) &&
+            failure == 0) {
+            failure = errno;
+            failedPlace = item.folder->trash->path;
+        }
+    }
+    for (const TrashFolder* place : places)
+        if ((allOpen ? ::fsync(place->info.get()) : ::syncfs(place->info.get())) != 0 && failure == 0) {
+            failure = errno;
+            failedPlace = place->path;
+        }
+    for (std::size_t i = begin; i < m_items.size(); ++i) {
+        Item& item = m_items[i];
+        if (item.state != Item::State::Written)
+            continue;
+        if (failure == 0)
+            item.state = Item::State::Synced;
+        else
+            removeInformation(item);
+    }
+    if (failure != 0) {
+        setError(error, systemError(failure, failedPlace, "cannot write the Trash information file"));
+        return false;
+    }
+    return true;
+}
+
+bool TrashBatch::commit(std::size_t ticket, TrashedItem* trashed, CVError* error) {
+    if (ticket >= m_items.size() || m_items[ticket].state != Item::State::Synced) {
+        setError(error, systemError(EINVAL, ticket < m_items.size() ? m_items[ticket].path : std::string(),
+                                    "not ready to move"));
+        return false;
+    }
+    Item& item = m_items[ticket];
+    const Folder& folder = *item.folder;
+    const TrashFolder& place = *folder.trash;
+
+    // 3. Move the item; never over an entry that is there.
+    const std::string trashFile = place.path + "/files/" + item.entry;
+    if (m_trash.m_beforeMove)
+        m_trash.m_beforeMove(trashFile);
+    struct stat now {};
+    if (item.expected && (::fstatat(folder.fd.get(), item.name.c_str(), &now, AT_SYMLINK_NOFOLLOW) != 0 ||
+                          !hasIdentity(now, *item.expected))) {
+        removeInformation(item);
+        setError(error, trashError(kTrashErrorItemChanged, item.path, "changed since the scan"));
+        return false;
+    }
+    if (::renameat2(folder.fd.get(), item.name.c_str(), place.files.get(), item.entry.c_str(),
+                    RENAME_NOREPLACE) != 0) {
+        const int saved = errno;
+        removeInformation(item);
+        if (saved == EEXIST) // taken meanwhile: a move of its own under the next free name
+            return m_trash.moveToTrash(item.path, trashed, error, item.expected);
+        if (saved == EXDEV || saved == EROFS) {
+            const std::string reason =
+                std::string("rename to ") + place.path + "/files: " + std::strerror(saved);
+            systemLog("Trash: no Trash for " + item.path + ": " + reason);
+            setError(error, noTrashOnVolume(item.path, reason));
+        } else {
+            setError(error, systemError(saved, item.path));
+        }
+        return false;
+    }
+    item.state = Item::State::Moved;
+    m_trash.rememberAttempt(item.hintKey, item.attempt + 1);
+
+    TrashedItem done;
+    done.trashDirectory = place.path;
+    done.trashFile = trashFile;
+    done.trashInfo = place.path + "/info/" + item.infoName();
+    // 4. The size cache; the move stands whatever happens here.
+    if (item.isFolder) {
+        CVError sizeError;
+        if (!recordTrashedFolderSize(place.directory.get(), place.path, item.entry,
+                                     diskUsageOfTree(done.trashFile), item.infoMTime, &sizeError))
+            systemLog("Trash: " + sizeError.localizedDescription());
+    }
+    if (trashed)
+        *trashed = std::move(done);
+    return true;
+}
+
+void TrashBatch::drop(std::size_t ticket) {
+    if (ticket < m_items.size() &&
+        (m_items[ticket].state == Item::State::Written || m_items[ticket].state == Item::State::Synced))
+        removeInformation(m_items[ticket]);
+}
+
+void TrashBatch::removeInformation(Item& item) {
+    item.info.reset();
+    item.state = Item::State::Dropped;
+    const TrashFolder& place = *item.folder->trash;
+    if (::unlinkat(place.info.get(), item.infoName().c_str(), 0) != 0)
+        systemLog("Trash: cannot remove " + place.path + "/info/" + item.infoName() +
+                  " of an item that stays: " + std::strerror(errno));
 }
 
 std::optional<std::string> Trash::trashDirectoryFor(const std::string& path, CVError* error) const {

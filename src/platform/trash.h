@@ -12,15 +12,20 @@
 //   3. renameat2(RENAME_NOREPLACE) the item to files/NAME; when that fails, the
 //      information file is removed again;
 //   4. for a folder, record its size in the directorysizes file.
+// A TrashBatch runs these steps for many items at once: the information files of all of
+// them are made durable together (step 2), then the items move one by one (step 3).
 // Which Trash folder a volume uses is in trash_folder.h; the entry names in
 // trash_names.h; the information text in trash_info.h.
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "error.h"
 #include "trash_folder.h"
@@ -86,6 +91,7 @@ public:
     }
 
 private:
+    friend class TrashBatch;
     unsigned firstAttempt(const std::string& key);
     void rememberAttempt(const std::string& key, unsigned attempt);
 
@@ -93,6 +99,51 @@ private:
     std::mutex m_mutex;
     std::unordered_map<std::string, unsigned> m_nextAttempt; // by Trash folder and name
     std::function<void(const std::string& trashFile)> m_beforeMove;
+};
+
+// Moves of many items whose information files are made durable together: add() checks
+// an item and claims its name with a written information file (steps 1 and 2 without the
+// flush); sync() makes every information file claimed since the last sync durable (an
+// fsync of each file and of info/ for a few, one syncfs(2) per Trash folder for more);
+// commit() then moves a synced item (step 3, with the identity check of moveToTrash).
+// Between sync() and commit() an item is at its path and its information file is in the
+// Trash, as between steps 2 and 3 of a single move. An item never committed (dropped,
+// failed, or still pending when the batch is destroyed) stays where it is and its
+// information file is removed again. The item folders and Trash folders are looked up
+// once per batch, so a batch is meant for one short run of moves. One thread; the Trash
+// must outlive the batch.
+class TrashBatch {
+public:
+    explicit TrashBatch(Trash& trash);
+    ~TrashBatch();
+    TrashBatch(const TrashBatch&) = delete;
+    TrashBatch& operator=(const TrashBatch&) = delete;
+
+    // Answers the item's ticket, or nothing with *error as moveToTrash answers (nothing
+    // was made or changed then).
+    std::optional<std::size_t> add(const std::string& path, const std::optional<TrashItemIdentity>& expected,
+                                   CVError* error);
+    // False with *error (POSIX domain) when the information files cannot be made durable;
+    // every item added since the last sync is then dropped and stays at its path.
+    bool sync(CVError* error);
+    // Moves an item synced before. Failures as moveToTrash; the item is at its path then.
+    // An entry that appeared in files/ under the claimed name meanwhile makes it a single
+    // move under the next free name.
+    bool commit(std::size_t ticket, TrashedItem* trashed, CVError* error);
+    // Gives up an item not committed yet: its information file is removed.
+    void drop(std::size_t ticket);
+
+private:
+    struct Folder;
+    struct Item;
+    // The folder of the item at path, opened, and its Trash; nothing with *error.
+    std::shared_ptr<Folder> folderOf(const std::string& path, CVError* error);
+    void removeInformation(Item& item);
+
+    Trash& m_trash;
+    std::unordered_map<std::string, std::shared_ptr<Folder>> m_folders; // by the folder as given
+    std::vector<Item> m_items;
+    std::size_t m_firstUnsynced = 0;
 };
 
 } // namespace corvel

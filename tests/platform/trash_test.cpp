@@ -12,6 +12,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/file_io.h"
 #include "platform/trash.h"
 #include "support/scoped_mount.h"
 #include "support/temp_tree.h"
@@ -207,6 +208,94 @@ TEST_F(TrashTest, MoveNeverReplacesAnEntryThatAppearsAfterTheClaim) {
     EXPECT_EQ(test::TempTree::read(homeTrash() + "/files/report.pdf"), "arrived meanwhile");
     EXPECT_EQ(test::TempTree::read(homeTrash() + "/files/report.2.pdf"), "mine");
     EXPECT_EQ(listFolder(homeTrash() + "/info"), std::set<std::string>{"report.2.pdf.trashinfo"});
+}
+
+// Many items in one batch: more than are fsync'ed one by one, so the volume is flushed
+// once; items of one name from two folders get numbered names within the batch.
+TEST_F(TrashTest, BatchMovesEveryItemWithItsInformation) {
+    constexpr int kItems = 30;
+    std::vector<std::string> items;
+    for (int i = 0; i < kItems; ++i)
+        items.push_back(tree.file((i % 2 ? "a/" : "b/") + std::string("same.txt.") + std::to_string(i / 2),
+                                  "item " + std::to_string(i)));
+    items.push_back(tree.file("a/one name", "first"));
+    items.push_back(tree.file("b/one name", "second"));
+    Trash trash(environment());
+    TrashBatch batch(trash);
+    std::vector<std::size_t> tickets;
+    for (const auto& item : items) {
+        CVError error;
+        const auto ticket = batch.add(item, std::nullopt, &error);
+        ASSERT_TRUE(ticket) << error.localizedDescription();
+        tickets.push_back(*ticket);
+        EXPECT_TRUE(exists(item)) << "nothing moves before the information is durable";
+    }
+    CVError error;
+    ASSERT_TRUE(batch.sync(&error)) << error.localizedDescription();
+    std::set<std::string> infos;
+    std::vector<std::string> contents;
+    for (const auto& item : items)
+        contents.push_back(test::TempTree::read(item));
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        TrashedItem trashed;
+        ASSERT_TRUE(batch.commit(tickets[i], &trashed, &error)) << error.localizedDescription();
+        EXPECT_FALSE(exists(items[i]));
+        const std::string folder = real(lastPathComponent(parentPath(items[i])));
+        std::string name = lastPathComponent(items[i]);
+        if (name == "one name")
+            name = "one%20name";
+        EXPECT_EQ(readInfo(trashed.trashInfo).at("Path"), folder + "/" + name);
+        EXPECT_EQ(test::TempTree::read(trashed.trashFile), contents[i]);
+        infos.insert(lastPathComponent(trashed.trashInfo));
+    }
+    EXPECT_EQ(infos.size(), items.size());
+    EXPECT_EQ(listFolder(homeTrash() + "/files").size(), items.size());
+    EXPECT_TRUE(infos.contains("one name.trashinfo"));
+    EXPECT_TRUE(infos.contains("one name.2.trashinfo"));
+}
+
+TEST_F(TrashTest, BatchItemsNotMovedKeepTheirPlaceAndLeaveNoInformation) {
+    const std::string dropped = tree.file("a/dropped.txt", "1");
+    const std::string unsynced = tree.file("a/unsynced.txt", "2");
+    const std::string pending = tree.file("a/pending.txt", "3");
+    Trash trash(environment());
+    {
+        TrashBatch batch(trash);
+        CVError error;
+        const auto first = batch.add(dropped, std::nullopt, &error);
+        const auto second = batch.add(unsynced, std::nullopt, &error);
+        ASSERT_TRUE(first && second);
+        EXPECT_FALSE(batch.commit(*second, nullptr, &error))
+            << "never moved before its information is synced";
+        ASSERT_TRUE(batch.sync(&error));
+        batch.drop(*first);
+        EXPECT_FALSE(batch.commit(*first, nullptr, &error)) << "a dropped item stays";
+        ASSERT_TRUE(batch.add(pending, std::nullopt, &error));
+        EXPECT_EQ(listFolder(homeTrash() + "/info").size(), 2u);
+    } // the batch ends with the synced and the unsynced item still pending
+    for (const auto& item : {dropped, unsynced, pending})
+        EXPECT_TRUE(exists(item)) << item;
+    EXPECT_EQ(listFolder(homeTrash() + "/info"), std::set<std::string>{});
+    EXPECT_EQ(listFolder(homeTrash() + "/files"), std::set<std::string>{});
+}
+
+TEST_F(TrashTest, BatchItemReplacedAfterItsClaimStays) {
+    const std::string item = tree.file("a/copy.txt", "scanned");
+    struct stat st {};
+    ASSERT_EQ(::lstat(item.c_str(), &st), 0);
+    Trash trash(environment());
+    TrashBatch batch(trash);
+    CVError error;
+    const auto ticket = batch.add(
+        item, TrashItemIdentity{static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino)},
+        &error);
+    ASSERT_TRUE(ticket);
+    ASSERT_TRUE(batch.sync(&error));
+    ASSERT_EQ(::rename(tree.file("a/other.txt", "another file").c_str(), item.c_str()), 0);
+    EXPECT_FALSE(batch.commit(*ticket, nullptr, &error));
+    EXPECT_EQ(error.code, kTrashErrorItemChanged);
+    EXPECT_EQ(test::TempTree::read(item), "another file");
+    EXPECT_EQ(listFolder(homeTrash() + "/info"), std::set<std::string>{});
 }
 
 TEST_F(TrashTest, FailedMoveLeavesNoInformationFile) {
