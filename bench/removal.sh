@@ -13,14 +13,20 @@ corvel=$(pwd)/build/bin/corvel
 make -s build >/dev/null
 scratch=$(mktemp -d /tmp/corvel-removal-bench.XXXXXX)
 trap 'rm -rf "$scratch"' EXIT
-export HOME=$scratch/home XDG_DATA_HOME=$scratch/home/.local/share XDG_CONFIG_HOME=$scratch/home/.config
+export HOME=$scratch/home XDG_CONFIG_HOME=$scratch/home/.config
 mkdir -p "$HOME"
-tree=$scratch/tree
 settings=$scratch/settings.plist
 
+# Every set of copies, every Trash and every destination is new and nothing is deleted
+# until the end: ext4 skips inodes freed in the last minutes when it allocates new ones,
+# so creating files right after a mass deletion is many times slower, which would charge
+# the last run's clean-up to the information files of the pass.
+sets=0
 make_copies() {
-    rm -rf "$tree" "$XDG_DATA_HOME/Trash" "$scratch/dest"
-    mkdir -p "$tree/keep" "$tree/copies" "$scratch/dest"
+    sets=$((sets + 1))
+    tree=$scratch/set$sets/tree
+    export XDG_DATA_HOME=$scratch/set$sets/data
+    mkdir -p "$tree/keep" "$tree/copies" "$scratch/set$sets/dest" "$XDG_DATA_HOME"
     echo "only here" >"$tree/keep/only-here.txt"
     for ((i = 0; i < count; i++)); do
         printf 'file %d %0200d\n' "$i" 0 >"$tree/keep/f$i.txt"
@@ -50,7 +56,7 @@ for ((r = 0; r < rounds; r++)); do
     test -z "$(ls -A "$tree/copies")" || echo "warning: copies left after the pass" >&2
     make_copies
     sync
-    mv+="$(seconds bash -c "find '$tree/copies' -type f -exec mv -t '$scratch/dest' {} +") "
+    mv+="$(seconds bash -c "find '$tree/copies' -type f -exec mv -t '$scratch/set$sets/dest' {} +") "
 done
 printf '%-34s %8s\n' "$count copies" seconds
 printf '%-34s %8.2f\n' "corvel remove (to the Trash)" "$(tr ' ' '\n' <<<"$pass" | grep . | median)"

@@ -305,8 +305,10 @@ private:
             return changedDuring(pathA);
         if (static_cast<std::uint64_t>(beforeB.st_size) != size)
             return changedDuring(pathB);
-        ::posix_fadvise(fdA, 0, 0, POSIX_FADV_SEQUENTIAL);
-        ::posix_fadvise(fdB, 0, 0, POSIX_FADV_SEQUENTIAL);
+        if (size > kContentComparisonChunk) { // read in more than one chunk
+            ::posix_fadvise(fdA, 0, 0, POSIX_FADV_SEQUENTIAL);
+            ::posix_fadvise(fdB, 0, 0, POSIX_FADV_SEQUENTIAL);
+        }
         const std::size_t chunk =
             static_cast<std::size_t>(std::min<std::uint64_t>(kContentComparisonChunk, size));
         m_owner.reserveBuffers(chunk);

@@ -82,22 +82,6 @@ bool hasIdentity(const struct stat& st, const TrashItemIdentity& identity) {
            static_cast<std::uint64_t>(st.st_ino) == identity.inode;
 }
 
-bool splitItemPath(const std::string& path, ItemName& item, CVError* error) {
-    const std::string name = lastPathComponent(path);
-    if (!isItemName(path)) {
-        setError(error, trashError(kTrashErrorNotAName, path, "not the name of a file or folder"));
-        return false;
-    }
-    char resolved[PATH_MAX];
-    if (!::realpath(parentPath(path).c_str(), resolved)) {
-        setError(error, systemError(errno, path));
-        return false;
-    }
-    item.folder = resolved;
-    item.name = name;
-    return true;
-}
-
 // Refuses to move the Trash folder into itself, or an item out of its own Trash folder.
 bool checkPlace(const std::string& path, const ItemName& item, const std::string& trashFolder,
                 CVError* error) {
@@ -155,6 +139,9 @@ struct TrashBatch::Folder {
     bool trashLooked = false;
     std::shared_ptr<TrashFolder> trash; // null: no Trash on the volume (whyNot says why)
     std::string whyNot;
+    bool foundLooked = false; // the look-up without making anything, for trashDirectoryFor
+    std::optional<std::string> found;
+    std::string whyNotFound;
 };
 
 struct TrashBatch::Item {
@@ -226,12 +213,13 @@ std::optional<std::size_t> TrashBatch::add(const std::string& path,
 
     // Refused before anything is made: the home Trash would be made inside the item.
     const Trash& trash = m_trash;
-    if (!trash.m_environment.dataHome.empty()) {
-        const std::string homeTrash = resolvePathAllowingMissing(trash.m_environment.dataHome + "/Trash");
-        if (!homeTrash.empty() && isWithin(homeTrash, item.path())) {
-            setError(error, trashError(kTrashErrorHoldsTrash, path, "holds the Trash folder " + homeTrash));
-            return std::nullopt;
-        }
+    if (!m_homeTrash)
+        m_homeTrash = trash.m_environment.dataHome.empty()
+                          ? std::string()
+                          : resolvePathAllowingMissing(trash.m_environment.dataHome + "/Trash");
+    if (!m_homeTrash->empty() && isWithin(*m_homeTrash, item.path())) {
+        setError(error, trashError(kTrashErrorHoldsTrash, path, "holds the Trash folder " + *m_homeTrash));
+        return std::nullopt;
     }
     if (!folder->trashLooked) {
         if (auto opened = openTrashFolder(folder->resolved, trash.m_environment, &folder->whyNot))
@@ -426,24 +414,41 @@ void TrashBatch::removeInformation(Item& item) {
                   " of an item that stays: " + std::strerror(errno));
 }
 
-std::optional<std::string> Trash::trashDirectoryFor(const std::string& path, CVError* error) const {
-    ItemName item;
-    if (!splitItemPath(path, item, error))
+std::optional<std::string> Trash::trashDirectoryFor(const std::string& path, CVError* error) {
+    return TrashBatch(*this).trashDirectoryFor(path, error);
+}
+
+std::optional<std::string> TrashBatch::trashDirectoryFor(const std::string& path, CVError* error) {
+    if (!isItemName(path)) {
+        setError(error, trashError(kTrashErrorNotAName, path, "not the name of a file or folder"));
         return std::nullopt;
+    }
+    std::shared_ptr<Folder> folder = folderOf(path, error);
+    if (!folder)
+        return std::nullopt;
+    const ItemName item{folder->resolved, lastPathComponent(path)};
     struct stat itemStat {};
-    if (::lstat(item.path().c_str(), &itemStat) != 0) {
+    if (::fstatat(folder->fd.get(), item.name.c_str(), &itemStat, AT_SYMLINK_NOFOLLOW) != 0) {
         setError(error, systemError(errno, path));
         return std::nullopt;
     }
-    std::string whyNot;
-    std::optional<std::string> folder = findTrashFolder(item.folder, m_environment, &whyNot);
-    if (!folder) {
-        setError(error, noTrashOnVolume(path, whyNot));
-        return std::nullopt;
+    std::string place;
+    if (folder->trash) {
+        place = folder->trash->path;
+    } else {
+        if (!folder->foundLooked) {
+            folder->found = findTrashFolder(folder->resolved, m_trash.m_environment, &folder->whyNotFound);
+            folder->foundLooked = true;
+        }
+        if (!folder->found) {
+            setError(error, noTrashOnVolume(path, folder->whyNotFound));
+            return std::nullopt;
+        }
+        place = *folder->found;
     }
-    if (!checkPlace(path, item, *folder, error))
+    if (!checkPlace(path, item, place, error))
         return std::nullopt;
-    return folder;
+    return place;
 }
 
 } // namespace corvel

@@ -82,7 +82,7 @@ public:
     // or changing anything (for a dry run). Nothing, with *error as moveToTrash would
     // answer, when the item is missing or its volume has no usable Trash. A move can
     // still fail where this answers a folder (a full disk, a bind mount rename(2) refuses).
-    std::optional<std::string> trashDirectoryFor(const std::string& path, CVError* error) const;
+    std::optional<std::string> trashDirectoryFor(const std::string& path, CVError* error);
 
     // Runs after the information file of a move is written and synced, just before the
     // item is renamed to trashFile: a test's window for what another process could do there.
@@ -132,6 +132,9 @@ public:
     bool commit(std::size_t ticket, TrashedItem* trashed, CVError* error);
     // Gives up an item not committed yet: its information file is removed.
     void drop(std::size_t ticket);
+    // As Trash::trashDirectoryFor, with the folders looked up once per batch (a dry run
+    // over many items keeps one batch for its look-ups and adds nothing).
+    std::optional<std::string> trashDirectoryFor(const std::string& path, CVError* error);
 
 private:
     struct Folder;
@@ -142,6 +145,7 @@ private:
 
     Trash& m_trash;
     std::unordered_map<std::string, std::shared_ptr<Folder>> m_folders; // by the folder as given
+    std::optional<std::string> m_homeTrash;                             // resolved on first use
     std::vector<Item> m_items;
     std::size_t m_firstUnsynced = 0;
 };

@@ -1,5 +1,6 @@
 #include "removal_pass.h"
 
+#include <algorithm>
 #include <dirent.h>
 #include <filesystem>
 #include <sys/stat.h>
@@ -33,6 +34,9 @@ namespace {
 constexpr std::uint64_t kTicks = 20;
 constexpr auto kMinimumTickInterval = std::chrono::milliseconds(200);
 constexpr auto kClosingPause = std::chrono::milliseconds(500);
+// A window of copies moved to the Trash together: at most this many, checked within this time.
+constexpr std::size_t kWindowCopies = 1024;
+constexpr auto kWindowTime = std::chrono::milliseconds(250);
 
 std::string humanDuration(std::chrono::system_clock::duration elapsed) {
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(elapsed).count();
@@ -182,6 +186,7 @@ void CVRemovalPass::cleanDuplicates() {
     m_records.clear();
     m_removedFolders.clear();
     m_wouldGo.clear();
+    m_lookups.reset();
     const auto marked = markedFiles();
     m_cleanStartDate = std::chrono::system_clock::now();
     const std::uint64_t total = marked.size();
@@ -222,29 +227,33 @@ void CVRemovalPass::cleanDuplicates() {
         m_records.push_back(std::move(record));
     }
 
-    for (std::size_t i = 0; i < marked.size(); ++i) {
+    // Plain copies going to the Trash are moved in windows whose information files are
+    // made durable together; everything else goes one copy at a time.
+    const bool inWindows = toTrash && !m_options.dryRun;
+    for (std::size_t i = 0; i < marked.size();) {
         if (!m_shredInProgress)
             break;
         const auto& file = marked[i].first;
-        if (!file->needToRemove())
+        if (!file->needToRemove()) {
+            ++i;
             continue;
-        m_current = &m_records[i];
-        if (!handle(file, marked[i].second, toTrash))
-            break; // stopped during its checks: it stays marked and in the collector
-        if (!m_options.dryRun) {
-            file->setWasRemoved(true);
-            if (CVGroup* owner = file->parentGroup()) {
-                owner->setSilentFilesToRemoveCount(owner->silentFilesToRemoveCount() - 1);
-                owner->manifest();
-                owner->setRemovedFilesCount(owner->removedFilesCount() + 1);
-                if (owner->childrenCount() == owner->removedFilesCount() + 1)
-                    ++completedGroups;
-            }
         }
-        ++m_handled;
-        tick(lastTick);
+        if (inWindows && goesToTrashDirectly(*file)) {
+            if (!trashWindow(marked, i, lastTick, completedGroups))
+                break;
+            continue;
+        }
+        m_current = &m_records[i];
+        CVError error;
+        const bool ok = shredDuplicateFile(*file, toTrash, &error);
+        if (!ok && stoppedDuringCheck(error))
+            break; // it stays marked and in the collector
+        report(file, ok, error, toTrash);
+        settle(*file, completedGroups, lastTick);
+        ++i;
     }
     m_current = nullptr;
+    m_lookups.reset();
     const bool stoppedByUser = !m_shredInProgress;
     if (!stoppedByUser) {
         runOnMain([this] { m_services.view.closeShredderAnimation(); }, true);
@@ -273,12 +282,94 @@ void CVRemovalPass::cleanDuplicates() {
         m_services.defaults.synchronize();
 }
 
-bool CVRemovalPass::handle(const std::shared_ptr<CVFile>& file, std::size_t, bool toTrash) {
-    CVError error;
-    const bool ok = shredDuplicateFile(*file, toTrash, &error);
-    if (!ok && !m_shredInProgress && error.domain == kRemovalCheckErrorDomain &&
-        error.localizedDescription() == kReasonStopped)
-        return false;
+bool CVRemovalPass::stoppedDuringCheck(const CVError& error) const {
+    return !m_shredInProgress && error.domain == kRemovalCheckErrorDomain &&
+           error.localizedDescription() == kReasonStopped;
+}
+
+bool CVRemovalPass::goesToTrashDirectly(const CVFile& file) const {
+    const auto root = file.rootFolder();
+    const std::int32_t rootType = root ? root->type() : kNodeTypeUnknown;
+    return rootType != kNodeTypeCurrentIPhotoLibrary && rootType != kNodeTypeCurrentITunesLibrary;
+}
+
+bool CVRemovalPass::trashWindow(const std::vector<std::pair<std::shared_ptr<CVFile>, std::size_t>>& marked,
+                                std::size_t& next, std::chrono::steady_clock::time_point& lastTick,
+                                std::uint64_t& completedGroups) {
+    struct Entry {
+        std::size_t index = 0;
+        std::optional<std::size_t> ticket; // claimed in the batch; else failure says why not
+        CVError failure;
+        bool unlocked = false; // an immutable copy unlocked for its move
+    };
+    TrashBatch batch(m_services.trash);
+    std::vector<Entry> window;
+    const auto started = std::chrono::steady_clock::now();
+    std::size_t i = next;
+    // Checks, unlocking and claims, up to a bounded window so progress and Stop stay prompt.
+    for (; i < marked.size() && window.size() < kWindowCopies &&
+           std::chrono::steady_clock::now() - started < kWindowTime;
+         ++i) {
+        CVFile& file = *marked[i].first;
+        if (!file.needToRemove())
+            continue;
+        if (!goesToTrashDirectly(file) || !m_shredInProgress)
+            break;
+        m_current = &m_records[i];
+        Entry entry{i, std::nullopt, CVError(), false};
+        if (checkCopy(file, false, &entry.failure)) {
+            const std::string path = file.path();
+            entry.unlocked = isImmutable(path).value_or(false) && setImmutable(path, false, nullptr);
+            entry.ticket =
+                batch.add(path, TrashItemIdentity{file.device(), file.inodeNumber()}, &entry.failure);
+            if (!entry.ticket && entry.unlocked)
+                setImmutable(path, true, nullptr);
+        } else if (stoppedDuringCheck(entry.failure)) {
+            break;
+        }
+        window.push_back(std::move(entry));
+    }
+    CVError syncError;
+    const bool anyClaimed =
+        std::any_of(window.begin(), window.end(), [](const Entry& e) { return e.ticket; });
+    const bool synced = !anyClaimed || batch.sync(&syncError);
+    // The moves, in order; a stop leaves the rest where they are (the batch removes their
+    // information files) and marked.
+    for (std::size_t w = 0; w < window.size(); ++w) {
+        Entry& entry = window[w];
+        const auto& file = marked[entry.index].first;
+        if (!m_shredInProgress) {
+            for (std::size_t rest = w; rest < window.size(); ++rest)
+                if (window[rest].unlocked)
+                    setImmutable(marked[window[rest].index].first->path(), true, nullptr);
+            return false;
+        }
+        m_current = &m_records[entry.index];
+        const std::string path = file->path();
+        bool ok = false;
+        CVError error = entry.failure;
+        if (entry.ticket && !synced) {
+            error = syncError;
+        } else if (entry.ticket) {
+            TrashedItem trashed;
+            ok = batch.commit(*entry.ticket, &trashed, &error);
+            if (ok) {
+                m_current->trashFile = trashed.trashFile;
+                m_current->trashInfo = trashed.trashInfo;
+            }
+        }
+        if (!ok && entry.unlocked)
+            setImmutable(path, true, nullptr);
+        if (entry.ticket && removeEmptyFolders())
+            removeParentFolderIfEmpty(path, true);
+        report(file, ok, error, true);
+        settle(*file, completedGroups, lastTick);
+    }
+    next = i;
+    return true;
+}
+
+void CVRemovalPass::report(const std::shared_ptr<CVFile>& file, bool ok, const CVError& error, bool toTrash) {
     const std::uint64_t fileSize = file->sizeOnDisk();
     const std::string path = file->path();
     FileRecord& record = *m_current;
@@ -287,7 +378,7 @@ bool CVRemovalPass::handle(const std::shared_ptr<CVFile>& file, std::size_t, boo
             record.outcome = Outcome::WouldFail;
             record.error = error.localizedDescription();
         }
-        return true;
+        return;
     }
     if (ok) {
         record.outcome = toTrash ? Outcome::Trashed : Outcome::Deleted;
@@ -316,7 +407,22 @@ bool CVRemovalPass::handle(const std::shared_ptr<CVFile>& file, std::size_t, boo
             m_services.view.fileHandled(*file, ok, reason);
         },
         false);
-    return true;
+}
+
+void CVRemovalPass::settle(CVFile& file, std::uint64_t& completedGroups,
+                           std::chrono::steady_clock::time_point& lastTick) {
+    if (!m_options.dryRun) {
+        file.setWasRemoved(true);
+        if (CVGroup* owner = file.parentGroup()) {
+            owner->setSilentFilesToRemoveCount(owner->silentFilesToRemoveCount() - 1);
+            owner->manifest();
+            owner->setRemovedFilesCount(owner->removedFilesCount() + 1);
+            if (owner->childrenCount() == owner->removedFilesCount() + 1)
+                ++completedGroups;
+        }
+    }
+    ++m_handled;
+    tick(lastTick);
 }
 
 void CVRemovalPass::tick(std::chrono::steady_clock::time_point& lastTick) {
@@ -340,19 +446,25 @@ CVError CVRemovalPass::checkError(const std::string& reason) const {
     return CVError(kRemovalCheckErrorDomain, 1, reason);
 }
 
-bool CVRemovalPass::shredDuplicateFile(CVFile& file, bool toTrash, CVError* error) {
+bool CVRemovalPass::checkCopy(CVFile& file, bool permanently, CVError* error) {
     if (file.removeForbidden()) {
         setError(error, checkError("it may not be removed"));
         return false;
     }
-    // Nothing is touched before the copy passes its checks.
-    const RemovalCheck check = m_verifier.checkBeforeRemoval(file, !toTrash);
+    const RemovalCheck check = m_verifier.checkBeforeRemoval(file, permanently);
     if (m_current)
         m_current->keptCopy = check.keptCopy;
     if (!check.ok) {
         setError(error, checkError(check.reason));
         return false;
     }
+    return true;
+}
+
+bool CVRemovalPass::shredDuplicateFile(CVFile& file, bool toTrash, CVError* error) {
+    // Nothing is touched before the copy passes its checks.
+    if (!checkCopy(file, !toTrash, error))
+        return false;
     const auto root = file.rootFolder();
     const std::int32_t rootType = root ? root->type() : kNodeTypeUnknown;
     if (rootType == kNodeTypeCurrentIPhotoLibrary) {
@@ -387,7 +499,9 @@ bool CVRemovalPass::shredPhysicallyDup(CVFile& file, bool toTrash, CVError* erro
         bool ok = true;
         if (toTrash) {
             CVError trashError;
-            const auto directory = m_services.trash.trashDirectoryFor(path, &trashError);
+            if (!m_lookups)
+                m_lookups = std::make_unique<TrashBatch>(m_services.trash);
+            const auto directory = m_lookups->trashDirectoryFor(path, &trashError);
             if (!directory) {
                 setError(error, trashError);
                 ok = false;

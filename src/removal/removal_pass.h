@@ -46,6 +46,7 @@ class CVStatisticsController;
 class HVAchievementsController;
 class LibraryAppDriver;
 class Trash;
+class TrashBatch;
 class UserDefaults;
 
 inline constexpr const char* kIPhotoLaunchErrorDomain = "com.halvik.Corvel.iPhotoLaunchError";
@@ -155,8 +156,22 @@ public:
 private:
     void startPass();
     void runOnMain(const std::function<void()>& work, bool wait);
-    // False when a stop came while the copy was checked: nothing was done to it.
-    bool handle(const std::shared_ptr<CVFile>& file, std::size_t group, bool toTrash);
+    // The checks before a copy is touched; false with *error (kRemovalCheckErrorDomain).
+    bool checkCopy(CVFile& file, bool permanently, CVError* error);
+    // Whether a failed check means a stop came meanwhile: nothing was done to the copy.
+    bool stoppedDuringCheck(const CVError& error) const;
+    // Whether the copy is moved by the pass itself (not through a library application).
+    bool goesToTrashDirectly(const CVFile& file) const;
+    // Moves the copies from marked[next] on to the Trash as one batch, up to a copy that is
+    // not goesToTrashDirectly or the window's bounds; next moves past them. False when a
+    // stop ended the pass: the copies not moved stay where they are, marked.
+    bool trashWindow(const std::vector<std::pair<std::shared_ptr<CVFile>, std::size_t>>& marked,
+                     std::size_t& next, std::chrono::steady_clock::time_point& lastTick,
+                     std::uint64_t& completedGroups);
+    // Records a handled copy and tells the view; settle then marks it removed and ticks.
+    void report(const std::shared_ptr<CVFile>& file, bool ok, const CVError& error, bool toTrash);
+    void settle(CVFile& file, std::uint64_t& completedGroups,
+                std::chrono::steady_clock::time_point& lastTick);
     void tick(std::chrono::steady_clock::time_point& lastTick);
     bool parentMayBeCleaned(const std::string& folder) const;
     bool isEmptyForCleanUp(const std::string& folder) const;
@@ -179,7 +194,8 @@ private:
     std::vector<FileRecord> m_records;
     FileRecord* m_current = nullptr; // the record of the copy being handled
     std::vector<std::string> m_removedFolders;
-    std::set<std::string> m_wouldGo; // a dry run: the paths it would remove
+    std::set<std::string> m_wouldGo;       // a dry run: the paths it would remove
+    std::unique_ptr<TrashBatch> m_lookups; // a dry run: where the copies would go, folder by folder
     std::uint64_t m_markedAtStart = 0;
     std::uint64_t m_markedSizeAtStart = 0;
     std::uint64_t m_removedFiles = 0;

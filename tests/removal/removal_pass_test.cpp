@@ -3,6 +3,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/wait.h>
@@ -118,6 +119,14 @@ TEST_P(RemovalStop, LeavesTheUnhandledCopiesMarkedAndChangesNoTotals) {
         ASSERT_NE(record, nullptr);
         EXPECT_EQ(record->outcome,
                   handled ? (toTrash ? Outcome::Trashed : Outcome::Deleted) : Outcome::NotHandled);
+    }
+    // The copies after the stop were claimed in the Trash with the first two; their
+    // information files are gone again.
+    if (toTrash) {
+        std::size_t infos = 0;
+        for (const auto& entry : std::filesystem::directory_iterator(h.homeTrash() + "/info"))
+            infos += entry.path().extension() == ".trashinfo";
+        EXPECT_EQ(infos, 2u);
     }
     // The collector recounts what is still marked.
     std::uint64_t remainingSize = 0;
