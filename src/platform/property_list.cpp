@@ -763,7 +763,26 @@ CVError malformed(const std::string& what) {
     return CVError(kCorvelFileErrorDomain, EINVAL, what);
 }
 
-// Serialises, answering false when a key cannot be carried.
+// Whether the value has at most kMaxBinaryWriteNodes nodes, counted without going further.
+bool fitsBinaryWriter(const PropertyValue& value) {
+    std::uint64_t nodes = 0;
+    std::vector<const PropertyValue*> pending{&value};
+    while (!pending.empty()) {
+        const PropertyValue* node = pending.back();
+        pending.pop_back();
+        if (++nodes > kMaxBinaryWriteNodes)
+            return false;
+        if (node->isArray())
+            for (const auto& item : *node->asArray())
+                pending.push_back(&item);
+        else if (node->isDictionary())
+            for (const auto& [key, item] : *node->asDictionary())
+                pending.push_back(&item);
+    }
+    return true;
+}
+
+// Serialises, answering false when a key cannot be carried or a binary list would be too large.
 bool encode(const PropertyValue& value, PropertyListFormat format, std::string& out) {
     bool failed = false;
     if (format == PropertyListFormat::XML) {
@@ -775,6 +794,8 @@ bool encode(const PropertyValue& value, PropertyListFormat format, std::string& 
         out += "</plist>\n";
         return !failed;
     }
+    if (!fitsBinaryWriter(value))
+        return false;
     PlistPtr root(value.isNull() ? plist_new_dict() : toPlist(value, failed));
     char* bytes = nullptr;
     std::uint32_t length = 0;

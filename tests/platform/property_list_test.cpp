@@ -257,6 +257,19 @@ TEST(PropertyList, SharedReferencesWithinTheLimitAreRead) {
     EXPECT_EQ(leaf->asBool(), true);
 }
 
+// A list that reads within the node limit but is too large for libplist's binary
+// writer (which took 15 s for a million shared values) is written as XML only.
+TEST(PropertyList, BinaryWriterRefusesTreesBeyondItsLimit) {
+    for (const auto& [levels, binary] : {std::pair{15, true}, std::pair{16, false}}) {
+        const std::string list = referenceBomb(levels); // 2^(levels+1) - 1 values
+        PropertyValue out;
+        CVError error;
+        ASSERT_TRUE(readPropertyList(list, out, &error)) << error.localizedDescription();
+        EXPECT_FALSE(propertyListData(out, PropertyListFormat::XML).empty());
+        EXPECT_EQ(propertyListData(out, PropertyListFormat::Binary).empty(), !binary) << levels;
+    }
+}
+
 // Strings that a property list cannot carry as text are written as data, so that no
 // byte is lost and every reader accepts the file.
 struct UncarriedString {
