@@ -21,21 +21,47 @@ std::string decodeJsonString(std::string_view literal);
 // A minimal streaming writer for objects and arrays; the caller keeps the nesting right.
 class JsonWriter {
 public:
-    void beginObject() { separate(); m_out += '{'; m_first = true; }
-    void endObject() { m_out += '}'; m_first = false; }
-    void beginArray() { separate(); m_out += '['; m_first = true; }
-    void endArray() { m_out += ']'; m_first = false; }
+    void beginObject() {
+        separate();
+        m_out += '{';
+        m_first = true;
+    }
+    void endObject() {
+        m_out += '}';
+        m_first = false;
+    }
+    void beginArray() {
+        separate();
+        m_out += '[';
+        m_first = true;
+    }
+    void endArray() {
+        m_out += ']';
+        m_first = false;
+    }
     void key(std::string_view name) {
         separate();
         appendJsonString(m_out, name);
         m_out += ':';
         m_first = true;
     }
-    void value(std::string_view text) { separate(); appendJsonString(m_out, text); }
+    void value(std::string_view text) {
+        separate();
+        appendJsonString(m_out, text);
+    }
     void value(const char* text) { value(std::string_view(text)); }
-    void value(bool b) { separate(); m_out += b ? "true" : "false"; }
-    void value(std::uint64_t n) { separate(); appendNumber(n); }
-    void value(std::int64_t n) { separate(); appendNumber(n); }
+    void value(bool b) {
+        separate();
+        m_out += b ? "true" : "false";
+    }
+    void value(std::uint64_t n) {
+        separate();
+        appendNumber(n);
+    }
+    void value(std::int64_t n) {
+        separate();
+        appendNumber(n);
+    }
     void value(int n) { value(static_cast<std::int64_t>(n)); }
     const std::string& text() const { return m_out; }
     // Writes what is buffered to the stream once it holds more than a megabyte (or at

@@ -3,6 +3,8 @@
 // prints the statistics kept in the settings.
 
 #include <CLI/CLI.hpp>
+#include <charconv>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -22,20 +24,54 @@ int main(int argc, char** argv) {
     cli::ScanOptions options;
     std::string settings;
     CLI::App* scan = app.add_subcommand("scan", "scan the folders; print the duplicate groups");
-    scan->add_option("paths", options.paths, "folders to scan")->required();
+    scan->add_option("paths", options.paths, "folders to scan")->required()->type_name("PATH");
     scan->add_flag("--json", options.json, "one JSON document on stdout");
-    scan->add_option("--min-size", options.minSize,
-                     "hard minimum size in bytes (default: the stored preferences)");
+    // Sizes take decimal suffixes as the sizes shown do (10k = 10,000 bytes) and binary
+    // ones when asked (1MiB = 1,048,576 bytes).
+    // Checked before the suffix is applied (transforms run last added first).
+    const CLI::Validator notNegative(
+        [](std::string& value) {
+            return value.find('-') == std::string::npos ? std::string()
+                                                        : "a size cannot be negative: " + value;
+        },
+        "");
+    // Checked after the suffix is applied: a whole number of bytes that fits 64 bits.
+    const CLI::Validator byteCount(
+        [](std::string& value) {
+            std::uint64_t bytes = 0;
+            const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), bytes);
+            if (value.empty() || error != std::errc() || end != value.data() + value.size())
+                return "not a size in bytes: " + value;
+            return std::string();
+        },
+        "");
+    scan->add_option(
+            "--min-size", options.minSize,
+            "compare only files and folders of at least SIZE bytes (500k, 10M, 1GiB). Without it the "
+            "stored preferences decide; by default (automatic) sizes from 50 kB, then the 100 largest "
+            "groups below")
+        ->check(byteCount)
+        ->transform(CLI::AsSizeValue(true).description(""))
+        ->transform(notNegative)
+        ->type_name("SIZE");
+    scan->add_option("--max-size", options.maxSize, "compare only files and folders of at most SIZE bytes")
+        ->check(byteCount)
+        ->transform(CLI::AsSizeValue(true).description(""))
+        ->transform(notNegative)
+        ->type_name("SIZE");
     scan->add_flag("--autoselect", options.autoselect,
                    "run automatic selection on every group before printing");
-    scan->add_option("--export", options.exportFile, "write the list of selected copies to FILE");
-    scan->add_option("--settings", settings, "use FILE as the settings store (created when missing)");
+    scan->add_option("--export", options.exportFile, "write the list of selected copies to FILE")
+        ->type_name("FILE");
+    scan->add_option("--settings", settings, "use FILE as the settings store (created when missing)")
+        ->type_name("FILE");
     auto* quiet = scan->add_flag("--quiet", options.quiet, "no progress");
     scan->add_flag("--verbose", options.verbose, "diagnostic lines on stderr too")->excludes(quiet);
     scan->add_flag("--verify", options.verify,
                    "confirm groups compared on samples byte for byte; split or drop those that differ");
     auto* select = scan->add_option("--select", options.selectFile,
-                                    "mark the copies listed in FILE (one path per line, the --export format)");
+                                    "mark the copies listed in FILE (one path per line, the --export format)")
+                       ->type_name("FILE");
     scan->add_flag("--allow-all-copies", options.allowAllCopies,
                    "let --select mark every copy of a group (they may then only go to the Trash)")
         ->needs(select);
@@ -62,19 +98,23 @@ int main(int argc, char** argv) {
                 option->needs(needed);
     };
     RemovalFlags scanFlags;
-    auto* remove = scan->add_flag("--remove", options.removal.remove, "remove the marked copies after the scan");
+    auto* remove =
+        scan->add_flag("--remove", options.removal.remove, "remove the marked copies after the scan");
     addRemovalOptions(scan, options.removal, scanFlags, remove);
 
     cli::RemoveOptions removeOptions;
     RemovalFlags removeFlags;
     std::string removeSettings;
-    CLI::App* removeCommand =
-        app.add_subcommand("remove", "remove the copies marked in a document written by \"corvel scan --json\"");
-    removeCommand->add_option("plan", removeOptions.plan, "the scan document (PLAN.json)")->required();
+    CLI::App* removeCommand = app.add_subcommand(
+        "remove", "remove the copies marked in a document written by \"corvel scan --json\"");
+    removeCommand->add_option("plan", removeOptions.plan, "the scan document (PLAN.json)")
+        ->required()
+        ->type_name("PLAN.json");
     removeCommand->add_flag("--allow-all-copies", removeOptions.allowAllCopies,
                             "let the plan mark every copy of a group (they may then only go to the Trash)");
     removeCommand->add_flag("--json", removeOptions.removal.json, "one JSON document on stdout");
-    removeCommand->add_option("--settings", removeSettings, "use FILE as the settings store");
+    removeCommand->add_option("--settings", removeSettings, "use FILE as the settings store")
+        ->type_name("FILE");
     auto* removeQuiet = removeCommand->add_flag("--quiet", removeOptions.removal.quiet, "no progress");
     removeCommand->add_flag("--verbose", removeOptions.verbose, "diagnostic lines on stderr too")
         ->excludes(removeQuiet);
@@ -83,7 +123,26 @@ int main(int argc, char** argv) {
     cli::StatsOptions statsOptions;
     CLI::App* stats = app.add_subcommand("stats", "the scans recorded, the total size saved, level and rank");
     stats->add_flag("--json", statsOptions.json, "one JSON document on stdout");
-    stats->add_option("--settings", statsOptions.settings, "read FILE as the settings store (never written)");
+    stats->add_option("--settings", statsOptions.settings, "read FILE as the settings store (never written)")
+        ->type_name("FILE");
+
+    app.footer(R"(Exit status:
+  0  the scan completed (duplicates or not); every marked copy removed, or a dry run
+  1  a failure: no folder could be read, the scan was interrupted
+  2  a usage error: an unknown option, a bad size, a path that does not exist
+  3  a folder refused by the ignore list (a protected system folder, a hidden folder)
+  4  some marked copies could not be removed (each is named on stderr)
+  130  a removal stopped by Ctrl-C
+
+Examples:
+  corvel scan ~/Pictures ~/Downloads             look: print the duplicate groups
+  corvel scan --min-size 1 --json ~/Music > music.json
+  corvel scan --autoselect --export chosen.txt ~/Documents
+                                                 choose: the copies automatic selection picks
+  corvel scan --autoselect --remove --dry-run ~/Documents
+                                                 remove: what would go, then without --dry-run)");
+    scan->footer("Sizes: a number of bytes with an optional suffix: k, M, G, T (powers of 1000) or\n"
+                 "KiB, MiB, GiB, TiB (powers of 1024); 500k = 500,000 bytes.");
 
     try {
         app.parse(argc, argv);

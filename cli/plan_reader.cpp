@@ -90,7 +90,8 @@ bool readPlan(const std::string& file, bool allowAllCopies, Plan* plan, std::str
     for (const auto& entry : doc["groups"]) {
         ++index;
         const std::string where = "group " + std::to_string(index);
-        if (!entry.is_object() || !entry.contains("files") || !entry["files"].is_array() || entry["files"].size() < 2)
+        if (!entry.is_object() || !entry.contains("files") || !entry["files"].is_array() ||
+            entry["files"].size() < 2)
             return fail(message, file + ": " + where + " has no files to compare");
         GroupPtr group;
         std::size_t marked = 0;
@@ -123,14 +124,17 @@ bool readPlan(const std::string& file, bool allowAllCopies, Plan* plan, std::str
                     ++marked;
                 }
             } catch (const nlohmann::json::exception&) {
-                return fail(message, file + ": a file of " + where +
-                                         " lacks its path, size, device, inode or mtime (written by an older corvel?)");
+                return fail(
+                    message,
+                    file + ": a file of " + where +
+                        " lacks its path, size, device, inode or mtime (written by an older corvel?)");
             }
         }
         if (marked == entry["files"].size()) {
             if (!allowAllCopies)
                 return fail(message, file + ": " + where +
-                                         " has every copy marked; add --allow-all-copies to remove them all (to the Trash only)");
+                                         " has every copy marked; add --allow-all-copies to remove them all "
+                                         "(to the Trash only)");
             group->setUserForcedAllCopies(true);
         }
         plan->results->addGroup(group);

@@ -1,12 +1,11 @@
 #include "removal_command.h"
 
-#include <unistd.h>
-
 #include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <iostream>
 #include <map>
+#include <unistd.h>
 
 #include "engine/file_sizer.h"
 #include "platform/main_queue.h"
@@ -63,7 +62,8 @@ std::string collectorSummary(CVDuplicatesController& results, bool toTrash, std:
             continue;
         out += CVMetaGroup::stringType(group->metaGroupType()) + ", " + sizeText(group->size()) + " each:\n";
         for (const auto& file : files)
-            out += std::string(file->needToRemove() ? "  goes:  " : "  stays: ") + fileLine(file->path()) + "\n";
+            out +=
+                std::string(file->needToRemove() ? "  goes:  " : "  stays: ") + fileLine(file->path()) + "\n";
     }
     out += plainSpaces(formatf(localized("TextFieldString_DuplicatesAmountAndSize"), stringWithSize(size),
                                static_cast<unsigned long>(count))) +
@@ -80,8 +80,8 @@ bool confirmed(const std::string& question) {
     return !answer.empty() && (answer[0] == 'y' || answer[0] == 'Y');
 }
 
-void writeRemovalJson(JsonWriter& json, const CVRemovalPass& pass, const HVAchievementsController& achievements,
-                      bool dryRun) {
+void writeRemovalJson(JsonWriter& json, const CVRemovalPass& pass,
+                      const HVAchievementsController& achievements, bool dryRun) {
     json.key("removal");
     json.beginObject();
     json.key("mode");
@@ -183,8 +183,9 @@ std::string removalTextReport(const CVRemovalPass& pass, const HVAchievementsCon
         out += "Dry run: nothing was changed.\n";
         return out;
     }
-    out += "Removed " + std::to_string(pass.removedFiles()) + " of " + std::to_string(pass.markedFilesAtStart()) +
-           " copies, " + sizeText(pass.removedSize()) + (pass.moveToTrash() ? " moved to the Trash" : " deleted");
+    out += "Removed " + std::to_string(pass.removedFiles()) + " of " +
+           std::to_string(pass.markedFilesAtStart()) + " copies, " + sizeText(pass.removedSize()) +
+           (pass.moveToTrash() ? " moved to the Trash" : " deleted");
     if (pass.errorFilesCount() > 0)
         out += "; " + std::to_string(pass.errorFilesCount()) + " could not be removed (" +
                sizeText(pass.failedSize()) + ")";
@@ -227,8 +228,7 @@ bool selectListedCopies(CVDuplicatesController& results, const std::string& list
     for (const auto& [group, files] : listed) {
         std::size_t marked = 0;
         for (const auto& member : group->files())
-            if (member->needToRemove() ||
-                std::find(files.begin(), files.end(), member) != files.end())
+            if (member->needToRemove() || std::find(files.begin(), files.end(), member) != files.end())
                 ++marked;
         if (marked < group->files().size())
             continue;
@@ -269,8 +269,8 @@ int removeMarkedCopies(CVDuplicatesController& results, const std::vector<std::s
     passOptions.dryRun = options.dryRun;
     passOptions.tickPacing = false;
     passOptions.scanRoots = roots;
-    CVRemovalPass pass({results, defaults, CVPreferences::sharedInstance(), CVIgnoreList::sharedIgnoreList(), trash,
-                        driver, statistics, achievements, view},
+    CVRemovalPass pass({results, defaults, CVPreferences::sharedInstance(), CVIgnoreList::sharedIgnoreList(),
+                        trash, driver, statistics, achievements, view},
                        passOptions);
 
     const bool toTrash = pass.moveToTrash();
@@ -281,13 +281,15 @@ int removeMarkedCopies(CVDuplicatesController& results, const std::vector<std::s
         std::fflush(summaryStream);
         if (!options.yes) {
             if (!::isatty(STDIN_FILENO)) {
-                std::cerr << "corvel: not on a terminal: add --yes to remove the copies; nothing was removed\n";
+                std::cerr
+                    << "corvel: not on a terminal: add --yes to remove the copies; nothing was removed\n";
                 return 2;
             }
             const std::string size = plainSpaces(stringWithSize(pass.size()));
-            const std::string question =
-                toTrash ? formatf("Move %lu copies (%@) to the Trash?", static_cast<unsigned long>(pass.count()), size)
-                        : formatf("Delete %lu copies (%@) permanently?", static_cast<unsigned long>(pass.count()), size);
+            const std::string question = toTrash ? formatf("Move %lu copies (%@) to the Trash?",
+                                                           static_cast<unsigned long>(pass.count()), size)
+                                                 : formatf("Delete %lu copies (%@) permanently?",
+                                                           static_cast<unsigned long>(pass.count()), size);
             if (!confirmed(question)) {
                 std::cerr << "corvel: nothing was removed\n";
                 return 2;
@@ -310,8 +312,9 @@ int removeMarkedCopies(CVDuplicatesController& results, const std::vector<std::s
     queue.drain();
 
     if (options.json) {
-        writeJsonReport(roots, results, stdout,
-                        [&](JsonWriter& json) { writeRemovalJson(json, pass, achievements, options.dryRun); });
+        writeJsonReport(roots, results, stdout, [&](JsonWriter& json) {
+            writeRemovalJson(json, pass, achievements, options.dryRun);
+        });
     } else {
         const std::string report = removalTextReport(pass, achievements, options.dryRun);
         std::fwrite(report.data(), 1, report.size(), stdout);

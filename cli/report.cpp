@@ -4,6 +4,7 @@
 #include "engine/folder.h"
 #include "results/duplicates_controller.h"
 #include "results/meta_group.h"
+#include "summary.h"
 
 namespace corvel::cli {
 
@@ -110,14 +111,21 @@ void writeJsonReport(const std::vector<std::string>& roots, CVDuplicatesControll
         json.flushTo(out);
     }
     json.endArray();
+    const ResultsSummary summary = summarise(results);
     json.key("summary");
     json.beginObject();
     json.key("groups");
-    json.value(static_cast<std::uint64_t>(groups.size()));
+    json.value(summary.groups);
     json.key("files");
-    json.value(results.mainMetaGroup()->filesCount());
+    json.value(summary.files);
     json.key("size");
-    json.value(results.size());
+    json.value(summary.size);
+    json.key("reclaimable");
+    json.value(summary.reclaimable);
+    json.key("selectedFiles");
+    json.value(summary.selectedFiles);
+    json.key("selectedSize");
+    json.value(summary.selected);
     json.endObject();
     if (extra)
         extra(json);
@@ -133,18 +141,25 @@ std::string textReport(CVDuplicatesController& results) {
         out += CVMetaGroup::stringType(group->metaGroupType()) + ": " +
                std::to_string(group->childrenCount()) + " copies of " + sizeText(group->size()) +
                (group->isVerified() ? "" : "  (compared by samples; --verify confirms)") + "\n";
-        for (const auto& file : group->files())
-            out += "  " + escapedForTerminal(file->path()) + (file->needToRemove() ? "  (selected)" : "") +
-                   (file->removeForbidden() ? "  (cannot be removed)" : "") + "\n";
+        const std::vector<bool> links = hardLinksOfEarlierMembers(*group);
+        const auto& files = group->files();
+        for (std::size_t i = 0; i < files.size(); ++i)
+            out += "  " + escapedForTerminal(files[i]->path()) +
+                   (files[i]->needToRemove() ? "  (selected)" : "") +
+                   (files[i]->removeForbidden() ? "  (cannot be removed)" : "") +
+                   (links[i] ? "  (hard link: the same file as one above)" : "") + "\n";
         out += "\n";
     }
     if (groups.empty())
-        out += "No duplicates found.\n";
-    else
-        out += std::to_string(groups.size()) + (groups.size() == 1 ? " group, " : " groups, ") +
-               std::to_string(results.mainMetaGroup()->filesCount()) + " files, " + sizeText(results.size()) +
-               " on disk in duplicates\n";
-    return out;
+        return out + "No duplicates found.\n";
+    const ResultsSummary summary = summarise(results);
+    out += std::to_string(summary.groups) + (summary.groups == 1 ? " group, " : " groups, ") +
+           std::to_string(summary.files) + " files, " + sizeText(summary.size) + " on disk in duplicates, " +
+           sizeText(summary.reclaimable) + " reclaimable";
+    if (summary.selectedFiles > 0)
+        out += ", " + sizeText(summary.selected) + " selected (" + std::to_string(summary.selectedFiles) +
+               (summary.selectedFiles == 1 ? " copy)" : " copies)");
+    return out + "\n";
 }
 
 } // namespace corvel::cli

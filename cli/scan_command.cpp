@@ -1,30 +1,31 @@
 #include "scan_command.h"
 
-#include <signal.h>
-#include <stdlib.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <iostream>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
 
 #include "engine/file_sizer.h"
 #include "json_writer.h"
 #include "plan_reader.h"
-#include "report.h"
 #include "platform/main_queue.h"
 #include "platform/notification_center.h"
 #include "platform/system_log.h"
-#include "results/meta_group.h"
 #include "platform/user_defaults.h"
 #include "removal/statistics_controller.h"
+#include "report.h"
+#include "results/meta_group.h"
 #include "scan/duplicates_locator.h"
 #include "scan/group_verifier.h"
 #include "selection/selecting_controller.h"
 #include "settings/ignore_list.h"
+#include "settings/preferences.h"
 #include "stats_command.h"
 
 namespace corvel::cli {
@@ -33,7 +34,9 @@ namespace {
 
 std::atomic<bool> g_interrupted{false};
 
-void onInterrupt(int) { g_interrupted = true; }
+void onInterrupt(int) {
+    g_interrupted = true;
+}
 
 const char* refusalReason(std::int64_t verdict) {
     switch (verdict) {
@@ -60,7 +63,8 @@ const char* refusalReason(std::int64_t verdict) {
 class StderrDisplay : public CVSelectingControllerDisplay {
 public:
     void shouldIncSelectedSize(std::int64_t, std::int64_t) override {}
-    void shouldIncSelectedSize(std::int64_t, std::int64_t, const std::string& warning, const std::string& details) override {
+    void shouldIncSelectedSize(std::int64_t, std::int64_t, const std::string& warning,
+                               const std::string& details) override {
         if (!warning.empty())
             std::cerr << warning << "\n";
         std::cerr << details << "\n";
@@ -77,22 +81,29 @@ std::shared_ptr<CVDuplicatesController> verifiedResults(CVDuplicatesController& 
     for (const auto& problem : verification.problems)
         std::cerr << "corvel: --verify: " << problem << "\n";
     if (!quiet && (verification.split > 0 || verification.dropped > 0))
-        std::cerr << "corvel: --verify: " << verification.split << " groups split and " << verification.dropped
-                  << " dropped: their copies differ beyond the compared samples\n";
+        std::cerr << "corvel: --verify: " << verification.split << " groups split and "
+                  << verification.dropped << " dropped: their copies differ beyond the compared samples\n";
     return verified;
 }
 
-// Names the folders the walk could not read completely (never offered as folder
-// duplicates), at most kIncompleteFoldersShown of them, then how many more there are.
-constexpr std::size_t kIncompleteFoldersShown = 20;
+// Names what the walk could not read (those folders are never offered as folder
+// duplicates), at most kUnreadShown of them, then how many more there are.
+constexpr std::size_t kUnreadShown = 20;
 
-void reportIncompleteFolders(const std::vector<IncompleteFolder>& folders) {
-    for (std::size_t i = 0; i < folders.size() && i < kIncompleteFoldersShown; ++i)
-        std::cerr << "corvel: cannot read " << folders[i].path << " completely: " << folders[i].reason
-                  << "\n";
-    if (folders.size() > kIncompleteFoldersShown)
-        std::cerr << "corvel: and " << folders.size() - kIncompleteFoldersShown
-                  << " more folders could not be read completely\n";
+void reportUnreadFolders(const std::vector<IncompleteFolder>& folders) {
+    for (std::size_t i = 0; i < folders.size() && i < kUnreadShown; ++i)
+        std::cerr << "corvel: cannot read " << escapedForTerminal(folders[i].path) << ": "
+                  << folders[i].reason << "\n";
+    if (folders.size() > kUnreadShown)
+        std::cerr << "corvel: and " << folders.size() - kUnreadShown << " more could not be read\n";
+}
+
+// Whether no root could be listed at all: nothing was scanned.
+bool noRootWasRead(const std::vector<std::string>& roots, const std::vector<IncompleteFolder>& folders) {
+    return std::all_of(roots.begin(), roots.end(), [&](const std::string& root) {
+        return std::any_of(folders.begin(), folders.end(),
+                           [&](const IncompleteFolder& f) { return f.unlisted && f.path == root; });
+    });
 }
 
 // Runs the automatic selection on every group, as the results' select-all does.
@@ -131,26 +142,34 @@ int runScan(const ScanOptions& options) {
     std::int64_t refusedVerdict = -1;
     bool failed = false;
     const bool showProgress = !options.quiet && ::isatty(STDERR_FILENO);
-    ScopedObserver system(center, center.addObserver(kDroppedFilesAreSystemNotification, nullptr, [&](const Notification& n) {
-        refusedPath = n.userInfo.count("path") ? n.userInfo.at("path").toString() : std::string();
-        refusedVerdict = n.userInfo.count("verdict") ? n.userInfo.at("verdict").toInt64() : -1;
-    }));
-    ScopedObserver ignored(center, center.addObserver(kDroppedFilesAreIgnoredNotification, nullptr, [&](const Notification& n) {
-        refusedPath = n.userInfo.count("path") ? n.userInfo.at("path").toString() : std::string();
-        refusedVerdict = n.userInfo.count("verdict") ? n.userInfo.at("verdict").toInt64() : -1;
-    }));
+    ScopedObserver system(
+        center, center.addObserver(kDroppedFilesAreSystemNotification, nullptr, [&](const Notification& n) {
+            refusedPath = n.userInfo.count("path") ? n.userInfo.at("path").toString() : std::string();
+            refusedVerdict = n.userInfo.count("verdict") ? n.userInfo.at("verdict").toInt64() : -1;
+        }));
+    ScopedObserver ignored(
+        center, center.addObserver(kDroppedFilesAreIgnoredNotification, nullptr, [&](const Notification& n) {
+            refusedPath = n.userInfo.count("path") ? n.userInfo.at("path").toString() : std::string();
+            refusedVerdict = n.userInfo.count("verdict") ? n.userInfo.at("verdict").toInt64() : -1;
+        }));
     ScopedObserver error(center, center.addObserver(kErrorOccuredWhileScanningNotification, nullptr,
                                                     [&](const Notification&) { failed = true; }));
-    ScopedObserver progress(center, center.addObserver(kProgressUpdatedNotification, nullptr, [&](const Notification& n) {
-        if (showProgress)
-            std::fprintf(stderr, "\rComparing files… %3.0f%%", std::min(100.0, n.object.toDouble()));
-    }));
+    ScopedObserver progress(
+        center, center.addObserver(kProgressUpdatedNotification, nullptr, [&](const Notification& n) {
+            if (showProgress)
+                std::fprintf(stderr, "\rComparing files… %3.0f%%", std::min(100.0, n.object.toDouble()));
+        }));
 
     // Kept alive to the end of the process: the command ends right after printing, and
     // tearing down the scanned tree would only cost time.
     CVDuplicatesLocator& locator = *new CVDuplicatesLocator();
     locator.setProgressPauses(false);
     locator.setMinimumSizeOverride(options.minSize);
+    locator.setMaximumSizeOverride(options.maxSize);
+    if (options.minSize && options.maxSize && *options.minSize > *options.maxSize) {
+        std::cerr << "corvel: --min-size is larger than --max-size: nothing could be compared\n";
+        return kExitUsage;
+    }
     if (showProgress)
         std::fprintf(stderr, "Scanning %zu folder%s…", roots.size(), roots.size() == 1 ? "" : "s");
 
@@ -174,11 +193,18 @@ int runScan(const ScanOptions& options) {
         std::cerr << "corvel: cannot scan " << refusedPath << ": " << refusalReason(refusedVerdict) << "\n";
         return kExitRefused;
     }
-    if (const auto hierarchy = locator.hierarchy())
-        reportIncompleteFolders(hierarchy->incompleteFolders());
+    if (const auto hierarchy = locator.hierarchy()) {
+        reportUnreadFolders(hierarchy->incompleteFolders());
+        if (!g_interrupted && noRootWasRead(roots, hierarchy->incompleteFolders())) {
+            std::cerr << (roots.size() == 1 ? "corvel: the folder could not be read\n"
+                                            : "corvel: none of the folders could be read\n");
+            return kExitFailure;
+        }
+    }
     const auto scanned = locator.duplicatesController();
     if (failed || !scanned) {
-        std::cerr << (g_interrupted ? "corvel: scan interrupted\n" : "corvel: none of the folders could be scanned\n");
+        std::cerr << (g_interrupted ? "corvel: scan interrupted\n"
+                                    : "corvel: none of the folders could be scanned\n");
         return kExitFailure;
     }
     if (g_interrupted) {
@@ -213,6 +239,11 @@ int runScan(const ScanOptions& options) {
         const std::string report = textReport(*results);
         std::fwrite(report.data(), 1, report.size(), stdout);
     }
+    if (!options.minSize && !CVPreferences::sharedInstance().overrideMinSizeDefining() &&
+        locator.smallerSizesSkipped())
+        std::cerr << "corvel: below " << sizeText(kAutomaticMinimumScanSize)
+                  << " only the largest groups were looked for (automatic minimum size); --min-size 1 "
+                     "compares every size\n";
     if (!options.exportFile.empty()) {
         CVError exportError;
         if (!results->exportSelectedDupesToPath(options.exportFile, &exportError)) {

@@ -14,12 +14,13 @@ struct ScanOptions {
     std::vector<std::string> paths;
     bool json = false;
     std::optional<std::uint64_t> minSize;
+    std::optional<std::uint64_t> maxSize;
     bool autoselect = false;
     std::string exportFile;
     bool quiet = false;
     bool verbose = false;
-    bool verify = false;        // confirm groups compared on samples byte for byte
-    std::string selectFile;     // mark the copies listed in the file
+    bool verify = false;    // confirm groups compared on samples byte for byte
+    std::string selectFile; // mark the copies listed in the file
     bool allowAllCopies = false;
     RemovalOptions removal;
 };

@@ -275,7 +275,11 @@ void CVDuplicatesLocator::locateDuplicatesInDictionary(SizeGroups& groups) {
         minimumSize = kAutomaticMinimumScanSize;
         topCount = m_services.preferences.topFilesCount();
     }
-    std::erase_if(groups, [](const auto& entry) { return entry.second.size() == 1; });
+    const std::optional<std::uint64_t> maximumSize = m_maximumSizeOverride;
+    std::erase_if(groups, [&](const auto& entry) {
+        return entry.second.size() == 1 || (maximumSize && entry.first > *maximumSize);
+    });
+    m_smallerSizesSkipped = false;
     std::uint64_t useful = 0;
     const std::vector<std::uint64_t> keys = sizesLargestFirst(groups);
     for (const std::uint64_t size : keys)
@@ -305,9 +309,10 @@ void CVDuplicatesLocator::locateDuplicatesInDictionary(SizeGroups& groups) {
                 if (topCount != 0)
                     topCount -= found.size(); // wraps on purpose: then every size is searched
             }
-        } else if (k < m_queuedUpTo) {
-            // No more groups are wanted: the sizes read ahead are not searched.
-            m_reader->clear();
+        } else {
+            m_smallerSizesSkipped = true;
+            if (k < m_queuedUpTo) // no more groups are wanted: the sizes read ahead are not searched
+                m_reader->clear();
         }
         groups.erase(size);
         if (state() == 0) {

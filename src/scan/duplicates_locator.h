@@ -89,6 +89,11 @@ public:
     // A hard minimum size for this scan (as "OverrideMinSize" on with that minimum),
     // without touching the stored preferences; nothing restores the preferences' rule.
     void setMinimumSizeOverride(std::optional<std::uint64_t> bytes) { m_minimumSizeOverride = bytes; }
+    // Files and folders larger than this are not compared in this scan; nothing: no limit.
+    void setMaximumSizeOverride(std::optional<std::uint64_t> bytes) { m_maximumSizeOverride = bytes; }
+    // Whether the last scan left sizes below its minimum unsearched: with the automatic
+    // minimum, those the rule of the largest groups cut off (read after the scan ended).
+    bool smallerSizesSkipped() const { return m_smallerSizesSkipped; }
     // The pauses that let a progress bar show its last steps; off for the command line.
     void setProgressPauses(bool enabled) { m_progressPauses = enabled; }
 
@@ -145,6 +150,8 @@ private:
     std::atomic<double> m_progress{0};
     double m_progressDelta = 0;
     std::optional<std::uint64_t> m_minimumSizeOverride;
+    std::optional<std::uint64_t> m_maximumSizeOverride;
+    bool m_smallerSizesSkipped = false;
     bool m_progressPauses = true;
     std::unique_ptr<SizeGroupReader> m_reader;
     mutable std::unordered_map<const CVFolder*, FolderRemovalAccess> m_folderAccess;

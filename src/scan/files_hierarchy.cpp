@@ -268,13 +268,15 @@ void CVFilesHierarchy::buildHierarchyForPath(const CVScanPath& root) {
 // candidates.
 void CVFilesHierarchy::noteIncomplete(Walk& walk, const WalkEntry& entry, const std::string& reason) {
     if (walk.stack.empty()) {
-        m_incompleteFolders.push_back({std::string(entry.path), reason});
+        m_incompleteFolders.push_back({std::string(entry.path), reason, true});
         return;
     }
     Walk::Open& current = walk.stack.back();
     if (!current.reported) {
         current.reported = true;
-        m_incompleteFolders.push_back({current.folder->path(), reason});
+        std::string path = current.folder->path();
+        const bool unlisted = entry.kind == WalkEntry::Failure && path == entry.path;
+        m_incompleteFolders.push_back({std::move(path), reason, unlisted});
     }
     walk.markOpenFoldersIncomplete();
 }

@@ -36,6 +36,7 @@ inline constexpr const char* kDroppedFilesAreIgnoredNotification = "com.halvik.C
 struct IncompleteFolder {
     std::string path;
     std::string reason;
+    bool unlisted = false; // the folder itself could not be read, not only something inside it
 };
 
 // Nodes of equal size, by size (no order: the locator sorts the sizes it searches).

@@ -1,5 +1,6 @@
 // End-to-end: the real corvel binary on trees built here, read through its JSON.
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
@@ -15,6 +16,7 @@
 #include "json_writer.h"
 #include "platform/file_io.h"
 #include "platform/property_list.h"
+#include "report.h"
 #include "support/other_user.h"
 #include "support/temp_tree.h"
 
@@ -158,10 +160,10 @@ TEST_F(CorvelScan, FoldersNotReadCompletelyAreNamedOnceAndMakeNoFolderGroup) {
     for (std::size_t at = 0, end; (end = run.err.find('\n', at)) != std::string::npos; at = end + 1)
         lines.push_back(run.err.substr(at, end - at));
     ASSERT_EQ(lines.size(), 21u) << run.err;
-    EXPECT_EQ(lines[0], "corvel: cannot read " + (tree / "A/part") + " completely: Permission denied");
-    EXPECT_EQ(lines[1], "corvel: cannot read " + (tree / "B/part") + " completely: Permission denied");
-    EXPECT_EQ(lines[19], "corvel: cannot read " + (tree / "C/l117") + " completely: Permission denied");
-    EXPECT_EQ(lines[20], "corvel: and 3 more folders could not be read completely");
+    EXPECT_EQ(lines[0], "corvel: cannot read " + (tree / "A/part") + ": Permission denied");
+    EXPECT_EQ(lines[1], "corvel: cannot read " + (tree / "B/part") + ": Permission denied");
+    EXPECT_EQ(lines[19], "corvel: cannot read " + (tree / "C/l117") + ": Permission denied");
+    EXPECT_EQ(lines[20], "corvel: and 3 more could not be read");
 }
 
 TEST_F(CorvelScan, FolderGroupsAreExactAndTheSameOnEveryRun) {
@@ -538,6 +540,137 @@ TEST_F(CorvelSettingsFile, AWrongTypedRemovalSettingIsReportedAndTheDefaultUsed)
     PropertyValue file;
     ASSERT_TRUE(readPropertyListFile(path, file, nullptr));
     EXPECT_EQ(file["MoveIntoTrash"].toString(), "NO") << "the user's value is kept";
+}
+
+// The sizes of the groups found, smallest first.
+std::vector<std::uint64_t> groupSizes(const std::string& json) {
+    std::vector<std::uint64_t> sizes;
+    const auto doc = nlohmann::json::parse(json);
+    for (const auto& group : doc["groups"])
+        sizes.push_back(group["files"][0]["size"].get<std::uint64_t>());
+    std::sort(sizes.begin(), sizes.end());
+    return sizes;
+}
+
+TEST_F(CorvelScan, SizesTakeSuffixesAndBadSizesAreUsageErrors) {
+    for (const std::uint64_t size : {2000u, 60000u, 200000u})
+        for (const char* side : {"a", "b"})
+            tree.file(std::string(side) + "/" + std::to_string(size) + ".bin", std::string(size, 'z'));
+    tree.file("a/only.txt", "keeps the folders apart");
+    struct Case {
+        std::string options;
+        std::vector<std::uint64_t> sizes;
+    };
+    for (const Case& c :
+         {Case{"--min-size 50k", {60000, 200000}}, Case{"--min-size 100KiB", {200000}},
+          Case{"--min-size 1 --max-size 60k", {2000, 60000}}, Case{"--min-size 1 --max-size 1999", {}},
+          Case{"--min-size 1M", {}}, Case{"--max-size 200000", {2000, 60000, 200000}}}) {
+        const Outcome run =
+            corvel("scan --json " + c.options + " " + settings() + " " + quoted(tree.path()), home);
+        ASSERT_EQ(run.status, 0) << c.options << "\n" << run.err;
+        EXPECT_EQ(groupSizes(run.out), c.sizes) << c.options << "\n" << run.out.substr(0, 600);
+    }
+    for (const std::string bad : {"--min-size -5", "--min-size=-1k", "--max-size abc", "--min-size 1.5k",
+                                  "--min-size 99999999999999999999G", "--min-size 20000000000000000000000",
+                                  "--min-size 10 --max-size 5", "--max-size", "--min-size 0.2M"}) {
+        const Outcome run = corvel("scan " + bad + " " + settings() + " " + quoted(tree.path()), home);
+        EXPECT_EQ(run.status, 2) << bad << "\n" << run.out << run.err;
+        EXPECT_NE(run.err.find("size"), std::string::npos) << bad << "\n" << run.err;
+        EXPECT_EQ(run.out, "") << bad;
+    }
+}
+
+TEST_F(CorvelScan, AFolderThatCannotBeReadLeavesNothingToScanAndFails) {
+    tree.file("open/x.bin", std::string(60000, 'x'));
+    tree.file("open/y.bin", std::string(60000, 'x'));
+    tree.file("closed/x.bin", std::string(60000, 'x'));
+    ::chmod((tree / "closed").c_str(), 0700);
+    test::openToAnotherUser(home.path());
+    test::openToAnotherUser(tree.path());
+    test::openToAnotherUser(tree / "open");
+    const Outcome closed = corvelWith("", "scan " + settings() + " " + quoted(tree / "closed"), home, true);
+    EXPECT_EQ(closed.status, 1) << closed.out << closed.err;
+    EXPECT_EQ(closed.err, "corvel: cannot read " + (tree / "closed") +
+                              ": Permission denied\ncorvel: the folder could not be read\n");
+    EXPECT_EQ(closed.out, "");
+    // With another folder that can be read, the scan goes on and says what it missed.
+    const Outcome both = corvelWith(
+        "", "scan " + settings() + " " + quoted(tree / "closed") + " " + quoted(tree / "open"), home, true);
+    EXPECT_EQ(both.status, 0) << both.err;
+    EXPECT_EQ(both.err, "corvel: cannot read " + (tree / "closed") + ": Permission denied\n");
+    EXPECT_NE(both.out.find(tree / "open/y.bin"), std::string::npos) << both.out;
+}
+
+TEST_F(CorvelScan, SummarySaysWhatCanBeFreedAndMarksHardLinks) {
+    const std::string big = tree.file("a/big.bin", std::string(70000, 'b'));
+    ASSERT_EQ(::link(big.c_str(), (tree / "a/big-link.bin").c_str()), 0);
+    tree.file("b/big.bin", std::string(70000, 'b'));
+    tree.file("c/big.bin", std::string(70000, 'b'));
+    tree.file("a/small.txt", std::string(100, 's'));
+    tree.file("b/small.txt", std::string(100, 's'));
+    const Outcome json = corvel("scan --json --min-size 1 " + settings() + " " + quoted(tree.path()), home);
+    ASSERT_EQ(json.status, 0) << json.err;
+    const auto doc = nlohmann::json::parse(json.out);
+    std::uint64_t expected = 0;
+    std::uint64_t bigPerCopy = 0;
+    for (const auto& group : doc["groups"]) {
+        std::uint64_t perCopy = 0;
+        for (const auto& file : group["files"])
+            perCopy = std::max(perCopy, file["sizeOnDisk"].get<std::uint64_t>());
+        // Four names of the big file are three files: two can go; of the small one, one.
+        const bool fourNames = group["files"].size() == 4;
+        expected += perCopy * (fourNames ? 2 : 1);
+        bigPerCopy = fourNames ? perCopy : bigPerCopy;
+    }
+    ASSERT_EQ(doc["groups"].size(), 2u);
+    EXPECT_GT(expected, 140000u);
+    EXPECT_EQ(doc["summary"]["reclaimable"], expected);
+    EXPECT_EQ(doc["summary"]["selectedFiles"], 0);
+
+    const Outcome text = corvel("scan --min-size 1 " + settings() + " " + quoted(tree.path()), home);
+    std::size_t marked = 0;
+    for (std::size_t at = 0;
+         (at = text.out.find("(hard link: the same file as one above)", at)) != std::string::npos; ++at)
+        ++marked;
+    EXPECT_EQ(marked, 1u) << text.out;
+    const std::string line = text.out.substr(text.out.rfind("\n", text.out.size() - 2) + 1);
+    EXPECT_EQ(line, "2 groups, 6 files, " + cli::sizeText(doc["summary"]["size"].get<std::uint64_t>()) +
+                        " on disk in duplicates, " + cli::sizeText(expected) + " reclaimable\n");
+    const std::string list = home.file("chosen.txt", tree / "c/big.bin" + "\n");
+    const Outcome chosen = corvel(
+        "scan --select " + quoted(list) + " --min-size 1 " + settings() + " " + quoted(tree.path()), home);
+    EXPECT_NE(chosen.out.find(", " + cli::sizeText(bigPerCopy) + " selected (1 copy)\n"), std::string::npos)
+        << chosen.out;
+}
+
+TEST_F(CorvelScan, AutomaticMinimumSaysWhenSmallerSizesWereLeft) {
+    // 101 pairs of small files of different sizes: the automatic rule looks for the 100
+    // largest groups below 50 kB and leaves the last one.
+    for (int i = 0; i < 101; ++i)
+        for (const char* side : {"a", "b"})
+            tree.file(std::string(side) + "/" + std::to_string(i) + ".txt", std::string(1000 + i, 'q'));
+    tree.file("a/only.txt", "keeps the folders apart");
+    const std::string note = "--min-size 1 compares every size";
+    const Outcome automatic = corvel("scan --json " + settings() + " " + quoted(tree.path()), home);
+    ASSERT_EQ(automatic.status, 0) << automatic.err;
+    EXPECT_EQ(nlohmann::json::parse(automatic.out)["groups"].size(), 100u);
+    EXPECT_NE(automatic.err.find(note), std::string::npos) << automatic.err;
+    const Outcome every = corvel("scan --json --min-size 1 " + settings() + " " + quoted(tree.path()), home);
+    EXPECT_EQ(nlohmann::json::parse(every.out)["groups"].size(), 101u);
+    EXPECT_EQ(every.err.find(note), std::string::npos) << every.err;
+}
+
+TEST_F(CorvelScan, HelpNamesItsPlaceholdersExitStatusesAndExamples) {
+    const Outcome top = corvel("--help", home);
+    EXPECT_EQ(top.status, 0);
+    for (const char* text :
+         {"Exit status:", "  3  a folder refused", "Examples:", "corvel scan --autoselect"})
+        EXPECT_NE(top.out.find(text), std::string::npos) << text << "\n" << top.out;
+    const Outcome scan = corvel("scan --help", home);
+    for (const char* text : {"paths PATH", "--min-size SIZE", "--max-size SIZE", "--export FILE",
+                             "--settings FILE", "--select FILE", "500k = 500,000 bytes"})
+        EXPECT_NE(scan.out.find(text), std::string::npos) << text << "\n" << scan.out;
+    EXPECT_NE(corvel("remove --help", home).out.find("PLAN.json"), std::string::npos);
 }
 
 } // namespace
