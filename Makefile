@@ -4,7 +4,7 @@ BUILD      ?= build
 JOBS       ?= 2
 CMAKE_ARGS ?=
 
-.PHONY: build deps configure test scan gui format lint test-asan test-tsan bench fuzz clean
+.PHONY: build deps configure test scan gui install format lint test-asan test-tsan bench fuzz clean
 
 build: configure
 	cmake --build $(BUILD) -j$(JOBS)
@@ -31,6 +31,12 @@ ifeq ($(DIR),)
 else
 	$(BUILD)/bin/corvel scan "$(DIR)"
 endif
+
+# Installs under PREFIX (default /usr/local; DESTDIR is honoured): bin/corvel,
+# share/corvel, and the scan reminder's systemd user timer and autostart entry.
+PREFIX ?= /usr/local
+install: build
+	cmake --install $(BUILD) --prefix $(PREFIX)
 
 gui: build
 	@if [ -x $(BUILD)/bin/corvel-gui ]; then $(BUILD)/bin/corvel-gui; \

@@ -1,6 +1,7 @@
 // corvel: the command line. "corvel scan [options] PATH..." finds duplicates and
 // prints them as text or JSON; see scan_command.h for the exit statuses. "corvel stats"
-// prints the statistics kept in the settings.
+// prints the statistics kept in the settings; "corvel remind" shows or sets the scan
+// reminder (remind_command.h).
 
 #include <CLI/CLI.hpp>
 #include <charconv>
@@ -10,9 +11,12 @@
 #include <iostream>
 
 #include "platform/app_info.h"
+#include "platform/resources.h"
 #include "platform/system_log.h"
 #include "platform/user_defaults.h"
+#include "remind_command.h"
 #include "scan_command.h"
+#include "settings/schedule_period.h"
 #include "stats_command.h"
 
 int main(int argc, char** argv) {
@@ -144,6 +148,33 @@ Examples:
     scan->footer("Sizes: a number of bytes with an optional suffix: k, M, G, T (powers of 1000) or\n"
                  "KiB, MiB, GiB, TiB (powers of 1024); 500k = 500,000 bytes.");
 
+    cli::RemindOptions remindOptions;
+    CLI::App* remind = app.add_subcommand(
+        "remind", "show the scan reminder when it is due; set its period or show its state");
+    std::vector<std::string> periods;
+    for (std::uint64_t option = 0; option < CVSchedulePeriod::kOptionCount; ++option)
+        periods.emplace_back(CVSchedulePeriod(option).name());
+    auto* every = remind->add_option("--every", remindOptions.every,
+                                     "remind every PERIOD (" + cli::periodNames(", ") +
+                                         "): store it as the setting \"SchedulerInterval\" and re-arm the "
+                                         "reminder one period from now; never turns reminders off");
+    every->type_name("PERIOD")->check(CLI::IsMember(periods));
+    auto* remindStatus = remind->add_flag(
+        "--status", remindOptions.status,
+        "print the period, the next reminder, whether an autostart entry or a systemd timer delivers it, "
+        "and whether a desktop notification service is reachable");
+    remind->add_flag("--json", remindOptions.json, "with --status: one JSON document on stdout")
+        ->needs(remindStatus);
+    every->excludes(remindStatus);
+    remind->add_option("--settings", remindOptions.settings,
+                       "use FILE as the settings store (--every writes the period there)");
+    remind->footer("Without options, shows the reminder as a desktop notification when it is due and does "
+                   "nothing otherwise. A finished \"corvel scan\" re-arms it one period ahead. To have it "
+                   "shown while Corvel is not running, turn on one of the two deliveries \"make install\" "
+                   "installs:\n  systemctl --user enable --now corvel-remind.timer\n"
+                   "  mkdir -p ~/.config/autostart && cp " +
+                   resourcePath("autostart/corvel-remind.desktop") + " ~/.config/autostart/");
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& e) {
@@ -157,6 +188,9 @@ Examples:
     setUserWarningPresenter([](const std::string& line) { std::cerr << "corvel: " << line << "\n"; });
     if (stats->parsed())
         return cli::runStats(statsOptions);
+    const bool reminding = remind->parsed();
+    if (reminding && remindOptions.status)
+        return cli::runRemind(remindOptions);
     const bool removing = removeCommand->parsed();
     cli::RemovalOptions& removal = removing ? removeOptions.removal : options.removal;
     const RemovalFlags& flags = removing ? removeFlags : scanFlags;
@@ -164,7 +198,9 @@ Examples:
         removal.trash = flags.trash;
     if (flags.removeEmpty || flags.keepEmpty)
         removal.removeEmptyFolders = flags.removeEmpty;
-    if (removing) {
+    if (reminding) {
+        settings = remindOptions.settings;
+    } else if (removing) {
         removal.remove = true;
         settings = removeSettings;
     } else {
@@ -182,7 +218,9 @@ Examples:
                   << "); it was left as it is\n";
         return cli::kExitUsage;
     }
-    const int status = removing ? cli::runRemove(removeOptions) : cli::runScan(options);
+    const int status = reminding  ? cli::runRemind(remindOptions)
+                       : removing ? cli::runRemove(removeOptions)
+                                  : cli::runScan(options);
     CVError error;
     // A dry run leaves the settings file as it was.
     if (!removal.dryRun && !store.isReadOnly() && !store.synchronize(&error))

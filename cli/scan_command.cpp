@@ -14,6 +14,7 @@
 #include "engine/file_sizer.h"
 #include "json_writer.h"
 #include "plan_reader.h"
+#include "remind_command.h"
 #include "platform/main_queue.h"
 #include "platform/notification_center.h"
 #include "platform/system_log.h"
@@ -214,9 +215,11 @@ int runScan(const ScanOptions& options) {
     std::shared_ptr<CVDuplicatesController> results = scanned;
     if (options.verify)
         results = verifiedResults(*scanned, options.quiet);
-    // A dry run changes nothing, the statistics included.
-    if (!options.removal.dryRun)
+    // A dry run changes nothing, the statistics and the reminder included.
+    if (!options.removal.dryRun) {
         recordScanStatistics(CVStatisticsController::sharedInstance(), roots.size(), *results);
+        rearmReminderAfterScan();
+    }
     if (options.autoselect)
         autoselectAll(*results);
     if (!options.selectFile.empty()) {

@@ -87,6 +87,12 @@ std::vector<std::string> removeStaleTemporaries(const std::string& path, std::ch
 // could be lost. A folder, a dangling link or anything else is an error.
 bool saveFile(const std::string& path, std::string_view bytes, CVError* error);
 
+// Renames a damaged file beside itself to "<path>.corrupt-YYYYMMDD-HHMMSS" (local time;
+// "-2", "-3" … after one of the same second), never over an existing name
+// (renameat2 with RENAME_NOREPLACE). Answers the new path, or empty with errno set when
+// the file could not be renamed.
+std::string setAsideDamagedFile(const std::string& path);
+
 // Creates the folder and its missing parents (mode 0700 for new ones). True when the folder exists after.
 bool makeDirectories(const std::string& path, CVError* error);
 

@@ -32,45 +32,6 @@ std::string& standardPath() {
 // A temporary this old is no live writer's: a write takes milliseconds.
 constexpr std::chrono::seconds kStaleTemporaryAge{60};
 
-// "20250131-142501", local time: when a damaged file was set aside.
-std::string timestamp() {
-    const std::time_t now = std::time(nullptr);
-    std::tm local{};
-    ::localtime_r(&now, &local);
-    char text[32];
-    std::strftime(text, sizeof text, "%Y%m%d-%H%M%S", &local);
-    return text;
-}
-
-// Renames from to to unless something is there already; errno tells why not.
-bool renameWithoutReplacing(const std::string& from, const std::string& to) {
-    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
-        return true;
-    if (errno != EINVAL && errno != ENOSYS)
-        return false;
-    // File systems without the flag: check first (a race here only costs a retry's name).
-    if (pathExists(to, false)) {
-        errno = EEXIST;
-        return false;
-    }
-    return std::rename(from.c_str(), to.c_str()) == 0;
-}
-
-// Moves a damaged settings file beside itself under a timestamped name, never over an
-// earlier one. Answers the new path, or nothing.
-std::string setAsideDamagedFile(const std::string& path) {
-    const std::string base = path + ".corrupt-" + timestamp();
-    std::string target = base;
-    for (int n = 2; n < 1000; ++n) {
-        if (renameWithoutReplacing(path, target))
-            return target;
-        if (errno != EEXIST)
-            return {};
-        target = base + "-" + std::to_string(n);
-    }
-    return {};
-}
-
 const char* kindName(const PropertyValue& value) {
     switch (value.type()) {
     case PropertyValue::Type::Null:

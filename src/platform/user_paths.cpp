@@ -96,6 +96,11 @@ std::string xdgDataHome() {
     return dir.empty() ? homeDirectory() + "/.local/share" : trimTrailingSlashes(dir);
 }
 
+std::string xdgStateHome() {
+    const std::string dir = absoluteEnv("XDG_STATE_HOME");
+    return dir.empty() ? homeDirectory() + "/.local/state" : trimTrailingSlashes(dir);
+}
+
 std::string userDirectoryFromFile(UserDirectory kind, const std::string& userDirsFile,
                                   const std::string& home) {
     const DirectoryKey key = keyFor(kind);

@@ -19,6 +19,8 @@ std::string expandTilde(std::string_view path);
 std::string xdgConfigHome();
 // $XDG_DATA_HOME when absolute, otherwise ~/.local/share.
 std::string xdgDataHome();
+// $XDG_STATE_HOME when absolute, otherwise ~/.local/state.
+std::string xdgStateHome();
 
 enum class UserDirectory { Desktop, Documents, Downloads, Music, Pictures, Videos };
 

@@ -42,12 +42,16 @@
 //
 // The main thread only hears of the scan: "scanStarted" is queued for it, progress
 // goes out from the scan thread, and "scanFinished" runs on the main thread while the
-// scan thread waits, which is the scan thread's only wait on the main thread.
+// scan thread waits, which is the scan thread's only wait on the main thread. That wait
+// can be dropped (stopScan, the destructor), and the owner never waits for a scan
+// thread itself (a new scan's thread waits for the previous one), so the owner may be
+// the main thread without ever waiting for itself.
 
 #include "duplicates_locator.h"
 
 #include <algorithm>
 #include <chrono>
+#include <condition_variable>
 
 #include "engine/folder.h"
 #include "engine/node_cache.h"
@@ -97,19 +101,42 @@ CVDuplicatesLocator::CVDuplicatesLocator(Services services) : m_services(service
     m_showFilesWOPermissions = m_services.defaults.boolForKey(kShowFilesWithNoPermissionsKey);
 }
 
+struct CVDuplicatesLocator::FinishHandOff {
+    std::mutex mutex;
+    std::condition_variable condition;
+    bool dropped = false; // stopScan: the task must not run finishScan any more
+    bool running = false; // the task is in finishScan
+    bool done = false;    // the task has run finishScan
+};
+
 CVDuplicatesLocator::~CVDuplicatesLocator() {
     stopScan();
     waitForScanThread();
 }
 
+std::uint64_t CVDuplicatesLocator::newRequest() {
+    std::lock_guard lock(m_fieldsMutex);
+    return ++m_requestedScans;
+}
+
+bool CVDuplicatesLocator::isStopped(std::uint64_t request) const {
+    std::lock_guard lock(m_fieldsMutex);
+    return request <= m_stoppedThrough;
+}
+
 bool CVDuplicatesLocator::scanPaths(const std::vector<std::string>& paths) {
     if (paths.empty())
         return false;
-    waitForScanThread();
-    m_threadRunning = true;
-    m_thread = std::thread([this, paths] {
-        asyncScanPaths(paths);
-        m_threadRunning = false;
+    const std::uint64_t request = newRequest();
+    ++m_runningThreads;
+    // The previous scan's thread is waited for on the new thread, never here: the caller
+    // may be the main thread that the previous scan waits for to run its finishScan.
+    std::thread previous = std::move(m_thread);
+    m_thread = std::thread([this, paths, request, previous = std::move(previous)]() mutable {
+        if (previous.joinable())
+            previous.join();
+        runScan(paths, request);
+        --m_runningThreads;
         // Wakes a main loop that waits for the thread to end.
         MainQueue::shared().post([] {});
     });
@@ -121,24 +148,52 @@ void CVDuplicatesLocator::waitForScanThread() {
         m_thread.join();
 }
 
+bool CVDuplicatesLocator::isWaitingForMainThread() const {
+    std::shared_ptr<FinishHandOff> finish;
+    {
+        std::lock_guard lock(m_fieldsMutex);
+        finish = m_pendingFinish;
+    }
+    if (!finish)
+        return false;
+    std::lock_guard lock(finish->mutex);
+    return !finish->done && !finish->dropped;
+}
+
 void CVDuplicatesLocator::setPaths(const std::vector<std::string>& paths) {
+    std::lock_guard lock(m_fieldsMutex);
     m_pathsToScan.clear();
     for (const auto& path : paths)
         m_pathsToScan.push_back(CVScanPath{path, false});
 }
 
+std::vector<CVScanPath> CVDuplicatesLocator::pathsToScan() const {
+    std::lock_guard lock(m_fieldsMutex);
+    return m_pathsToScan;
+}
+
 void CVDuplicatesLocator::stopScan() {
-    m_state = 0;
+    std::shared_ptr<CVFilesHierarchy> hierarchy;
+    std::shared_ptr<FinishHandOff> finish;
+    {
+        std::lock_guard lock(m_fieldsMutex);
+        m_stoppedThrough = m_requestedScans;
+        m_state = 0;
+        hierarchy = m_hierarchy;
+        finish = m_pendingFinish;
+    }
+    if (finish) {
+        {
+            std::lock_guard lock(finish->mutex);
+            finish->dropped = true;
+        }
+        finish->condition.notify_all();
+    }
     // Ends a read of a library file or of the library preferences in progress; a
     // locator that is not scanning leaves other readers alone.
     if (m_scanning.load()) {
         CViMediaManager::sharedInstance().stopParsing();
         m_services.typeGenerator.stopReadingPreferences();
-    }
-    std::shared_ptr<CVFilesHierarchy> hierarchy;
-    {
-        std::lock_guard lock(m_fieldsMutex);
-        hierarchy = m_hierarchy;
     }
     if (hierarchy)
         hierarchy->setCanContinue(false);
@@ -147,6 +202,46 @@ void CVDuplicatesLocator::stopScan() {
 void CVDuplicatesLocator::finishScan() {
     m_state = 0;
     NotificationCenter::defaultCenter().post(kScanFinishedNotification);
+}
+
+void CVDuplicatesLocator::finishOnMainThread(std::uint64_t request) {
+    MainQueue& queue = MainQueue::shared();
+    if (queue.isMainThread()) {
+        if (!isStopped(request))
+            finishScan();
+        return;
+    }
+    auto finish = std::make_shared<FinishHandOff>();
+    {
+        std::lock_guard lock(m_fieldsMutex);
+        if (request <= m_stoppedThrough || state() != 1)
+            return;
+        m_pendingFinish = finish;
+    }
+    // The task touches the locator only when not dropped. Until it has run or been
+    // dropped it is m_pendingFinish, so stopScan (and so the destructor) drops it first.
+    queue.post([this, finish] {
+        {
+            std::lock_guard lock(finish->mutex);
+            if (finish->dropped)
+                return;
+            finish->running = true;
+        }
+        finishScan();
+        {
+            std::lock_guard lock(finish->mutex);
+            finish->running = false;
+            finish->done = true;
+        }
+        finish->condition.notify_all();
+    });
+    {
+        std::unique_lock lock(finish->mutex);
+        finish->condition.wait(lock, [&] { return finish->done || (finish->dropped && !finish->running); });
+    }
+    std::lock_guard lock(m_fieldsMutex);
+    if (m_pendingFinish == finish)
+        m_pendingFinish.reset();
 }
 
 std::shared_ptr<CVDuplicatesController> CVDuplicatesLocator::duplicatesController() const {
@@ -178,11 +273,24 @@ void CVDuplicatesLocator::setCurrentScanPath(const std::string& path) {
 }
 
 void CVDuplicatesLocator::asyncScanPaths(const std::vector<std::string>& paths) {
+    runScan(paths, newRequest());
+}
+
+void CVDuplicatesLocator::runScan(const std::vector<std::string>& paths, std::uint64_t request) {
     std::lock_guard scanLock(m_scanMutex);
+    // Stopped while it waited for the scan before it.
+    if (isStopped(request))
+        return;
     NotificationCenter::defaultCenter().postOnMainThread({kScanStartedNotification, nullptr, {}, {}});
     CVNodeCache::sharedCache().resetCache();
     setPaths(paths);
-    m_state = 1;
+    {
+        // Under the lock, so that a stopScan either comes after (and sets 0) or is seen here.
+        std::lock_guard lock(m_fieldsMutex);
+        if (request <= m_stoppedThrough)
+            return;
+        m_state = 1;
+    }
     // Library files are parsed again once this scan has ended, stopped or not.
     auto& media = CViMediaManager::sharedInstance();
     media.resumeParsing();
@@ -196,12 +304,15 @@ void CVDuplicatesLocator::asyncScanPaths(const std::vector<std::string>& paths) 
         }
     } resumeAtEnd{media, m_scanning};
     auto hierarchy = std::make_shared<CVFilesHierarchy>(
-        m_pathsToScan,
+        pathsToScan(),
         CVFilesHierarchy::Services{m_services.ignoreList, m_services.typeGenerator, m_services.preferences});
     hierarchy->setNodeDelegate(this);
     {
+        // A stopScan either finds this hierarchy or is seen here.
         std::lock_guard lock(m_fieldsMutex);
         m_hierarchy = hierarchy;
+        if (request <= m_stoppedThrough)
+            hierarchy->setCanContinue(false);
     }
     systemLog("Scanning started");
     hierarchy->rescan();
@@ -211,16 +322,21 @@ void CVDuplicatesLocator::asyncScanPaths(const std::vector<std::string>& paths) 
         systemLog("Hierarchy building complete");
     if (state() != 1)
         return;
-    startSearching();
+    makeResultsCollection();
     locateDuplicatesInDictionary(hierarchy->filesGroupedBySize());
     if (state() == 1)
-        MainQueue::shared().postAndWait([this] { finishScan(); });
+        finishOnMainThread(request);
 }
 
 void CVDuplicatesLocator::startSearching() {
     m_state = 1;
+    makeResultsCollection();
+}
+
+void CVDuplicatesLocator::makeResultsCollection() {
+    auto controller = std::make_shared<CVDuplicatesController>();
     std::lock_guard lock(m_fieldsMutex);
-    m_duplicatesController = std::make_shared<CVDuplicatesController>();
+    m_duplicatesController = std::move(controller);
 }
 
 void CVDuplicatesLocator::updateProgress(double delta, double delaySeconds) {

@@ -3,6 +3,13 @@
 // (CVFilesHierarchy), searches the size groups from the largest size down, folds equal
 // nodes into groups and hands them to a fresh results collection. Progress and the
 // scan's start and end go out as notifications; stopScan ends it at the next file.
+//
+// Threads: the owner (the main thread in the application) calls scanPaths, stopScan and
+// the destructor; the scan runs on its own thread and, at its end, waits for the main
+// thread to run finishScan. Nothing the owner calls ever waits for the main thread, so
+// the owner may be the main thread while a scan waits for it: a new scan's thread waits
+// for the previous scan's thread, and stopping (or destroying) drops a finishScan still
+// queued, which frees the scan thread without the main thread.
 
 #include <atomic>
 #include <chrono>
@@ -47,21 +54,32 @@ public:
     // On the shared ignore list, type generator, preferences and standard store.
     CVDuplicatesLocator();
     explicit CVDuplicatesLocator(Services services);
-    // Stops a running scan and waits for its thread.
+    // Stops every scan (stopScan) and waits for the scan threads, which by then wait for
+    // nothing on the main thread: it may run on the main thread while a scan waits for it.
+    // Not from inside a handler of this locator's own "scanFinished" (that handler runs
+    // while the scan thread waits for it).
     ~CVDuplicatesLocator() override;
     CVDuplicatesLocator(const CVDuplicatesLocator&) = delete;
     CVDuplicatesLocator& operator=(const CVDuplicatesLocator&) = delete;
 
-    // False for an empty list; otherwise starts the scan on a new thread and answers true.
+    // False for an empty list; otherwise starts the scan on a new thread and answers true
+    // at once. A scan still running, or waiting for the main thread to finish, ends first
+    // (its "scanFinished" comes before the new "scanStarted"): the new thread waits for
+    // it, the caller never does. Owner's thread.
     bool scanPaths(const std::vector<std::string>& paths);
     // The whole scan on the calling thread. Holds the locator's lock throughout, so a
-    // second scan waits for the first.
+    // second scan waits for the first. On the main thread finishScan runs inline.
     void asyncScanPaths(const std::vector<std::string>& paths);
     void setPaths(const std::vector<std::string>& paths);
-    // Any thread: the scan stops at its next check; what was found stays.
+    // Any thread: state 0; the running scan stops at its next check (what was found
+    // stays), scans asked for before this call and not yet begun never begin, and none
+    // of them posts "scanFinished" any more (a finishScan queued for the main thread is
+    // dropped unless it is already running).
     void stopScan();
     // On the main thread: state 0 and "scanFinished".
     void finishScan();
+    // Sets the state as it is (the scan window's error path sets 0). Any thread.
+    void setState(std::int32_t state) { m_state = state; }
 
     // What a scan does between the walk and the search: state 1 and a fresh results
     // collection. For callers that walk on their own (tests, tools).
@@ -97,21 +115,38 @@ public:
     // The pauses that let a progress bar show its last steps; off for the command line.
     void setProgressPauses(bool enabled) { m_progressPauses = enabled; }
 
+    // The readers below may be called from any thread while a scan runs.
     std::int32_t state() const { return m_state.load(std::memory_order_relaxed); }
     double progress() const { return m_progress.load(std::memory_order_relaxed); }
-    double progressDelta() const { return m_progressDelta; }
+    double progressDelta() const { return m_progressDelta.load(std::memory_order_relaxed); }
     bool showFilesWOPermissions() const { return m_showFilesWOPermissions; }
     std::string currentScanPath() const;
-    const std::vector<CVScanPath>& pathsToScan() const { return m_pathsToScan; }
+    std::vector<CVScanPath> pathsToScan() const;
     std::shared_ptr<CVDuplicatesController> duplicatesController() const;
     std::shared_ptr<CVFilesHierarchy> hierarchy() const;
-    // True from scanPaths until the scan thread has returned.
-    bool isScanThreadRunning() const { return m_threadRunning.load(); }
-    // Waits for the scan thread to return.
+    // True from scanPaths until every scan thread it started has returned.
+    bool isScanThreadRunning() const { return m_runningThreads.load() > 0; }
+    // True while a scan thread waits for the main thread to run finishScan.
+    bool isWaitingForMainThread() const;
+    // Waits for the scan threads to return. A scan that completes waits for the main
+    // thread: on the main thread, run the main queue until isScanThreadRunning is false
+    // first, or stop the scan.
     void waitForScanThread();
     ChangeNotifier& changeNotifier() { return m_notifier; }
 
 private:
+    // A finishScan queued for the main thread, and whether it may still run.
+    struct FinishHandOff;
+
+    // A new scan request's number; stopScan stops every request up to the last one.
+    std::uint64_t newRequest();
+    bool isStopped(std::uint64_t request) const;
+    // asyncScanPaths for a numbered request.
+    void runScan(const std::vector<std::string>& paths, std::uint64_t request);
+    // The end of a completed scan: finishScan on the main thread, waited for, unless the
+    // request is stopped meanwhile.
+    void finishOnMainThread(std::uint64_t request);
+    void makeResultsCollection();
     void setCurrentScanPath(const std::string& path);
     // The node's path as the current scan path, at most every few hundredths of a
     // second: a display reads it a few times a second, and tens of thousands of size
@@ -137,18 +172,22 @@ private:
 
     Services m_services;
     std::mutex m_scanMutex;
+    // Guards the fields up to m_pendingFinish, which other threads read during a scan.
+    mutable std::mutex m_fieldsMutex;
     std::vector<CVScanPath> m_pathsToScan;
     std::shared_ptr<CVFilesHierarchy> m_hierarchy;
     std::shared_ptr<CVDuplicatesController> m_duplicatesController;
-    mutable std::mutex m_fieldsMutex;
     std::string m_currentScanPath;
+    std::uint64_t m_requestedScans = 0;
+    std::uint64_t m_stoppedThrough = 0;
+    std::shared_ptr<FinishHandOff> m_pendingFinish;
     std::chrono::steady_clock::time_point m_scanPathShown;
     bool m_showFilesWOPermissions = false;
     std::atomic<std::int32_t> m_state{0};
     // True while asyncScanPaths runs: only then does stopScan stop library reads.
     std::atomic<bool> m_scanning{false};
     std::atomic<double> m_progress{0};
-    double m_progressDelta = 0;
+    std::atomic<double> m_progressDelta{0};
     std::optional<std::uint64_t> m_minimumSizeOverride;
     std::optional<std::uint64_t> m_maximumSizeOverride;
     bool m_smallerSizesSkipped = false;
@@ -156,8 +195,9 @@ private:
     std::unique_ptr<SizeGroupReader> m_reader;
     mutable std::unordered_map<const CVFolder*, FolderRemovalAccess> m_folderAccess;
     std::size_t m_queuedUpTo = 0;
+    // The last scan thread; each scan thread waits for the one before it.
     std::thread m_thread;
-    std::atomic<bool> m_threadRunning{false};
+    std::atomic<int> m_runningThreads{0};
     ChangeNotifier m_notifier;
 };
 

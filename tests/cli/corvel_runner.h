@@ -16,12 +16,14 @@ struct CorvelOutcome {
     std::string err;
 };
 
-// environment: extra "NAME='value' " assignments put before the command.
+// environment: extra "NAME='value' " assignments put before the command. The session
+// bus is the test program's (isolated_environment.cpp: none) unless environment names one.
 inline CorvelOutcome runCorvel(const std::string& arguments, const TempTree& home,
                                const std::string& environment = {}) {
     const std::string errFile = home / "stderr.txt";
     const std::string command = "HOME='" + home.path() + "' XDG_CONFIG_HOME='" + home.path() + "/.config' " +
-                                environment + CORVEL_BINARY + " " + arguments + " 2>'" + errFile + "'";
+                                "XDG_STATE_HOME='" + home.path() + "/.local/state' " + environment +
+                                CORVEL_BINARY + " " + arguments + " 2>'" + errFile + "'";
     CorvelOutcome run{};
     FILE* pipe = ::popen(command.c_str(), "r");
     std::array<char, 4096> buffer{};

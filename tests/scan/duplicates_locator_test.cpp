@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <mutex>
 #include <random>
 #include <set>
 #include <sys/stat.h>
@@ -48,20 +49,24 @@ std::string content(char salt, std::size_t size) {
     return s;
 }
 
-// Records notifications of one scan.
+// Records notifications of one scan: from the scan thread (progress) and the main
+// thread (start, end) alike.
 struct Listener {
+    mutable std::mutex mutex;
     std::vector<std::string> names;
     std::vector<double> progress;
     std::vector<ScopedObserver> observers;
     Listener() {
         auto& center = NotificationCenter::defaultCenter();
         observers.emplace_back(center, center.addObserver("", nullptr, [this](const Notification& n) {
+            std::lock_guard lock(mutex);
             names.push_back(n.name);
             if (n.name == kProgressUpdatedNotification)
                 progress.push_back(n.object.toDouble());
         }));
     }
     int count(const std::string& name) const {
+        std::lock_guard lock(mutex);
         return static_cast<int>(std::count(names.begin(), names.end(), name));
     }
 };

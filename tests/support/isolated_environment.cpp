@@ -1,6 +1,8 @@
-// Every test program runs with its own home, configuration folder and settings file,
-// made before any test (and before any shared instance reads them), so tests never
-// touch the real account's files and parallel test processes never share a file.
+// Every test program runs with its own home, configuration, data and state folders and
+// settings file, made before any test (and before any shared instance reads them), so
+// tests never touch the real account's files and parallel test processes never share a
+// file. The session bus is a socket that does not exist, so no test (nor a corvel it
+// runs) reaches the account's desktop; tests that need a bus start their own.
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
@@ -23,6 +25,9 @@ struct IsolatedEnvironment {
         ::setenv("HOME", root.c_str(), 1);
         ::setenv("XDG_CONFIG_HOME", config.c_str(), 1);
         ::setenv("XDG_DATA_HOME", (root + "/.local/share").c_str(), 1);
+        ::setenv("XDG_STATE_HOME", (root + "/.local/state").c_str(), 1);
+        ::setenv("XDG_RUNTIME_DIR", (root + "/run").c_str(), 1);
+        ::setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + root + "/no-session-bus").c_str(), 1);
         ::setenv("CORVEL_SETTINGS", (config + "/corvel-test.plist").c_str(), 1);
         UserDefaults::setStandardPath(config + "/corvel-test.plist");
     }
