@@ -168,6 +168,7 @@ public:
     CVSelectingController* selectingController() const { return m_selectingController.get(); }
     DuplicatesLocating* duplicatesFinder() const;
     bool acceptIconDrop() const { return m_acceptIconDrop; }
+    bool windowIsVisible() const { return m_services.view.isVisible(); }
     bool openPanelIsShown() const { return m_openPanelIsShown; }
     bool collectorNotEmpty() const;
     bool collectorExpanded() const;

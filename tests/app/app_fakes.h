@@ -58,6 +58,8 @@ public:
         visible = true;
         ++shown;
         log.push_back("show");
+        if (onShow)
+            onShow();
     }
     bool isVisible() const override { return visible; }
     bool isKeyWindow() const override { return key; }
@@ -121,6 +123,7 @@ public:
     bool finishSwitchAtOnce = true;
     std::function<void()> pendingSwitch;
     std::vector<std::string> log;
+    std::function<void()> onShow;
 };
 
 class FakeDropZoneView final : public ScanItemControlView {
