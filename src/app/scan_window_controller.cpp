@@ -249,6 +249,8 @@ void CVScanWindowController::startScanAction(bool enterKey) {
 }
 
 void CVScanWindowController::startScan() {
+    // The previous scan's engine goes first: its thread may still be reading the start date.
+    replaceLocator(nullptr);
     m_scanStartDate = std::chrono::steady_clock::now();
     m_scanResultType = ScanResultCompleted;
     m_services.view.clearUndoActions();
@@ -260,7 +262,6 @@ void CVScanWindowController::startScan() {
     m_startButtonShown = false;
     // Cleared before the engine starts: its first notifications may come at once.
     m_needToUpdateResultsButton = false;
-    replaceLocator(nullptr);
     replaceLocator(m_services.makeLocator());
     DuplicatesLocating* locator = duplicatesFinder();
     if (!locator || !locator->scanPaths(m_droppedItemsArray)) {
