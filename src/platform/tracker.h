@@ -1,7 +1,8 @@
 #pragma once
 // Tracker: the role that usage events are reported to, as (category, action, label,
-// value). Corvel sends nothing anywhere: the shared tracker records nothing. Tests
-// install a recording tracker to check which events the logic reports.
+// value), and the views the user is shown, by name. Corvel sends nothing anywhere: the
+// shared tracker records nothing. Tests install a recording tracker to check which events
+// the logic reports.
 
 #include <cstdint>
 #include <memory>
@@ -15,6 +16,9 @@ public:
     virtual ~Tracker() = default;
     virtual void trackEvent(std::string_view category, std::string_view action, std::string_view label,
                             std::int64_t value) = 0;
+    // A view the user now looks at ("Scan Progress", "Detailed Results"); dropped unless
+    // the tracker keeps views.
+    virtual void trackView(std::string_view /*name*/) {}
 };
 
 // Drops every event.
