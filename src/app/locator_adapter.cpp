@@ -16,8 +16,7 @@ void LocatorAdapter::stopScan() {
 }
 
 void LocatorAdapter::setState(std::int32_t state) {
-    if (state == 0)
-        m_locator->stopScan();
+    m_locator->setState(state);
 }
 
 std::shared_ptr<CVDuplicatesController> LocatorAdapter::duplicatesController() const {
