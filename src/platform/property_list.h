@@ -29,8 +29,9 @@ inline constexpr int kMaxPropertyListDepth = 512;
 // its size. A list is refused when it expands to more nodes than
 // max(kMinPropertyListNodeLimit, kPropertyListNodesPerByte * its size in bytes); an
 // honest list (an XML one, or a binary one whose sharing is only of repeated strings and
-// numbers) stays far below that.
-inline constexpr std::uint64_t kMinPropertyListNodeLimit = 1'000'000;
+// numbers) stays far below that: XML needs several bytes per value, and a binary list
+// at least one reference byte per value it holds.
+inline constexpr std::uint64_t kMinPropertyListNodeLimit = 100'000;
 inline constexpr std::uint64_t kPropertyListNodesPerByte = 4;
 std::uint64_t propertyListNodeLimit(std::size_t bytes);
 

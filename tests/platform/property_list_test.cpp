@@ -257,17 +257,25 @@ TEST(PropertyList, SharedReferencesWithinTheLimitAreRead) {
     EXPECT_EQ(leaf->asBool(), true);
 }
 
-// A list that reads within the node limit but is too large for libplist's binary
-// writer (which took 15 s for a million shared values) is written as XML only.
+// A value too large for libplist's binary writer (which took 15 s for a million shared
+// values) is written as XML only.
 TEST(PropertyList, BinaryWriterRefusesTreesBeyondItsLimit) {
-    for (const auto& [levels, binary] : {std::pair{15, true}, std::pair{16, false}}) {
-        const std::string list = referenceBomb(levels); // 2^(levels+1) - 1 values
-        PropertyValue out;
-        CVError error;
-        ASSERT_TRUE(readPropertyList(list, out, &error)) << error.localizedDescription();
-        EXPECT_FALSE(propertyListData(out, PropertyListFormat::XML).empty());
-        EXPECT_EQ(propertyListData(out, PropertyListFormat::Binary).empty(), !binary) << levels;
+    for (const auto& [count, binary] :
+         {std::pair{kMaxBinaryWriteNodes - 1, true}, std::pair{kMaxBinaryWriteNodes, false}}) {
+        PropertyValue::Array items(count, PropertyValue(true)); // with the array itself: count + 1 values
+        const PropertyValue value{std::move(items)};
+        EXPECT_FALSE(propertyListData(value, PropertyListFormat::XML).empty());
+        EXPECT_EQ(propertyListData(value, PropertyListFormat::Binary).empty(), !binary) << count;
     }
+}
+
+// A small binary list that shares its arrays into a million values is refused when read.
+TEST(PropertyList, SmallListsExpandingFarAreRefused) {
+    PropertyValue out;
+    CVError error;
+    EXPECT_TRUE(readPropertyList(referenceBomb(15), out, &error))
+        << "65,535 values: " << error.localizedDescription();
+    EXPECT_FALSE(readPropertyList(referenceBomb(16), out, &error)) << "131,071 values";
 }
 
 // Strings that a property list cannot carry as text are written as data, so that no
