@@ -167,7 +167,8 @@ Examples:
         ->needs(remindStatus);
     every->excludes(remindStatus);
     remind->add_option("--settings", remindOptions.settings,
-                       "use FILE as the settings store (--every writes the period there)");
+                       "use FILE as the settings store (--every writes the period there)")
+        ->type_name("FILE");
     remind->footer("Without options, shows the reminder as a desktop notification when it is due and does "
                    "nothing otherwise. A finished \"corvel scan\" re-arms it one period ahead. To have it "
                    "shown while Corvel is not running, turn on one of the two deliveries \"make install\" "
