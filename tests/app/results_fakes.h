@@ -139,7 +139,11 @@ public:
     }
     void setCloseButtonEnabled(bool enabled) override { closeEnabled = enabled; }
     void setWindowState(std::int32_t state) override { states.push_back(state); }
-    void startShredderAnimation() override { calls.push_back("startShredderAnimation"); }
+    void startShredderAnimation() override {
+        calls.push_back("startShredderAnimation");
+        if (onStart)
+            onStart();
+    }
     void advanceShredderAnimation(std::uint64_t handled, std::uint64_t total) override {
         ticks.emplace_back(handled, total);
     }
@@ -172,6 +176,8 @@ public:
     std::vector<std::int32_t> states;
     std::vector<std::pair<std::uint64_t, std::uint64_t>> ticks;
     std::vector<std::string> calls;
+    // Runs when a pass starts, on the main thread while the pass waits.
+    std::function<void()> onStart;
 };
 
 class FakeFaces final : public ResultsFaces {
