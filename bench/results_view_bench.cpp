@@ -10,9 +10,9 @@
 #include <string>
 
 #include "app/desktop_roles.h"
+#include "app/groups_sorting.h"
 #include "app/main_timers.h"
 #include "app/results_view.h"
-#include "app/groups_sorting.h"
 #include "app/results_view_controller.h"
 #include "engine/group.h"
 #include "engine/node_type_generator.h"
@@ -36,10 +36,12 @@ constexpr std::size_t kGroups = 50'000;
 
 class NullFace final : public ResultsView {
 public:
-    void showCategories(const std::vector<std::shared_ptr<CVMetaGroup>>& c, std::optional<std::size_t>) override {
+    void showCategories(const std::vector<std::shared_ptr<CVMetaGroup>>& c,
+                        std::optional<std::size_t>) override {
         benchmark::DoNotOptimize(c.size());
     }
-    void showGroups(const std::vector<std::shared_ptr<CVGroup>>& g, const std::vector<std::size_t>&) override {
+    void showGroups(const std::vector<std::shared_ptr<CVGroup>>& g,
+                    const std::vector<std::size_t>&) override {
         shownGroups = g.size();
     }
     void showFiles(const std::vector<std::shared_ptr<CVFile>>&, const std::vector<std::size_t>&) override {}
@@ -61,7 +63,9 @@ public:
 class NullDesktop final : public FileRevealing, public ApplicationCatalog {
 public:
     void revealInFileManager(const std::vector<std::string>&) override {}
-    std::optional<ApplicationInfo> defaultApplicationForFile(const std::string&) override { return std::nullopt; }
+    std::optional<ApplicationInfo> defaultApplicationForFile(const std::string&) override {
+        return std::nullopt;
+    }
     std::vector<ApplicationInfo> applicationsForFile(const std::string&) override { return {}; }
     bool openFile(const std::string&, const std::string&) override { return false; }
     void chooseApplicationForFile(const std::string&) override {}
@@ -119,8 +123,8 @@ struct Session {
         face = nullFace.get();
         view = std::make_unique<CVResultsViewController>(
             results, std::move(nullFace),
-            ResultsServices{defaults, preferences, ignoreList, center, MainQueue::shared(), timers, tracker, desktop,
-                            desktop, trash, driver, statistics, achievements, nullptr, nullptr});
+            ResultsServices{defaults, preferences, ignoreList, center, MainQueue::shared(), timers, tracker,
+                            desktop, desktop, trash, driver, statistics, achievements, nullptr, nullptr});
     }
     ~Session() {
         view.reset();

@@ -5,6 +5,7 @@
 
 #include "collector_view_controller.h"
 #include "desktop_roles.h"
+#include "engine/folder.h"
 #include "engine/node_key_values.h"
 #include "engine/node_type.h"
 #include "groups_sorting.h"
@@ -15,6 +16,7 @@
 #include "platform/text_format.h"
 #include "platform/tracker.h"
 #include "platform/user_defaults.h"
+#include "removal/library_app_driver.h"
 #include "results/duplicates_controller.h"
 #include "results/meta_group.h"
 #include "settings/ignore_list.h"
@@ -500,6 +502,33 @@ void CVResultsViewController::revealInFinderFromMenuAction() {
         selected.push_back(m_files[row]);
     if (!selected.empty())
         m_services.reveal.revealInFileManager(pathsOf(selected));
+}
+
+std::string CVResultsViewController::iPhotoRevealScript(const std::string& path) {
+    return "with timeout of 15 seconds\n"
+           "tell application id \"com.apple.iPhoto\"\n"
+           "activate\n"
+           "try\n"
+           "set visible of window 1 to true\n"
+           "set miniaturized of window 1 to false\n"
+           "end try\n"
+           "select photo library album\n" +
+           formatf(
+               "select (photo 1 of photo library album whose image path is equal to \"%@\" or original path "
+               "is equal to \"%@\")\n",
+               path, path) +
+           "end tell\n"
+           "end timeout";
+}
+
+void CVResultsViewController::revealIniPhotoFromMenuAction(const FilePtr& item) {
+    if (!item)
+        return;
+    const auto root = item->rootFolder();
+    if (!root || !isIPhotoLibFileType(root->type()))
+        return;
+    if (const auto error = m_services.libraryAppDriver.runScript(iPhotoRevealScript(item->path())))
+        systemLogf("Error while revealing in iPhoto: %@", PropertyValue(*error));
 }
 
 void CVResultsViewController::openMenuAction(const FilePtr& item) {

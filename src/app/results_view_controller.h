@@ -95,6 +95,9 @@ public:
     void revealInFinderAction(const FilePtr& item);
     // The files selected in the files table.
     void revealInFinderFromMenuAction();
+    // A photo of a photo library: selected in the library's application through a script;
+    // a failure is logged as "Error while revealing in iPhoto: %@".
+    void revealIniPhotoFromMenuAction(const FilePtr& item);
     void openMenuAction(const FilePtr& item);
     std::vector<OpenWithMenuItem> openWithMenu(const FilePtr& item);
     void openWithApplicationSelected(const FilePtr& item, const std::string& applicationIdentifier);
@@ -126,6 +129,8 @@ public:
     // The categories' analytics labels: "All" for 0, "Auto Select Other" … "Auto Select Folders".
     static std::string autoselectLabel(std::int32_t groupID);
     static const char* folderLevelLabel(std::int64_t segment);
+    // The script that shows the photo at path in the photo library's application.
+    static std::string iPhotoRevealScript(const std::string& path);
 
 private:
     // Reads the categories from the results and selects the one with the kept groupID

@@ -159,6 +159,10 @@ INSTANTIATE_TEST_SUITE_P(Marks, CollectorCount,
 TEST(Collector, KeepingOneOfSeveralRecountsAndKeepingTheLastCloses) {
     TwoMarkedGroups f;
     f.collector().showHideCollector();
+    // A copy that is not marked has nothing to keep.
+    f.collector().keepFile(f.first->files()[0]);
+    EXPECT_TRUE(f.tracker.events().empty());
+    EXPECT_EQ(f.first->silentFilesToRemoveCount(), 1);
     const auto kept = f.second->files()[1];
     f.collector().keepFile(kept);
     EXPECT_FALSE(kept->needToRemove());
@@ -431,10 +435,14 @@ TEST(Collector, TheCollectorCannotBeClosedWhileAPassRuns) {
         f.collector().showHideCollector();
         f.collector().closeButtonAction(true);
         f.collector().putBack();
+        f.collector().keepFile(f.first->files()[1]);
         expandedDuringPass = f.collector().expanded();
     };
     f.remove();
     EXPECT_TRUE(expandedDuringPass);
+    // The copy the user tried to keep once the pass had started went with the others.
+    EXPECT_FALSE(test::exists(f.first->files()[1]->path()));
+    EXPECT_EQ(f.collector().removalPass()->removedFiles(), 2u);
     EXPECT_TRUE(f.collectorFace().alerts.empty());
     EXPECT_EQ(f.host.states, (std::vector<std::int32_t>{8, 9, 10}));
 }

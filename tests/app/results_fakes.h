@@ -250,11 +250,16 @@ public:
     std::vector<std::string> calls;
 };
 
-// A library driver for Linux tests: nothing to launch, no script runs.
+// A library driver that launches nothing and answers scripts as told, keeping them.
 class NoLibraryDriver final : public LibraryAppDriver {
 public:
     bool launchApplication(const std::string&) override { return false; }
-    std::optional<PropertyValue::Dictionary> runScript(const std::string&) override { return std::nullopt; }
+    std::optional<PropertyValue::Dictionary> runScript(const std::string& script) override {
+        scripts.push_back(script);
+        return scriptError;
+    }
+    std::vector<std::string> scripts;
+    std::optional<PropertyValue::Dictionary> scriptError;
 };
 
 // The results services on a private store, the Trash in data/Trash of a scratch tree.

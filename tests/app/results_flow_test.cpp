@@ -17,10 +17,12 @@ struct WholeFlow : test::ResultsHarness {
     test::FakeDropZoneView dropZone;
     MainQueueTimers mainTimers{MainQueue::shared()};
     CVResultsRolesFactory factory{services(), faces};
-    std::unique_ptr<CVScanWindowController> controller = std::make_unique<CVScanWindowController>(ScanWindowServices{
-        window, dropZone, [this] { return std::make_unique<LocatorAdapter>(scan.locator()); }, factory, statistics,
-        scan.defaults, tracker, MainQueue::shared(), mainTimers, NotificationCenter::defaultCenter(),
-        StringTables::shared(), [] { return 5u; }, CVScanScenario::defaultResourceFile(), [] {}, &reminder, nullptr});
+    std::unique_ptr<CVScanWindowController> controller =
+        std::make_unique<CVScanWindowController>(ScanWindowServices{
+            window, dropZone, [this] { return std::make_unique<LocatorAdapter>(scan.locator()); }, factory,
+            statistics, scan.defaults, tracker, MainQueue::shared(), mainTimers,
+            NotificationCenter::defaultCenter(), StringTables::shared(), [] { return 5u; },
+            CVScanScenario::defaultResourceFile(), [] {}, &reminder, nullptr});
     ScanWindowCollectorHost collectorHost{*controller};
 
     WholeFlow() {

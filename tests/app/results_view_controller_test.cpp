@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include "app/groups_sorting.h"
+#include "engine/folder.h"
 #include "engine/node_type.h"
 #include "platform/string_tables.h"
 #include "platform/system_log.h"
@@ -523,6 +524,33 @@ TEST(ResultsView, RevealShowsTheClickedOrSelectedFilesInTheFileManager) {
     EXPECT_EQ(f.reveal.revealed,
               (std::vector<std::vector<std::string>>{{g->files()[2]->path()},
                                                      {g->files()[0]->path(), g->files()[1]->path()}}));
+}
+
+TEST(ResultsView, RevealInIPhotoScriptsOnlyPhotosOfAPhotoLibraryAndLogsAFailure) {
+    ResultsFixture f;
+    auto g = f.pair("a.jpg", kNodeTypeImage);
+    f.open();
+    const auto photo = g->files()[0];
+    f.view().revealIniPhotoFromMenuAction(photo);
+    EXPECT_TRUE(f.driver.scripts.empty()) << "not in a photo library";
+
+    auto library = std::make_shared<CVFolder>(f.tree / "files/a", "a");
+    library->setType(kNodeTypeCurrentIPhotoLibrary);
+    photo->setRootFolder(library);
+    f.view().revealIniPhotoFromMenuAction(photo);
+    ASSERT_EQ(f.driver.scripts.size(), 1u);
+    EXPECT_EQ(f.driver.scripts[0], CVResultsViewController::iPhotoRevealScript(photo->path()));
+    EXPECT_NE(f.driver.scripts[0].find("with timeout of 15 seconds"), std::string::npos);
+    EXPECT_NE(f.driver.scripts[0].find("tell application id \"com.apple.iPhoto\""), std::string::npos);
+    EXPECT_NE(f.driver.scripts[0].find("image path is equal to \"" + photo->path() + "\""),
+              std::string::npos);
+
+    f.driver.scriptError = PropertyValue::Dictionary{{"NSAppleScriptErrorMessage", "no script runner"}};
+    ScopedLogCapture log;
+    f.view().revealIniPhotoFromMenuAction(photo);
+    ASSERT_EQ(log.lines().size(), 1u);
+    EXPECT_EQ(log.lines()[0].rfind("Error while revealing in iPhoto: ", 0), 0u);
+    EXPECT_TRUE(log.contains("no script runner"));
 }
 
 struct OpenWithCase {
