@@ -447,6 +447,25 @@ TEST(Collector, TheCollectorCannotBeClosedWhileAPassRuns) {
     EXPECT_EQ(f.host.states, (std::vector<std::int32_t>{8, 9, 10}));
 }
 
+TEST(Collector, StopEndsThePassWithTheCopiesLeftMarkedAndTheCollectorBack) {
+    TwoMarkedGroups f;
+    f.collector().showHideCollector();
+    f.collectorFace().onStart = [&] {
+        // Stop, pressed as the pass starts.
+        f.collector().shreddList();
+        EXPECT_EQ(f.collectorFace().removeTitle, localized("ButtonTitle_Remove", "Buttons"));
+    };
+    f.remove();
+    EXPECT_EQ(f.host.states, (std::vector<std::int32_t>{8, 9, 8}));
+    EXPECT_TRUE(test::exists(f.first->files()[1]->path()));
+    EXPECT_TRUE(test::exists(f.second->files()[1]->path()));
+    EXPECT_EQ(f.collectorFace().count("reloadCollector"), 1u);
+    EXPECT_EQ(f.collector().count(), 2u);
+    EXPECT_EQ(f.collectorFace().list.size(), 2u);
+    EXPECT_TRUE(f.collector().expanded());
+    EXPECT_FALSE(f.collector().shredInProgress());
+}
+
 // Every copy of a group forced through the all-copies warning: to the Trash it goes; a
 // permanent deletion of every copy is refused with a message and nothing is lost.
 class CollectorAllCopies : public testing::TestWithParam<bool /*toTrash*/> {};
