@@ -310,6 +310,16 @@ TEST(ResultsView, TogglingAFileMarksAndUnmarksItAndSelectAllButThisOneKeepsIt) {
     EXPECT_TRUE(f.face().alerts.empty());
 }
 
+TEST(ResultsView, AFileTheIgnoreListProtectsCannotBeMarkedByHand) {
+    ResultsFixture f;
+    auto g = f.group("a.txt", kNodeTypeDocument, {"x", "y", "z"}, "text");
+    f.open();
+    g->files()[1]->setRemoveForbidden(true);
+    f.view().switchFileSelectionAction(g->files()[1]);
+    EXPECT_EQ(ResultsFixture::marks(g), (std::vector<bool>{false, false, false}));
+    EXPECT_EQ(f.collector().count(), 0u);
+}
+
 // ---- The all-copies warning --------------------------------------------------------------------
 
 struct WarningCase {
