@@ -4,12 +4,16 @@
 // hidden and empty files. The same START gives the same corpus.
 //   make_corpus OUT_DIR [PATHS] [START]
 
+#include <charconv>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <fstream>
+#include <optional>
 #include <random>
 #include <string>
 #include <sys/stat.h>
@@ -58,6 +62,8 @@ void writeContent(const std::string& path, std::uint64_t id, std::uint64_t size)
     ::close(fd);
 }
 
+constexpr const char* kCorpusMarker = ".corvel-corpus";
+
 struct Made {
     std::string path;
     std::uint64_t id;
@@ -66,16 +72,45 @@ struct Made {
 
 } // namespace
 
+// A whole decimal number, or nothing.
+std::optional<std::uint64_t> number(const char* text) {
+    std::uint64_t value = 0;
+    const char* end = text + std::strlen(text);
+    const auto [stop, error] = std::from_chars(text, end, value);
+    if (error != std::errc() || stop != end || stop == text)
+        return std::nullopt;
+    return value;
+}
+
+int usage(const char* why) {
+    std::fprintf(stderr,
+                 "make_corpus: %s\nusage: make_corpus OUT_DIR [PATHS] [SEED]\n"
+                 "  OUT_DIR is made new; an existing OUT_DIR is replaced only when it is empty or an\n"
+                 "  earlier corpus (it holds %s)\n",
+                 why, kCorpusMarker);
+    return 2;
+}
+
 int main(int argc, char** argv) {
-    if (argc < 2) {
-        std::fprintf(stderr, "usage: make_corpus OUT_DIR [PATHS] [START]\n");
-        return 2;
-    }
+    if (argc < 2 || argc > 4)
+        return usage("one folder and at most two numbers");
+    for (int i = 1; i < argc; ++i)
+        if (argv[i][0] == '-')
+            return usage((std::string("no options: ") + argv[i]).c_str());
     const fs::path out = argv[1];
-    const std::uint64_t target = argc > 2 ? std::strtoull(argv[2], nullptr, 10) : 200000;
-    rng = std::mt19937_64(argc > 3 ? std::strtoull(argv[3], nullptr, 10) : 42);
+    const auto targetArg = argc > 2 ? number(argv[2]) : std::optional<std::uint64_t>(200000);
+    const auto seed = argc > 3 ? number(argv[3]) : std::optional<std::uint64_t>(42);
+    if (!targetArg || !seed)
+        return usage("PATHS and SEED are whole numbers");
+    // Never deletes a folder it did not make.
+    std::error_code error;
+    if (fs::exists(out, error) && !fs::is_empty(out, error) && !fs::exists(out / kCorpusMarker, error))
+        return usage((out.string() + " exists and is not a corpus").c_str());
+    const std::uint64_t target = *targetArg;
+    rng = std::mt19937_64(*seed);
     fs::remove_all(out);
     fs::create_directories(out);
+    std::ofstream(out / kCorpusMarker) << "made by make_corpus\n";
 
     // Folders: users/projects/years, 40 files a folder on average.
     const std::uint64_t folderCount = target / 40;

@@ -35,6 +35,7 @@ TEST(MainQueue, PostAndWaitBlocksUntilTheMainThreadRanTheTask) {
         queue.postAndWait([&] { ran = true; });
         EXPECT_TRUE(ran);
         returned = true;
+        queue.post([] {}); // wakes the main thread to see it
     });
     EXPECT_TRUE(queue.runUntil([&] { return returned.load(); }, 5s));
     worker.join();
