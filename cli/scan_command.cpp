@@ -100,6 +100,20 @@ void reportUnreadFolders(const std::vector<IncompleteFolder>& folders) {
         std::cerr << "corvel: and " << folders.size() - kUnreadShown << " more could not be read\n";
 }
 
+// Says which protected system folders inside the roots were left out: the first few by
+// name, then how many in all.
+constexpr std::size_t kSkippedFoldersNamed = 3;
+
+void reportSkippedSystemFolders(const std::vector<std::string>& folders) {
+    if (folders.empty())
+        return;
+    std::cerr << "corvel: skipped " << folders.size() << " protected folder" << (folders.size() == 1 ? "" : "s")
+              << ": ";
+    for (std::size_t i = 0; i < folders.size() && i < kSkippedFoldersNamed; ++i)
+        std::cerr << (i ? ", " : "") << escapedForTerminal(folders[i]);
+    std::cerr << (folders.size() > kSkippedFoldersNamed ? ", ...\n" : "\n");
+}
+
 // Whether no root could be listed at all: nothing was scanned.
 bool noRootWasRead(const std::vector<std::string>& roots, const std::vector<IncompleteFolder>& folders) {
     return std::all_of(roots.begin(), roots.end(), [&](const std::string& root) {
@@ -219,6 +233,7 @@ int runScan(const ScanOptions& given) {
         return kExitRefused;
     }
     if (const auto hierarchy = locator.hierarchy()) {
+        reportSkippedSystemFolders(hierarchy->skippedSystemFolders());
         reportUnreadFolders(hierarchy->incompleteFolders());
         if (!g_interrupted && noRootWasRead(roots, hierarchy->incompleteFolders())) {
             std::cerr << (roots.size() == 1 ? "corvel: the folder could not be read\n"

@@ -314,6 +314,8 @@ void CVFilesHierarchy::addFolder(Walk& walk, const WalkEntry& entry) {
     folder->setDelegate(m_nodeDelegate);
     folder->setInodeNumber(entry.inode);
     folder->setIgnore(entry.ignored);
+    if (entry.systemFolder)
+        m_skippedSystemFolders.push_back(path);
     if (entry.depthLimited && !walk.deepestLogged) {
         systemLog("Deepest Level Reached");
         walk.deepestLogged = true;

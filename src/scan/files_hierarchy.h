@@ -83,6 +83,8 @@ public:
     // never offered for folder comparison: what was not read cannot be compared. Read
     // it once rescan has returned.
     const std::vector<IncompleteFolder>& incompleteFolders() const { return m_incompleteFolders; }
+    // The protected system folders met inside the roots and left out, in walk order.
+    const std::vector<std::string>& skippedSystemFolders() const { return m_skippedSystemFolders; }
 
     // Entries deeper than this under plain folders are not entered.
     static constexpr int kMaxPlainDepth = TreeWalker::kMaxPlainDepth;
@@ -106,6 +108,7 @@ private:
     void addFolder(Walk& walk, const WalkEntry& entry);
     void noteIncomplete(Walk& walk, const WalkEntry& entry, const std::string& reason);
     std::vector<IncompleteFolder> m_incompleteFolders;
+    std::vector<std::string> m_skippedSystemFolders;
     TreeWalker::Options m_walkOptions{TreeWalker::defaultThreads(), false};
     std::vector<NodePtr> m_topNodes;
     CVNodeDelegate* m_nodeDelegate = nullptr;

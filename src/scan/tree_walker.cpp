@@ -431,6 +431,7 @@ void WalkRun::walkTask(Task& task) {
                     break;
                 }
                 e.ignored = true;
+                e.systemFolder = isFolder && verdict == ScanRefusedSystemPath;
             }
             e.size = static_cast<std::uint64_t>(st->st_size);
             e.sizeOnDisk = HVFileSizer::itemSizeWithFTSEntry(entry);

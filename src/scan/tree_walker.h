@@ -44,6 +44,7 @@ struct WalkEntry {
     bool closesFolder = false;       // Failure: the folder just entered could not be read
     bool endsRoot = false;           // Failure: the root is gone or its device failed
     bool depthLimited = false;       // Folder: too deep to be entered
+    bool systemFolder = false;       // Folder: ignored as a protected system folder
     std::int32_t type = 0;           // Folder: node type
     int error = 0;                   // Failure: errno
     std::uint64_t size = 0;

@@ -673,5 +673,16 @@ TEST_F(CorvelScan, HelpNamesItsPlaceholdersExitStatusesAndExamples) {
     EXPECT_NE(corvel("remove --help", home).out.find("PLAN.json"), std::string::npos);
 }
 
+// /var holds three protected folders on every Debian system; the scan only reads.
+TEST_F(CorvelScan, ProtectedFoldersInsideARootAreNamedOnce) {
+    const Outcome run = corvel("scan --min-size 1G " + settings() + " /var", home);
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_NE(run.err.find("corvel: skipped 3 protected folders: /var/cache, /var/lib, /var/spool\n"),
+              std::string::npos)
+        << run.err;
+    const Outcome none = corvel("scan " + settings() + " " + quoted(tree.folder("plain")), home);
+    EXPECT_EQ(none.err.find("protected"), std::string::npos) << none.err;
+}
+
 } // namespace
 } // namespace corvel
