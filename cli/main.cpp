@@ -29,7 +29,7 @@ int main(int argc, char** argv) {
     std::string settings;
     CLI::App* scan = app.add_subcommand("scan", "scan the folders; print the duplicate groups");
     scan->add_option("paths", options.paths, "folders to scan")->required()->type_name("PATH");
-    scan->add_flag("--json", options.json, "one JSON document on stdout");
+    auto* json = scan->add_flag("--json", options.json, "one JSON document on stdout");
     // Sizes take decimal suffixes as the sizes shown do (10k = 10,000 bytes) and binary
     // ones when asked (1MiB = 1,048,576 bytes).
     // Checked before the suffix is applied (transforms run last added first).
@@ -81,23 +81,27 @@ int main(int argc, char** argv) {
     scan->add_option("--always-select", options.overrides.alwaysSelect,
                      "automatic selection selects the copies in DIR (repeatable; this run only)")
         ->allow_extra_args(false)
-        ->type_name("DIR");
+        ->type_name("DIR")
+        ->needs(autoselect);
     scan->add_option("--never-select", options.overrides.neverSelect,
                      "automatic selection never selects the copies in DIR (repeatable; this run only)")
         ->allow_extra_args(false)
-        ->type_name("DIR");
+        ->type_name("DIR")
+        ->needs(autoselect);
     scan->add_flag(
         "--show-unremovable", options.overrides.showUnremovable,
         "also show groups whose copies you cannot remove (a read-only disk, another user's files)");
-    scan->add_option("--format", options.format, "how stdout shows the groups (--json is --format json)")
+    scan->add_option("--format", options.format,
+                     "how stdout shows the groups (--json is --format json); csv, fdupes and --export first "
+                     "confirm groups compared on samples byte for byte, as --verify does")
         ->check(CLI::IsMember({"text", "json", "csv", "fdupes"}))
-        ->type_name("text|json|csv|fdupes");
-    auto* exportOption =
-        scan->add_option("--export", options.exportFile, "write the list of selected copies to FILE")
-            ->type_name("FILE");
+        ->type_name("text|json|csv|fdupes")
+        ->excludes(json);
+    scan->add_option("--export", options.exportFile, "write the list of selected copies to FILE")
+        ->type_name("FILE");
     scan->add_flag("-0,--null", options.nullSeparated,
-                   "with --export: end each path with a NUL byte, not a line (names may hold line feeds)")
-        ->needs(exportOption);
+                   "--export writes and --select reads paths each ended by a NUL byte, not a line "
+                   "(names may hold line feeds)");
     scan->add_option("--settings", settings, "use FILE as the settings store (created when missing)")
         ->type_name("FILE");
     auto* quiet = scan->add_flag("--quiet", options.quiet, "no progress");

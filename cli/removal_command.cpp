@@ -1,13 +1,17 @@
 #include "removal_command.h"
 
+#include <cerrno>
 #include <chrono>
+#include <climits>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <map>
 #include <unistd.h>
 
 #include "engine/file_sizer.h"
+#include "platform/file_io.h"
 #include "platform/main_queue.h"
 #include "platform/string_tables.h"
 #include "platform/text_format.h"
@@ -200,18 +204,31 @@ std::string removalTextReport(const CVRemovalPass& pass, const HVAchievementsCon
 
 } // namespace
 
+// A listed path as the scan names it: a relative one from the working folder, with the
+// symbolic links of its folder resolved (the item itself is not followed).
+static std::string absoluteListedPath(const std::string& path) {
+    if (path.empty() || path[0] == '/')
+        return path;
+    char folder[PATH_MAX];
+    const std::string parent = parentPath(path);
+    if (!::realpath(parent.empty() ? "." : parent.c_str(), folder))
+        return path;
+    return std::string(folder) + (std::string_view(folder) == "/" ? "" : "/") + lastPathComponent(path);
+}
+
 bool selectListedCopies(CVDuplicatesController& results, const std::string& listFile, bool allowAllCopies,
-                        std::string* message) {
+                        bool nulSeparated, std::string* message) {
     std::ifstream in(listFile, std::ios::binary);
     if (!in) {
-        *message = "cannot read " + fileLine(listFile);
+        *message = "cannot read " + fileLine(listFile) + ": " + std::strerror(errno);
         return false;
     }
     std::map<CVGroup*, std::vector<std::shared_ptr<CVFile>>> listed;
     std::vector<std::pair<GroupPtr, std::shared_ptr<CVFile>>> toMark;
-    for (std::string line; std::getline(in, line);) {
+    for (std::string line; std::getline(in, line, nulSeparated ? '\0' : '\n');) {
         if (line.empty())
             continue;
+        line = absoluteListedPath(line);
         auto file = results.fileAtPath(line);
         CVGroup* group = file ? file->parentGroup() : nullptr;
         if (!group) {
@@ -274,6 +291,10 @@ int removeMarkedCopies(CVDuplicatesController& results, const std::vector<std::s
                        passOptions);
 
     const bool toTrash = pass.moveToTrash();
+    if (pass.count() == 0)
+        std::cerr
+            << "corvel: no copy is marked for removal: choose copies with --autoselect, --keep or --select "
+               "(in a scan document, \"needToRemove\": true)\n";
     std::FILE* summaryStream = options.json ? stderr : stdout;
     if (pass.count() > 0 && !options.dryRun) {
         const std::string summary = collectorSummary(results, toTrash, pass.count(), pass.size());

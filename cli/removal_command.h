@@ -29,12 +29,13 @@ inline constexpr int kExitNotAllRemoved = 4;
 inline constexpr int kExitStoppedBySignal = 130;
 
 // Marks by hand the copies the file lists (one path per line, blank lines skipped, the
-// --export format). A listed path that is no member of a group, or that may not be
-// removed, or a list that marks every copy of a group without allowAllCopies, is a usage
+// --export format; with nulSeparated each path ended by a NUL byte, as --export -0
+// writes; a relative path is taken from the working folder). A listed path that is no member of a group, or
+// that may not be removed, or a list that marks every copy of a group without allowAllCopies, is a usage
 // error: false with the message, and nothing is marked. With allowAllCopies such groups
 // are marked as forced by the user (then only the Trash may take them).
 bool selectListedCopies(CVDuplicatesController& results, const std::string& listFile, bool allowAllCopies,
-                        std::string* message);
+                        bool nulSeparated, std::string* message);
 
 // Runs the removal pass on the marked copies: prints the collector's summary, asks on a
 // terminal (--yes answers; without a terminal and --yes nothing is touched, exit 2), runs

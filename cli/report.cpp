@@ -1,12 +1,18 @@
 #include "report.h"
 
+#include <sys/stat.h>
+
 #include "engine/file_sizer.h"
 #include "engine/folder.h"
+#include "platform/file_io.h"
 #include "results/duplicates_controller.h"
 #include "results/meta_group.h"
 #include "summary.h"
 
 namespace corvel::cli {
+
+// An earlier export is read to tell it from someone's file; a longer file is not one.
+constexpr std::size_t kMaxExportBytesChecked = std::size_t{256} << 20;
 
 std::string plainSpaces(std::string text) {
     // Sizes carry a no-break space between number and unit; a terminal wants a plain one.
@@ -191,9 +197,54 @@ std::string csvReport(CVDuplicatesController& results) {
     return out;
 }
 
+namespace {
+
+bool isFolderGroup(const CVGroup& group) {
+    return !group.files().empty() && dynamic_cast<const CVFolder*>(group.files().front().get()) != nullptr;
+}
+
+} // namespace
+
+std::size_t folderGroupsCount(CVDuplicatesController& results) {
+    std::size_t count = 0;
+    for (const auto& group : results.duplicatesGroups())
+        count += isFolderGroup(*group);
+    return count;
+}
+
+bool mayWriteExportTo(const std::string& path, std::string* why) {
+    struct stat st {};
+    if (::lstat(path.c_str(), &st) != 0)
+        return true; // made new (a missing folder fails later with its reason)
+    if (!S_ISREG(st.st_mode)) {
+        *why = escapedForTerminal(path) + " is not a regular file";
+        return false;
+    }
+    std::string text;
+    CVError error;
+    if (st.st_size > 0 && !readFileContents(path, text, kMaxExportBytesChecked, &error)) {
+        *why = escapedForTerminal(path) + " exists and is not an earlier export (" +
+               error.localizedDescription() + "); it was left as it is";
+        return false;
+    }
+    // An earlier export: absolute paths, each ended by a line feed or a NUL byte.
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t end = text.find_first_of(std::string_view("\n\0", 2), at);
+        const std::string_view entry(text.data() + at, (end == std::string::npos ? text.size() : end) - at);
+        if (!entry.empty() && entry[0] != '/') {
+            *why = escapedForTerminal(path) + " exists and is not an earlier export; it was left as it is";
+            return false;
+        }
+        at = end == std::string::npos ? text.size() : end + 1;
+    }
+    return true;
+}
+
 std::string fdupesReport(CVDuplicatesController& results) {
     std::string out;
     for (const auto& group : results.duplicatesGroups()) {
+        if (isFolderGroup(*group))
+            continue;
         for (const auto& file : group->files())
             out += file->path() + "\n";
         out += "\n";

@@ -41,8 +41,14 @@ std::string textReport(CVDuplicatesController& results);
 // whether it is a hard link of a member above it, and its path (bytes as they are).
 std::string csvReport(CVDuplicatesController& results);
 
-// The groups as fdupes prints them: each member's path on its own line, groups
-// separated by an empty line.
+// The groups of files as fdupes prints them: each member's path on its own line, groups
+// separated by an empty line. Groups of copied folders are left out (fdupes lists files).
 std::string fdupesReport(CVDuplicatesController& results);
+std::size_t folderGroupsCount(CVDuplicatesController& results);
+
+// Whether --export may write its list at path: a missing or empty file, or one that
+// already holds a list of absolute paths (an earlier export). Anything else is someone's
+// file, perhaps one of the scanned copies: *why says so.
+bool mayWriteExportTo(const std::string& path, std::string* why);
 
 } // namespace corvel::cli

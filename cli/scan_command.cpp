@@ -107,8 +107,8 @@ constexpr std::size_t kSkippedFoldersNamed = 3;
 void reportSkippedSystemFolders(const std::vector<std::string>& folders) {
     if (folders.empty())
         return;
-    std::cerr << "corvel: skipped " << folders.size() << " protected folder" << (folders.size() == 1 ? "" : "s")
-              << ": ";
+    std::cerr << "corvel: skipped " << folders.size() << " protected folder"
+              << (folders.size() == 1 ? "" : "s") << ": ";
     for (std::size_t i = 0; i < folders.size() && i < kSkippedFoldersNamed; ++i)
         std::cerr << (i ? ", " : "") << escapedForTerminal(folders[i]);
     std::cerr << (folders.size() > kSkippedFoldersNamed ? ", ...\n" : "\n");
@@ -150,6 +150,17 @@ int runScan(const ScanOptions& given) {
     options.json = options.format == "json";
     if (options.verbose)
         setLogToStderr(true);
+    if (options.nullSeparated && options.exportFile.empty() && options.selectFile.empty()) {
+        std::cerr << "corvel: -0 applies to --export and --select; neither was given\n";
+        return kExitUsage;
+    }
+    if (!options.exportFile.empty()) {
+        std::string why;
+        if (!mayWriteExportTo(options.exportFile, &why)) {
+            std::cerr << "corvel: --export: " << why << "; nothing was scanned\n";
+            return kExitUsage;
+        }
+    }
     if (options.removal.remove && (options.format == "csv" || options.format == "fdupes")) {
         std::cerr << "corvel: --format " << options.format << " cannot be combined with --remove\n";
         return kExitUsage;
@@ -252,8 +263,16 @@ int runScan(const ScanOptions& given) {
         return kExitFailure;
     }
     std::shared_ptr<CVDuplicatesController> results = scanned;
-    if (options.verify)
+    // What scripts read (CSV, fdupes, an export) may be fed to rm: groups compared on
+    // samples are confirmed byte for byte first.
+    const bool forScripts =
+        options.format == "csv" || options.format == "fdupes" || !options.exportFile.empty();
+    if (options.verify || forScripts)
         results = verifiedResults(*scanned, options.quiet);
+    if (const std::uint64_t hidden = locator.unremovableGroupsLeftOut(); hidden > 0)
+        std::cerr << "corvel: " << hidden << (hidden == 1 ? " group was" : " groups were")
+                  << " left out because you may not remove any of its copies; --show-unremovable shows "
+                  << (hidden == 1 ? "it" : "them") << "\n";
     // A dry run changes nothing, the statistics and the reminder included.
     if (!options.removal.dryRun) {
         recordScanStatistics(CVStatisticsController::sharedInstance(), roots.size(), *results);
@@ -261,11 +280,24 @@ int runScan(const ScanOptions& given) {
     }
     if (options.autoselect)
         autoselectAll(*results);
-    if (!options.keep.empty())
+    if (!options.keep.empty()) {
         keepOneCopyEach(*results, options.keep == "newest");
+        std::size_t undecided = 0;
+        for (const auto& group : results->duplicatesGroups()) {
+            const auto members = group->files();
+            undecided += std::none_of(members.begin(), members.end(),
+                                      [](const auto& file) { return file->needToRemove(); });
+        }
+        if (undecided > 0)
+            std::cerr << "corvel: --keep " << options.keep << ": in " << undecided
+                      << (undecided == 1 ? " group" : " groups") << " no copy is "
+                      << (options.keep == "newest" ? "newer" : "older")
+                      << " than the others (the same modification time), so none was selected there\n";
+    }
     if (!options.selectFile.empty()) {
         std::string message;
-        if (!selectListedCopies(*results, options.selectFile, options.allowAllCopies, &message)) {
+        if (!selectListedCopies(*results, options.selectFile, options.allowAllCopies, options.nullSeparated,
+                                &message)) {
             std::cerr << "corvel: --select: " << message << "; nothing was removed\n";
             return kExitUsage;
         }
@@ -284,6 +316,12 @@ int runScan(const ScanOptions& given) {
                                    : options.format == "fdupes" ? fdupesReport(*results)
                                                                 : textReport(*results);
         std::fwrite(report.data(), 1, report.size(), stdout);
+        const std::size_t folders = options.format == "fdupes" ? folderGroupsCount(*results) : 0;
+        if (folders > 0)
+            std::cerr << "corvel: " << folders
+                      << (folders == 1 ? " group of copied folders is" : " groups of copied folders are")
+                      << " not in the fdupes format, which lists files only (--format text, json or csv show "
+                      << (folders == 1 ? "it" : "them") << ")\n";
     }
     if (!options.minSize && !CVPreferences::sharedInstance().overrideMinSizeDefining() &&
         locator.smallerSizesSkipped())
@@ -298,8 +336,10 @@ int runScan(const ScanOptions& given) {
         }
         if (summarise(*results).selectedFiles == 0)
             std::cerr << "corvel: --export: no copy was selected, so "
-                      << escapedForTerminal(options.exportFile)
-                      << " is empty (--autoselect, --keep or --select choose copies)\n";
+                      << escapedForTerminal(options.exportFile) << " is empty"
+                      << (options.autoselect || !options.keep.empty() || !options.selectFile.empty()
+                              ? "\n"
+                              : " (--autoselect, --keep or --select choose copies)\n");
     }
     return kExitOK;
 }

@@ -396,6 +396,7 @@ void CVDuplicatesLocator::locateDuplicatesInDictionary(SizeGroups& groups) {
         return entry.second.size() == 1 || (maximumSize && entry.first > *maximumSize);
     });
     m_smallerSizesSkipped = false;
+    m_unremovableGroupsLeftOut = 0;
     std::uint64_t useful = 0;
     const std::vector<std::uint64_t> keys = sizesLargestFirst(groups);
     for (const std::uint64_t size : keys)
@@ -517,8 +518,10 @@ GroupPtr CVDuplicatesLocator::makeGroup(const std::shared_ptr<CVFile>& first,
     // The group took its last member's signature while folding; its bytes are of no use
     // once the group is made, and a scan with tens of thousands of groups must not keep them.
     group->releaseSignature();
-    if (group->allFilesForbidden() && !m_showFilesWOPermissions)
+    if (group->allFilesForbidden() && !m_showFilesWOPermissions) {
+        ++m_unremovableGroupsLeftOut;
         return nullptr;
+    }
     if (group->hardLinkCheck())
         return nullptr;
     return group;

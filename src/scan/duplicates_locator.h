@@ -112,6 +112,9 @@ public:
     // Whether the last scan left sizes below its minimum unsearched: with the automatic
     // minimum, those the rule of the largest groups cut off (read after the scan ended).
     bool smallerSizesSkipped() const { return m_smallerSizesSkipped; }
+    // How many groups the last scan left out because the user may remove none of their
+    // copies (without "ShowFilesWithNoPermissions"); read after the scan has ended.
+    std::uint64_t unremovableGroupsLeftOut() const { return m_unremovableGroupsLeftOut.load(); }
     // The pauses that let a progress bar show its last steps; off for the command line.
     void setProgressPauses(bool enabled) { m_progressPauses = enabled; }
 
@@ -191,6 +194,7 @@ private:
     std::optional<std::uint64_t> m_minimumSizeOverride;
     std::optional<std::uint64_t> m_maximumSizeOverride;
     bool m_smallerSizesSkipped = false;
+    std::atomic<std::uint64_t> m_unremovableGroupsLeftOut{0};
     bool m_progressPauses = true;
     std::unique_ptr<SizeGroupReader> m_reader;
     mutable std::unordered_map<const CVFolder*, FolderRemovalAccess> m_folderAccess;
