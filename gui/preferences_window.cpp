@@ -36,8 +36,12 @@ QPushButton* smallButton(const QString& title, const QString& accessible, QWidge
     return button;
 }
 
-// A list with Add and Remove buttons under it.
+// A list with Add and Remove buttons under it; long paths are shortened in the middle
+// (the whole path is the row's tool tip).
 QWidget* listWithButtons(QListWidget* list, QPushButton* add, QPushButton* remove, QWidget* parent) {
+    list->setTextElideMode(Qt::ElideMiddle);
+    list->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    list->setUniformItemSizes(true);
     auto* box = new QWidget(parent);
     auto* layout = new QVBoxLayout(box);
     layout->setContentsMargins(0, 0, 0, 0);
@@ -327,6 +331,7 @@ void PreferencesWindow::loadIgnoreLists() {
                 new QListWidgetItem(extensions ? extensionsText(record) : qs(recordValue(record)), list);
             item->setFlags(item->flags() | Qt::ItemIsUserCheckable);
             item->setCheckState(record[kRecordEnabledKey].toBool() ? Qt::Checked : Qt::Unchecked);
+            item->setToolTip(item->text());
             item->setData(kPathRole, QVariant::fromValue(QByteArray::fromStdString(
                                          extensions ? std::string() : recordValue(record))));
         }
@@ -481,6 +486,7 @@ void PreferencesWindow::loadSelectionLists() {
         auto* row = new QListWidgetItem(QFile::decodeName(QByteArray::fromStdString(item.path)), list);
         row->setFlags(row->flags() | Qt::ItemIsUserCheckable);
         row->setCheckState(item.enabled ? Qt::Checked : Qt::Unchecked);
+        row->setToolTip(row->text());
         row->setData(kPathRole, QByteArray::fromStdString(item.path));
     }
     m_loading = false;

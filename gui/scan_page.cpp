@@ -61,7 +61,11 @@ ScanPage::ScanPage(QWidget* parent) : QWidget(parent) {
     zoneBox->setLayout(zoneRow);
     zoneBox->setFixedSize(360, 340);
 
-    auto* buttons = new QHBoxLayout;
+    // The rows keep their height while their buttons come and go, so the zone stays put.
+    auto* buttonRow = new QWidget(this);
+    buttonRow->setMinimumHeight(m_start->sizeHint().height() + 8);
+    auto* buttons = new QHBoxLayout(buttonRow);
+    buttons->setContentsMargins(0, 0, 0, 0);
     buttons->addStretch();
     buttons->addWidget(m_start);
     buttons->addWidget(m_stop);
@@ -76,8 +80,13 @@ ScanPage::ScanPage(QWidget* parent) : QWidget(parent) {
     layout->addStretch();
     layout->addWidget(zoneBox, 0, Qt::AlignHCenter);
     layout->addStretch();
-    layout->addLayout(buttons);
-    layout->addWidget(m_collector, 0, Qt::AlignHCenter);
+    layout->addWidget(buttonRow);
+    auto* collectorRow = new QWidget(this);
+    collectorRow->setMinimumHeight(m_collector->sizeHint().height());
+    auto* collectorLayout = new QHBoxLayout(collectorRow);
+    collectorLayout->setContentsMargins(0, 0, 0, 0);
+    collectorLayout->addWidget(m_collector, 0, Qt::AlignHCenter);
+    layout->addWidget(collectorRow);
 
     m_dropZone->setFixedSize(300, 300);
     setTabOrder(m_dropZone, m_plus);

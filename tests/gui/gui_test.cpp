@@ -295,15 +295,16 @@ void GuiTest::anUnreadableIgnoreListIsNeverOverwritten() {
     {
         PreferencesWindow prefs(defaults, CVPreferences::sharedInstance(), CVIgnoreList::sharedIgnoreList(),
                                 nullptr);
-        QVERIFY(!prefs.ignoreListEditable());
-        QVERIFY(!prefs.ignoredFolders()->isEnabled());
         test::TempTree tree;
         const std::string folder = tree.folder("x");
         prefs.setChooser([&](bool) { return std::optional<std::string>(folder); });
         prefs.addIgnoredFolder();
         prefs.addExtensionGroup("iso");
         prefs.removeSelectedIgnored(prefs.ignoredFolders());
+        prefs.ignoredFolders()->addItem("edited");
         QCOMPARE(stored(kIgnoreListKey), PropertyValue("not a list"));
+        QVERIFY(!prefs.ignoreListEditable());
+        QVERIFY(!prefs.ignoredFolders()->isEnabled());
     }
     defaults.setObject(saved, kIgnoreListKey);
     QVERIFY(defaults.synchronize());
