@@ -63,7 +63,10 @@ public:
         appendNumber(n);
     }
     void value(int n) { value(static_cast<std::int64_t>(n)); }
-    void nullValue() { separate(); m_out += "null"; }
+    void nullValue() {
+        separate();
+        m_out += "null";
+    }
     const std::string& text() const { return m_out; }
     // Writes what is buffered to the stream once it holds more than a megabyte (or at
     // once with force), so a large report never stands whole in memory.

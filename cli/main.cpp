@@ -63,10 +63,41 @@ int main(int argc, char** argv) {
         ->transform(CLI::AsSizeValue(true).description(""))
         ->transform(notNegative)
         ->type_name("SIZE");
-    scan->add_flag("--autoselect", options.autoselect,
-                   "run automatic selection on every group before printing");
-    scan->add_option("--export", options.exportFile, "write the list of selected copies to FILE")
+    auto* autoselect = scan->add_flag("--autoselect", options.autoselect,
+                                      "run automatic selection on every group before printing");
+    scan->add_option("--keep", options.keep,
+                     "select every copy but the oldest (or newest) of each group, instead of --autoselect")
+        ->check(CLI::IsMember({"oldest", "newest"}))
+        ->type_name("oldest|newest")
+        ->excludes(autoselect);
+    scan->add_option("--exclude", options.overrides.excludes,
+                     "leave out files and folders whose name (or, with a /, whose path) matches GLOB; "
+                     "repeatable; this run only")
+        ->allow_extra_args(false)
+        ->type_name("GLOB");
+    scan->add_option("--exclude-from", options.overrides.excludeFrom,
+                     "the --exclude globs in FILE, one per line")
         ->type_name("FILE");
+    scan->add_option("--always-select", options.overrides.alwaysSelect,
+                     "automatic selection selects the copies in DIR (repeatable; this run only)")
+        ->allow_extra_args(false)
+        ->type_name("DIR");
+    scan->add_option("--never-select", options.overrides.neverSelect,
+                     "automatic selection never selects the copies in DIR (repeatable; this run only)")
+        ->allow_extra_args(false)
+        ->type_name("DIR");
+    scan->add_flag(
+        "--show-unremovable", options.overrides.showUnremovable,
+        "also show groups whose copies you cannot remove (a read-only disk, another user's files)");
+    scan->add_option("--format", options.format, "how stdout shows the groups (--json is --format json)")
+        ->check(CLI::IsMember({"text", "json", "csv", "fdupes"}))
+        ->type_name("text|json|csv|fdupes");
+    auto* exportOption =
+        scan->add_option("--export", options.exportFile, "write the list of selected copies to FILE")
+            ->type_name("FILE");
+    scan->add_flag("-0,--null", options.nullSeparated,
+                   "with --export: end each path with a NUL byte, not a line (names may hold line feeds)")
+        ->needs(exportOption);
     scan->add_option("--settings", settings, "use FILE as the settings store (created when missing)")
         ->type_name("FILE");
     auto* quiet = scan->add_flag("--quiet", options.quiet, "no progress");
@@ -166,8 +197,9 @@ Examples:
     remind->add_flag("--json", remindOptions.json, "with --status: one JSON document on stdout")
         ->needs(remindStatus);
     every->excludes(remindStatus);
-    remind->add_option("--settings", remindOptions.settings,
-                       "use FILE as the settings store (--every writes the period there)")
+    remind
+        ->add_option("--settings", remindOptions.settings,
+                     "use FILE as the settings store (--every writes the period there)")
         ->type_name("FILE");
     remind->footer("Without options, shows the reminder as a desktop notification when it is due and does "
                    "nothing otherwise. A finished \"corvel scan\" re-arms it one period ahead. To have it "

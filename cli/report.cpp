@@ -162,4 +162,43 @@ std::string textReport(CVDuplicatesController& results) {
     return out + "\n";
 }
 
+namespace {
+
+std::string csvField(std::string_view text) {
+    if (text.find_first_of(",\"\r\n") == std::string_view::npos)
+        return std::string(text);
+    std::string quoted = "\"";
+    for (const char c : text)
+        quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
+    return quoted + "\"";
+}
+
+} // namespace
+
+std::string csvReport(CVDuplicatesController& results) {
+    std::string out = "group,category,size,size_on_disk,selected,hard_link,path\r\n";
+    std::size_t number = 0;
+    for (const auto& group : results.duplicatesGroups()) {
+        ++number;
+        const std::vector<bool> links = hardLinksOfEarlierMembers(*group);
+        const auto& files = group->files();
+        for (std::size_t i = 0; i < files.size(); ++i)
+            out += std::to_string(number) + "," + csvField(CVMetaGroup::stringType(group->metaGroupType())) +
+                   "," + std::to_string(files[i]->size()) + "," + std::to_string(files[i]->sizeOnDisk()) +
+                   "," + (files[i]->needToRemove() ? "yes" : "no") + "," + (links[i] ? "yes" : "no") + "," +
+                   csvField(files[i]->path()) + "\r\n";
+    }
+    return out;
+}
+
+std::string fdupesReport(CVDuplicatesController& results) {
+    std::string out;
+    for (const auto& group : results.duplicatesGroups()) {
+        for (const auto& file : group->files())
+            out += file->path() + "\n";
+        out += "\n";
+    }
+    return out;
+}
+
 } // namespace corvel::cli

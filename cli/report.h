@@ -35,4 +35,14 @@ void writeJsonReport(const std::vector<std::string>& roots, CVDuplicatesControll
 // closing summary line.
 std::string textReport(CVDuplicatesController& results);
 
+// The groups as CSV (RFC 4180: a header line, CRLF line ends, fields with a comma, a
+// quote or a line break quoted with quotes doubled): one row per member with its
+// group's number (from 1), category, size, size on disk, whether it is selected,
+// whether it is a hard link of a member above it, and its path (bytes as they are).
+std::string csvReport(CVDuplicatesController& results);
+
+// The groups as fdupes prints them: each member's path on its own line, groups
+// separated by an empty line.
+std::string fdupesReport(CVDuplicatesController& results);
+
 } // namespace corvel::cli

@@ -14,11 +14,11 @@
 #include "engine/file_sizer.h"
 #include "json_writer.h"
 #include "plan_reader.h"
-#include "remind_command.h"
 #include "platform/main_queue.h"
 #include "platform/notification_center.h"
 #include "platform/system_log.h"
 #include "platform/user_defaults.h"
+#include "remind_command.h"
 #include "removal/statistics_controller.h"
 #include "report.h"
 #include "results/meta_group.h"
@@ -28,6 +28,7 @@
 #include "settings/ignore_list.h"
 #include "settings/preferences.h"
 #include "stats_command.h"
+#include "summary.h"
 
 namespace corvel::cli {
 
@@ -116,11 +117,34 @@ void autoselectAll(CVDuplicatesController& results) {
     MainQueue::shared().drain(); // the groups' counts are announced on the main queue
 }
 
+// Selects every copy of each group but the oldest (or the newest).
+void keepOneCopyEach(CVDuplicatesController& results, bool newest) {
+    CVSelectingController selecting(nullptr, UserDefaults::standardUserDefaults());
+    if (newest)
+        selecting.keepMostRecentItemsInGroupsArray(results.duplicatesGroups());
+    else
+        selecting.keepOldestItemsInGroupsArray(results.duplicatesGroups());
+    MainQueue::shared().drain();
+}
+
 } // namespace
 
-int runScan(const ScanOptions& options) {
+int runScan(const ScanOptions& given) {
+    ScanOptions options = given;
+    if (options.json)
+        options.format = "json";
+    options.json = options.format == "json";
     if (options.verbose)
         setLogToStderr(true);
+    if (options.removal.remove && (options.format == "csv" || options.format == "fdupes")) {
+        std::cerr << "corvel: --format " << options.format << " cannot be combined with --remove\n";
+        return kExitUsage;
+    }
+    std::string overrideProblem;
+    if (!applyRunOverrides(options.overrides, UserDefaults::standardUserDefaults(), &overrideProblem)) {
+        std::cerr << "corvel: " << overrideProblem << "\n";
+        return kExitUsage;
+    }
     std::vector<std::string> roots;
     for (const auto& path : options.paths) {
         char resolved[PATH_MAX];
@@ -222,6 +246,8 @@ int runScan(const ScanOptions& options) {
     }
     if (options.autoselect)
         autoselectAll(*results);
+    if (!options.keep.empty())
+        keepOneCopyEach(*results, options.keep == "newest");
     if (!options.selectFile.empty()) {
         std::string message;
         if (!selectListedCopies(*results, options.selectFile, options.allowAllCopies, &message)) {
@@ -239,7 +265,9 @@ int runScan(const ScanOptions& options) {
     if (options.json) {
         writeJsonReport(roots, *results, stdout);
     } else {
-        const std::string report = textReport(*results);
+        const std::string report = options.format == "csv"      ? csvReport(*results)
+                                   : options.format == "fdupes" ? fdupesReport(*results)
+                                                                : textReport(*results);
         std::fwrite(report.data(), 1, report.size(), stdout);
     }
     if (!options.minSize && !CVPreferences::sharedInstance().overrideMinSizeDefining() &&
@@ -249,10 +277,14 @@ int runScan(const ScanOptions& options) {
                      "compares every size\n";
     if (!options.exportFile.empty()) {
         CVError exportError;
-        if (!results->exportSelectedDupesToPath(options.exportFile, &exportError)) {
+        if (!results->exportSelectedDupesToPath(options.exportFile, &exportError, options.nullSeparated)) {
             std::cerr << "corvel: " << exportError.localizedDescription() << "\n";
             return kExitFailure;
         }
+        if (summarise(*results).selectedFiles == 0)
+            std::cerr << "corvel: --export: no copy was selected, so "
+                      << escapedForTerminal(options.exportFile)
+                      << " is empty (--autoselect, --keep or --select choose copies)\n";
     }
     return kExitOK;
 }

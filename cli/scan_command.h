@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "removal_command.h"
+#include "run_overrides.h"
 
 namespace corvel::cli {
 
@@ -22,6 +23,10 @@ struct ScanOptions {
     bool verify = false;    // confirm groups compared on samples byte for byte
     std::string selectFile; // mark the copies listed in the file
     bool allowAllCopies = false;
+    std::string format = "text"; // text, json, csv or fdupes (--json is json)
+    bool nullSeparated = false;  // the export: NUL after each path
+    std::string keep;            // "oldest" or "newest": keep that copy of every group
+    RunOverrides overrides;
     RemovalOptions removal;
 };
 

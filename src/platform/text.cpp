@@ -198,8 +198,11 @@ bool caseInsensitiveEqual(std::string_view a, std::string_view b) {
     return comparisonKey(a, true) == comparisonKey(b, true);
 }
 
-int localizedCaseInsensitiveCompare(std::string_view a, std::string_view b) {
-    // Collators are not shared between threads; each thread keeps its own.
+namespace {
+
+// The collator of the user's locale at secondary strength (case ignored), one per thread:
+// collators are not shared between threads. Null when ICU has none.
+icu::Collator* localizedCollator() {
     thread_local std::unique_ptr<icu::Collator> collator = [] {
         UErrorCode status = U_ZERO_ERROR;
         // The POSIX locale's collation orders by code point, case first; the root
@@ -214,6 +217,13 @@ int localizedCaseInsensitiveCompare(std::string_view a, std::string_view b) {
             c->setStrength(icu::Collator::SECONDARY);
         return c;
     }();
+    return collator.get();
+}
+
+} // namespace
+
+int localizedCaseInsensitiveCompare(std::string_view a, std::string_view b) {
+    icu::Collator* collator = localizedCollator();
     if (!collator) {
         const std::string ka = comparisonKey(a, true);
         const std::string kb = comparisonKey(b, true);
@@ -224,6 +234,24 @@ int localizedCaseInsensitiveCompare(std::string_view a, std::string_view b) {
         collator->compareUTF8(icu::StringPiece(a.data(), static_cast<int32_t>(a.size())),
                               icu::StringPiece(b.data(), static_cast<int32_t>(b.size())), status);
     return r == UCOL_LESS ? -1 : (r == UCOL_GREATER ? 1 : 0);
+}
+
+std::string localizedSortKey(std::string_view text) {
+    icu::Collator* collator = localizedCollator();
+    if (!collator)
+        return comparisonKey(text, true);
+    const icu::UnicodeString unicode = fromUtf8(text);
+    std::string key(64, '\0');
+    auto* bytes = reinterpret_cast<uint8_t*>(key.data());
+    int32_t length = collator->getSortKey(unicode, bytes, static_cast<int32_t>(key.size()));
+    if (length > static_cast<int32_t>(key.size())) {
+        key.resize(static_cast<std::size_t>(length));
+        bytes = reinterpret_cast<uint8_t*>(key.data());
+        length = collator->getSortKey(unicode, bytes, length);
+    }
+    // The key ends with a zero byte, which takes no part in the order.
+    key.resize(length > 0 ? static_cast<std::size_t>(length - 1) : 0);
+    return key;
 }
 
 std::string asciiLowercase(std::string_view text) {

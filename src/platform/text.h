@@ -62,6 +62,9 @@ std::string comparisonKey(std::string_view text, bool ignoreCase, bool ignoreDia
 bool caseInsensitiveEqual(std::string_view a, std::string_view b);
 // Ordering as the user's locale sorts, ignoring case: negative, 0 or positive.
 int localizedCaseInsensitiveCompare(std::string_view a, std::string_view b);
+// A key whose bytewise order is the order of localizedCaseInsensitiveCompare, for sorting
+// many texts without comparing each pair through the collator.
+std::string localizedSortKey(std::string_view text);
 
 // The text with ASCII capitals made small; other bytes as they are.
 std::string asciiLowercase(std::string_view text);

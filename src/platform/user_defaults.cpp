@@ -194,7 +194,17 @@ void UserDefaults::loadFile() {
         refuse(FileState::NotASettingsFile, std::move(error));
 }
 
+void UserDefaults::setVolatileObject(PropertyValue value, std::string_view key) {
+    std::lock_guard lock(m_mutex);
+    if (value.isNull())
+        m_volatile.erase(std::string(key));
+    else
+        m_volatile[std::string(key)] = std::move(value);
+}
+
 PropertyValue UserDefaults::effectiveValueLocked(std::string_view key, std::string* warning) const {
+    if (const auto it = m_volatile.find(key); it != m_volatile.end())
+        return it->second;
     const auto registered = m_registered.find(key);
     if (auto it = m_stored.find(key); it != m_stored.end()) {
         if (registered == m_registered.end() || fitsRegisteredType(it->second, registered->second))

@@ -119,6 +119,11 @@ public:
     }
     void removeObjectForKey(std::string_view key) { setObject(PropertyValue(), key); }
 
+    // A value for this run only (a command line's option): it wins over the stored value
+    // and the registered default, is never written, and leaves the stored value as it is
+    // (setObject still changes that). A null value ends the override.
+    void setVolatileObject(PropertyValue value, std::string_view key);
+
     // Adds registered defaults (later registrations of a key win). Never written.
     void registerDefaults(const PropertyValue::Dictionary& defaults);
     // True when the file (not a registered default) holds the key.
@@ -161,6 +166,7 @@ private:
     mutable std::mutex m_mutex;
     PropertyValue::Dictionary m_stored;
     PropertyValue::Dictionary m_registered;
+    PropertyValue::Dictionary m_volatile;
     bool m_dirty = false;
     // Keys whose stored value was reported as of the wrong type.
     mutable std::set<std::string, std::less<>> m_reportedKeys;

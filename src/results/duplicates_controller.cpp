@@ -244,7 +244,7 @@ void CVDuplicatesController::recalcMetaGroups() {
     m_notifier.didChangeValueForKey("metaGroups");
 }
 
-std::string CVDuplicatesController::exportText() const {
+std::string CVDuplicatesController::exportText(bool nulSeparated) const {
     std::lock_guard lock(m_mutex);
     std::string text;
     for (const auto& group : m_duplicatesGroupsArray) {
@@ -252,19 +252,20 @@ std::string CVDuplicatesController::exportText() const {
         for (const auto& file : group->files()) {
             if (file->needToRemove()) {
                 text += file->path();
-                text += '\n';
+                text += nulSeparated ? '\0' : '\n';
                 contributed = true;
             }
         }
-        if (contributed)
+        if (contributed && !nulSeparated)
             text += '\n';
     }
     return text;
 }
 
-bool CVDuplicatesController::exportSelectedDupesToPath(const std::string& path, CVError* error) const {
+bool CVDuplicatesController::exportSelectedDupesToPath(const std::string& path, CVError* error,
+                                                       bool nulSeparated) const {
     CVError failure;
-    const bool ok = saveFile(path, exportText(), &failure);
+    const bool ok = saveFile(path, exportText(nulSeparated), &failure);
     if (!ok) {
         systemLogf("Error saving list of selected dupes: %@", failure.localizedDescription());
         setError(error, failure);

@@ -68,12 +68,13 @@ public:
     void recalcMetaGroups();
 
     // The export text: each selected file's path and a line feed, and an empty line
-    // after every group that contributed; groups in insertion order.
-    std::string exportText() const;
+    // after every group that contributed; groups in insertion order. nulSeparated: each
+    // path followed by a NUL byte instead, no group separators (names may hold line feeds).
+    std::string exportText(bool nulSeparated = false) const;
     // Saves the export text at path (UTF-8) with saveFile: a list already there is
     // replaced only once the whole new one is on disk. On failure logs "Error saving list
     // of selected dupes: %@" and fills *error. Posts "CVExportPanelDidClose" either way.
-    bool exportSelectedDupesToPath(const std::string& path, CVError* error) const;
+    bool exportSelectedDupesToPath(const std::string& path, CVError* error, bool nulSeparated = false) const;
     void collectAllDuplicatesAtPath(const std::string&) {}
 
     ChangeNotifier& changeNotifier() { return m_notifier; }

@@ -173,10 +173,11 @@ TEST_F(CorvelRemove, OnATerminalTheAnswerDecides) {
     auto ask = [&](const std::string& answer) {
         const std::string out = home / "terminal.txt";
         const std::string inner = "HOME='" + home.path() + "' XDG_DATA_HOME='" + home.path() +
-                                  "/.local/share' " + CORVEL_BINARY + " scan --autoselect --remove --settings " +
-                                  shellQuoted(settingsFile()) + " " + shellQuoted(tree.path());
-        const std::string command = "printf '" + answer + "\\n' | script -qec \"" + inner + "\" /dev/null > '" + out +
-                                    "' 2>&1";
+                                  "/.local/share' " + CORVEL_BINARY +
+                                  " scan --autoselect --remove --settings " + shellQuoted(settingsFile()) +
+                                  " " + shellQuoted(tree.path());
+        const std::string command =
+            "printf '" + answer + "\\n' | script -qec \"" + inner + "\" /dev/null > '" + out + "' 2>&1";
         const int status = std::system(command.c_str());
         return std::make_pair(WIFEXITED(status) ? WEXITSTATUS(status) : -1, test::TempTree::read(out));
     };
@@ -253,11 +254,12 @@ TEST_F(CorvelRemove, DeleteAndEmptyFolderChoicesHoldForTheRunOnly) {
     EXPECT_FALSE(fs::exists(trashFolder()));
     // --keep-empty-folders overrides a stored choice to remove them, for the run.
     buildCopies();
-    home.file("keep-folders.plist", "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>"
-                                    "<key>RemoveEmptyFolders</key><true/></dict></plist>\n");
+    home.file("keep-folders.plist",
+              "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>"
+              "<key>RemoveEmptyFolders</key><true/></dict></plist>\n");
     const auto kept = test::runCorvel("scan --autoselect --remove --yes --keep-empty-folders --settings " +
-                                          shellQuoted(home / "keep-folders.plist") + " " + shellQuoted(tree.path()) +
-                                          " </dev/null",
+                                          shellQuoted(home / "keep-folders.plist") + " " +
+                                          shellQuoted(tree.path()) + " </dev/null",
                                       home, "XDG_DATA_HOME='" + home.path() + "/.local/share' ");
     ASSERT_EQ(kept.status, 0) << kept.err;
     EXPECT_FALSE(fs::exists(tree / "Pictures/Old/beach copy.jpg"));

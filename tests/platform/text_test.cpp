@@ -1,4 +1,6 @@
 #include <gtest/gtest.h>
+#include <string>
+#include <vector>
 
 #include "platform/text.h"
 
@@ -90,6 +92,32 @@ TEST(Text, LocalisedOrderingIgnoresCase) {
               0)
         << "é sorts with e, before f";
     EXPECT_EQ(lowercase("\xC3\x89T\xC3\x89"), "\xC3\xA9t\xC3\xA9");
+}
+
+TEST(Text, LocalizedSortKeysOrderAsTheLocalizedComparison) {
+    const std::vector<std::string> texts{"apple",
+                                         "APPLE",
+                                         "Banana",
+                                         "zebra",
+                                         "\xC3\xA9"
+                                         "a",
+                                         "f",
+                                         "",
+                                         "a10",
+                                         "a9",
+                                         "Zeta",
+                                         "beta",
+                                         "\xFF\xFE not UTF-8",
+                                         std::string(200, 'x')};
+    for (const auto& a : texts) {
+        for (const auto& b : texts) {
+            const int compared = localizedCaseInsensitiveCompare(a, b);
+            const std::string ka = localizedSortKey(a);
+            const std::string kb = localizedSortKey(b);
+            const int byKeys = ka < kb ? -1 : (kb < ka ? 1 : 0);
+            EXPECT_EQ(byKeys, compared) << a << " / " << b;
+        }
+    }
 }
 
 } // namespace

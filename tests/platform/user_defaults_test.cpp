@@ -84,6 +84,31 @@ TEST(UserDefaults, RegisteredDefaultsAnswerReadsButAreNeverWritten) {
     EXPECT_EQ(readFile(path).count(), 0u);
 }
 
+// Options of one run: they decide every read, and the file keeps the user's values.
+TEST(UserDefaults, VolatileValuesWinButAreNeverWritten) {
+    test::TempTree tree;
+    const std::string path = tree / "d.plist";
+    UserDefaults defaults(path);
+    defaults.registerDefaults({{"MinScanSize", 10}});
+    defaults.setObject("user's", "IgnoreRegexpString");
+    ASSERT_TRUE(defaults.synchronize());
+    defaults.setVolatileObject("(user's)|(this run)", "IgnoreRegexpString");
+    defaults.setVolatileObject(PropertyValue::Array{"/run"}, "AutoselectList");
+    defaults.setVolatileObject(30, "MinScanSize");
+    EXPECT_EQ(defaults.stringForKey("IgnoreRegexpString"), "(user's)|(this run)");
+    EXPECT_EQ(defaults.arrayForKey("AutoselectList")->size(), 1u);
+    EXPECT_EQ(defaults.integerForKey("MinScanSize"), 30);
+    defaults.setInteger(20, "MinScanSize"); // a change the user makes meanwhile is kept
+    EXPECT_EQ(defaults.integerForKey("MinScanSize"), 30);
+    ASSERT_TRUE(defaults.synchronize());
+    const PropertyValue file = readFile(path);
+    EXPECT_EQ(file["IgnoreRegexpString"].toString(), "user's");
+    EXPECT_TRUE(file["AutoselectList"].isNull());
+    EXPECT_EQ(file["MinScanSize"].toInt64(), 20);
+    defaults.setVolatileObject(PropertyValue(), "MinScanSize");
+    EXPECT_EQ(defaults.integerForKey("MinScanSize"), 20);
+}
+
 TEST(UserDefaults, NothingIsWrittenUntilSomethingChanges) {
     test::TempTree tree;
     UserDefaults defaults(tree / "never.plist");

@@ -4,10 +4,12 @@
 // file. The session bus is a socket that does not exist, so no test (nor a corvel it
 // runs) reaches the account's desktop; tests that need a bus start their own.
 
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <string>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "platform/user_defaults.h"
 
@@ -20,6 +22,8 @@ struct IsolatedEnvironment {
         std::string root = std::string(tmp && *tmp ? tmp : "/tmp") + "/corvel-home-XXXXXX";
         if (!::mkdtemp(root.data()))
             return;
+        m_root = root;
+        m_owner = ::getpid();
         const std::string config = root + "/.config";
         ::mkdir(config.c_str(), 0700);
         ::setenv("HOME", root.c_str(), 1);
@@ -31,6 +35,20 @@ struct IsolatedEnvironment {
         ::setenv("CORVEL_SETTINGS", (config + "/corvel-test.plist").c_str(), 1);
         UserDefaults::setStandardPath(config + "/corvel-test.plist");
     }
+
+    // The folders go with the test program; a child process it forked (to run code as
+    // another user, or to be killed) ends without taking them.
+    ~IsolatedEnvironment() {
+        if (m_root.empty() || ::getpid() != m_owner)
+            return;
+        std::error_code ignored;
+        std::filesystem::permissions(m_root, std::filesystem::perms::owner_all,
+                                     std::filesystem::perm_options::add, ignored);
+        std::filesystem::remove_all(m_root, ignored);
+    }
+
+    std::string m_root;
+    pid_t m_owner = 0;
 };
 
 const IsolatedEnvironment g_environment;

@@ -1,0 +1,274 @@
+// End-to-end: the options that steer one run (excludes, select lists, keep) and the
+// output for scripts (CSV, fdupes, NUL-separated export); nothing of them is stored.
+
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include "cli/corvel_runner.h"
+#include "support/other_user.h"
+#include "support/temp_tree.h"
+
+namespace corvel {
+namespace {
+
+using test::runCorvel;
+using test::shellQuoted;
+
+class CorvelSteering : public testing::Test {
+protected:
+    std::string settings() { return "--settings " + shellQuoted(home / "settings.plist"); }
+    // The paths of the groups in the JSON document, each group's members sorted.
+    std::vector<std::vector<std::string>> groups(const std::string& json) {
+        std::vector<std::vector<std::string>> out;
+        const auto doc = nlohmann::json::parse(json);
+        for (const auto& group : doc["groups"]) {
+            std::vector<std::string> members;
+            for (const auto& file : group["files"])
+                members.push_back(file["path"].get<std::string>());
+            std::sort(members.begin(), members.end());
+            out.push_back(members);
+        }
+        std::sort(out.begin(), out.end());
+        return out;
+    }
+    std::vector<std::string> selected(const std::string& json) {
+        std::vector<std::string> out;
+        const auto doc = nlohmann::json::parse(json);
+        for (const auto& group : doc["groups"])
+            for (const auto& file : group["files"])
+                if (file["needToRemove"].get<bool>())
+                    out.push_back(file["path"].get<std::string>());
+        std::sort(out.begin(), out.end());
+        return out;
+    }
+    void setMTime(const std::string& path, time_t seconds) {
+        const timeval times[2] = {{seconds, 0}, {seconds, 0}};
+        ASSERT_EQ(::utimes(path.c_str(), times), 0);
+    }
+
+    test::TempTree home;
+    test::TempTree tree;
+};
+
+TEST_F(CorvelSteering, ExcludesLeaveOutWhatTheyMatchForThisRunOnly) {
+    for (const char* folder : {"keep", "work", "node_modules"}) {
+        tree.file(std::string(folder) + "/a.bin", std::string(60000, 'a'));
+        tree.file(std::string(folder) + "/b.txt", std::string(60000, 'b'));
+        tree.file(std::string(folder) + "/own", std::string(folder) + " alone"); // no two folders are copies
+    }
+    const std::string globs = home.file("globs", "# build output\n\nnode_modules\r\n*.txt\n");
+    struct Case {
+        std::string options;
+        std::vector<std::vector<std::string>> groups;
+    };
+    const std::string k = tree / "keep", w = tree / "work", n = tree / "node_modules";
+    for (const Case& c :
+         {Case{"--exclude node_modules", {{k + "/a.bin", w + "/a.bin"}, {k + "/b.txt", w + "/b.txt"}}},
+          Case{"--exclude node_modules --exclude '*.TXT'", {{k + "/a.bin", w + "/a.bin"}}},
+          Case{"--exclude-from " + shellQuoted(globs), {{k + "/a.bin", w + "/a.bin"}}},
+          Case{"--exclude " + shellQuoted(w) + " --exclude '*.bin'", {{k + "/b.txt", n + "/b.txt"}}}}) {
+        const auto run = runCorvel("scan --json --min-size 1 " + c.options + " " + settings() + " " +
+                                       shellQuoted(tree.path()),
+                                   home);
+        ASSERT_EQ(run.status, 0) << c.options << "\n" << run.err;
+        EXPECT_EQ(groups(run.out), c.groups) << c.options;
+    }
+    const std::string stored = test::TempTree::read(home / "settings.plist");
+    EXPECT_EQ(stored.find("IgnoreRegexpString"), std::string::npos) << stored;
+    EXPECT_EQ(stored.find("node_modules"), std::string::npos) << stored;
+    const auto missing = runCorvel("scan --exclude-from " + shellQuoted(home / "none") + " " + settings() +
+                                       " " + shellQuoted(tree.path()),
+                                   home);
+    EXPECT_EQ(missing.status, 2);
+    EXPECT_NE(missing.err.find("--exclude-from"), std::string::npos) << missing.err;
+}
+
+TEST_F(CorvelSteering, SelectListsOfThisRunTellAutoselectWhereCopiesGo) {
+    for (const char* folder : {"originals", "copies"})
+        for (int i = 0; i < 3; ++i)
+            tree.file(std::string(folder) + "/" + std::to_string(i) + ".jpg", std::string(60000 + i, 'p'));
+    tree.file("originals/only.txt", "keeps the folders apart");
+    const std::string o = tree / "originals", c = tree / "copies";
+    const std::vector<std::string> copies = {c + "/0.jpg", c + "/1.jpg", c + "/2.jpg"};
+    struct Case {
+        std::string options;
+        std::vector<std::string> selected;
+    };
+    // Never Select only forbids: alone it leaves the choice open, so nothing is selected.
+    for (const Case& k :
+         {Case{"--always-select " + shellQuoted(c), copies}, Case{"--never-select " + shellQuoted(o), {}},
+          Case{"--never-select " + shellQuoted(o) + " --always-select " + shellQuoted(c), copies},
+          Case{"--never-select " + shellQuoted(c) + " --always-select " + shellQuoted(o),
+               {o + "/0.jpg", o + "/1.jpg", o + "/2.jpg"}}}) {
+        const auto run = runCorvel("scan --json --autoselect " + k.options + " " + settings() + " " +
+                                       shellQuoted(tree.path()),
+                                   home);
+        ASSERT_EQ(run.status, 0) << k.options << "\n" << run.err;
+        EXPECT_EQ(selected(run.out), k.selected) << k.options << "\n" << run.err;
+    }
+    const std::string stored = test::TempTree::read(home / "settings.plist");
+    EXPECT_EQ(stored.find(o), std::string::npos) << stored;
+    EXPECT_EQ(stored.find(c), std::string::npos) << stored;
+    const auto notAFolder = runCorvel("scan --autoselect --always-select " + shellQuoted(c + "/0.jpg") + " " +
+                                          settings() + " " + shellQuoted(tree.path()),
+                                      home);
+    EXPECT_EQ(notAFolder.status, 2);
+    EXPECT_NE(notAFolder.err.find("is not a folder"), std::string::npos) << notAFolder.err;
+}
+
+TEST_F(CorvelSteering, KeepOldestOrNewestSelectsTheOtherCopies) {
+    const std::string a = tree.file("a/x.bin", std::string(60000, 'x'));
+    const std::string b = tree.file("b/x.bin", std::string(60000, 'x'));
+    const std::string c = tree.file("c/x.bin", std::string(60000, 'x'));
+    for (const char* folder : {"a", "b", "c"})
+        tree.file(std::string(folder) + "/own", std::string(folder) + " alone"); // no two folders are copies
+    setMTime(a, 1500000000);
+    setMTime(b, 1400000000); // the oldest
+    setMTime(c, 1600000000); // the newest
+    struct Case {
+        std::string keep;
+        std::vector<std::string> selected;
+    };
+    for (const Case& k : {Case{"oldest", {a, c}}, Case{"newest", {a, b}}}) {
+        const auto run = runCorvel(
+            "scan --json --keep " + k.keep + " " + settings() + " " + shellQuoted(tree.path()), home);
+        ASSERT_EQ(run.status, 0) << run.err;
+        EXPECT_EQ(selected(run.out), k.selected) << k.keep;
+    }
+    EXPECT_EQ(runCorvel("scan --keep biggest " + settings() + " " + shellQuoted(tree.path()), home).status,
+              2);
+    EXPECT_EQ(
+        runCorvel("scan --keep oldest --autoselect " + settings() + " " + shellQuoted(tree.path()), home)
+            .status,
+        2);
+}
+
+// Splits CSV text as RFC 4180 reads it: quoted fields may hold commas, quotes and line breaks.
+std::vector<std::vector<std::string>> parseCsv(const std::string& text) {
+    std::vector<std::vector<std::string>> rows(1);
+    std::string field;
+    bool quoted = false;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char ch = text[i];
+        if (quoted) {
+            if (ch == '"' && i + 1 < text.size() && text[i + 1] == '"')
+                field += '"', ++i;
+            else if (ch == '"')
+                quoted = false;
+            else
+                field += ch;
+        } else if (ch == '"') {
+            quoted = true;
+        } else if (ch == ',') {
+            rows.back().push_back(field), field.clear();
+        } else if (ch == '\r' && i + 1 < text.size() && text[i + 1] == '\n') {
+            rows.back().push_back(field), field.clear(), rows.emplace_back(), ++i;
+        } else {
+            field += ch;
+        }
+    }
+    if (rows.back().empty())
+        rows.pop_back();
+    return rows;
+}
+
+TEST_F(CorvelSteering, ScriptFormatsReadBackToTheSameGroups) {
+    const std::string odd = "a \"quoted\", odd\nname.bin";
+    const std::string first = tree.file("one/" + odd, std::string(60000, 'q'));
+    const std::string second = tree.file("two/plain.bin", std::string(60000, 'q'));
+    setMTime(first, 1400000000); // the older: --keep newest selects it
+    ASSERT_EQ(::link(second.c_str(), (tree / "two/link.bin").c_str()), 0);
+    tree.file("one/other.bin", std::string(70000, 'r'));
+    tree.file("two/other.bin", std::string(70000, 'r'));
+    const std::string scan = settings() + " " + shellQuoted(tree.path());
+    const auto json = runCorvel("scan --json " + scan, home);
+    ASSERT_EQ(json.status, 0) << json.err;
+    const auto expected = groups(json.out);
+
+    const auto csv = runCorvel("scan --format csv " + scan, home);
+    ASSERT_EQ(csv.status, 0) << csv.err;
+    const auto rows = parseCsv(csv.out);
+    ASSERT_FALSE(rows.empty());
+    EXPECT_EQ(rows[0], (std::vector<std::string>{"group", "category", "size", "size_on_disk", "selected",
+                                                 "hard_link", "path"}));
+    std::map<std::string, std::vector<std::string>> byGroup;
+    std::size_t links = 0;
+    for (std::size_t r = 1; r < rows.size(); ++r) {
+        ASSERT_EQ(rows[r].size(), 7u) << r;
+        byGroup[rows[r][0]].push_back(rows[r][6]);
+        links += rows[r][5] == "yes";
+    }
+    std::vector<std::vector<std::string>> fromCsv;
+    for (auto& [number, members] : byGroup) {
+        std::sort(members.begin(), members.end());
+        fromCsv.push_back(members);
+    }
+    std::sort(fromCsv.begin(), fromCsv.end());
+    EXPECT_EQ(fromCsv, expected);
+    EXPECT_EQ(links, 1u);
+
+    const auto fdupes =
+        runCorvel("scan --format fdupes --exclude " + shellQuoted("*name.bin") + " " + scan, home);
+    ASSERT_EQ(fdupes.status, 0) << fdupes.err;
+    // Left alone, the two names of one file are no duplicates.
+    EXPECT_EQ(fdupes.out, (tree / "one/other.bin") + "\n" + (tree / "two/other.bin") + "\n\n") << fdupes.out;
+    EXPECT_EQ(runCorvel("scan --format xml " + scan, home).status, 2);
+
+    // The export of a name with a line feed, NUL-separated.
+    const auto exported =
+        runCorvel("scan --keep newest --export " + shellQuoted(home / "export") + " -0 " + scan, home);
+    ASSERT_EQ(exported.status, 0) << exported.err;
+    const std::string bytes = test::TempTree::read(home / "export");
+    std::vector<std::string> paths;
+    for (std::size_t at = 0, end; (end = bytes.find('\0', at)) != std::string::npos; at = end + 1)
+        paths.push_back(bytes.substr(at, end - at));
+    ASSERT_FALSE(bytes.empty());
+    EXPECT_EQ(bytes.back(), '\0');
+    const auto doc = runCorvel("scan --json --keep newest " + scan, home);
+    std::vector<std::string> chosen = selected(doc.out);
+    std::sort(paths.begin(), paths.end());
+    EXPECT_EQ(paths, chosen);
+    EXPECT_EQ(chosen, std::vector<std::string>{first});
+}
+
+TEST_F(CorvelSteering, UnremovableGroupsShowWhenAsked) {
+    // Files of this account in folders another account may read but not change.
+    tree.file("ro/a/x.bin", std::string(60000, 'x'));
+    tree.file("ro/b/x.bin", std::string(60000, 'x'));
+    tree.file("ro/a/only.txt", "apart");
+    test::openToAnotherUser(home.path());
+    test::openToAnotherUser(tree / "ro"); // and the folders above; a/ and b/ stay 0755
+    for (const char* folder : {"ro/a", "ro/b"})
+        ASSERT_EQ(::chmod((tree / folder).c_str(), 0755), 0);
+    const std::string scan = settings() + " " + shellQuoted(tree / "ro");
+    const auto run = [&](const std::string& options) {
+        test::CorvelOutcome outcome{};
+        const std::string out = home / "out.txt";
+        const std::string command = "HOME='" + home.path() + "' XDG_CONFIG_HOME='" + home.path() +
+                                    "/.config' " + CORVEL_BINARY + std::string(" scan --json ") + options +
+                                    " " + scan + " >'" + out + "' 2>/dev/null";
+        outcome.status = test::runAsAnotherUser([&] {
+            ::execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
+            return 127;
+        });
+        outcome.out = test::TempTree::read(out);
+        return outcome;
+    };
+    const auto hidden = run("");
+    ASSERT_EQ(hidden.status, 0);
+    EXPECT_TRUE(groups(hidden.out).empty()) << hidden.out;
+    const auto visible = run("--show-unremovable");
+    ASSERT_EQ(visible.status, 0);
+    EXPECT_EQ(groups(visible.out),
+              (std::vector<std::vector<std::string>>{{tree / "ro/a/x.bin", tree / "ro/b/x.bin"}}));
+    EXPECT_EQ(test::TempTree::read(home / "settings.plist").find("ShowFilesWithNoPermissions"),
+              std::string::npos);
+}
+
+} // namespace
+} // namespace corvel
