@@ -4,7 +4,7 @@ BUILD      ?= build
 JOBS       ?= 2
 CMAKE_ARGS ?=
 
-.PHONY: build deps configure test scan gui install format lint test-asan test-tsan bench fuzz clean
+.PHONY: build deps configure test scan gui screenshots install format lint test-asan test-tsan bench fuzz clean
 
 build: configure
 	cmake --build $(BUILD) -j$(JOBS)
@@ -41,6 +41,13 @@ install: build
 gui: build
 	@if [ -x $(BUILD)/bin/corvel-gui ]; then $(BUILD)/bin/corvel-gui; \
 	else echo "make gui: the desktop application is not built yet."; exit 1; fi
+
+# Every page and panel of the desktop application as PNG, rendered offscreen from a scan
+# of the demo tree, into docs/screenshots/.
+screenshots: build
+	@examples/make-demo-tree $(BUILD)/screenshot-tree >/dev/null
+	QT_QPA_PLATFORM=offscreen CORVEL_RESOURCES=$(CURDIR)/resources \
+		$(BUILD)/bin/corvel-screenshots docs/screenshots $(BUILD)/screenshot-tree
 
 bench: build
 	@for b in $(BUILD)/bin/bench_*; do [ -x "$$b" ] && "$$b"; done
