@@ -2,6 +2,7 @@
 // output for scripts (CSV, fdupes, NUL-separated export); nothing of them is stored.
 
 #include <algorithm>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -268,6 +269,74 @@ TEST_F(CorvelSteering, UnremovableGroupsShowWhenAsked) {
               (std::vector<std::vector<std::string>>{{tree / "ro/a/x.bin", tree / "ro/b/x.bin"}}));
     EXPECT_EQ(test::TempTree::read(home / "settings.plist").find("ShowFilesWithNoPermissions"),
               std::string::npos);
+}
+
+// Two large files equal on every sample the scan reads but different in between: what
+// scripts read never offers one as a copy of the other.
+TEST_F(CorvelSteering, ScriptOutputsNeverListFilesThatOnlyLookAlike) {
+    std::string content(700000, 's');
+    tree.file("a/big.bin", content);
+    content[350008] = 'X'; // between the samples
+    tree.file("b/big.bin", content);
+    tree.file("a/own", "apart");
+    const std::string scan = settings() + " --min-size 1 " + shellQuoted(tree.path());
+    const auto text = runCorvel("scan " + scan, home);
+    ASSERT_NE(text.out.find("compared by samples"), std::string::npos) << text.out;
+    EXPECT_EQ(runCorvel("scan --format fdupes " + scan, home).out, "");
+    const auto csv = runCorvel("scan --format csv " + scan, home);
+    EXPECT_EQ(parseCsv(csv.out).size(), 1u) << csv.out; // the header only
+    const auto exported =
+        runCorvel("scan --keep oldest --export " + shellQuoted(home / "list") + " " + scan, home);
+    ASSERT_EQ(exported.status, 0) << exported.err;
+    EXPECT_EQ(test::TempTree::read(home / "list"), "");
+}
+
+TEST_F(CorvelSteering, ExportNeverWritesOverSomeonesFile) {
+    const std::string copy = tree.file("a/x.bin", std::string(60000, 'x'));
+    setMTime(tree.file("b/x.bin", std::string(60000, 'x')), 1400000000); // the oldest: kept
+    tree.file("a/own", "apart");
+    const std::string notes = home.file("notes.txt", "my notes\n");
+    const std::string scan = settings() + " --keep oldest " + shellQuoted(tree.path());
+    for (const std::string& target : {copy, notes, home.folder("a folder")}) {
+        const auto run = runCorvel("scan --export " + shellQuoted(target) + " " + scan, home);
+        EXPECT_EQ(run.status, 2) << target << "\n" << run.err;
+        EXPECT_NE(run.err.find("--export"), std::string::npos) << run.err;
+    }
+    EXPECT_EQ(test::TempTree::read(copy), std::string(60000, 'x'));
+    EXPECT_EQ(test::TempTree::read(notes), "my notes\n");
+    // An earlier export, in either form, is replaced.
+    const std::string list = home.file("list", "/earlier/path\n\n");
+    ASSERT_EQ(runCorvel("scan --export " + shellQuoted(list) + " " + scan, home).status, 0);
+    EXPECT_NE(test::TempTree::read(list).find("/x.bin\n"), std::string::npos);
+    ASSERT_EQ(runCorvel("scan --export " + shellQuoted(list) + " -0 " + scan, home).status, 0);
+    ASSERT_EQ(runCorvel("scan --export " + shellQuoted(list) + " " + scan, home).status, 0);
+}
+
+TEST_F(CorvelSteering, SelectReadsWhatExportWrites) {
+    tree.file("a/line\nfeed.bin", std::string(60000, 'n'));
+    setMTime(tree.file("b/line\nfeed.bin", std::string(60000, 'n')), 1400000000); // --keep newest selects it
+    tree.file("b/x.bin", std::string(61000, 'r'));
+    tree.file("c/x.bin", std::string(61000, 'r'));
+    tree.file("a/own", "apart");
+    const std::string scan = settings() + " " + shellQuoted(tree.path());
+    // A name with a line feed round-trips through a NUL-separated list.
+    const std::string nulList = home / "nul-list";
+    const auto exported =
+        runCorvel("scan --export " + shellQuoted(nulList) + " -0 --keep newest " + scan, home);
+    ASSERT_EQ(exported.status, 0) << exported.err;
+    const auto fromNul = runCorvel("scan --json --select " + shellQuoted(nulList) + " -0 " + scan, home);
+    ASSERT_EQ(fromNul.status, 0) << fromNul.err;
+    EXPECT_EQ(selected(fromNul.out), selected(runCorvel("scan --json --keep newest " + scan, home).out));
+    EXPECT_FALSE(selected(fromNul.out).empty());
+    // A relative path is taken from the working folder.
+    const std::string relative =
+        std::filesystem::relative(tree / "b/x.bin", std::filesystem::current_path()).string();
+    ASSERT_NE(relative[0], '/');
+    const std::string list = home.file("relative", relative + "\n");
+    const auto fromRelative = runCorvel("scan --json --select " + shellQuoted(list) + " " + scan, home);
+    ASSERT_EQ(fromRelative.status, 0) << fromRelative.err;
+    EXPECT_EQ(selected(fromRelative.out), std::vector<std::string>{tree / "b/x.bin"});
+    EXPECT_EQ(runCorvel("scan -0 " + scan, home).status, 2) << "-0 without --export or --select";
 }
 
 } // namespace
