@@ -251,6 +251,14 @@ void CVCollectorViewController::revealInFinder(const FilePtr& file) {
         m_services.reveal.revealInFileManager({file->path()});
 }
 
+void CVCollectorViewController::twitterAction() {
+    track("Cleanup Complete", "Share");
+    if (m_services.sharing)
+        m_services.sharing->shareRecoveredSpace(m_pass ? m_pass->removedSize() : 0,
+                                                m_services.achievements.lastTimeSize(), iPhotoWasLaunched(),
+                                                iTunesWasLaunched());
+}
+
 bool CVCollectorViewController::shouldAdvertiseTDW() const {
     if (!m_services.preferences.shouldAdvertiseTDW())
         return false;

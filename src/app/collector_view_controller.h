@@ -75,6 +75,24 @@ public:
     // The Remove/Stop button: starts the removal pass, or stops the running one.
     void shreddList();
     void revealInFinder(const FilePtr& file);
+    // The same for a row of the failed-files list.
+    void revealInFinderFailed(const FilePtr& file) { revealInFinder(file); }
+    // The Share button of the success view: the event, then the sharing service.
+    void twitterAction();
+    // The collector's two lists: the marked copies by group, and the copies a pass could
+    // not remove.
+    enum class CollectorList { Marked, Failed };
+    // A reveal item needs a clicked row in the list it belongs to.
+    static bool validateRevealItem(CollectorList itemList, std::optional<CollectorList> clickedRowList) {
+        return clickedRowList == itemList;
+    }
+    // Only groups expand in the list; their files are leaves.
+    static bool shouldExpandItem(bool isGroup) { return isGroup; }
+    // The list the preview panel follows: the failed copies once a pass left some, else
+    // the marked ones.
+    CollectorList tableViewForQuickLook() const {
+        return m_errorFilesCount > 0 ? CollectorList::Failed : CollectorList::Marked;
+    }
     void adButtonPress();
     void dontShowAdAgain();
     // The rows the user selected in the list (for the preview).

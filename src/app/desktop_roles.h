@@ -5,6 +5,7 @@
 // org.freedesktop.FileManager1.ShowItems, falling back to opening the parent folder);
 // tests give fakes. Main thread.
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -46,6 +47,16 @@ public:
     // Shows the items in the preview panel; false with *error when the panel failed.
     virtual bool showPreview(const std::vector<std::string>& paths, CVError* error) = 0;
     virtual void closePreview() = 0;
+};
+
+// Telling others what a cleanup freed. The desktop application offers the sentence to
+// copy or to hand to a sharing application (the collector view closes it with
+// closeSharingWindow); nothing is sent anywhere by Corvel itself.
+class SharingService {
+public:
+    virtual ~SharingService() = default;
+    virtual void shareRecoveredSpace(std::uint64_t freedBytes, std::uint64_t lastCleanedSize,
+                                     bool iPhotoWasLaunched, bool iTunesWasLaunched) = 0;
 };
 
 } // namespace corvel

@@ -1,7 +1,7 @@
 #pragma once
 // What the results view and the collector work with, given once to the
 // CVResultsRolesFactory that makes them. The references must outlive every controller
-// made; the pointers may be null (no preview panel, no reminder service).
+// made; the pointers may be null (no preview panel, no reminder service, no sharing).
 
 namespace corvel {
 
@@ -17,6 +17,7 @@ class MainTimers;
 class NotificationCenter;
 class PreviewPanel;
 class ReminderScheduling;
+class SharingService;
 class Tracker;
 class Trash;
 class UserDefaults;
@@ -38,6 +39,7 @@ struct ResultsServices {
     HVAchievementsController& achievements;
     PreviewPanel* preview = nullptr;
     ReminderScheduling* reminder = nullptr;
+    SharingService* sharing = nullptr;
 };
 
 } // namespace corvel

@@ -427,6 +427,44 @@ TEST(Collector, ACopyChangedSinceTheScanFailsIntoTheErrorList) {
     EXPECT_EQ(f.collectorFace().failed, std::vector<std::shared_ptr<CVFile>>{changed});
 }
 
+TEST(Collector, ShareRevealAndPreviewFollowTheListsOfAPass) {
+    TwoMarkedGroups f;
+    const auto changed = f.first->files()[1];
+    {
+        std::FILE* file = std::fopen(changed->path().c_str(), "ab");
+        ASSERT_NE(file, nullptr);
+        std::fputs("more", file);
+        std::fclose(file);
+    }
+    using List = CVCollectorViewController::CollectorList;
+    f.collector().showHideCollector();
+    EXPECT_EQ(f.collector().tableViewForQuickLook(), List::Marked);
+    f.remove();
+    EXPECT_EQ(f.collector().tableViewForQuickLook(), List::Failed) << "a copy failed: the error list shows";
+
+    f.tracker.clear();
+    f.collector().twitterAction();
+    EXPECT_EQ(f.tracker.events(), (std::vector<TrackedEvent>{{"Cleanup Complete", "Share", "", 1}}));
+    ASSERT_EQ(f.sharing.shared.size(), 1u);
+    EXPECT_EQ(f.sharing.shared[0].freed, f.second->files()[1]->sizeOnDisk());
+    EXPECT_EQ(f.sharing.shared[0].lastCleaned, f.achievements.lastTimeSize());
+    EXPECT_FALSE(f.sharing.shared[0].iPhoto);
+
+    f.collector().revealInFinderFailed(changed);
+    EXPECT_EQ(f.reveal.revealed.back(), std::vector<std::string>{changed->path()});
+    struct Row {
+        List item;
+        std::optional<List> clicked;
+        bool enabled;
+    };
+    for (const Row& row : {Row{List::Marked, List::Marked, true}, Row{List::Failed, List::Failed, true},
+                           Row{List::Marked, List::Failed, false}, Row{List::Failed, List::Marked, false},
+                           Row{List::Marked, std::nullopt, false}})
+        EXPECT_EQ(CVCollectorViewController::validateRevealItem(row.item, row.clicked), row.enabled);
+    EXPECT_TRUE(CVCollectorViewController::shouldExpandItem(true));
+    EXPECT_FALSE(CVCollectorViewController::shouldExpandItem(false));
+}
+
 TEST(Collector, TheCollectorCannotBeClosedWhileAPassRuns) {
     TwoMarkedGroups f;
     f.collector().showHideCollector();

@@ -199,6 +199,21 @@ public:
     std::function<void(FakeCollectorFace&)> prepareCollector;
 };
 
+class FakeSharing final : public SharingService {
+public:
+    void shareRecoveredSpace(std::uint64_t freed, std::uint64_t lastCleaned, bool iPhoto,
+                             bool iTunes) override {
+        shared.push_back({freed, lastCleaned, iPhoto, iTunes});
+    }
+    struct Share {
+        std::uint64_t freed;
+        std::uint64_t lastCleaned;
+        bool iPhoto;
+        bool iTunes;
+    };
+    std::vector<Share> shared;
+};
+
 class FakeReveal final : public FileRevealing {
 public:
     void revealInFileManager(const std::vector<std::string>& paths) override { revealed.push_back(paths); }
@@ -270,6 +285,7 @@ struct ResultsHarness {
     FakeTimers timers;
     RecordingTracker tracker;
     FakeReveal reveal;
+    FakeSharing sharing;
     FakeApplications applications;
     FakePreview preview;
     CountingReminder reminder;
@@ -285,7 +301,8 @@ struct ResultsHarness {
     ResultsServices services() {
         return {scan.defaults, scan.preferences, scan.ignoreList, center,       MainQueue::shared(),
                 timers,        tracker,          reveal,          applications, trash,
-                driver,        statistics,       achievements,    &preview,     &reminder};
+                driver,        statistics,       achievements,    &preview,     &reminder,
+                &sharing};
     }
     std::string homeTrash() const { return tree / "data/Trash"; }
 };
