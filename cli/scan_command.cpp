@@ -18,6 +18,7 @@
 #include "platform/notification_center.h"
 #include "platform/system_log.h"
 #include "platform/user_defaults.h"
+#include "progress_line.h"
 #include "remind_command.h"
 #include "removal/statistics_controller.h"
 #include "report.h"
@@ -204,11 +205,10 @@ int runScan(const ScanOptions& given) {
         }));
     ScopedObserver error(center, center.addObserver(kErrorOccuredWhileScanningNotification, nullptr,
                                                     [&](const Notification&) { failed = true; }));
+    std::atomic<double> percent{0};
     ScopedObserver progress(
-        center, center.addObserver(kProgressUpdatedNotification, nullptr, [&](const Notification& n) {
-            if (showProgress)
-                std::fprintf(stderr, "\rComparing files… %3.0f%%", std::min(100.0, n.object.toDouble()));
-        }));
+        center, center.addObserver(kProgressUpdatedNotification, nullptr,
+                                   [&](const Notification& n) { percent = n.object.toDouble(); }));
 
     // Kept alive to the end of the process: the command ends right after printing, and
     // tearing down the scanned tree would only cost time.
@@ -220,24 +220,42 @@ int runScan(const ScanOptions& given) {
         std::cerr << "corvel: --min-size is larger than --max-size: nothing could be compared\n";
         return kExitUsage;
     }
-    if (showProgress)
-        std::fprintf(stderr, "Scanning %zu folder%s…", roots.size(), roots.size() == 1 ? "" : "s");
 
     struct sigaction action {};
     action.sa_handler = onInterrupt;
     ::sigaction(SIGINT, &action, nullptr);
     ::sigaction(SIGTERM, &action, nullptr);
+    std::optional<std::chrono::steady_clock::time_point> comparingSince;
+    const auto drawProgress = [&] {
+        const ScanCounters& c = locator.counters();
+        ProgressFigures figures{c.stage.load(),     c.folders.load(),   c.files.load(), c.sizes.load(),
+                                c.sizesDone.load(), c.bytesRead.load(), percent.load(), std::nullopt};
+        if (figures.stage == ScanCounters::Comparing) {
+            const auto now = std::chrono::steady_clock::now();
+            if (!comparingSince)
+                comparingSince = now;
+            figures.left = timeLeft(figures.percent, now - *comparingSince);
+        }
+        const std::string text = progressLineText(figures);
+        if (!text.empty())
+            std::fprintf(stderr, "\r%s\033[K", text.c_str());
+    };
+    // At most ten times a second.
     const auto watcher = queue.scheduleRepeatingTimer(std::chrono::milliseconds(100), [&] {
         if (g_interrupted)
             locator.stopScan();
+        if (showProgress)
+            drawProgress();
     });
     locator.scanPaths(roots);
     queue.runUntil([&] { return !locator.isScanThreadRunning(); }, std::chrono::hours(24 * 365));
     locator.waitForScanThread();
     queue.cancelTimer(watcher);
     queue.drain();
-    if (showProgress)
+    if (showProgress) {
+        drawProgress(); // the last figures, even for a scan quicker than a tick
         std::fprintf(stderr, "\r\033[K");
+    }
 
     if (refusedVerdict >= 0) {
         std::cerr << "corvel: cannot scan " << refusedPath << ": " << refusalReason(refusedVerdict) << "\n";

@@ -307,6 +307,9 @@ void CVDuplicatesLocator::runScan(const std::vector<std::string>& paths, std::ui
         pathsToScan(),
         CVFilesHierarchy::Services{m_services.ignoreList, m_services.typeGenerator, m_services.preferences});
     hierarchy->setNodeDelegate(this);
+    m_counters.reset();
+    m_counters.stage = ScanCounters::Walking;
+    hierarchy->setCounters(&m_counters);
     {
         // A stopScan either finds this hierarchy or is seen here.
         std::lock_guard lock(m_fieldsMutex);
@@ -397,6 +400,7 @@ void CVDuplicatesLocator::locateDuplicatesInDictionary(SizeGroups& groups) {
     });
     m_smallerSizesSkipped = false;
     m_unremovableGroupsLeftOut = 0;
+    m_counters.stage = ScanCounters::Comparing;
     std::uint64_t useful = 0;
     const std::vector<std::uint64_t> keys = sizesLargestFirst(groups);
     for (const std::uint64_t size : keys)
@@ -413,7 +417,9 @@ void CVDuplicatesLocator::locateDuplicatesInDictionary(SizeGroups& groups) {
     if (!keys.empty())
         systemLogf("Max size = %@", keys.front());
 
-    m_reader = std::make_unique<SizeGroupReader>(readerThreads(), [this] { return state() != 0; });
+    m_counters.sizes = useful;
+    m_reader = std::make_unique<SizeGroupReader>(
+        readerThreads(), [this] { return state() != 0; }, &m_counters.bytesRead);
     m_queuedUpTo = 0;
     m_folderAccess.clear();
     for (std::size_t k = 0; k < keys.size(); ++k) {
@@ -432,6 +438,8 @@ void CVDuplicatesLocator::locateDuplicatesInDictionary(SizeGroups& groups) {
                 m_reader->clear();
         }
         groups.erase(size);
+        if (size >= minimumSize)
+            m_counters.sizesDone.fetch_add(1, std::memory_order_relaxed);
         if (state() == 0) {
             m_reader->clear();
             m_reader.reset();
@@ -538,6 +546,8 @@ EqualClasses CVDuplicatesLocator::classesOfSizeGroup(const std::vector<NodePtr>&
     digests.reserve(files.size());
     for (CVFile* file : files)
         digests.push_back(state() != 0 ? digestOfFile(*file) : SignatureDigest());
+    for (const auto& digest : digests)
+        m_counters.bytesRead.fetch_add(digest.length, std::memory_order_relaxed);
     return equalClasses(files, positions, digests, [this] { return state() != 0; });
 }
 

@@ -28,6 +28,7 @@
 #include "platform/change_notifier.h"
 #include "platform/file_access.h"
 #include "results/duplicates_controller.h"
+#include "scan_counters.h"
 #include "size_group_reader.h"
 
 namespace corvel {
@@ -112,6 +113,8 @@ public:
     // Whether the last scan left sizes below its minimum unsearched: with the automatic
     // minimum, those the rule of the largest groups cut off (read after the scan ended).
     bool smallerSizesSkipped() const { return m_smallerSizesSkipped; }
+    // How far the running scan has got; any thread.
+    const ScanCounters& counters() const { return m_counters; }
     // How many groups the last scan left out because the user may remove none of their
     // copies (without "ShowFilesWithNoPermissions"); read after the scan has ended.
     std::uint64_t unremovableGroupsLeftOut() const { return m_unremovableGroupsLeftOut.load(); }
@@ -194,6 +197,7 @@ private:
     std::optional<std::uint64_t> m_minimumSizeOverride;
     std::optional<std::uint64_t> m_maximumSizeOverride;
     bool m_smallerSizesSkipped = false;
+    ScanCounters m_counters;
     std::atomic<std::uint64_t> m_unremovableGroupsLeftOut{0};
     bool m_progressPauses = true;
     std::unique_ptr<SizeGroupReader> m_reader;

@@ -282,6 +282,8 @@ void CVFilesHierarchy::noteIncomplete(Walk& walk, const WalkEntry& entry, const 
 }
 
 void CVFilesHierarchy::addFile(Walk& walk, const WalkEntry& entry) {
+    if (m_counters)
+        m_counters->files.fetch_add(1, std::memory_order_relaxed);
     CVFolder* current = walk.current();
     // Nodes inside a folder keep only their name; the folder knows the rest of the path.
     auto file = std::make_shared<CVFile>(current ? std::string() : std::string(entry.path), std::string(),
@@ -303,6 +305,8 @@ void CVFilesHierarchy::addFile(Walk& walk, const WalkEntry& entry) {
 }
 
 void CVFilesHierarchy::addFolder(Walk& walk, const WalkEntry& entry) {
+    if (m_counters)
+        m_counters->folders.fetch_add(1, std::memory_order_relaxed);
     CVFolder* current = walk.current();
     const std::string path(entry.path);
     auto folder = std::make_shared<CVFolder>(walk.top && current ? std::string() : path, std::string());

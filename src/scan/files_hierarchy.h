@@ -17,6 +17,7 @@
 
 #include "engine/folder.h"
 #include "engine/node.h"
+#include "scan_counters.h"
 #include "tree_walker.h"
 
 namespace corvel {
@@ -83,6 +84,8 @@ public:
     // never offered for folder comparison: what was not read cannot be compared. Read
     // it once rescan has returned.
     const std::vector<IncompleteFolder>& incompleteFolders() const { return m_incompleteFolders; }
+    // Counts the folders and files the walk meets there (may be null; not owned).
+    void setCounters(ScanCounters* counters) { m_counters = counters; }
     // The protected system folders met inside the roots and left out, in walk order.
     const std::vector<std::string>& skippedSystemFolders() const { return m_skippedSystemFolders; }
 
@@ -109,6 +112,7 @@ private:
     void noteIncomplete(Walk& walk, const WalkEntry& entry, const std::string& reason);
     std::vector<IncompleteFolder> m_incompleteFolders;
     std::vector<std::string> m_skippedSystemFolders;
+    ScanCounters* m_counters = nullptr;
     TreeWalker::Options m_walkOptions{TreeWalker::defaultThreads(), false};
     std::vector<NodePtr> m_topNodes;
     CVNodeDelegate* m_nodeDelegate = nullptr;

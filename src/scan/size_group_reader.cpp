@@ -20,8 +20,9 @@ struct SizeGroupReader::Group {
     std::atomic<std::uint64_t> kept{0};
 };
 
-SizeGroupReader::SizeGroupReader(unsigned threads, std::function<bool()> keepGoing)
-    : m_keepGoing(std::move(keepGoing)) {
+SizeGroupReader::SizeGroupReader(unsigned threads, std::function<bool()> keepGoing,
+                                 std::atomic<std::uint64_t>* bytesRead)
+    : m_keepGoing(std::move(keepGoing)), m_bytesRead(bytesRead) {
     for (unsigned i = 0; i < threads; ++i)
         m_threads.emplace_back([this] { work(); });
 }
@@ -80,6 +81,8 @@ bool SizeGroupReader::workOnce(std::unique_lock<std::mutex>& lock) {
     for (std::size_t n = from; n < to && m_keepGoing(); ++n) {
         SignatureDigest& digest = group.digests[n];
         digest = digestOfFile(*group.files[n]);
+        if (m_bytesRead)
+            m_bytesRead->fetch_add(digest.length, std::memory_order_relaxed);
         const std::uint64_t length = digest.keptLength();
         if (length > 0 && group.kept.fetch_add(length, std::memory_order_relaxed) + length > kMaxKeptBytes)
             digest.bytes.reset();

@@ -10,6 +10,7 @@
 // always open), which bounds the digests held; a group keeps at most kMaxKeptBytes of
 // signature bytes for the byte comparison, and reads the rest again.
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -31,7 +32,9 @@ public:
 
     // keepGoing is asked between files, on any thread: false stops the reading and
     // sorting under way, which then answer what they have.
-    SizeGroupReader(unsigned threads, std::function<bool()> keepGoing);
+    // bytesRead, when given, counts the signature bytes the readers read (not owned).
+    SizeGroupReader(unsigned threads, std::function<bool()> keepGoing,
+                    std::atomic<std::uint64_t>* bytesRead = nullptr);
     ~SizeGroupReader();
     SizeGroupReader(const SizeGroupReader&) = delete;
     SizeGroupReader& operator=(const SizeGroupReader&) = delete;
@@ -57,6 +60,7 @@ private:
     bool workOnce(std::unique_lock<std::mutex>& lock);
 
     std::function<bool()> m_keepGoing;
+    std::atomic<std::uint64_t>* m_bytesRead = nullptr;
     mutable std::mutex m_mutex;
     std::condition_variable m_workAvailable;
     std::condition_variable m_workDone;
