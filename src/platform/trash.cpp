@@ -168,7 +168,12 @@ TrashBatch::~TrashBatch() {
         drop(ticket);
 }
 
-std::shared_ptr<TrashBatch::Folder> TrashBatch::folderOf(const std::string& path, CVError* error) {
+std::shared_ptr<TrashBatch::Folder> TrashBatch::folderOfItem(const std::string& path, struct stat* itemStat,
+                                                             CVError* error) {
+    if (!isItemName(path)) {
+        setError(error, trashError(kTrashErrorNotAName, path, "not the name of a file or folder"));
+        return nullptr;
+    }
     const std::string given = parentPath(path);
     std::shared_ptr<Folder>& folder = m_folders[given];
     if (!folder) {
@@ -188,24 +193,20 @@ std::shared_ptr<TrashBatch::Folder> TrashBatch::folderOf(const std::string& path
         setError(error, systemError(folder->failure, path));
         return nullptr;
     }
+    if (::fstatat(folder->fd.get(), lastPathComponent(path).c_str(), itemStat, AT_SYMLINK_NOFOLLOW) != 0) {
+        setError(error, systemError(errno, path));
+        return nullptr;
+    }
     return folder;
 }
 
 std::optional<std::size_t> TrashBatch::add(const std::string& path,
                                            const std::optional<TrashItemIdentity>& expected, CVError* error) {
-    if (!isItemName(path)) {
-        setError(error, trashError(kTrashErrorNotAName, path, "not the name of a file or folder"));
-        return std::nullopt;
-    }
-    std::shared_ptr<Folder> folder = folderOf(path, error);
+    struct stat itemStat {};
+    std::shared_ptr<Folder> folder = folderOfItem(path, &itemStat, error);
     if (!folder)
         return std::nullopt;
     const ItemName item{folder->resolved, lastPathComponent(path)};
-    struct stat itemStat {};
-    if (::fstatat(folder->fd.get(), item.name.c_str(), &itemStat, AT_SYMLINK_NOFOLLOW) != 0) {
-        setError(error, systemError(errno, path));
-        return std::nullopt;
-    }
     if (expected && !hasIdentity(itemStat, *expected)) {
         setError(error, trashError(kTrashErrorItemChanged, path, "changed since the scan"));
         return std::nullopt;
@@ -419,19 +420,11 @@ std::optional<std::string> Trash::trashDirectoryFor(const std::string& path, CVE
 }
 
 std::optional<std::string> TrashBatch::trashDirectoryFor(const std::string& path, CVError* error) {
-    if (!isItemName(path)) {
-        setError(error, trashError(kTrashErrorNotAName, path, "not the name of a file or folder"));
-        return std::nullopt;
-    }
-    std::shared_ptr<Folder> folder = folderOf(path, error);
+    struct stat itemStat {};
+    std::shared_ptr<Folder> folder = folderOfItem(path, &itemStat, error);
     if (!folder)
         return std::nullopt;
     const ItemName item{folder->resolved, lastPathComponent(path)};
-    struct stat itemStat {};
-    if (::fstatat(folder->fd.get(), item.name.c_str(), &itemStat, AT_SYMLINK_NOFOLLOW) != 0) {
-        setError(error, systemError(errno, path));
-        return std::nullopt;
-    }
     std::string place;
     if (folder->trash) {
         place = folder->trash->path;

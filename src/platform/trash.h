@@ -30,6 +30,8 @@
 #include "error.h"
 #include "trash_folder.h"
 
+struct stat;
+
 namespace corvel {
 
 inline constexpr const char* kTrashErrorDomain = "com.halvik.Corvel.TrashError";
@@ -139,8 +141,10 @@ public:
 private:
     struct Folder;
     struct Item;
-    // The folder of the item at path, opened, and its Trash; nothing with *error.
-    std::shared_ptr<Folder> folderOf(const std::string& path, CVError* error);
+    // The folder of the item at path (looked up once per batch), with the item's own
+    // status in *itemStat; nothing with *error when the path names no item, the folder
+    // cannot be opened or the item is missing.
+    std::shared_ptr<Folder> folderOfItem(const std::string& path, struct stat* itemStat, CVError* error);
     void removeInformation(Item& item);
 
     Trash& m_trash;

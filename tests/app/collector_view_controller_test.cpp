@@ -15,6 +15,15 @@ namespace {
 using test::ResultsFixture;
 using test::TrackedEvent;
 
+// Changes a copy after the scan.
+bool appendTo(const std::string& path, const char* text) {
+    std::FILE* file = std::fopen(path.c_str(), "ab");
+    if (!file)
+        return false;
+    std::fputs(text, file);
+    return std::fclose(file) == 0;
+}
+
 // Two groups of real copies, the second copy of each marked.
 struct TwoMarkedGroups : ResultsFixture {
     std::shared_ptr<CVGroup> first;
@@ -409,12 +418,7 @@ TEST(Collector, RemoveRunsThePassAndClosingDropsTheRemovedFilesWithOneNotice) {
 TEST(Collector, ACopyChangedSinceTheScanFailsIntoTheErrorList) {
     TwoMarkedGroups f;
     const auto changed = f.first->files()[1];
-    {
-        std::FILE* file = std::fopen(changed->path().c_str(), "ab");
-        ASSERT_NE(file, nullptr);
-        std::fputs("more", file);
-        std::fclose(file);
-    }
+    ASSERT_TRUE(appendTo(changed->path(), "more"));
     f.collector().showHideCollector();
     f.remove();
     EXPECT_TRUE(test::exists(changed->path()));
@@ -430,12 +434,7 @@ TEST(Collector, ACopyChangedSinceTheScanFailsIntoTheErrorList) {
 TEST(Collector, ShareRevealAndPreviewFollowTheListsOfAPass) {
     TwoMarkedGroups f;
     const auto changed = f.first->files()[1];
-    {
-        std::FILE* file = std::fopen(changed->path().c_str(), "ab");
-        ASSERT_NE(file, nullptr);
-        std::fputs("more", file);
-        std::fclose(file);
-    }
+    ASSERT_TRUE(appendTo(changed->path(), "more"));
     using List = CVCollectorViewController::CollectorList;
     f.collector().showHideCollector();
     EXPECT_EQ(f.collector().tableViewForQuickLook(), List::Marked);
