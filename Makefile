@@ -1,10 +1,11 @@
 # Front door for building, testing and running Corvel. Every target first makes sure the
-# build dependencies are installed (scripts/install-deps returns at once when they are).
+# build dependencies are installed (scripts/install-deps returns at once when they are);
+# test, package, format and lint also install what tests and tools need (--dev).
 BUILD      ?= build
 JOBS       ?= 2
 CMAKE_ARGS ?=
 
-.PHONY: build deps configure test scan gui screenshots install format lint test-asan test-tsan bench fuzz clean
+.PHONY: build deps dev-deps configure test scan gui screenshots install package format lint test-asan test-tsan bench fuzz clean
 
 build: configure
 	cmake --build $(BUILD) -j$(JOBS)
@@ -12,10 +13,17 @@ build: configure
 deps:
 	@scripts/install-deps
 
+dev-deps:
+	@scripts/install-deps --dev
+
 configure: deps
 	@test -f $(BUILD)/build.ninja || cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Release $(CMAKE_ARGS)
 
-test: build
+# A build folder configured before GoogleTest was installed is configured again.
+test: dev-deps
+	@$(MAKE) --no-print-directory configure
+	@test -f $(BUILD)/tests/CTestTestfile.cmake || cmake -S . -B $(BUILD)
+	cmake --build $(BUILD) -j$(JOBS)
 	ctest --test-dir $(BUILD) --output-on-failure -j$(JOBS)
 
 test-asan:
@@ -24,7 +32,9 @@ test-asan:
 test-tsan:
 	$(MAKE) test BUILD=build-tsan CMAKE_ARGS="-DCMAKE_BUILD_TYPE=RelWithDebInfo -DCORVEL_SANITIZE=thread"
 
-scan: build
+# Builds only the command line (and the resources it reads).
+scan: configure
+	cmake --build $(BUILD) -j$(JOBS) --target corvel
 ifeq ($(DIR),)
 	@examples/make-demo-tree $(BUILD)/demo >/dev/null
 	$(BUILD)/bin/corvel scan --settings $(BUILD)/demo-settings.plist $(BUILD)/demo
@@ -32,11 +42,19 @@ else
 	$(BUILD)/bin/corvel scan "$(DIR)"
 endif
 
-# Installs under PREFIX (default /usr/local; DESTDIR is honoured): bin/corvel,
-# share/corvel, and the scan reminder's systemd user timer and autostart entry.
+# Installs under PREFIX (default /usr/local; DESTDIR is honoured): bin/corvel (and
+# bin/corvel-gui with its desktop entry and icon when Qt 6 is there), share/corvel, the man
+# pages, the bash and zsh completions, and the scan reminder's systemd user timer and
+# autostart entry.
 PREFIX ?= /usr/local
 install: build
 	cmake --install $(BUILD) --prefix $(PREFIX)
+
+# The Debian package of what "make install" installs, under /usr: $(BUILD)/corvel_*.deb,
+# its Depends worked out from the shared libraries (dpkg-shlibdeps, from dpkg-dev).
+package: dev-deps
+	@$(MAKE) --no-print-directory build
+	cd $(BUILD) && cpack -G DEB
 
 gui: build
 	@if [ -x $(BUILD)/bin/corvel-gui ]; then $(BUILD)/bin/corvel-gui; \
@@ -52,10 +70,10 @@ screenshots: build
 bench: build
 	@for b in $(BUILD)/bin/bench_*; do [ -x "$$b" ] && "$$b"; done
 
-format:
+format: dev-deps
 	find src tests bench -name '*.cpp' -o -name '*.h' | xargs clang-format -i
 
-lint: configure
+lint: dev-deps configure
 	find src -name '*.cpp' | xargs clang-tidy -p $(BUILD) --quiet
 
 # libFuzzer harnesses: built with clang in build-fuzz/, each run for FUZZ_SECONDS on its

@@ -220,6 +220,13 @@ Examples:
         app.exit(e);
         return cli::kExitUsage;
     }
+    // Without its resources a run would go on blind (a scan without the ignore list enters
+    // the protected system folders), so a missing one stops every command here.
+    if (std::string problem; !checkResources(resourceDirectory(), &problem)) {
+        std::cerr << "corvel: " << problem
+                  << "; reinstall corvel or set CORVEL_RESOURCES to its share/corvel folder\n";
+        return cli::kExitFailure;
+    }
     // What the user must know about the settings (a file left alone or set aside, a value
     // of the wrong type, a bad ignore pattern) is said on stderr, whatever --verbose says.
     setUserWarningPresenter([](const std::string& line) { std::cerr << "corvel: " << line << "\n"; });
