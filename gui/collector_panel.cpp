@@ -11,17 +11,12 @@
 #include "app/collector_view_controller.h"
 #include "engine/file_sizer.h"
 #include "gui_text.h"
+#include "results_models.h"
 #include "results_page.h"
 
 namespace corvel::gui {
 
 namespace {
-
-QString folderOf(const CVFile& file) {
-    const QString path = qs(file.path());
-    const qsizetype slash = path.lastIndexOf('/');
-    return slash <= 0 ? QStringLiteral("/") : path.left(slash);
-}
 
 QLabel* bigLabel(QWidget* parent, double scale, const char* name) {
     auto* label = new QLabel(parent);
@@ -133,7 +128,7 @@ QVariant CollectorModel::data(const QModelIndex& index, int role) const {
         return {};
     switch (index.column()) {
     case Name:
-        return qs(file->name());
+        return fileNameOf(*file);
     case Folder:
         return folderOf(*file);
     case Size:
@@ -176,6 +171,7 @@ QWidget* CollectorPanel::makeListPage() {
     auto* title = bigLabel(page, 1.4, "collectorTitle");
     title->setText(windowText("Collector_Title"));
     title->setAlignment(Qt::AlignLeft | Qt::AlignVCenter);
+    title->setWordWrap(false);
     m_amount = new QLabel(page);
     m_amount->setObjectName("collectorAmount");
     m_message = new QLabel(page);
@@ -315,6 +311,7 @@ QWidget* CollectorPanel::makeErrorPage() {
     auto* title = bigLabel(page, 1.4, "errorsTitle");
     title->setText(windowText("Collector_ErrorsTitle"));
     title->setAlignment(Qt::AlignLeft | Qt::AlignVCenter);
+    title->setWordWrap(false);
     m_undeleted = new QLabel(page);
     m_undeleted->setObjectName("undeletedSize");
     m_errors = new QTableWidget(0, 2, page);

@@ -13,18 +13,24 @@ namespace corvel::gui {
 
 namespace {
 
+constexpr const char* kModifiedFormat = "yyyy-MM-dd HH:mm";
+
 QString categoryName(std::int32_t id) {
     return text(CVMetaGroup::nameKey(id));
 }
 
-// The folder that holds the file, as the user reads it.
+} // namespace
+
+QString fileNameOf(const CVFile& file) {
+    const QString path = QString::fromStdString(file.path());
+    return path.mid(path.lastIndexOf('/') + 1);
+}
+
 QString folderOf(const CVFile& file) {
     const QString path = QString::fromStdString(file.path());
     const qsizetype slash = path.lastIndexOf('/');
     return slash <= 0 ? QStringLiteral("/") : path.left(slash);
 }
-
-} // namespace
 
 // ---- Groups -------------------------------------------------------------------------------
 
@@ -165,13 +171,13 @@ QVariant FilesModel::data(const QModelIndex& index, int role) const {
         return {};
     switch (index.column()) {
     case Name:
-        return qs(file->name());
+        return fileNameOf(*file);
     case Folder:
         return folderOf(*file);
     case Size:
         return qs(stringWithSize(file->size()));
     case Modified:
-        return QLocale().toString(QDateTime::fromSecsSinceEpoch(file->statMTime()), QLocale::ShortFormat);
+        return QLocale().toString(QDateTime::fromSecsSinceEpoch(file->statMTime()), kModifiedFormat);
     default:
         return {};
     }

@@ -15,6 +15,10 @@
 
 namespace corvel::gui {
 
+// The file's own name and the folder that holds it, as the user reads them.
+QString fileNameOf(const CVFile& file);
+QString folderOf(const CVFile& file);
+
 // The groups table. Its columns map onto the controller's six sort keys.
 class GroupsModel final : public QAbstractTableModel {
 public:

@@ -145,10 +145,8 @@ ResultsPage::ResultsPage(QWidget* parent) : QWidget(parent) {
         if (m_results)
             m_results->autoselectAction();
     });
-    m_selectMenu = new QToolButton(browser);
+    m_selectMenu = new QPushButton(windowText("Results_SelectMenu"), browser);
     m_selectMenu->setObjectName("selectMenuButton");
-    m_selectMenu->setText(windowText("Results_SelectMenu"));
-    m_selectMenu->setPopupMode(QToolButton::InstantPopup);
     auto* selectMenu = new QMenu(m_selectMenu);
     auto addCommand = [this](QMenu* menu, const char* key,
                              std::function<void(CVResultsViewController&)> run) {
@@ -169,11 +167,9 @@ ResultsPage::ResultsPage(QWidget* parent) : QWidget(parent) {
     addCommand(selectMenu, "Results_DeselectAll", [](auto& c) { c.deselectAllAction(); });
     m_selectMenu->setMenu(selectMenu);
 
-    m_groupsMenu = new QToolButton(browser);
+    m_groupsMenu = new QPushButton(windowText("Results_GroupsMenu"), browser);
     m_groupsMenu->setObjectName("groupsMenuButton");
-    m_groupsMenu->setText(windowText("Results_GroupsMenu"));
     m_groupsMenu->setToolTip(windowText("Results_GroupsMenuToolTip"));
-    m_groupsMenu->setPopupMode(QToolButton::InstantPopup);
     auto* groupsMenu = new QMenu(m_groupsMenu);
     addCommand(groupsMenu, "Results_LevelAuto", [](auto& c) { c.manualSelectionAction(kFolderLevelAuto); });
     addCommand(groupsMenu, "Results_LevelNewest",
@@ -203,7 +199,8 @@ ResultsPage::ResultsPage(QWidget* parent) : QWidget(parent) {
     m_filesTable->horizontalHeader()->setSectionResizeMode(FilesModel::Folder, QHeaderView::Stretch);
     m_filesTable->horizontalHeader()->resizeSection(FilesModel::Name, 220);
     m_filesTable->horizontalHeader()->resizeSection(FilesModel::Size, 90);
-    m_filesTable->horizontalHeader()->resizeSection(FilesModel::Modified, 140);
+    m_filesTable->horizontalHeader()->resizeSection(
+        FilesModel::Modified, m_filesTable->fontMetrics().horizontalAdvance("8888-88-88 88:88") + 24);
     auto connectFiles = [this] {
         connect(m_filesTable->selectionModel(), &QItemSelectionModel::selectionChanged, this,
                 &ResultsPage::fileSelectionChanged, Qt::UniqueConnection);
@@ -305,10 +302,8 @@ void ResultsPage::bind(CVResultsViewController* results, CVScanWindowController*
 
 QString ResultsPage::categoryLine(const CVMetaGroup& category) const {
     const QString name = text(CVMetaGroup::nameKey(category.groupID()));
-    return name + "\n" +
-           windowText("Results_CategoryCounts")
-               .arg(category.count())
-               .arg(qs(stringWithSize(category.size())));
+    const char* key = category.count() == 1 ? "Results_CategoryCountsOne" : "Results_CategoryCounts";
+    return name + "\n" + windowText(key).arg(category.count()).arg(qs(stringWithSize(category.size())));
 }
 
 void ResultsPage::showCategories(const std::vector<std::shared_ptr<CVMetaGroup>>& categories,

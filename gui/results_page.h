@@ -74,8 +74,8 @@ public:
     QLineEdit* searchField() const { return m_search; }
     QComboBox* searchScope() const { return m_searchScope; }
     QPushButton* autoSelectButton() const { return m_autoSelect; }
-    QToolButton* selectMenuButton() const { return m_selectMenu; }
-    QToolButton* groupsMenuButton() const { return m_groupsMenu; }
+    QPushButton* selectMenuButton() const { return m_selectMenu; }
+    QPushButton* groupsMenuButton() const { return m_groupsMenu; }
     QPushButton* reviewButton() const { return m_review; }
     QPushButton* backButton() const { return m_back; }
     QLabel* amountLabel() const { return m_amount; }
@@ -111,8 +111,8 @@ private:
     QTableView* m_filesTable;
     PreviewPane* m_preview;
     QPushButton* m_autoSelect;
-    QToolButton* m_selectMenu;
-    QToolButton* m_groupsMenu;
+    QPushButton* m_selectMenu;
+    QPushButton* m_groupsMenu;
     QPushButton* m_back;
     QLabel* m_amount;
     QPushButton* m_review;

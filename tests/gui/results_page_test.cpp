@@ -164,7 +164,7 @@ void ResultsPageTest::browseSelectKeepAndRemoveToTheTrash() {
     QVERIFY(documents > 0);
     QCOMPARE(page->categoriesList()->currentRow(), 0);
     QCOMPARE(page->groupsModel()->rowCount(), 2);
-    QVERIFY2(page->categoriesList()->item(pictures)->text().contains("1 groups"),
+    QVERIFY2(page->categoriesList()->item(pictures)->text().contains("1 group ·"),
              qPrintable(page->categoriesList()->item(pictures)->text()));
 
     // Switching to Pictures shows the picture group only; auto select marks two of its
