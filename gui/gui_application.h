@@ -16,14 +16,23 @@
 
 namespace corvel {
 class CorvelAppDelegate;
+class CVResultsRolesFactory;
+class HVAchievementsController;
+class LinuxLibraryAppDriver;
 class QtMainQueue;
-class ResultsRolesFactory;
+class ScanWindowCollectorHost;
+class Trash;
 } // namespace corvel
 
 namespace corvel::gui {
 
 class AppShell;
+class DesktopApplications;
+class FileManagerReveal;
 class MainWindow;
+class PreviewWindow;
+class ResultsPage;
+class ResultsPageFaces;
 class MenuBar;
 class ScanNotifier;
 class SingleInstance;
@@ -55,6 +64,10 @@ public:
     AppShell& shell() { return *m_shell; }
     MenuBar& menus() { return *m_menus; }
     SingleInstance& instance() { return *m_instance; }
+    // The results page shown, or null before the results were shown.
+    ResultsPage* resultsPage() const;
+    CVResultsRolesFactory& resultsFactory() { return *m_resultsFactory; }
+    FileManagerReveal& reveal() { return *m_reveal; }
 
 private:
     GuiOptions m_options;
@@ -62,7 +75,16 @@ private:
     std::unique_ptr<MainQueueTimers> m_timers;
     std::unique_ptr<MainWindow> m_window;
     std::unique_ptr<ScanNotifier> m_notifier;
-    std::unique_ptr<ResultsRolesFactory> m_resultsFactory;
+    // What the results and the collector work with.
+    std::unique_ptr<FileManagerReveal> m_reveal;
+    std::unique_ptr<DesktopApplications> m_applications;
+    std::unique_ptr<PreviewWindow> m_preview;
+    std::unique_ptr<Trash> m_trash;
+    std::unique_ptr<LinuxLibraryAppDriver> m_libraryDriver;
+    std::unique_ptr<HVAchievementsController> m_achievements;
+    std::unique_ptr<ResultsPageFaces> m_faces;
+    std::unique_ptr<CVResultsRolesFactory> m_resultsFactory;
+    std::unique_ptr<ScanWindowCollectorHost> m_collectorHost;
     std::unique_ptr<AppShell> m_shell;
     std::unique_ptr<SingleInstance> m_instance;
     std::unique_ptr<CorvelAppDelegate> m_delegate;

@@ -6,6 +6,7 @@
 // controller; closing the window asks the quit handler. GUI thread.
 
 #include <QMainWindow>
+#include <QPointer>
 #include <QStackedWidget>
 #include <QTimer>
 #include <functional>
@@ -98,7 +99,8 @@ private:
     CVScanWindowController* m_controller = nullptr;
     QStackedWidget* m_stack;
     ScanPage* m_scanPage;
-    QWidget* m_resultsWidget = nullptr;
+    // The results page; it goes with its results view, so it is watched, not owned.
+    QPointer<QWidget> m_resultsWidget;
     StopButtonAction m_stopAction = StopButtonAction::CancelScan;
     CollectorRole* m_collector = nullptr;
     QTimer m_collectorTimer;

@@ -7,22 +7,31 @@
 #include <QApplication>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QImage>
+#include <QLinearGradient>
 #include <QMessageBox>
+#include <QPainter>
 #include <QPixmap>
 #include <QPushButton>
 #include <QTabWidget>
+#include <QTimer>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 
 #include "app/app_delegate.h"
 #include "app/scan_window_controller.h"
 #include "app_shell.h"
+#include "collector_panel.h"
+#include "engine/group.h"
 #include "gui_application.h"
 #include "main_window.h"
 #include "platform/main_queue.h"
 #include "platform/user_defaults.h"
 #include "preferences_window.h"
+#include "results/duplicates_controller.h"
+#include "results_page.h"
 
 using namespace corvel;
 using namespace corvel::gui;
@@ -72,6 +81,32 @@ std::string isolate() {
     return root;
 }
 
+// A real picture and its copy, so the preview pane has an image to show.
+void writePicturePair(const std::string& tree) {
+    QImage image(640, 420, QImage::Format_RGB32);
+    QPainter painter(&image);
+    QLinearGradient sky(0, 0, 0, 420);
+    sky.setColorAt(0, QColor(40, 90, 160));
+    sky.setColorAt(0.6, QColor(250, 190, 120));
+    sky.setColorAt(1, QColor(30, 60, 90));
+    painter.fillRect(image.rect(), sky);
+    painter.setBrush(QColor(255, 230, 150));
+    painter.setPen(Qt::NoPen);
+    painter.drawEllipse(QPoint(420, 250), 60, 60);
+    painter.fillRect(QRect(0, 300, 640, 120), QColor(20, 50, 80));
+    painter.end();
+    image.save(QString::fromStdString(tree + "/Pictures/Holiday/harbour.png"));
+    image.save(QString::fromStdString(tree + "/Downloads/harbour.png"));
+}
+
+// The group whose first member is called name, as the groups table shows it.
+int rowOfGroup(ResultsPage* page, const std::string& name) {
+    for (int row = 0; row < page->groupsModel()->rowCount(); ++row)
+        if (page->groupsModel()->groupAt(row)->name() == name)
+            return row;
+    return -1;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -90,6 +125,7 @@ int main(int argc, char** argv) {
     const QString out = QString::fromLocal8Bit(argv[1]);
     QDir().mkpath(out);
     const std::string tree = argv[2];
+    writePicturePair(tree);
     int failures = 0;
     auto shot = [&](QWidget* w, const char* name) { failures += save(w, out, name) ? 0 : 1; };
 
@@ -135,5 +171,74 @@ int main(int argc, char** argv) {
     }
     settle();
     gui.delegate().updateMainWindowState(WindowStateFound);
+
+    // The results at 1280x800, auto-selected, with a picture group chosen.
+    CVScanWindowController* scan = gui.delegate().scanWindowController();
+    UserDefaults::standardUserDefaults().setObject(PropertyValue("0 0 1280 800"), kResultsWindowBoundsKey);
+    scan->showResults(true);
+    if (!waitFor([&] { return scan->windowState() == WindowStateResults; }, 5000) || !gui.resultsPage()) {
+        std::fprintf(stderr, "corvel-screenshots: the results did not show\n");
+        return 1;
+    }
+    ResultsPage* page = gui.resultsPage();
+    page->autoSelectButton()->click();
+    waitFor([&] { return page->reviewButton()->isEnabled(); }, 5000);
+    if (const int row = rowOfGroup(page, "harbour"); row >= 0)
+        page->groupsTable()->selectRow(row);
+    shot(&window, "results");
+
+    // The collector, then the removal to this run's own Trash.
+    CollectorPanel* collector = page->collectorPanel();
+    page->reviewButton()->click();
+    waitFor([&] { return page->collectorShown(); }, 5000);
+    shot(&window, "collector");
+    collector->removeButton()->click();
+    if (!waitFor([&] { return collector->page() != CollectorPanel::Page::List; }, 60000)) {
+        std::fprintf(stderr, "corvel-screenshots: the removal did not end\n");
+        return 1;
+    }
+    shot(&window, "success");
+    collector->doneButton()->click();
+    // The removed copies leave the results once the collector has closed.
+    waitFor([&] { return !page->collectorShown() && scan->windowState() == WindowStateResults; }, 5000);
+    settle();
+
+    // A removal that fails: the second copy of every group ticked by hand.
+    // A question asked on the way (every copy of a group marked) is answered "keep".
+    QTimer answerer;
+    answerer.setInterval(200);
+    QObject::connect(&answerer, &QTimer::timeout, [] {
+        if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget()))
+            box->reject();
+    });
+    answerer.start();
+    for (int row = 0; row < page->groupsModel()->rowCount(); ++row) {
+        const auto group = page->groupsModel()->groupAt(row);
+        if (group->filesToRemoveCount() != 0 || group->existentChildren().size() < 2)
+            continue;
+        page->groupsTable()->selectRow(row);
+        page->filesModel()->setData(page->filesModel()->index(1, FilesModel::Name), Qt::Checked,
+                                    Qt::CheckStateRole);
+    }
+    waitFor([&] { return page->reviewButton()->isEnabled(); }, 5000);
+    // One marked copy is replaced by another file of the same name after the scan: the
+    // pass refuses to remove what it did not compare.
+    std::string replaced;
+    if (auto results = scan->duplicatesFinder()->duplicatesController())
+        for (const auto& group : results->allDuplicatesGroups())
+            for (const auto& file : group->files())
+                if (replaced.empty() && file->needToRemove())
+                    replaced = file->path();
+    if (!replaced.empty()) {
+        const std::string aside = replaced + ".replacing";
+        std::error_code ignored;
+        std::filesystem::copy_file(replaced, aside, ignored);
+        std::filesystem::rename(aside, replaced, ignored);
+    }
+    page->reviewButton()->click();
+    waitFor([&] { return page->collectorShown(); }, 5000);
+    collector->removeButton()->click();
+    waitFor([&] { return collector->page() != CollectorPanel::Page::List; }, 60000);
+    shot(&window, collector->page() == CollectorPanel::Page::Errors ? "errors" : "errors-not-shown");
     return failures == 0 ? 0 : 1;
 }
