@@ -1,9 +1,9 @@
 // Reads bytes as a property list (XML or binary); a list that reads is written in both
 // formats, and each written text must read back. The XML text must read back to a list
 // that writes the same XML text as the first (settings files are XML); binary lists go
-// through libplist, whose dates cover only 1901 to 2038, so they need only read back. (Values the formats cannot carry as they are, such as a string that is
-// not valid UTF-8, are written as data, so the XML text, not the value, is compared;
-// the binary writer may lay shared objects out differently for equal values.)
+// through libplist, whose dates cover only 1901 to 2038, so they need only read back. (Values the formats
+// cannot carry as they are, such as a string that is not valid UTF-8, are written as data, so the XML text,
+// not the value, is compared; the binary writer may lay shared objects out differently for equal values.)
 
 #include <cstdint>
 #include <cstdlib>

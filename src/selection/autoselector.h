@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "autoselect_separator.h"
-#include "library_filters.h"
 #include "engine/path_component.h"
+#include "library_filters.h"
 #include "platform/predicate.h"
 #include "selection_result.h"
 

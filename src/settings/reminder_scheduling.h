@@ -17,4 +17,4 @@ public:
     virtual void scheduleCleanReminder() = 0;
 };
 
-}  // namespace corvel
+} // namespace corvel

@@ -2,8 +2,8 @@
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
-#include <fstream>
 #include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/wait.h>

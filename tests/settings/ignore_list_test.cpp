@@ -317,7 +317,8 @@ TEST_F(IgnoreListTest, AnExcludedPathThatIsNotUtf8IsKeptAndStillExcludes) {
     make();
     // Written as data (a settings file holds only valid UTF-8 text), read back as the path.
     const std::string folder = "/data/caf\xE9";
-    PropertyValue::Dictionary record = *CVIgnoreList::pathsRecordsWithURLs({"file:///data/x"})[0].asDictionary();
+    PropertyValue::Dictionary record =
+        *CVIgnoreList::pathsRecordsWithURLs({"file:///data/x"})[0].asDictionary();
     record[kRecordValueKey] = PropertyValue(folder);
     list->excludePathsList().push_back(PropertyValue(record));
     list->synchronize();
