@@ -84,7 +84,7 @@ std::optional<std::uint64_t> number(const char* text) {
 
 int usage(const char* why) {
     std::fprintf(stderr,
-                 "make_corpus: %s\nusage: make_corpus OUT_DIR [PATHS] [SEED]\n"
+                 "make_corpus: %s\nusage: make_corpus OUT_DIR [PATHS] [START]\n"
                  "  OUT_DIR is made new; an existing OUT_DIR is replaced only when it is empty or an\n"
                  "  earlier corpus (it holds %s)\n",
                  why, kCorpusMarker);
@@ -99,15 +99,15 @@ int main(int argc, char** argv) {
             return usage((std::string("no options: ") + argv[i]).c_str());
     const fs::path out = argv[1];
     const auto targetArg = argc > 2 ? number(argv[2]) : std::optional<std::uint64_t>(200000);
-    const auto seed = argc > 3 ? number(argv[3]) : std::optional<std::uint64_t>(42);
-    if (!targetArg || !seed)
-        return usage("PATHS and SEED are whole numbers");
+    const auto start = argc > 3 ? number(argv[3]) : std::optional<std::uint64_t>(42);
+    if (!targetArg || !start)
+        return usage("PATHS and START are whole numbers");
     // Never deletes a folder it did not make.
     std::error_code error;
     if (fs::exists(out, error) && !fs::is_empty(out, error) && !fs::exists(out / kCorpusMarker, error))
         return usage((out.string() + " exists and is not a corpus").c_str());
     const std::uint64_t target = *targetArg;
-    rng = std::mt19937_64(*seed);
+    rng = std::mt19937_64(*start);
     fs::remove_all(out);
     fs::create_directories(out);
     std::ofstream(out / kCorpusMarker) << "made by make_corpus\n";

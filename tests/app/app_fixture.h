@@ -19,7 +19,7 @@ namespace corvel::test {
 
 class ScanWindowFixture {
 public:
-    explicit ScanWindowFixture(std::uint64_t seed = 7) : m_random(seed) {
+    explicit ScanWindowFixture(std::uint64_t randomStart = 7) : m_random(randomStart) {
         engine.center = &center;
         dropZone.control = &controller->scanControl();
     }

@@ -110,9 +110,9 @@ TEST_F(Scenario, AMissingOrEmptyResourceGivesEmptyPhrasesAndALogLine) {
 }
 
 TEST(ShippedScenarios, ASeededSourceReplaysTheSamePhrases) {
-    for (std::uint64_t seed : {1u, 42u, 2024u}) {
-        SCOPED_TRACE(seed);
-        std::mt19937_64 engine(seed);
+    for (std::uint64_t randomStart : {1u, 42u, 2024u}) {
+        SCOPED_TRACE(randomStart);
+        std::mt19937_64 engine(randomStart);
         CVScanScenario scenario(0, [&engine] { return engine(); });
         ASSERT_FALSE(scenario.errorOpeningScenario());
         const auto& scenarios = scenario.scenariosArray();
