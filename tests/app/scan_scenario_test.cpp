@@ -117,7 +117,7 @@ TEST(ShippedScenarios, ASeededSourceReplaysTheSamePhrases) {
         ASSERT_FALSE(scenario.errorOpeningScenario());
         const auto& scenarios = scenario.scenariosArray();
         ASSERT_GE(scenarios.size(), 2u);
-        std::mt19937_64 replay(seed);
+        std::mt19937_64 replay(randomStart);
         const auto first = static_cast<std::int64_t>(replay() % scenarios.size());
         EXPECT_EQ(scenario.currentScenarioIndex(), first);
         const auto& keys = *scenarios[static_cast<std::size_t>(first)].asArray();
