@@ -79,8 +79,9 @@ CViPhotoParser::CViPhotoParser(UserDefaults& defaults) : m_defaults(defaults) {}
 
 void CViPhotoParser::reset() {
     m_eventDict = PropertyValue::Dictionary{};
-    m_gotToList = m_gotNewRollID = m_gotNewRollName = m_gotNewPhotoEvent = m_gotNewPhotoPath = false;
-    m_gotVersion = m_gotMediaType = m_mediaTypeIsMovie = false;
+    m_inList = false;
+    m_expected = Expected::Nothing;
+    m_mediaTypeIsMovie = false;
     m_processedMediaType = m_imagePathComplete = false;
     m_keyDepth = 0;
     m_bytesRead = m_elementTextBytes = m_documentTextBytes = 0;
@@ -193,13 +194,13 @@ bool CViPhotoParser::parseXMLFile(const std::string& path, bool checkRemovedFile
 void CViPhotoParser::startElement(std::string_view name) {
     m_elementTextBytes = 0;
     m_currentKey.assign(name);
-    if (m_gotToList)
+    if (m_inList)
         ++m_keyDepth;
 }
 
 void CViPhotoParser::endElement() {
     m_elementTextBytes = 0;
-    if (m_gotToList)
+    if (m_inList)
         --m_keyDepth;
 }
 
@@ -238,68 +239,60 @@ void CViPhotoParser::handleText(const std::string& text) {
     const bool isString = m_currentKey == "string";
     const bool isInteger = m_currentKey == "integer";
 
-    if (!m_gotToList) {
-        if (isKey && text == m_currentList) {
-            m_gotToList = true;
-            m_keyDepth = m_currentList == kMasterList ? 2 : 0;
-            return;
-        }
+    if (!m_inList && isKey && text == m_currentList) {
+        m_inList = true;
+        m_keyDepth = m_currentList == kMasterList ? 2 : 0;
+        return;
     }
     if (isKey && text == "Application Version") {
-        m_gotVersion = true;
+        m_expected = Expected::Version;
         return;
     }
-    if (m_gotVersion && isString) {
-        m_appVersion = text;
-        m_gotVersion = false;
-        return;
-    }
-    if (m_gotNewRollID) {
+    switch (m_expected) {
+    case Expected::Nothing:
+        break;
+    case Expected::Version:
+        if (isString) {
+            m_appVersion = text;
+            m_expected = Expected::Nothing;
+            return;
+        }
+        break;
+    case Expected::RollID:
         if (isInteger) {
             m_eventDict = PropertyValue::Dictionary{
                 {kEventIDKey, std::to_string(std::strtoll(text.c_str(), nullptr, 10))}};
-            m_gotNewRollID = false;
+            m_expected = Expected::Nothing;
         }
         return;
-    }
-    // Text pieces of a roll name or an image path: line feeds are the layout between
-    // elements; the first text under another element completes the value.
-    if (m_gotNewRollName || m_gotNewPhotoPath) {
+    case Expected::RollName:
+    case Expected::PhotoPath:
+        // Text pieces of a roll name or an image path: line feeds are the layout between
+        // elements; the first text under another element completes the value.
         if (text.find('\n') != std::string::npos)
             return;
         if (isString) {
             m_stringValueParts += text;
             return;
         }
-        if (m_gotNewRollName) {
-            if (const std::string* id = m_eventDict[kEventIDKey].asString())
-                m_eventNames.emplace(*id, m_stringValueParts);
-            m_gotNewRollName = false;
-        } else {
-            m_currentImagePath = m_stringValueParts;
-            m_imagePathComplete = true;
-            m_gotNewPhotoPath = false;
-        }
-        m_stringValueParts.clear();
+        completeStringValue();
         handleText(text);
         return;
-    }
-    if (m_gotMediaType) {
+    case Expected::MediaType:
         if (isString) {
             m_mediaTypeIsMovie = text == "Movie";
             m_processedMediaType = true;
-            m_gotMediaType = false;
+            m_expected = Expected::Nothing;
         }
         return;
-    }
-    if (m_gotNewPhotoEvent) {
+    case Expected::PhotoRoll:
         if (isInteger) {
             const long long id = std::strtoll(text.c_str(), nullptr, 10);
             if (auto it = m_eventNames.find(std::to_string(id)); it != m_eventNames.end()) {
                 m_eventID = id;
                 m_eventName = it->second;
             }
-            m_gotNewPhotoEvent = false;
+            m_expected = Expected::Nothing;
         }
         return;
     }
@@ -307,25 +300,40 @@ void CViPhotoParser::handleText(const std::string& text) {
         emitPhoto();
         return;
     }
-    if (m_gotToList && isKey) {
-        if (text == "RollID") {
-            m_gotNewRollID = true;
-        } else if (text == "RollName") {
-            m_gotNewRollName = true;
-        } else if (text == "MediaType") {
-            m_gotMediaType = true;
-        } else if (text == "Roll") {
-            m_gotNewPhotoEvent = true;
-        } else if (text == "ImagePath") {
-            m_gotNewPhotoPath = true;
-        } else if (m_keyDepth == 0) {
-            // A key at the list's own level: the list has ended.
-            m_gotToList = false;
-            m_currentList = kMasterList;
-            if (text == m_currentList) {
-                m_gotToList = true;
-                m_keyDepth = 2;
-            }
+    if (m_inList && isKey)
+        expectAfterKey(text);
+}
+
+void CViPhotoParser::completeStringValue() {
+    if (m_expected == Expected::RollName) {
+        if (const std::string* id = m_eventDict[kEventIDKey].asString())
+            m_eventNames.emplace(*id, m_stringValueParts);
+    } else {
+        m_currentImagePath = m_stringValueParts;
+        m_imagePathComplete = true;
+    }
+    m_expected = Expected::Nothing;
+    m_stringValueParts.clear();
+}
+
+void CViPhotoParser::expectAfterKey(const std::string& key) {
+    static const std::pair<std::string_view, Expected> kValueKeys[] = {
+        {"RollID", Expected::RollID},  {"RollName", Expected::RollName},   {"MediaType", Expected::MediaType},
+        {"Roll", Expected::PhotoRoll}, {"ImagePath", Expected::PhotoPath},
+    };
+    for (const auto& [name, expected] : kValueKeys) {
+        if (key == name) {
+            m_expected = expected;
+            return;
+        }
+    }
+    if (m_keyDepth == 0) {
+        // A key at the list's own level: the list has ended.
+        m_inList = false;
+        m_currentList = kMasterList;
+        if (key == m_currentList) {
+            m_inList = true;
+            m_keyDepth = 2;
         }
     }
 }

@@ -60,13 +60,21 @@ private:
 
     UserDefaults& m_defaults;
 
-    bool m_gotToList = false;
-    bool m_gotNewRollID = false;
-    bool m_gotNewRollName = false;
-    bool m_gotNewPhotoEvent = false;
-    bool m_gotNewPhotoPath = false;
-    bool m_gotVersion = false;
-    bool m_gotMediaType = false;
+    // What the value after the last key read will be.
+    enum class Expected {
+        Nothing,
+        Version,   // the string after "Application Version"
+        RollID,    // the integer after "RollID"
+        RollName,  // the string pieces after "RollName"
+        PhotoPath, // the string pieces after "ImagePath"
+        MediaType, // the string after "MediaType"
+        PhotoRoll, // the integer after "Roll": the photo's event
+    };
+    void expectAfterKey(const std::string& key);
+    void completeStringValue();
+
+    bool m_inList = false; // inside the list being read (rolls, then the master list)
+    Expected m_expected = Expected::Nothing;
     bool m_mediaTypeIsMovie = false;
     bool m_processedMediaType = false;
     bool m_imagePathComplete = false;
