@@ -116,7 +116,7 @@ void GuiApplication::start() {
 
     ScanWindowServices scanServices{*m_window,
                                     *m_window->scanPage()->dropZone(),
-                                    LocatorAdapter::factory(),
+                                    m_makeLocator ? m_makeLocator : LocatorAdapter::factory(),
                                     *m_resultsFactory,
                                     CVStatisticsController::sharedInstance(),
                                     defaults,
