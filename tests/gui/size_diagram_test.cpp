@@ -174,5 +174,9 @@ void SizeDiagramTest::aScreenReaderHearsTheShares() {
     QVERIFY(!diagram.accessibleDescription().isEmpty());
 }
 
-QTEST_MAIN(SizeDiagramTest)
+int runSizeDiagramTests(int argc, char** argv) {
+    SizeDiagramTest test;
+    return QTest::qExec(&test, argc, argv);
+}
+
 #include "size_diagram_test.moc"
