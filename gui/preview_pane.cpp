@@ -35,6 +35,7 @@ PreviewPane::PreviewPane(QWidget* parent) : QWidget(parent) {
     m_image->setMinimumSize(1, 1);
     m_text = new QPlainTextEdit(m_stack);
     m_text->setReadOnly(true);
+    m_text->setAccessibleName(windowText("Results_PreviewAccessibleName"));
     m_text->setLineWrapMode(QPlainTextEdit::NoWrap);
     m_info = new QLabel(m_stack);
     m_info->setAlignment(Qt::AlignCenter);

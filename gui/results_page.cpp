@@ -44,6 +44,8 @@ QTableView* makeTable(QAbstractItemModel* model, QWidget* parent, const char* na
     table->verticalHeader()->setDefaultSectionSize(table->fontMetrics().height() + 8);
     table->horizontalHeader()->setHighlightSections(false);
     table->setContextMenuPolicy(Qt::CustomContextMenu);
+    // Tab goes on to the next control; the arrows move between rows.
+    table->setTabKeyNavigation(false);
     return table;
 }
 
