@@ -28,6 +28,7 @@ class Trash;
 namespace corvel::gui {
 
 class AppShell;
+class BackgroundRelease;
 class DesktopApplications;
 class FileManagerReveal;
 class MainWindow;
@@ -73,10 +74,13 @@ public:
     ResultsPage* resultsPage() const;
     CVResultsRolesFactory& resultsFactory() { return *m_resultsFactory; }
     FileManagerReveal& reveal() { return *m_reveal; }
+    BackgroundRelease& release() { return *m_release; }
 
 private:
     GuiOptions m_options;
     LocatorFactory m_makeLocator;
+    // Finished scans are let go of on its thread.
+    std::shared_ptr<BackgroundRelease> m_release;
     std::unique_ptr<QtMainQueue> m_queue;
     std::unique_ptr<MainQueueTimers> m_timers;
     std::unique_ptr<MainWindow> m_window;
