@@ -139,7 +139,6 @@ void PdfPreviewTest::aDamagedPdfShowsItsName() {
     QCOMPARE(test::TempTree::read(path), content);
 }
 
-
 int runPdfPreviewTests(int argc, char** argv) {
     PdfPreviewTest test;
     return QTest::qExec(&test, argc, argv);
