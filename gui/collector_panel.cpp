@@ -323,6 +323,8 @@ QWidget* CollectorPanel::makeErrorPage() {
     m_errors->setEditTriggers(QAbstractItemView::NoEditTriggers);
     m_errors->setSelectionBehavior(QAbstractItemView::SelectRows);
     m_errors->setTextElideMode(Qt::ElideMiddle);
+    // Tab leaves the table; the arrows move between its rows.
+    m_errors->setTabKeyNavigation(false);
     m_errors->setWordWrap(false);
     m_errors->horizontalHeader()->setSectionResizeMode(0, QHeaderView::Stretch);
     m_errors->horizontalHeader()->setSectionResizeMode(1, QHeaderView::Stretch);

@@ -14,6 +14,7 @@
 #include "app/scan_window_collector_host.h"
 #include "app/scan_window_controller.h"
 #include "app_shell.h"
+#include "background_release.h"
 #include "desktop_applications.h"
 #include "file_manager_reveal.h"
 #include "gui_text.h"
@@ -47,6 +48,7 @@ GuiApplication::GuiApplication(GuiOptions options) : m_options(std::move(options
     if (m_options.socketPath.isEmpty())
         m_options.socketPath = SingleInstance::defaultSocketPath();
     m_instance = std::make_unique<SingleInstance>(m_options.socketPath);
+    m_release = std::make_shared<BackgroundRelease>();
 }
 
 GuiApplication::~GuiApplication() {
@@ -116,7 +118,8 @@ void GuiApplication::start() {
 
     ScanWindowServices scanServices{*m_window,
                                     *m_window->scanPage()->dropZone(),
-                                    LocatorAdapter::factory(),
+                                    m_makeLocator ? m_makeLocator
+                                                  : ReleasingLocator::factory(mainQueue, m_release),
                                     *m_resultsFactory,
                                     CVStatisticsController::sharedInstance(),
                                     defaults,

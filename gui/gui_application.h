@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "app/duplicates_locating.h"
 #include "app/main_timers.h"
 
 namespace corvel {
@@ -27,6 +28,7 @@ class Trash;
 namespace corvel::gui {
 
 class AppShell;
+class BackgroundRelease;
 class DesktopApplications;
 class FileManagerReveal;
 class MainWindow;
@@ -52,6 +54,10 @@ public:
     GuiApplication(const GuiApplication&) = delete;
     GuiApplication& operator=(const GuiApplication&) = delete;
 
+    // Makes the engine of each scan in place of the real duplicates locator (the
+    // benchmarks hand over results built in memory). Before start(); empty restores the
+    // real one.
+    void setLocatorFactory(LocatorFactory factory) { m_makeLocator = std::move(factory); }
     // Hands the folders to a running instance; true when one took them and this process
     // should exit without a window.
     bool handOverToRunningInstance();
@@ -68,9 +74,13 @@ public:
     ResultsPage* resultsPage() const;
     CVResultsRolesFactory& resultsFactory() { return *m_resultsFactory; }
     FileManagerReveal& reveal() { return *m_reveal; }
+    BackgroundRelease& release() { return *m_release; }
 
 private:
     GuiOptions m_options;
+    LocatorFactory m_makeLocator;
+    // Finished scans are let go of on its thread.
+    std::shared_ptr<BackgroundRelease> m_release;
     std::unique_ptr<QtMainQueue> m_queue;
     std::unique_ptr<MainQueueTimers> m_timers;
     std::unique_ptr<MainWindow> m_window;

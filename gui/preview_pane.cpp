@@ -5,8 +5,13 @@
 #include <QImageReader>
 #include <QLocale>
 #include <QMimeDatabase>
+#include <QPainter>
 #include <QResizeEvent>
 #include <QVBoxLayout>
+
+#ifdef CORVEL_HAVE_QT_PDF
+#include <QPdfDocument>
+#endif
 
 #include "engine/file_sizer.h"
 #include "gui_text.h"
@@ -17,6 +22,8 @@ namespace {
 constexpr qint64 kTextPreviewBytes = 64 * 1024;
 // Larger images are read scaled down, so a huge photo costs no more than the pane.
 constexpr int kImageReadLimit = 2048;
+// A PDF page is rendered this many pixels on its longer side, then scaled to the pane.
+constexpr int kPdfRenderSide = 1200;
 } // namespace
 
 PreviewPane::PreviewPane(QWidget* parent) : QWidget(parent) {
@@ -28,6 +35,7 @@ PreviewPane::PreviewPane(QWidget* parent) : QWidget(parent) {
     m_image->setMinimumSize(1, 1);
     m_text = new QPlainTextEdit(m_stack);
     m_text->setReadOnly(true);
+    m_text->setAccessibleName(windowText("Results_PreviewAccessibleName"));
     m_text->setLineWrapMode(QPlainTextEdit::NoWrap);
     m_info = new QLabel(m_stack);
     m_info->setAlignment(Qt::AlignCenter);
@@ -69,6 +77,12 @@ void PreviewPane::showFile(const std::string& path) {
             return;
         }
     }
+    if (info.isFile() && type.inherits("application/pdf") && renderFirstPdfPage()) {
+        m_kind = Kind::Pdf;
+        m_stack->setCurrentWidget(m_image);
+        showImage();
+        return;
+    }
     if (info.isFile() && type.inherits("text/plain")) {
         QFile file(m_path);
         if (file.open(QIODevice::ReadOnly)) {
@@ -88,6 +102,37 @@ void PreviewPane::showFile(const std::string& path) {
     m_stack->setCurrentWidget(m_info);
 }
 
+bool PreviewPane::rendersPdf() {
+#ifdef CORVEL_HAVE_QT_PDF
+    return true;
+#else
+    return false;
+#endif
+}
+
+bool PreviewPane::renderFirstPdfPage() {
+#ifdef CORVEL_HAVE_QT_PDF
+    QPdfDocument document;
+    if (document.load(m_path) != QPdfDocument::Error::None || document.pageCount() < 1)
+        return false;
+    const QSizeF points = document.pagePointSize(0);
+    if (points.isEmpty())
+        return false;
+    const QSize pixels = points.scaled(kPdfRenderSide, kPdfRenderSide, Qt::KeepAspectRatio).toSize();
+    QImage page = document.render(0, pixels.expandedTo({1, 1}));
+    if (page.isNull())
+        return false;
+    // Pages without a background of their own are drawn on paper, not on the pane.
+    m_original = QImage(page.size(), QImage::Format_RGB32);
+    m_original.fill(Qt::white);
+    QPainter painter(&m_original);
+    painter.drawImage(0, 0, page);
+    return true;
+#else
+    return false;
+#endif
+}
+
 void PreviewPane::showImage() {
     if (m_original.isNull())
         return;
@@ -98,7 +143,7 @@ void PreviewPane::showImage() {
 
 void PreviewPane::resizeEvent(QResizeEvent* event) {
     QWidget::resizeEvent(event);
-    if (m_kind == Kind::Image)
+    if (m_kind == Kind::Image || m_kind == Kind::Pdf)
         showImage();
 }
 

@@ -1,7 +1,9 @@
 #pragma once
 // PreviewPane: a look at one file without opening it. Images Qt can read are shown
-// scaled to the pane; text (any type that inherits text/plain) shows its first 64 KB;
-// anything else, a folder or a file gone from the disk shows its name, type and size.
+// scaled to the pane; a PDF shows its first page (when built with Qt PDF; a damaged or
+// locked PDF falls back to the name); text (any type that inherits text/plain) shows its
+// first 64 KB; anything else, a folder or a file gone from the disk shows its name, type
+// and size.
 // The file is only read. PreviewWindow is the preview panel the results view asks for
 // (the Space key, "Quick Look"): a window over the main one with a pane per item. GUI
 // thread.
@@ -18,7 +20,9 @@ namespace corvel::gui {
 
 class PreviewPane final : public QWidget {
 public:
-    enum class Kind { None, Image, Text, Other };
+    enum class Kind { None, Image, Pdf, Text, Other };
+    // Whether this build renders PDF pages.
+    static bool rendersPdf();
 
     explicit PreviewPane(QWidget* parent = nullptr);
 
@@ -34,6 +38,8 @@ protected:
 
 private:
     void showImage();
+    // The first page of the PDF at m_path into m_original; false when it cannot be read.
+    bool renderFirstPdfPage();
 
     Kind m_kind = Kind::None;
     QString m_path;

@@ -21,6 +21,7 @@
 #include "gui_text.h"
 #include "platform/text_format.h"
 #include "preview_pane.h"
+#include "size_diagram.h"
 
 namespace corvel::gui {
 
@@ -43,6 +44,8 @@ QTableView* makeTable(QAbstractItemModel* model, QWidget* parent, const char* na
     table->verticalHeader()->setDefaultSectionSize(table->fontMetrics().height() + 8);
     table->horizontalHeader()->setHighlightSections(false);
     table->setContextMenuPolicy(Qt::CustomContextMenu);
+    // Tab goes on to the next control; the arrows move between rows.
+    table->setTabKeyNavigation(false);
     return table;
 }
 
@@ -106,13 +109,38 @@ ResultsPage::ResultsPage(QWidget* parent) : QWidget(parent) {
     m_categories = new QListWidget(browser);
     m_categories->setObjectName("categories");
     m_categories->setAccessibleName(windowText("Results_CategoriesAccessibleName"));
-    m_categories->setMinimumWidth(190);
-    m_categories->setMaximumWidth(260);
     m_categories->setSpacing(2);
+    m_categories->setIconSize(QSize(16, 16));
     connect(m_categories, &QListWidget::currentRowChanged, this, [this](int row) {
+        if (row >= 0)
+            m_diagram->setCategories(m_shownCategories, static_cast<std::size_t>(row));
         if (!m_updating && m_results && row >= 0)
             m_results->setSelectedMetaGroupAction(static_cast<std::size_t>(row));
     });
+
+    // The size diagram under them; a click on a segment chooses its category in the list.
+    m_diagram = new SizeDiagram(browser);
+    m_diagram->setCategoryHandler(
+        [this](std::size_t row) { m_categories->setCurrentRow(static_cast<int>(row)); });
+    m_diagramButton = new QToolButton(browser);
+    m_diagramButton->setObjectName("diagramButton");
+    m_diagramButton->setText(windowText("Results_Diagram"));
+    m_diagramButton->setCheckable(true);
+    m_diagramButton->setChecked(true);
+    m_diagramButton->setToolButtonStyle(Qt::ToolButtonTextOnly);
+    m_diagramButton->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+    connect(m_diagramButton, &QToolButton::clicked, this, [this] {
+        if (m_results)
+            m_results->toggleDiagramAction();
+    });
+    auto* categoriesBox = new QWidget(browser);
+    categoriesBox->setMinimumWidth(190);
+    categoriesBox->setMaximumWidth(260);
+    auto* categoriesLayout = new QVBoxLayout(categoriesBox);
+    categoriesLayout->setContentsMargins(0, 0, 0, 0);
+    categoriesLayout->addWidget(m_categories, 1);
+    categoriesLayout->addWidget(m_diagram);
+    categoriesLayout->addWidget(m_diagramButton);
 
     // The groups.
     m_groupsModel = new GroupsModel(this);
@@ -244,7 +272,7 @@ ResultsPage::ResultsPage(QWidget* parent) : QWidget(parent) {
     rightSplit->setStretchFactor(0, 3);
     rightSplit->setStretchFactor(1, 2);
     auto* mainSplit = new QSplitter(Qt::Horizontal, browser);
-    mainSplit->addWidget(m_categories);
+    mainSplit->addWidget(categoriesBox);
     mainSplit->addWidget(rightSplit);
     mainSplit->setStretchFactor(1, 1);
     mainSplit->setChildrenCollapsible(false);
@@ -314,9 +342,12 @@ void ResultsPage::showCategories(const std::vector<std::shared_ptr<CVMetaGroup>>
     for (const auto& category : categories) {
         auto* item = new QListWidgetItem(categoryLine(*category), m_categories);
         item->setData(Qt::UserRole, category->groupID());
+        // The colour of its segment in the size diagram.
+        item->setIcon(SizeDiagram::dotFor(category->groupID()));
     }
     if (selectedRow)
         m_categories->setCurrentRow(static_cast<int>(*selectedRow));
+    m_diagram->setCategories(categories, selectedRow);
     m_updating = false;
 }
 
@@ -343,6 +374,7 @@ void ResultsPage::refreshRows() {
         m_categories->item(row)->setText(categoryLine(*m_shownCategories[static_cast<std::size_t>(row)]));
     m_groupsModel->refresh();
     m_filesModel->refresh();
+    m_diagram->refresh();
     updateReviewButton();
 }
 
@@ -353,6 +385,12 @@ void ResultsPage::setFolderName(const std::string& name) {
 void ResultsPage::setSortIndicator(std::int64_t type, bool ascending) {
     m_groupsTable->horizontalHeader()->setSortIndicator(GroupsModel::columnForSortType(type),
                                                         ascending ? Qt::AscendingOrder : Qt::DescendingOrder);
+}
+
+void ResultsPage::setDiagramShown(bool shown, const QString& toolTip) {
+    m_diagram->setVisible(shown);
+    m_diagramButton->setChecked(shown);
+    m_diagramButton->setToolTip(toolTip);
 }
 
 void ResultsPage::focusTable(ResultsTable table) {
@@ -504,6 +542,11 @@ void ResultsFace::refreshRows() {
 void ResultsFace::setFolderName(const std::string& name) {
     if (m_page)
         m_page->setFolderName(name);
+}
+
+void ResultsFace::setDiagramShown(bool shown, const std::string& toolTip) {
+    if (m_page)
+        m_page->setDiagramShown(shown, qs(toolTip));
 }
 
 void ResultsFace::setSortButton(std::int64_t type, bool ascending) {

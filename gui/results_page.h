@@ -1,6 +1,7 @@
 #pragma once
 // ResultsPage: the results view of the main window. On the left the categories with
-// their numbers of groups and sizes; on the right the groups table (GroupsModel: its
+// their numbers of groups and sizes, and under them the size diagram (its button shows
+// or hides it, a choice the controller stores); on the right the groups table (GroupsModel: its
 // header sorts by the six keys through the controller), the commands that select
 // copies, and below the files of the selected group with their check boxes, beside a
 // preview pane. A search field filters the groups by name or path; the bottom row goes
@@ -37,6 +38,7 @@ namespace corvel::gui {
 
 class CollectorPanel;
 class PreviewPane;
+class SizeDiagram;
 
 class ResultsPage final : public QWidget {
 public:
@@ -56,6 +58,8 @@ public:
     void refreshRows();
     void setFolderName(const std::string& name);
     void setSortIndicator(std::int64_t type, bool ascending);
+    // The size diagram shown or hidden, and its button's state and tool tip.
+    void setDiagramShown(bool shown, const QString& toolTip);
     void focusTable(ResultsTable table);
     // The collector's count and size line, and whether there is anything to review.
     void setAmountLine(const QString& line);
@@ -80,6 +84,8 @@ public:
     QPushButton* backButton() const { return m_back; }
     QLabel* amountLabel() const { return m_amount; }
     PreviewPane* previewPane() const { return m_preview; }
+    SizeDiagram* sizeDiagram() const { return m_diagram; }
+    QToolButton* diagramButton() const { return m_diagramButton; }
     CollectorPanel* collectorPanel() const { return m_collector; }
 
     // The context menu of a file (open, open with, reveal, preview, exclude).
@@ -105,6 +111,8 @@ private:
     QLineEdit* m_search;
     QTimer m_searchTimer;
     QListWidget* m_categories;
+    SizeDiagram* m_diagram;
+    QToolButton* m_diagramButton;
     GroupsModel* m_groupsModel;
     QTableView* m_groupsTable;
     FilesModel* m_filesModel;
@@ -134,7 +142,7 @@ public:
                    const std::vector<std::size_t>& selectedRows) override;
     void refreshRows() override;
     void setFolderName(const std::string& name) override;
-    void setDiagramShown(bool, const std::string&) override {}
+    void setDiagramShown(bool shown, const std::string& toolTip) override;
     void setSortButton(std::int64_t type, bool ascending) override;
     void makeFirstResponder(ResultsTable table) override;
     SuppressibleAlertReply runSuppressibleAlert(const std::string& message, const std::string& informative,

@@ -7,10 +7,12 @@
 #include <QApplication>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QImage>
 #include <QLinearGradient>
 #include <QMessageBox>
 #include <QPainter>
+#include <QPdfWriter>
 #include <QPixmap>
 #include <QPushButton>
 #include <QTabWidget>
@@ -99,6 +101,30 @@ void writePicturePair(const std::string& tree) {
     image.save(QString::fromStdString(tree + "/Downloads/harbour.png"));
 }
 
+// A one-page letter and its copy, so the preview pane has a PDF page to show.
+void writePdfPair(const std::string& tree) {
+    const QString first = QString::fromStdString(tree + "/Documents/Reports/quarterly-letter.pdf");
+    {
+        QPdfWriter writer(first);
+        writer.setPageSize(QPageSize(QPageSize::A4));
+        writer.setResolution(72);
+        writer.setCreator("corvel-screenshots");
+        QPainter painter(&writer);
+        painter.fillRect(QRect(40, 40, 515, 70), QColor(40, 90, 160));
+        painter.setPen(Qt::white);
+        painter.setFont(QFont("DejaVu Sans", 26, QFont::Bold));
+        painter.drawText(QRect(60, 40, 480, 70), Qt::AlignVCenter, "Quarterly letter");
+        painter.setPen(QColor(60, 60, 60));
+        painter.setFont(QFont("DejaVu Sans", 12));
+        for (int line = 0; line < 18; ++line)
+            painter.fillRect(QRect(60, 150 + line * 28, line % 6 == 5 ? 300 : 470, 10),
+                             QColor(190, 190, 190));
+        painter.fillRect(QRect(60, 680, 220, 110), QColor(247, 147, 30));
+        painter.fillRect(QRect(310, 720, 220, 70), QColor(136, 201, 48));
+    }
+    QFile::copy(first, QString::fromStdString(tree + "/Downloads/quarterly-letter.pdf"));
+}
+
 // The group whose first member is called name, as the groups table shows it.
 int rowOfGroup(ResultsPage* page, const std::string& name) {
     for (int row = 0; row < page->groupsModel()->rowCount(); ++row)
@@ -126,6 +152,7 @@ int main(int argc, char** argv) {
     QDir().mkpath(out);
     const std::string tree = argv[2];
     writePicturePair(tree);
+    writePdfPair(tree);
     int failures = 0;
     auto shot = [&](QWidget* w, const char* name) { failures += save(w, out, name) ? 0 : 1; };
 
@@ -186,6 +213,12 @@ int main(int argc, char** argv) {
     if (const int row = rowOfGroup(page, "harbour"); row >= 0)
         page->groupsTable()->selectRow(row);
     shot(&window, "results");
+    if (const int row = rowOfGroup(page, "quarterly-letter"); row >= 0) {
+        page->groupsTable()->selectRow(row);
+        shot(&window, "results-pdf");
+    }
+    if (const int row = rowOfGroup(page, "harbour"); row >= 0)
+        page->groupsTable()->selectRow(row);
 
     // The collector, then the removal to this run's own Trash.
     CollectorPanel* collector = page->collectorPanel();

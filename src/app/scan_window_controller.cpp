@@ -444,7 +444,9 @@ void CVScanWindowController::scanFinished() {
 
     const auto duplicates = currentDuplicates();
     const std::uint64_t size = duplicates ? duplicates->size() : 0;
-    const std::uint64_t files = duplicates ? duplicates->allFiles().size() : 0;
+    // The category counters, not allFiles(): that builds the index of every path, far too
+    // long a wait on the main thread after a large scan.
+    const std::uint64_t files = duplicates ? duplicates->mainMetaGroup()->filesCount() : 0;
     const bool found = duplicates && duplicates->count() > 0;
     m_services.statistics.scanFinishedWithSize(size, files);
 

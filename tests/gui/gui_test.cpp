@@ -12,11 +12,15 @@
 #include <QSignalSpy>
 #include <QTest>
 #include <QUrl>
+#include <atomic>
+#include <filesystem>
 #include <memory>
+#include <thread>
 
 #include "app/app_delegate.h"
 #include "app/scan_window_controller.h"
 #include "app_shell.h"
+#include "background_release.h"
 #include "drop_zone.h"
 #include "gui_application.h"
 #include "main_window.h"
@@ -34,6 +38,7 @@
 
 using namespace corvel;
 using namespace corvel::gui;
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -78,6 +83,8 @@ class GuiTest : public QObject {
 private Q_SLOTS:
     void scanOfADroppedTreeFindsItsDuplicates();
     void dropsThatCarryNoFolderAreRefused();
+    void aSecondScanLetsTheFirstGoOnAnotherThread();
+    void theReleaseThreadDropsWhatItWasGiven();
     void quitDuringAScanAsksOnceAndContinuesOrQuits();
     void quitWhileIdleQuitsAtOnce();
     void secondLaunchHandsItsFoldersOver();
@@ -118,6 +125,64 @@ void GuiTest::scanOfADroppedTreeFindsItsDuplicates() {
     auto results = controller->duplicatesFinder()->duplicatesController();
     QVERIFY(results);
     QCOMPARE(results->count(), std::uint64_t(1));
+}
+
+void GuiTest::aSecondScanLetsTheFirstGoOnAnotherThread() {
+    test::TempTree tree;
+    writeDuplicates(tree);
+    GuiApplication app({socketIn(tree), {}, {}});
+    app.start();
+    app.delegate().checkAndAddFoldersForScan({tree / "a", tree / "b"});
+    CVScanWindowController* controller = app.delegate().scanWindowController();
+    controller->startScanAction(false);
+    QTRY_COMPARE_WITH_TIMEOUT(controller->windowState(), std::int32_t(WindowStateFound), 20000);
+    std::weak_ptr<CVDuplicatesController> firstResults =
+        controller->duplicatesFinder()->duplicatesController();
+    std::weak_ptr<CVFile> firstCopy = firstResults.lock()->allDuplicatesGroups().front()->files().front();
+    QVERIFY(!firstCopy.expired());
+
+    controller->forceNewScan();
+    app.delegate().checkAndAddFoldersForScan({tree / "a", tree / "b"});
+    controller->startScanAction(false);
+    QTRY_COMPARE_WITH_TIMEOUT(controller->windowState(), std::int32_t(WindowStateFound), 20000);
+    // The first scan's results and nodes are gone once the release thread is idle; the
+    // second scan found the same copies afresh, on the same files.
+    QTRY_VERIFY(firstResults.expired());
+    app.release().waitUntilIdle();
+    QVERIFY(firstCopy.expired());
+    auto second = controller->duplicatesFinder()->duplicatesController();
+    QVERIFY(second);
+    QCOMPARE(second->count(), std::uint64_t(1));
+    QVERIFY(fs::exists(tree / "a/photo.jpg") && fs::exists(tree / "b/photo copy.jpg"));
+}
+
+void GuiTest::theReleaseThreadDropsWhatItWasGiven() {
+    struct Noted {
+        Noted(std::thread::id* on, std::atomic<int>* count) : droppedOn(on), dropped(count) {}
+        std::thread::id* droppedOn;
+        std::atomic<int>* dropped;
+        ~Noted() {
+            *droppedOn = std::this_thread::get_id();
+            ++*dropped;
+        }
+    };
+    std::thread::id droppedOn;
+    std::atomic<int> dropped{0};
+    {
+        BackgroundRelease release;
+        auto held = std::make_shared<Noted>(&droppedOn, &dropped);
+        std::weak_ptr<Noted> watch = held;
+        release.release(std::move(held));
+        release.waitUntilIdle();
+        QVERIFY(watch.expired());
+        QCOMPARE(dropped.load(), 1);
+        QVERIFY(droppedOn != std::this_thread::get_id());
+        // Whatever is still queued when it ends is dropped, none left behind.
+        for (int i = 0; i < 50; ++i)
+            release.release(std::make_shared<Noted>(&droppedOn, &dropped));
+        release.release(nullptr);
+    }
+    QCOMPARE(dropped.load(), 51);
 }
 
 void GuiTest::dropsThatCarryNoFolderAreRefused() {

@@ -13,6 +13,7 @@
 #include <QTest>
 #include <QTimer>
 #include <QUrl>
+#include <cmath>
 #include <filesystem>
 #include <set>
 #include <stdlib.h>
@@ -27,11 +28,13 @@
 #include "file_manager_reveal.h"
 #include "gui_application.h"
 #include "main_window.h"
+#include "platform/string_tables.h"
 #include "platform/user_defaults.h"
 #include "preview_pane.h"
 #include "results/meta_group.h"
 #include "results_page.h"
 #include "settings/preferences.h"
+#include "size_diagram.h"
 #include "support/temp_tree.h"
 
 using namespace corvel;
@@ -138,6 +141,7 @@ private Q_SLOTS:
     void theGroupsTableSortsByItsColumns();
     void markingEveryCopyAsksAndKeepsByDefault();
     void theSearchFieldFiltersTheGroups();
+    void theSizeDiagramChoosesCategoriesAndItsChoiceIsStored();
     void thePreviewShowsImagesAndText();
     void revealFallsBackToTheParentFolder();
 };
@@ -376,6 +380,49 @@ void ResultsPageTest::theSearchFieldFiltersTheGroups() {
     QTest::keyClicks(page->searchField(), "/b/");
     QTest::qWait(300);
     QCOMPARE(page->groupsModel()->rowCount(), 2);
+}
+
+void ResultsPageTest::theSizeDiagramChoosesCategoriesAndItsChoiceIsStored() {
+    test::TempTree tree;
+    writeTree(tree);
+    UserDefaults::standardUserDefaults().removeObjectForKey(kShowDiagramKey);
+    GuiApplication app({socketIn(tree), {}, {}});
+    ResultsPage* page = scanAndShowResults(app, tree);
+    QVERIFY(page);
+    SizeDiagram* diagram = page->sizeDiagram();
+    QVERIFY(diagram->isVisible());
+    QVERIFY(page->diagramButton()->isChecked());
+    // Pictures (three copies of 60,000 bytes) and Documents (two of 70,000).
+    const auto segments = diagram->segments();
+    QCOMPARE(segments.size(), std::size_t(2));
+    const auto documents = std::find_if(segments.begin(), segments.end(),
+                                        [](const auto& s) { return s.groupID == kMetaGroupDocuments; });
+    QVERIFY(documents != segments.end());
+    QVERIFY(documents->spanDegrees < 180);
+
+    // A click on the Documents segment chooses Documents in the list and its groups.
+    const double side = std::min(diagram->width(), diagram->height()) - 16;
+    const double radius = (side / 2.0 - 5) * 0.87;
+    const double angle = (documents->startDegrees + documents->spanDegrees / 2) * M_PI / 180.0;
+    const QPointF centre(diagram->width() / 2.0, diagram->height() / 2.0);
+    QTest::mouseClick(diagram, Qt::LeftButton, {},
+                      (centre + QPointF(radius * std::sin(angle), -radius * std::cos(angle))).toPoint());
+    QCOMPARE(page->categoriesList()->currentRow(), rowOfCategory(page, kMetaGroupDocuments));
+    QTRY_COMPARE(page->groupsModel()->rowCount(), 1);
+    QCOMPARE(page->groupsModel()->index(0, GroupsModel::Name).data().toString(), QString("report"));
+
+    // The button hides it, says how to bring it back, and the choice is in the settings file.
+    QTest::mouseClick(page->diagramButton(), Qt::LeftButton);
+    QVERIFY(!diagram->isVisible());
+    QVERIFY(!page->diagramButton()->isChecked());
+    QCOMPARE(page->diagramButton()->toolTip(),
+             QString::fromStdString(localized("ButtonToolTip_ShowDiagram", "Buttons")));
+    QCOMPARE(UserDefaults(UserDefaults::standardUserDefaults().path()).objectForKey(kShowDiagramKey),
+             PropertyValue(false));
+    QTest::mouseClick(page->diagramButton(), Qt::LeftButton);
+    QVERIFY(diagram->isVisible());
+    QCOMPARE(UserDefaults(UserDefaults::standardUserDefaults().path()).objectForKey(kShowDiagramKey),
+             PropertyValue(true));
 }
 
 void ResultsPageTest::thePreviewShowsImagesAndText() {
