@@ -240,7 +240,7 @@ void CVFilesHierarchy::buildHierarchyForPath(const CVScanPath& root) {
             case WalkEntry::Failure:
                 systemLogf("Error scanning '%s': %s\n", std::string(entry.path),
                            std::string(std::strerror(entry.error)));
-                // Without an error number, fts met a folder that leads back to one above it.
+                // Without an error number, the walk met a folder that leads back to one above it.
                 noteIncomplete(walk, entry,
                                entry.error != 0
                                    ? std::string(std::strerror(entry.error))
