@@ -24,16 +24,16 @@ public:
     // Holds no name.
     void clear();
 
-    std::size_t size() const { return m_names.size(); }
-    std::string_view name(std::size_t i) const {
+    [[nodiscard]] std::size_t size() const { return m_names.size(); }
+    [[nodiscard]] std::string_view name(std::size_t i) const {
         return {m_text.data() + m_names[i].offset, m_names[i].length};
     }
     // The entry's kind as the folder tells it (DT_DIR, DT_LNK, ...), DT_UNKNOWN when the
     // file system does not say.
-    unsigned char kind(std::size_t i) const { return m_names[i].kind; }
+    [[nodiscard]] unsigned char kind(std::size_t i) const { return m_names[i].kind; }
 
     // Whether the folder holds an entry of that name (a binary search).
-    bool contains(std::string_view name) const override;
+    [[nodiscard]] bool contains(std::string_view name) const override;
 
 private:
     struct Name {

@@ -192,8 +192,8 @@ void FolderWalk::visitFolder(MetFolder folder) {
         closeDescriptor(folder.fd);
     }
     const Frame* parent = m_open > 0 ? &current() : nullptr;
-    const ScanVerdict verdict = m_ignoreList.isPathForbiddenToScan(m_path, parent ? parent->type : 0,
-                                                                   m_root.forceScan, true, &names, m_pattern);
+    const ScanVerdict verdict = m_ignoreList.isPathForbiddenToScan(
+        m_path, parent != nullptr ? parent->type : 0, m_root.forceScan, true, &names, m_pattern);
     if (verdict != ScanAllowed && folder.name == ".DS_Store") {
         closeDescriptor(folder.fd);
         return; // dropped without a trace
@@ -206,8 +206,8 @@ void FolderWalk::visitFolder(MetFolder folder) {
     e.contentHidden = m_ignoreList.isPathContentHidden(m_path, type, &names);
     e.type = type;
     e.contentUndeletable = m_ignoreList.isPathContentForbiddenToRemove(m_path);
-    e.depthLimited =
-        !e.ignored && parent && parent->depth >= TreeWalker::kMaxPlainDepth && parent->specialOpen == 0;
+    e.depthLimited = !e.ignored && parent != nullptr && parent->depth >= TreeWalker::kMaxPlainDepth &&
+                     parent->specialOpen == 0;
     m_sink.emit(e);
 
     if (e.ignored || e.depthLimited || folder.st->st_dev != m_context.device) {
@@ -215,7 +215,7 @@ void FolderWalk::visitFolder(MetFolder folder) {
         endFolder(folder.name);
     } else if (folder.fd < 0) {
         reportFailure(folder.name, folder.openError, true);
-    } else if (parent && !passesPathMax(m_path) && m_sink.mayCut()) {
+    } else if (parent != nullptr && !passesPathMax(m_path) && m_sink.mayCut()) {
         closeDescriptor(folder.fd);
         cutFolder(folder, type);
     } else {
@@ -232,8 +232,9 @@ void FolderWalk::enterFolder(const MetFolder& folder, std::int32_t type) {
     entered.nameOffset = m_path.size() - folder.name.size();
     entered.id = {folder.st->st_dev, folder.st->st_ino};
     entered.type = type;
-    entered.depth = (parent ? parent->depth : 0) + 1;
-    entered.specialOpen = (parent ? parent->specialOpen : 0) + (type != kNodeTypePlainFolder ? 1 : 0);
+    entered.depth = (parent != nullptr ? parent->depth : 0) + 1;
+    entered.specialOpen =
+        (parent != nullptr ? parent->specialOpen : 0) + (type != kNodeTypePlainFolder ? 1 : 0);
     entered.quietEnd = false;
     ++m_open;
     if (m_open > kOpenFolders) // the oldest folder kept open is opened again on the way back

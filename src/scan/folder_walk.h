@@ -57,7 +57,7 @@ struct WalkContext {
 // Where a pass's entries go, and whether it may cut. Called on the pass's thread.
 class WalkSink {
 public:
-    virtual bool going() const = 0;
+    [[nodiscard]] virtual bool going() const = 0;
     virtual void emit(const WalkEntry& entry) = 0;
     // Whether the folder about to be entered should be left to another pass.
     virtual bool mayCut() = 0;
@@ -121,8 +121,9 @@ private:
     bool reopen(std::size_t index, int childFd);
     void endFolder(std::string_view name);
     void reportFailure(std::string_view name, int error, bool closesFolder = false, bool atRoot = false);
-    WalkEntry describe(WalkEntry::Kind kind, std::string_view name, const struct stat& st) const;
-    bool leadsBackUp(const FolderId& id) const;
+    [[nodiscard]] WalkEntry describe(WalkEntry::Kind kind, std::string_view name,
+                                     const struct stat& st) const;
+    [[nodiscard]] bool leadsBackUp(const FolderId& id) const;
     // Makes m_path the path of the current folder's entry name; answers the name as a
     // C string inside m_path.
     const char* enterName(std::string_view name);

@@ -83,7 +83,7 @@ public:
     }
 
 private:
-    bool going() const {
+    [[nodiscard]] bool going() const {
         return m_canContinue.load(std::memory_order_relaxed) && !m_abandoned.load(std::memory_order_relaxed);
     }
 
@@ -194,15 +194,15 @@ private:
             std::unique_lock lock(m_mutex);
             m_changed.wait(lock, [&] {
                 return chunk->published.load(std::memory_order_acquire) > read ||
-                       chunk->next.load(std::memory_order_acquire) || task->state == Task::Done;
+                       chunk->next.load(std::memory_order_acquire) != nullptr || task->state == Task::Done;
             });
             if (task->state == Task::Done && chunk->published.load(std::memory_order_acquire) == read &&
-                !chunk->next.load(std::memory_order_acquire))
+                chunk->next.load(std::memory_order_acquire) == nullptr)
                 return;
         }
     }
 
-    bool isPending(std::size_t id) const {
+    [[nodiscard]] bool isPending(std::size_t id) const {
         return std::find(m_pending.begin(), m_pending.end(), id) != m_pending.end();
     }
 
@@ -267,7 +267,7 @@ private:
     class TaskSink final : public WalkSink {
     public:
         TaskSink(WalkRun& run, Task& task) : m_run(run), m_task(task) {}
-        bool going() const override { return m_run.going(); }
+        [[nodiscard]] bool going() const override { return m_run.going(); }
         void emit(const WalkEntry& entry) override { m_run.append(m_task, entry); }
         bool mayCut() override { return m_run.mayCut(); }
         void cut(std::string path, WalkContext context) override {
