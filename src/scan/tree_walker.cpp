@@ -66,8 +66,11 @@ public:
         auto root = std::make_unique<Task>();
         root->path = m_root.path;
         root->isRoot = true;
-        m_tasks.push_back(std::move(root));
-        m_pending.push_back(0);
+        {
+            std::lock_guard lock(m_mutex);
+            m_tasks.push_back(std::move(root));
+            m_pending.push_back(0);
+        }
         for (unsigned i = 0; i < m_options.threads; ++i)
             m_workers.emplace_back([this] { work(); });
         consumeTask(0);
@@ -78,6 +81,7 @@ public:
         m_changed.notify_all();
         for (auto& worker : m_workers)
             worker.join();
+        std::lock_guard lock(m_mutex);
         error = m_openError;
         return m_openError == 0;
     }
@@ -287,7 +291,9 @@ private:
     const TreeWalker::Consumer& m_consume;
     const std::optional<RegularExpression> m_pattern; // the ignore pattern as the walk began
 
-    std::mutex m_mutex; // guards the lists, m_needed, m_finished, and waiting on m_changed
+    // Guards the lists, m_needed, m_paused, m_idle, m_finished, m_openError, and waiting on
+    // m_changed. A chunk's entries are published without it (see Chunk).
+    std::mutex m_mutex;
     std::condition_variable m_changed;
     std::deque<std::unique_ptr<Task>> m_tasks; // by id; the root task is 0
     std::deque<std::size_t> m_pending;         // ids no thread has started, oldest first
@@ -311,8 +317,10 @@ void WalkRun::walkTask(Task& task) {
         return;
     }
     int error = 0;
-    if (!walk.walkRoot(error))
+    if (!walk.walkRoot(error)) {
+        std::lock_guard lock(m_mutex);
         m_openError = error;
+    }
 }
 
 TreeWalker::TreeWalker(CVIgnoreList& ignoreList, const std::atomic<bool>& canContinue, Options options)
