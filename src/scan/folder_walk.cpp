@@ -70,20 +70,23 @@ bool FolderWalk::walkRoot(int& error) {
         return false;
     }
     m_path = m_root.path;
+    // Named by its last component, as fts(3) names a root ("/" stays "/").
+    const std::size_t slash = m_path.find_last_not_of('/') == std::string::npos ? 0 : m_path.rfind('/') + 1;
+    const std::string_view name = std::string_view(m_path).substr(slash);
     struct stat st {};
     int fd = -1;
     int openError = 0;
     if (const int failed = examine(AT_FDCWD, m_path.c_str(), DT_DIR, st, fd, openError)) {
-        reportFailure(m_path, failed, false, true);
+        reportFailure(name, failed, false, true);
         return true;
     }
     m_context.device = st.st_dev;
     if (S_ISDIR(st.st_mode)) {
         m_frames.resize(1);
-        visitFolder({m_path, &st, fd, openError});
+        visitFolder({name, &st, fd, openError});
         run();
     } else if (!S_ISLNK(st.st_mode)) {
-        visitFile(m_path, st, true);
+        visitFile(name, st, true);
     }
     return true;
 }

@@ -58,7 +58,7 @@ struct WalkEntry {
     std::int64_t ctime = 0;
     std::int64_t mtimeNanoseconds = 0; // since 1970, negative before
     std::uint64_t device = 0;          // Folder: its device (every entry of a root shares it)
-    std::string_view name;             // last component (the whole path for the root)
+    std::string_view name;             // last component ("/" for the root "/")
     std::string_view path;             // whole path; empty for files below the root
 };
 

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <fts.h>
 #include <functional>
 #include <gtest/gtest.h>
 #include <random>
@@ -166,6 +167,36 @@ TEST(TreeWalker, AMissingRootIsOneFailureThatEndsIt) {
     EXPECT_TRUE(seen[0].endsRoot);
 }
 
+// What fts(3) lists for a tree, physical, without changing directory or crossing
+// devices, each folder sorted bytewise: the same outline as outline(), with sizes and
+// inodes.
+std::vector<std::string> referenceWalk(const std::string& root) {
+    auto byName = [](const FTSENT** a, const FTSENT** b) {
+        return std::string_view((*a)->fts_name, (*a)->fts_namelen)
+            .compare(std::string_view((*b)->fts_name, (*b)->fts_namelen));
+    };
+    char* paths[] = {const_cast<char*>(root.c_str()), nullptr};
+    FTS* fts = ::fts_open(paths, FTS_PHYSICAL | FTS_NOCHDIR | FTS_XDEV, byName);
+    std::vector<std::string> lines;
+    for (FTSENT* e; fts && (e = ::fts_read(fts)) != nullptr;) {
+        const std::string name(e->fts_name, e->fts_namelen);
+        const auto detail = [&] {
+            return " " + std::to_string(e->fts_statp->st_size) + " " + std::to_string(e->fts_statp->st_ino);
+        };
+        if (e->fts_info == FTS_D)
+            lines.push_back("D " + name + detail());
+        else if (e->fts_info == FTS_DP)
+            lines.push_back("E " + name);
+        else if (e->fts_info == FTS_F || e->fts_info == FTS_DEFAULT)
+            lines.push_back("f " + name + detail());
+        else if (e->fts_info != FTS_SL && e->fts_info != FTS_SLNONE)
+            lines.push_back("! " + std::string(e->fts_path) + " " + std::to_string(e->fts_errno));
+    }
+    if (fts)
+        ::fts_close(fts);
+    return lines;
+}
+
 // An entry as the consumer got it, its text kept.
 struct Seen {
     WalkEntry::Kind kind;
@@ -174,7 +205,12 @@ struct Seen {
     bool pathTooLong;
     int error;
     std::uint64_t size;
+    std::uint64_t inode;
 };
+
+Seen seenOf(const WalkEntry& e) {
+    return {e.kind, std::string(e.name), std::string(e.path), e.pathTooLong, e.error, e.size, e.inode};
+}
 
 std::vector<Seen> collect(test::ScanHarness& harness, const std::string& root, TreeWalker::Options options) {
     std::atomic<bool> going{true};
@@ -184,12 +220,7 @@ std::vector<Seen> collect(test::ScanHarness& harness, const std::string& root, T
     std::vector<Seen> seen;
     int error = 0;
     walker.walk(
-        CVScanPath{root, false},
-        [&](const WalkEntry& e) {
-            seen.push_back(
-                {e.kind, std::string(e.name), std::string(e.path), e.pathTooLong, e.error, e.size});
-        },
-        error);
+        CVScanPath{root, false}, [&](const WalkEntry& e) { seen.push_back(seenOf(e)); }, error);
     return seen;
 }
 
@@ -247,11 +278,54 @@ TEST(TreeWalker, FoldersPastPathMaxAreWalkedAndTheirEntriesMarked) {
     }
 }
 
+// Names whose byte order differs from a signed or locale-aware order, links, a fifo,
+// empty folders and files: every walk mode lists what a path walk lists, in its order.
+TEST(TreeWalker, ListsWhatAPathWalkListsInTheSameOrder) {
+    test::ScanHarness harness;
+    const char* stems[] = {"a",    "B", "a b", "a-b", "a_b", "\xc3\x84", "\xe2\x82\xac",
+                           "\xff", "z", "Z9",  "10",  "9"};
+    for (std::uint32_t start = 1; start <= 3; ++start) {
+        test::TempTree tree;
+        std::mt19937 random(start);
+        auto pick = [&](std::size_t n) { return static_cast<std::size_t>(random() % n); };
+        std::vector<std::string> folders{"root"};
+        tree.folder("root");
+        for (int i = 0; i < 40; ++i) {
+            const std::string folder = folders[pick(folders.size())] + "/" + stems[pick(std::size(stems))] +
+                                       "d" + std::to_string(i % 3);
+            tree.folder(folder);
+            folders.push_back(folder);
+        }
+        for (int i = 0; i < 150; ++i) {
+            const std::string parent = folders[pick(folders.size())];
+            tree.file(parent + "/" + stems[pick(std::size(stems))] + std::to_string(i % 7),
+                      std::string(pick(5000), 'x'));
+            if (pick(20) == 0)
+                tree.symlink(parent + "/" + stems[pick(std::size(stems))] + "-link" + std::to_string(i),
+                             tree / parent);
+        }
+        ::mkfifo((tree / "root/a fifo").c_str(), 0600);
+        const std::string root = tree / "root";
+        const auto reference = referenceWalk(root);
+        ASSERT_GT(reference.size(), 150U);
+        for (const TreeWalker::Options options : kModes) {
+            std::vector<std::string> lines;
+            for (const Seen& e : collect(harness, root, options)) {
+                const std::string line = outline({e})[0];
+                lines.push_back(e.kind == WalkEntry::Folder || e.kind == WalkEntry::File
+                                    ? line + " " + std::to_string(e.size) + " " + std::to_string(e.inode)
+                                    : line);
+            }
+            EXPECT_EQ(lines, reference) << "tree " << start << ", threads " << options.threads;
+        }
+    }
+}
+
 // root/Tool.app/d/d/.../d, levels deep, each d holding a.txt and an empty folder z
 // (inside an application there is no depth limit); answers the walk's outline.
 std::vector<std::string> deepTree(const test::TempTree& tree, std::size_t levels) {
     std::string level = "root/Tool.app";
-    std::vector<std::string> expected{"D " + (tree / "root"), "D Tool.app"};
+    std::vector<std::string> expected{"D root", "D Tool.app"};
     for (std::size_t i = 0; i < levels; ++i) {
         level += "/d";
         tree.file(level + "/a.txt", "a");
@@ -260,7 +334,7 @@ std::vector<std::string> deepTree(const test::TempTree& tree, std::size_t levels
     }
     for (std::size_t i = 0; i < levels; ++i)
         expected.insert(expected.end(), {"D z", "E z", "E d"});
-    expected.insert(expected.end(), {"E Tool.app", "E " + (tree / "root")});
+    expected.insert(expected.end(), {"E Tool.app", "E root"});
     return expected;
 }
 
@@ -296,7 +370,7 @@ public:
     std::function<void(const Seen&)> onEntry;
     bool going() const override { return true; }
     void emit(const WalkEntry& e) override {
-        seen.push_back({e.kind, std::string(e.name), std::string(e.path), e.pathTooLong, e.error, e.size});
+        seen.push_back(seenOf(e));
         if (onEntry)
             onEntry(seen.back());
     }
@@ -345,16 +419,9 @@ TEST(TreeWalker, AFolderLeadingBackUpIsOneFailureAndAnotherDeviceIsNotEntered) {
     if (!loop.mounted() || !other.mounted())
         GTEST_SKIP() << "cannot mount here: " << loop.why() << other.why();
     std::ofstream(tree / "root/m/on-the-mount.txt") << "y";
-    const std::vector<std::string> expected{"D " + (tree / "root"),
-                                            "D a",
-                                            "D b",
-                                            "! " + (tree / "root/a/b/loop") + " 0",
-                                            "f x.txt",
-                                            "E b",
-                                            "E a",
-                                            "D m",
-                                            "E m",
-                                            "E " + (tree / "root")};
+    const std::vector<std::string> expected{"D root",  "D a",   "D b", "! " + (tree / "root/a/b/loop") + " 0",
+                                            "f x.txt", "E b",   "E a", "D m",
+                                            "E m",     "E root"};
     for (const TreeWalker::Options options : kModes)
         EXPECT_EQ(outline(collect(harness, tree / "root", options)), expected)
             << "threads " << options.threads << ", cut everywhere " << options.cutEverywhere;
