@@ -27,7 +27,7 @@ namespace {
 
 std::string walkRoot() {
     const char* root = std::getenv("CORVEL_WALK_ROOT");
-    return root && *root ? root : "/tmp/corpus";
+    return root != nullptr && *root != '\0' ? root : "/tmp/corpus";
 }
 
 // The services of a scan on a private settings file and the shipped ignore list.
