@@ -3,8 +3,8 @@
 //
 // walk -> sizes -> digests -> groups
 //
-// 1. Walk (walker threads, scan thread). The tree walker reads each root with fts(3)
-//    on a few threads and hands its entries to the scan thread in one-pass order;
+// 1. Walk (walker threads, scan thread). The tree walker reads each root with folder
+//    descriptors on a few threads and hands its entries to the scan thread in one-pass order;
 //    CVFilesHierarchy builds the node tree from them. The ignore list refuses system
 //    paths, hidden names and the user's exclusions before a node is made; refused
 //    folders are not entered. Every file that is not ignored is filed under its byte

@@ -240,7 +240,7 @@ void CVFilesHierarchy::buildHierarchyForPath(const CVScanPath& root) {
             case WalkEntry::Failure:
                 systemLogf("Error scanning '%s': %s\n", std::string(entry.path),
                            std::string(std::strerror(entry.error)));
-                // Without an error number, fts met a folder that leads back to one above it.
+                // Without an error number, the walk met a folder that leads back to one above it.
                 noteIncomplete(walk, entry,
                                entry.error != 0
                                    ? std::string(std::strerror(entry.error))
@@ -300,6 +300,8 @@ void CVFilesHierarchy::addFile(Walk& walk, const WalkEntry& entry) {
         current->addChildFile(file);
     else
         walk.top = file; // a root that is a file
+    if (entry.pathTooLong)
+        noteIncomplete(walk, entry, std::strerror(ENAMETOOLONG));
     if (!file->ignore())
         m_comparable.emplace_back(file->size(), std::move(file));
 }
@@ -334,7 +336,11 @@ void CVFilesHierarchy::addFolder(Walk& walk, const WalkEntry& entry) {
         current->addChildFile(folder);
     else if (!walk.top)
         walk.top = folder;
-    walk.stack.push_back({folder});
+    // Past PATH_MAX nothing can be read or removed by path: the folder holding the first
+    // such entry is named, and the folders below it are incomplete without a word.
+    if (entry.pathTooLong)
+        noteIncomplete(walk, entry, std::strerror(ENAMETOOLONG));
+    walk.stack.push_back({folder, -1, entry.pathTooLong, entry.pathTooLong});
     if (entry.depthLimited)
         noteIncomplete(walk, entry,
                        "it lies deeper than the walk goes (" + std::to_string(kMaxPlainDepth) +

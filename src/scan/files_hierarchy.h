@@ -1,9 +1,9 @@
 #pragma once
 // CVFilesHierarchy: walks the scan's root folders into a tree of folder and file nodes
 // and files every comparable node under its size. The tree walker reads each root
-// (fts(3), on a few threads, entries in single-pass order) and decides with the ignore
-// list what is entered, what is hidden content and what may not be removed; this class
-// makes the nodes from its entries.
+// (folder descriptors, a few threads, entries in single-pass order) and decides with the
+// ignore list what is entered, what is hidden content and what may not be removed; this
+// class makes the nodes from its entries.
 //
 // Runs on the scan thread. canContinue may be cleared from any thread (stop); the walk
 // reads it between entries.

@@ -4,69 +4,20 @@
 #include <array>
 #include <cerrno>
 #include <condition_variable>
-#include <cstring>
 #include <deque>
-#include <fts.h>
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <sys/stat.h>
 #include <thread>
 #include <utility>
 #include <vector>
 
-#include "engine/file_sizer.h"
-#include "engine/node_type.h"
-#include "engine/node_type_generator.h"
+#include "folder_walk.h"
 #include "settings/ignore_list.h"
 
 namespace corvel {
 
 namespace {
-
-// fts_number of a folder whose closing entry is not reported (dropped or a cycle).
-constexpr long kQuietEnd = 1;
-
-// The entries fts has read for the folder it just returned.
-class FtsListing : public FolderListing {
-public:
-    explicit FtsListing(const FTSENT* first) : m_first(first) {}
-    bool contains(std::string_view name) const override {
-        for (const FTSENT* child = m_first; child; child = child->fts_link)
-            if (std::string_view(child->fts_name, child->fts_namelen) == name)
-                return true;
-        return false;
-    }
-
-private:
-    const FTSENT* m_first;
-};
-
-// Each folder's entries in name order, byte by byte: readdir order differs from one
-// file system to another, and folders are compared child by child by position.
-int byName(const FTSENT** a, const FTSENT** b) {
-    const std::size_t lengthA = (*a)->fts_namelen;
-    const std::size_t lengthB = (*b)->fts_namelen;
-    const int order = std::memcmp((*a)->fts_name, (*b)->fts_name, std::min(lengthA, lengthB));
-    if (order != 0)
-        return order;
-    return lengthA < lengthB ? -1 : (lengthA > lengthB ? 1 : 0);
-}
-
-struct FtsCloser {
-    void operator()(FTS* fts) const { ::fts_close(fts); }
-};
-
-using FolderId = std::pair<dev_t, ino_t>;
-
-// What a task inherits from the folders above its top folder.
-struct Context {
-    std::int32_t type = 0;           // the top folder's type
-    int depth = 0;                   // depth once the top is entered
-    int specialOpen = 0;             // folders of a special type open, the top included
-    dev_t device = 0;                // the root's device
-    std::vector<FolderId> ancestors; // folders above the top, for cycles
-};
 
 // A block of a task's entries. One thread writes it while another reads what is
 // published: entries and text never move once written, and the count and the link to
@@ -95,7 +46,7 @@ struct Task {
     std::size_t id = 0;
     std::string path;
     bool isRoot = false;
-    Context context;
+    WalkContext context;
     std::atomic<State> state{Pending};
     std::unique_ptr<Chunk> first = std::make_unique<Chunk>(Chunk::kText); // the consumer frees it
     Chunk* last = first.get();                                            // the writer's end
@@ -115,8 +66,11 @@ public:
         auto root = std::make_unique<Task>();
         root->path = m_root.path;
         root->isRoot = true;
-        m_tasks.push_back(std::move(root));
-        m_pending.push_back(0);
+        {
+            std::lock_guard lock(m_mutex);
+            m_tasks.push_back(std::move(root));
+            m_pending.push_back(0);
+        }
         for (unsigned i = 0; i < m_options.threads; ++i)
             m_workers.emplace_back([this] { work(); });
         consumeTask(0);
@@ -127,12 +81,13 @@ public:
         m_changed.notify_all();
         for (auto& worker : m_workers)
             worker.join();
+        std::lock_guard lock(m_mutex);
         error = m_openError;
         return m_openError == 0;
     }
 
 private:
-    bool going() const {
+    [[nodiscard]] bool going() const {
         return m_canContinue.load(std::memory_order_relaxed) && !m_abandoned.load(std::memory_order_relaxed);
     }
 
@@ -243,15 +198,15 @@ private:
             std::unique_lock lock(m_mutex);
             m_changed.wait(lock, [&] {
                 return chunk->published.load(std::memory_order_acquire) > read ||
-                       chunk->next.load(std::memory_order_acquire) || task->state == Task::Done;
+                       chunk->next.load(std::memory_order_acquire) != nullptr || task->state == Task::Done;
             });
             if (task->state == Task::Done && chunk->published.load(std::memory_order_acquire) == read &&
-                !chunk->next.load(std::memory_order_acquire))
+                chunk->next.load(std::memory_order_acquire) == nullptr)
                 return;
         }
     }
 
-    bool isPending(std::size_t id) const {
+    [[nodiscard]] bool isPending(std::size_t id) const {
         return std::find(m_pending.begin(), m_pending.end(), id) != m_pending.end();
     }
 
@@ -293,7 +248,7 @@ private:
         return m_idle + m_paused > m_pending.size();
     }
 
-    std::size_t addTask(std::string path, Context context) {
+    std::size_t addTask(std::string path, WalkContext context) {
         std::size_t id;
         {
             std::lock_guard lock(m_mutex);
@@ -309,8 +264,25 @@ private:
         return id;
     }
 
-    // One fts pass over the task's folder, its entries kept in the task.
+    // One pass over the task's folder, its entries kept in the task.
     void walkTask(Task& task);
+
+    // Where one task's pass puts its entries and its cuts.
+    class TaskSink final : public WalkSink {
+    public:
+        TaskSink(WalkRun& run, Task& task) : m_run(run), m_task(task) {}
+        [[nodiscard]] bool going() const override { return m_run.going(); }
+        void emit(const WalkEntry& entry) override { m_run.append(m_task, entry); }
+        bool mayCut() override { return m_run.mayCut(); }
+        void cut(std::string path, WalkContext context) override {
+            const std::size_t id = m_run.addTask(std::move(path), std::move(context));
+            m_run.append(m_task, WalkEntry{}, static_cast<std::int64_t>(id));
+        }
+
+    private:
+        WalkRun& m_run;
+        Task& m_task;
+    };
 
     CVIgnoreList& m_ignoreList;
     const std::atomic<bool>& m_canContinue;
@@ -319,7 +291,9 @@ private:
     const TreeWalker::Consumer& m_consume;
     const std::optional<RegularExpression> m_pattern; // the ignore pattern as the walk began
 
-    std::mutex m_mutex; // guards the lists, m_needed, m_finished, and waiting on m_changed
+    // Guards the lists, m_needed, m_paused, m_idle, m_finished, m_openError, and waiting on
+    // m_changed. A chunk's entries are published without it (see Chunk).
+    std::mutex m_mutex;
     std::condition_variable m_changed;
     std::deque<std::unique_ptr<Task>> m_tasks; // by id; the root task is 0
     std::deque<std::size_t> m_pending;         // ids no thread has started, oldest first
@@ -336,166 +310,16 @@ private:
 void WalkRun::walkTask(Task& task) {
     if (!going())
         return;
-    char* paths[] = {task.path.data(), nullptr};
-    std::unique_ptr<FTS, FtsCloser> fts(::fts_open(paths, FTS_PHYSICAL | FTS_NOCHDIR | FTS_XDEV, byName));
-    if (!fts) {
-        if (task.isRoot) {
-            m_openError = errno;
-            return;
-        }
-        WalkEntry failure;
-        failure.kind = WalkEntry::Failure;
-        failure.error = errno;
-        failure.path = task.path;
-        append(task, failure);
+    TaskSink sink(*this, task);
+    FolderWalk walk(m_ignoreList, m_root, m_pattern ? &*m_pattern : nullptr, sink);
+    if (!task.isRoot) {
+        walk.walkBelow(task.path, task.context);
         return;
     }
-    Context& context = task.context;
-    // Types of the open folders (the top's first when the task starts below the root).
-    std::vector<std::int32_t> open;
-    if (!task.isRoot)
-        open.push_back(context.type);
-    int depth = context.depth;
-    int specialOpen = context.specialOpen;
-    std::string path;
-
-    auto closeFolder = [&] {
-        if (open.empty())
-            return;
-        if (open.back() != kNodeTypePlainFolder)
-            --specialOpen;
-        open.pop_back();
-        --depth;
-    };
-
-    // Reads before checking for a stop: fts_close leaks the roots fts_open made when no
-    // entry was ever read.
-    for (FTSENT* entry; (entry = ::fts_read(fts.get())) != nullptr;) {
-        if (!going())
-            break;
-        const int info = entry->fts_info;
-        const bool top = entry->fts_level == FTS_ROOTLEVEL;
-        path.assign(entry->fts_path, entry->fts_pathlen);
-        if (top && task.isRoot)
-            context.device = entry->fts_statp ? entry->fts_statp->st_dev : 0;
-        // A sub-task's top was reported, and is closed, by the task that cut it; only a
-        // failure to read it is news.
-        const bool failed = info == FTS_DNR || info == FTS_ERR || info == FTS_NS || info == FTS_DC;
-        if (top && !task.isRoot && !failed)
-            continue;
-        if (info == FTS_DP && entry->fts_number == kQuietEnd)
-            continue;
-
-        WalkEntry e;
-        e.name = std::string_view(entry->fts_name, entry->fts_namelen);
-        switch (info) {
-        case FTS_D:
-        case FTS_F:
-        case FTS_DEFAULT: {
-            const bool isFolder = info == FTS_D;
-            const struct stat* st = entry->fts_statp;
-            if (isFolder && std::find(context.ancestors.begin(), context.ancestors.end(),
-                                      FolderId{st->st_dev, st->st_ino}) != context.ancestors.end()) {
-                // What fts reports for a cycle inside one pass.
-                e.kind = WalkEntry::Failure;
-                e.path = path;
-                append(task, e);
-                entry->fts_number = kQuietEnd;
-                ::fts_set(fts.get(), entry, FTS_SKIP);
-                break;
-            }
-            // A folder that may be cut needs only the names of its entries here: its
-            // own task reads it again.
-            const bool cut = isFolder && !top && mayCut();
-            std::optional<FtsListing> listing;
-            if (isFolder)
-                listing.emplace(::fts_children(fts.get(), cut ? FTS_NAMEONLY : 0));
-            const FolderListing* folderListing = listing ? &*listing : nullptr;
-            const std::int32_t parentType = open.empty() ? 0 : open.back();
-            const ScanVerdict verdict =
-                m_ignoreList.isPathForbiddenToScan(path, parentType, m_root.forceScan, isFolder,
-                                                   folderListing, m_pattern ? &*m_pattern : nullptr);
-            bool skip = false;
-            if (verdict == ScanAllowed) {
-                if (isFolder && depth >= TreeWalker::kMaxPlainDepth && specialOpen == 0) {
-                    skip = true;
-                    e.depthLimited = true;
-                }
-            } else {
-                skip = true;
-                if (e.name == ".DS_Store") { // dropped without a trace
-                    if (isFolder) {
-                        entry->fts_number = kQuietEnd;
-                        ::fts_set(fts.get(), entry, FTS_SKIP);
-                    }
-                    break;
-                }
-                e.ignored = true;
-                e.systemFolder = isFolder && verdict == ScanRefusedSystemPath;
-            }
-            e.size = static_cast<std::uint64_t>(st->st_size);
-            e.sizeOnDisk = HVFileSizer::itemSizeWithFTSEntry(entry);
-            e.inode = st->st_ino;
-            e.ctime = st->st_ctim.tv_sec;
-            e.mtimeNanoseconds = st->st_mtim.tv_sec * std::int64_t{1000000000} + st->st_mtim.tv_nsec;
-            e.device = st->st_dev;
-            if (!isFolder) {
-                e.kind = WalkEntry::File;
-                if (top)
-                    e.path = path;
-                append(task, e);
-                break;
-            }
-            e.kind = WalkEntry::Folder;
-            e.path = path;
-            std::int32_t type = kNodeTypePlainFolder;
-            e.contentHidden = m_ignoreList.isPathContentHidden(path, type, folderListing);
-            e.type = type;
-            e.contentUndeletable = m_ignoreList.isPathContentForbiddenToRemove(path);
-            append(task, e);
-            open.push_back(type);
-            ++depth;
-            if (type != kNodeTypePlainFolder)
-                ++specialOpen;
-            if (skip) { // not entered; fts still reports its end, which closes it
-                ::fts_set(fts.get(), entry, FTS_SKIP);
-            } else if (cut && st->st_dev == context.device) {
-                Context below;
-                below.type = type;
-                below.depth = depth;
-                below.specialOpen = specialOpen;
-                below.device = context.device;
-                below.ancestors = context.ancestors;
-                for (const FTSENT* up = entry->fts_parent; up && up->fts_level >= FTS_ROOTLEVEL;
-                     up = up->fts_parent)
-                    below.ancestors.emplace_back(up->fts_statp->st_dev, up->fts_statp->st_ino);
-                append(task, WalkEntry{}, static_cast<std::int64_t>(addTask(path, std::move(below))));
-                ::fts_set(fts.get(), entry, FTS_SKIP);
-            }
-            break;
-        }
-        case FTS_DP:
-            e.kind = WalkEntry::FolderEnd;
-            append(task, e);
-            closeFolder();
-            break;
-        case FTS_SL:
-        case FTS_SLNONE:
-            break;
-        default: {
-            e.kind = WalkEntry::Failure;
-            e.path = path;
-            e.error = entry->fts_errno;
-            e.endsRoot = e.error == ENXIO || (e.error == ENOENT && top && task.isRoot);
-            // A folder just entered that could not be read; a sub-task's top is closed by
-            // the task that cut it.
-            e.closesFolder = info == FTS_DNR && !(top && !task.isRoot) && !open.empty();
-            append(task, e);
-            if (e.closesFolder)
-                closeFolder();
-            break;
-        }
-        }
+    int error = 0;
+    if (!walk.walkRoot(error)) {
+        std::lock_guard lock(m_mutex);
+        m_openError = error;
     }
 }
 

@@ -1,21 +1,24 @@
 #pragma once
-// TreeWalker: reads one root's folder tree with fts(3) on a few threads and hands its
-// entries to the calling thread in exactly the order one single pass would give them.
+// TreeWalker: reads one root's folder tree with folder descriptors on a few threads and
+// hands its entries to the calling thread in exactly the order one single pass would
+// give them.
 //
-// The walk is cut into tasks, each one fts pass over a folder subtree (physical, no
-// change of directory, no crossing of devices, no sort). While work is short, a task
-// leaves a sub-folder it enters to a new task and notes, among its own entries, where
-// the sub-task's entries belong; the consumer follows those notes, so the cuts never
-// show. A thread that waits for the next task in order walks it itself.
+// The walk is cut into tasks, each one pass over a folder subtree (FolderWalk: folders
+// opened relative to their parent, links never followed, no crossing of devices, each
+// folder's entries in byte order of their names). While work is short, a task leaves a
+// sub-folder it enters to a new task and notes, among its own entries, where the
+// sub-task's entries belong; the consumer follows those notes, so the cuts never show.
+// A thread that waits for the next task in order walks it itself.
 //
 // Each entry carries everything that needs the folder listing or the file system: the
 // ignore list's verdict, a folder's node type, whether its content is hidden or may not
-// be removed, and the depth limit's decision. Making nodes from the entries is the
-// consumer's job, on its own thread.
+// be removed, the depth limit's decision, and whether its path passes PATH_MAX. Making
+// nodes from the entries is the consumer's job, on its own thread.
 //
 // Threads: the workers only read the ignore list and the type generator, which the
 // caller prepares before the walk; canContinue may be cleared from any thread and is
-// read between entries. walk() returns once every worker has finished.
+// read between entries. walk() returns once every worker has finished. Each task being
+// walked holds at most FolderWalk::kOpenFolders folder descriptors.
 
 #include <atomic>
 #include <cstddef>
@@ -45,6 +48,8 @@ struct WalkEntry {
     bool endsRoot = false;           // Failure: the root is gone or its device failed
     bool depthLimited = false;       // Folder: too deep to be entered
     bool systemFolder = false;       // Folder: ignored as a protected system folder
+    bool pathTooLong = false;        // File, Folder: the whole path passes PATH_MAX, so the
+                                     // calls that take paths (reading, removing) fail on it
     std::int32_t type = 0;           // Folder: node type
     int error = 0;                   // Failure: errno
     std::uint64_t size = 0;
@@ -53,7 +58,7 @@ struct WalkEntry {
     std::int64_t ctime = 0;
     std::int64_t mtimeNanoseconds = 0; // since 1970, negative before
     std::uint64_t device = 0;          // Folder: its device (every entry of a root shares it)
-    std::string_view name;             // last component (the whole path for the root)
+    std::string_view name;             // last component ("/" for the root "/")
     std::string_view path;             // whole path; empty for files below the root
 };
 

@@ -7,6 +7,7 @@
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <map>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sys/stat.h>
@@ -17,6 +18,7 @@
 #include "platform/file_io.h"
 #include "platform/property_list.h"
 #include "report.h"
+#include "support/long_path.h"
 #include "support/other_user.h"
 #include "support/temp_tree.h"
 
@@ -164,6 +166,29 @@ TEST_F(CorvelScan, FoldersNotReadCompletelyAreNamedOnceAndMakeNoFolderGroup) {
     EXPECT_EQ(lines[1], "corvel: cannot read " + (tree / "B/part") + ": Permission denied");
     EXPECT_EQ(lines[19], "corvel: cannot read " + (tree / "C/l117") + ": Permission denied");
     EXPECT_EQ(lines[20], "corvel: and 3 more could not be read");
+}
+
+TEST_F(CorvelScan, FoldersReachingPastPathMaxAreNamedAndMakeNoFolderGroup) {
+    // A and B are equal, down to a chain of folders past PATH_MAX ending in an empty
+    // file in each: only their readable files group.
+    std::vector<std::unique_ptr<test::LongPath>> chains;
+    for (const std::string side : {"A", "B"}) {
+        tree.file(side + "/photo.jpg", std::string(70000, 'p'));
+        chains.push_back(std::make_unique<test::LongPath>(tree / side, ""));
+    }
+    const Outcome run = corvel("scan --json " + settings() + " " + quoted(tree.path()), home);
+    ASSERT_EQ(run.status, 0) << run.err;
+    const auto doc = nlohmann::json::parse(run.out);
+    ASSERT_EQ(doc["groups"].size(), 1u) << run.out;
+    EXPECT_FALSE(doc["groups"][0]["files"][0]["isFolder"]) << run.out;
+    std::vector<std::string> lines;
+    for (std::size_t at = 0, end; (end = run.err.find('\n', at)) != std::string::npos; at = end + 1)
+        lines.push_back(run.err.substr(at, end - at));
+    ASSERT_EQ(lines.size(), 2u) << run.err;
+    for (std::size_t i = 0; i < 2; ++i) {
+        EXPECT_TRUE(lines[i].starts_with("corvel: cannot read " + chains[i]->deepestReachable() + "/"));
+        EXPECT_TRUE(lines[i].ends_with(": File name too long"));
+    }
 }
 
 TEST_F(CorvelScan, FolderGroupsAreExactAndTheSameOnEveryRun) {

@@ -1,3 +1,4 @@
+#include <climits>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -739,6 +740,77 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& param) {
         return std::string(std::get<0>(param.param).name) + (std::get<1>(param.param) ? "Cut" : "OnePass");
     });
+
+} // namespace
+} // namespace corvel
+
+namespace corvel {
+namespace {
+
+class LocatorWalk : public Locator, public testing::WithParamInterface<TreeWalker::Options> {};
+
+// The last child of that name (a sub-folder stands twice, the last one carries its size).
+NodePtr childNamed(const NodePtr& folder, const std::string& name) {
+    NodePtr found;
+    for (const auto& child : folder->children())
+        if (child->storedPath() == name)
+            found = child;
+    return found;
+}
+
+// Two equal folders, each holding the same chains of folders past PATH_MAX: one with a
+// file at its bottom, one with an empty file, which folder comparison would not need to
+// read. The walk lists every level, but what lies past PATH_MAX can be neither read nor
+// removed by path: the files there group with nothing, and no folder holding a chain is
+// ever a folder group, though A/hollow and B/hollow compare equal.
+TEST_P(LocatorWalk, FoldersReachingPastPathMaxAreListedButNeverAFolderGroup) {
+    std::vector<std::unique_ptr<test::LongPath>> chains;
+    for (const std::string side : {"A", "B"}) {
+        tree.file("top/" + side + "/1.bin", content('1', 5000));
+        tree.file("top/" + side + "/deep/2.bin", content('2', 6000));
+        tree.file("top/" + side + "/hollow/4.bin", content('4', 4000));
+        chains.push_back(
+            std::make_unique<test::LongPath>(tree / ("top/" + side + "/deep"), content('3', 3000)));
+        chains.push_back(std::make_unique<test::LongPath>(tree / ("top/" + side + "/hollow"), ""));
+    }
+    const std::string top = tree / "top";
+    auto locator = harness.locator();
+    CVFilesHierarchy hierarchy({{top, false}}, harness.hierarchyServices());
+    hierarchy.setNodeDelegate(locator.get());
+    hierarchy.setWalkOptions(GetParam());
+    hierarchy.rescan();
+
+    // Every level of a chain is a node, down to the file at the bottom.
+    std::size_t levels = 0;
+    std::uint64_t bottomSize = 0;
+    NodePtr node = childNamed(childNamed(hierarchy.topNodes().at(0), "A"), "deep");
+    for (NodePtr below; node && (below = childNamed(node, std::string(200, 'n'))); node = below)
+        ++levels;
+    if (const NodePtr bottom = node ? childNamed(node, "file") : nullptr)
+        bottomSize = bottom->size();
+    EXPECT_EQ(levels, 22U);
+    EXPECT_EQ(bottomSize, 3000U);
+
+    CVNodeCache::sharedCache().resetCache();
+    const std::string found = describe(searchWalk(*locator, hierarchy), hierarchy.incompleteFolders(), top);
+    EXPECT_EQ(found, "group: A/deep/2.bin B/deep/2.bin\n"
+                     "group: A/1.bin B/1.bin\n"
+                     "group: A/hollow/4.bin B/hollow/4.bin\n"
+                     "incomplete: A/deep: File name too long\n"
+                     "incomplete: A/hollow: File name too long\n"
+                     "incomplete: B/deep: File name too long\n"
+                     "incomplete: B/hollow: File name too long\n");
+    // Each chain is named once, at the deepest folder whose own path still fits.
+    ASSERT_EQ(hierarchy.incompleteFolders().size(), 4U);
+    const std::string& named = hierarchy.incompleteFolders()[0].path;
+    EXPECT_TRUE(named.starts_with(chains[0]->deepestReachable() + "/")) << named.size();
+    EXPECT_LT(named.size(), std::size_t{PATH_MAX});
+    EXPECT_GE(named.size() + 201, std::size_t{PATH_MAX});
+}
+
+INSTANTIATE_TEST_SUITE_P(Walk, LocatorWalk,
+                         testing::Values(TreeWalker::Options{0, false}, TreeWalker::Options{2, true}),
+                         [](const auto& param) { return param.param.cutEverywhere ? "Cut" : "OnePass"; });
 
 } // namespace
 } // namespace corvel
