@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <optional>
 
 #include "platform/app_info.h"
 #include "platform/resources.h"
@@ -19,52 +20,77 @@
 #include "settings/schedule_period.h"
 #include "stats_command.h"
 
-int main(int argc, char** argv) {
-    using namespace corvel;
-    CLI::App app{"Corvel finds duplicate files and folders.", "corvel"};
-    app.set_version_flag("--version", applicationName() + " " + applicationVersion());
-    app.require_subcommand(1);
+namespace corvel::cli {
+namespace {
 
-    cli::ScanOptions options;
+// The removal options, shared by "scan --remove" and "remove".
+struct RemovalFlags {
+    bool trash = false, erase = false, removeEmpty = false, keepEmpty = false;
+};
+
+// What the parse fills in, and the subcommands it was read into.
+struct CommandLine {
+    CLI::App app{"Corvel finds duplicate files and folders.", "corvel"};
+    ScanOptions options;
     std::string settings;
-    CLI::App* scan = app.add_subcommand("scan", "scan the folders; print the duplicate groups");
-    scan->add_option("paths", options.paths, "folders to scan")->required()->type_name("PATH");
-    auto* json = scan->add_flag("--json", options.json, "one JSON document on stdout");
-    // Sizes take decimal suffixes as the sizes shown do (10k = 10,000 bytes) and binary
-    // ones when asked (1MiB = 1,048,576 bytes).
+    RemovalFlags scanFlags;
+    RemoveOptions removeOptions;
+    RemovalFlags removeFlags;
+    std::string removeSettings;
+    StatsOptions statsOptions;
+    RemindOptions remindOptions;
+    CLI::App* scan = nullptr;
+    CLI::App* remove = nullptr;
+    CLI::App* stats = nullptr;
+    CLI::App* remind = nullptr;
+};
+
+// Sizes take decimal suffixes as the sizes shown do (10k = 10,000 bytes) and binary ones
+// when asked (1MiB = 1,048,576 bytes).
+void addSizeOption(CLI::App* command, const std::string& name, std::optional<std::uint64_t>& value,
+                   const std::string& description) {
     // Checked before the suffix is applied (transforms run last added first).
     const CLI::Validator notNegative(
-        [](std::string& value) {
-            return value.find('-') == std::string::npos ? std::string()
-                                                        : "a size cannot be negative: " + value;
+        [](std::string& text) {
+            return text.find('-') == std::string::npos ? std::string() : "a size cannot be negative: " + text;
         },
         "");
     // Checked after the suffix is applied: a whole number of bytes that fits 64 bits.
     const CLI::Validator byteCount(
-        [](std::string& value) {
+        [](std::string& text) {
             std::uint64_t bytes = 0;
-            const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), bytes);
-            if (value.empty() || error != std::errc() || end != value.data() + value.size())
-                return "not a size in bytes: " + value;
+            const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), bytes);
+            if (text.empty() || error != std::errc() || end != text.data() + text.size())
+                return "not a size in bytes: " + text;
             return std::string();
         },
         "");
-    scan->add_option(
-            "--min-size", options.minSize,
-            "compare only files and folders of at least SIZE bytes (500k, 10M, 1GiB). Without it the "
-            "stored preferences decide; by default (automatic) sizes from 50 kB, then the 100 largest "
-            "groups below")
+    command->add_option(name, value, description)
         ->check(byteCount)
         ->transform(CLI::AsSizeValue(true).description(""))
         ->transform(notNegative)
         ->type_name("SIZE");
-    scan->add_option("--max-size", options.maxSize, "compare only files and folders of at most SIZE bytes")
-        ->check(byteCount)
-        ->transform(CLI::AsSizeValue(true).description(""))
-        ->transform(notNegative)
-        ->type_name("SIZE");
-    auto* autoselect = scan->add_flag("--autoselect", options.autoselect,
-                                      "run automatic selection on every group before printing");
+}
+
+void addRemovalOptions(CLI::App* command, RemovalOptions& removal, RemovalFlags& flags, CLI::Option* needed) {
+    auto* trash = command->add_flag("--trash", flags.trash, "move the copies to the Trash (this run)");
+    auto* erase = command->add_flag("--delete", flags.erase, "delete the copies permanently (this run)");
+    trash->excludes(erase);
+    auto* removeEmpty = command->add_flag("--remove-empty-folders", flags.removeEmpty,
+                                          "remove folders the removal leaves empty (this run)");
+    auto* keepEmpty =
+        command->add_flag("--keep-empty-folders", flags.keepEmpty, "keep emptied folders (this run)");
+    removeEmpty->excludes(keepEmpty);
+    auto* dryRun = command->add_flag("-n,--dry-run", removal.dryRun,
+                                     "say what would become of each copy; change nothing");
+    auto* yes = command->add_flag("-y,--yes", removal.yes, "remove without asking");
+    if (needed)
+        for (auto* option : {trash, erase, removeEmpty, keepEmpty, dryRun, yes})
+            option->needs(needed);
+}
+
+// What the scan compares and how it chooses.
+void addScanFilters(CLI::App* scan, ScanOptions& options, CLI::Option* autoselect) {
     scan->add_option("--keep", options.keep,
                      "select every copy but the oldest (or newest) of each group, instead of --autoselect")
         ->check(CLI::IsMember({"oldest", "newest"}))
@@ -91,6 +117,10 @@ int main(int argc, char** argv) {
     scan->add_flag(
         "--show-unremovable", options.overrides.showUnremovable,
         "also show groups whose copies you cannot remove (a read-only disk, another user's files)");
+}
+
+// How the scan shows and hands over what it found.
+void addScanOutputs(CLI::App* scan, ScanOptions& options, CLI::Option* json, std::string& settings) {
     scan->add_option("--format", options.format,
                      "how stdout shows the groups (--json is --format json); csv, fdupes and --export first "
                      "confirm groups compared on samples byte for byte, as --verify does")
@@ -114,37 +144,34 @@ int main(int argc, char** argv) {
     scan->add_flag("--allow-all-copies", options.allowAllCopies,
                    "let --select mark every copy of a group (they may then only go to the Trash)")
         ->needs(select);
+}
 
-    // The removal options, shared by "scan --remove" and "remove".
-    struct RemovalFlags {
-        bool trash = false, erase = false, removeEmpty = false, keepEmpty = false;
-    };
-    auto addRemovalOptions = [](CLI::App* command, cli::RemovalOptions& removal, RemovalFlags& flags,
-                                CLI::Option* needed) {
-        auto* trash = command->add_flag("--trash", flags.trash, "move the copies to the Trash (this run)");
-        auto* erase = command->add_flag("--delete", flags.erase, "delete the copies permanently (this run)");
-        trash->excludes(erase);
-        auto* removeEmpty = command->add_flag("--remove-empty-folders", flags.removeEmpty,
-                                              "remove folders the removal leaves empty (this run)");
-        auto* keepEmpty =
-            command->add_flag("--keep-empty-folders", flags.keepEmpty, "keep emptied folders (this run)");
-        removeEmpty->excludes(keepEmpty);
-        auto* dryRun = command->add_flag("-n,--dry-run", removal.dryRun,
-                                         "say what would become of each copy; change nothing");
-        auto* yes = command->add_flag("-y,--yes", removal.yes, "remove without asking");
-        if (needed)
-            for (auto* option : {trash, erase, removeEmpty, keepEmpty, dryRun, yes})
-                option->needs(needed);
-    };
-    RemovalFlags scanFlags;
+void addScanCommand(CommandLine& line) {
+    ScanOptions& options = line.options;
+    CLI::App* scan = line.app.add_subcommand("scan", "scan the folders; print the duplicate groups");
+    line.scan = scan;
+    scan->add_option("paths", options.paths, "folders to scan")->required()->type_name("PATH");
+    auto* json = scan->add_flag("--json", options.json, "one JSON document on stdout");
+    addSizeOption(scan, "--min-size", options.minSize,
+                  "compare only files and folders of at least SIZE bytes (500k, 10M, 1GiB). Without it the "
+                  "stored preferences decide; by default (automatic) sizes from 50 kB, then the 100 largest "
+                  "groups below");
+    addSizeOption(scan, "--max-size", options.maxSize,
+                  "compare only files and folders of at most SIZE bytes");
+    auto* autoselect = scan->add_flag("--autoselect", options.autoselect,
+                                      "run automatic selection on every group before printing");
+    addScanFilters(scan, options, autoselect);
+    addScanOutputs(scan, options, json, line.settings);
     auto* remove =
         scan->add_flag("--remove", options.removal.remove, "remove the marked copies after the scan");
-    addRemovalOptions(scan, options.removal, scanFlags, remove);
+    addRemovalOptions(scan, options.removal, line.scanFlags, remove);
+    scan->footer("Sizes: a number of bytes with an optional suffix: k, M, G, T (powers of 1000) or\n"
+                 "KiB, MiB, GiB, TiB (powers of 1024); 500k = 500,000 bytes.");
+}
 
-    cli::RemoveOptions removeOptions;
-    RemovalFlags removeFlags;
-    std::string removeSettings;
-    CLI::App* removeCommand = app.add_subcommand(
+void addRemoveCommand(CommandLine& line) {
+    RemoveOptions& removeOptions = line.removeOptions;
+    CLI::App* removeCommand = line.app.add_subcommand(
         "remove", "remove the copies marked in a document written by \"corvel scan --json\"");
     removeCommand->add_option("plan", removeOptions.plan, "the scan document (PLAN.json)")
         ->required()
@@ -152,45 +179,34 @@ int main(int argc, char** argv) {
     removeCommand->add_flag("--allow-all-copies", removeOptions.allowAllCopies,
                             "let the plan mark every copy of a group (they may then only go to the Trash)");
     removeCommand->add_flag("--json", removeOptions.removal.json, "one JSON document on stdout");
-    removeCommand->add_option("--settings", removeSettings, "use FILE as the settings store")
+    removeCommand->add_option("--settings", line.removeSettings, "use FILE as the settings store")
         ->type_name("FILE");
     auto* removeQuiet = removeCommand->add_flag("--quiet", removeOptions.removal.quiet, "no progress");
     removeCommand->add_flag("--verbose", removeOptions.verbose, "diagnostic lines on stderr too")
         ->excludes(removeQuiet);
-    addRemovalOptions(removeCommand, removeOptions.removal, removeFlags, nullptr);
+    addRemovalOptions(removeCommand, removeOptions.removal, line.removeFlags, nullptr);
 
-    cli::StatsOptions statsOptions;
-    CLI::App* stats = app.add_subcommand("stats", "the scans recorded, the total size saved, level and rank");
-    stats->add_flag("--json", statsOptions.json, "one JSON document on stdout");
-    stats->add_option("--settings", statsOptions.settings, "read FILE as the settings store (never written)")
+    line.remove = removeCommand;
+}
+
+void addStatsCommand(CommandLine& line) {
+    line.stats = line.app.add_subcommand("stats", "the scans recorded, the total size saved, level and rank");
+    line.stats->add_flag("--json", line.statsOptions.json, "one JSON document on stdout");
+    line.stats
+        ->add_option("--settings", line.statsOptions.settings,
+                     "read FILE as the settings store (never written)")
         ->type_name("FILE");
+}
 
-    app.footer(R"(Exit status:
-  0  the scan completed (duplicates or not); every marked copy removed, or a dry run
-  1  a failure: no folder could be read, the scan was interrupted
-  2  a usage error: an unknown option, a bad size, a path that does not exist
-  3  a folder refused by the ignore list (a protected system folder, a hidden folder)
-  4  some marked copies could not be removed (each is named on stderr)
-  130  a removal stopped by Ctrl-C
-
-Examples:
-  corvel scan ~/Pictures ~/Downloads             look: print the duplicate groups
-  corvel scan --min-size 1 --json ~/Music > music.json
-  corvel scan --autoselect --export chosen.txt ~/Documents
-                                                 choose: the copies automatic selection picks
-  corvel scan --autoselect --remove --dry-run ~/Documents
-                                                 remove: what would go, then without --dry-run)");
-    scan->footer("Sizes: a number of bytes with an optional suffix: k, M, G, T (powers of 1000) or\n"
-                 "KiB, MiB, GiB, TiB (powers of 1024); 500k = 500,000 bytes.");
-
-    cli::RemindOptions remindOptions;
-    CLI::App* remind = app.add_subcommand(
+void addRemindCommand(CommandLine& line) {
+    RemindOptions& remindOptions = line.remindOptions;
+    CLI::App* remind = line.remind = line.app.add_subcommand(
         "remind", "show the scan reminder when it is due; set its period or show its state");
     std::vector<std::string> periods;
     for (std::uint64_t option = 0; option < CVSchedulePeriod::kOptionCount; ++option)
         periods.emplace_back(CVSchedulePeriod(option).name());
     auto* every = remind->add_option("--every", remindOptions.every,
-                                     "remind every PERIOD (" + cli::periodNames(", ") +
+                                     "remind every PERIOD (" + periodNames(", ") +
                                          "): store it as the setting \"SchedulerInterval\" and re-arm the "
                                          "reminder one period from now; never turns reminders off");
     every->type_name("PERIOD")->check(CLI::IsMember(periods));
@@ -211,33 +227,50 @@ Examples:
                    "installs:\n  systemctl --user enable --now corvel-remind.timer\n"
                    "  mkdir -p ~/.config/autostart && cp " +
                    resourcePath("autostart/corvel-remind.desktop") + " ~/.config/autostart/");
+}
 
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::Success& e) {
-        return app.exit(e);
-    } catch (const CLI::ParseError& e) {
-        app.exit(e);
-        return cli::kExitUsage;
-    }
+void addFooter(CLI::App& app) {
+    app.footer(R"(Exit status:
+  0  the scan completed (duplicates or not); every marked copy removed, or a dry run
+  1  a failure: no folder could be read, the scan was interrupted
+  2  a usage error: an unknown option, a bad size, a path that does not exist
+  3  a folder refused by the ignore list (a protected system folder, a hidden folder)
+  4  some marked copies could not be removed (each is named on stderr)
+  130  a removal stopped by Ctrl-C
+
+Examples:
+  corvel scan ~/Pictures ~/Downloads             look: print the duplicate groups
+  corvel scan --min-size 1 --json ~/Music > music.json
+  corvel scan --autoselect --export chosen.txt ~/Documents
+                                                 choose: the copies automatic selection picks
+  corvel scan --autoselect --remove --dry-run ~/Documents
+                                                 remove: what would go, then without --dry-run)");
+}
+
+// Runs the parsed command; answers its exit status.
+int runCommand(CommandLine& line) {
+    ScanOptions& options = line.options;
+    RemoveOptions& removeOptions = line.removeOptions;
+    RemindOptions& remindOptions = line.remindOptions;
+    std::string& settings = line.settings;
     // Without its resources a run would go on blind (a scan without the ignore list enters
     // the protected system folders), so a missing one stops every command here.
     if (std::string problem; !checkResources(resourceDirectory(), &problem)) {
         std::cerr << "corvel: " << problem
                   << "; reinstall corvel or set CORVEL_RESOURCES to its share/corvel folder\n";
-        return cli::kExitFailure;
+        return kExitFailure;
     }
     // What the user must know about the settings (a file left alone or set aside, a value
     // of the wrong type, a bad ignore pattern) is said on stderr, whatever --verbose says.
-    setUserWarningPresenter([](const std::string& line) { std::cerr << "corvel: " << line << "\n"; });
-    if (stats->parsed())
-        return cli::runStats(statsOptions);
-    const bool reminding = remind->parsed();
+    setUserWarningPresenter([](const std::string& text) { std::cerr << "corvel: " << text << "\n"; });
+    if (line.stats->parsed())
+        return runStats(line.statsOptions);
+    const bool reminding = line.remind->parsed();
     if (reminding && remindOptions.status)
-        return cli::runRemind(remindOptions);
-    const bool removing = removeCommand->parsed();
-    cli::RemovalOptions& removal = removing ? removeOptions.removal : options.removal;
-    const RemovalFlags& flags = removing ? removeFlags : scanFlags;
+        return runRemind(remindOptions);
+    const bool removing = line.remove->parsed();
+    RemovalOptions& removal = removing ? removeOptions.removal : options.removal;
+    const RemovalFlags& flags = removing ? line.removeFlags : line.scanFlags;
     if (flags.trash || flags.erase)
         removal.trash = flags.trash;
     if (flags.removeEmpty || flags.keepEmpty)
@@ -246,7 +279,7 @@ Examples:
         settings = remindOptions.settings;
     } else if (removing) {
         removal.remove = true;
-        settings = removeSettings;
+        settings = line.removeSettings;
     } else {
         removal.json = options.json;
         removal.quiet = options.quiet;
@@ -260,11 +293,11 @@ Examples:
         std::cerr << "corvel: " << (settings.empty() ? "CORVEL_SETTINGS" : "--settings") << ": "
                   << store.path() << " is not a settings file (" << store.fileError().localizedDescription()
                   << "); it was left as it is\n";
-        return cli::kExitUsage;
+        return kExitUsage;
     }
-    const int status = reminding  ? cli::runRemind(remindOptions)
-                       : removing ? cli::runRemove(removeOptions)
-                                  : cli::runScan(options);
+    const int status = reminding  ? runRemind(remindOptions)
+                       : removing ? runRemove(removeOptions)
+                                  : runScan(options);
     CVError error;
     // A dry run leaves the settings file as it was.
     if (!removal.dryRun && !store.isReadOnly() && !store.synchronize(&error))
@@ -274,4 +307,28 @@ Examples:
     std::cout.flush();
     std::fflush(nullptr);
     std::_Exit(status);
+}
+
+} // namespace
+} // namespace corvel::cli
+
+int main(int argc, char** argv) {
+    using namespace corvel::cli;
+    CommandLine line;
+    line.app.set_version_flag("--version", corvel::applicationName() + " " + corvel::applicationVersion());
+    line.app.require_subcommand(1);
+    addScanCommand(line);
+    addRemoveCommand(line);
+    addStatsCommand(line);
+    addFooter(line.app);
+    addRemindCommand(line);
+    try {
+        line.app.parse(argc, argv);
+    } catch (const CLI::Success& e) {
+        return line.app.exit(e);
+    } catch (const CLI::ParseError& e) {
+        line.app.exit(e);
+        return kExitUsage;
+    }
+    return runCommand(line);
 }
