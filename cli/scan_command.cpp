@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdio>
 #include <iostream>
+#include <optional>
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/stat.h>
@@ -142,15 +143,9 @@ void keepOneCopyEach(CVDuplicatesController& results, bool newest) {
     MainQueue::shared().drain();
 }
 
-} // namespace
-
-int runScan(const ScanOptions& given) {
-    ScanOptions options = given;
-    if (options.json)
-        options.format = "json";
-    options.json = options.format == "json";
-    if (options.verbose)
-        setLogToStderr(true);
+// Checks what was asked before anything is read; fills the canonical roots. Answers
+// the exit status of a usage error, or nothing when the scan may start.
+std::optional<int> checkScanRequest(const ScanOptions& options, std::vector<std::string>& roots) {
     if (options.nullSeparated && options.exportFile.empty() && options.selectFile.empty()) {
         std::cerr << "corvel: -0 applies to --export and --select; neither was given\n";
         return kExitUsage;
@@ -166,12 +161,15 @@ int runScan(const ScanOptions& given) {
         std::cerr << "corvel: --format " << options.format << " cannot be combined with --remove\n";
         return kExitUsage;
     }
+    if (options.minSize && options.maxSize && *options.minSize > *options.maxSize) {
+        std::cerr << "corvel: --min-size is larger than --max-size: nothing could be compared\n";
+        return kExitUsage;
+    }
     std::string overrideProblem;
     if (!applyRunOverrides(options.overrides, UserDefaults::standardUserDefaults(), &overrideProblem)) {
         std::cerr << "corvel: " << overrideProblem << "\n";
         return kExitUsage;
     }
-    std::vector<std::string> roots;
     for (const auto& path : options.paths) {
         char resolved[PATH_MAX];
         if (!::realpath(path.c_str(), resolved)) {
@@ -185,41 +183,36 @@ int runScan(const ScanOptions& given) {
         }
         roots.emplace_back(resolved);
     }
+    return std::nullopt;
+}
 
-    MainQueue& queue = MainQueue::shared();
-    queue.setMainThread();
-    auto& center = NotificationCenter::defaultCenter();
+// What the scan's notifications said.
+struct ScanOutcome {
     std::string refusedPath;
     std::int64_t refusedVerdict = -1;
     bool failed = false;
-    const bool showProgress = !options.quiet && ::isatty(STDERR_FILENO);
-    ScopedObserver system(
-        center, center.addObserver(kDroppedFilesAreSystemNotification, nullptr, [&](const Notification& n) {
-            refusedPath = n.userInfo.count("path") ? n.userInfo.at("path").toString() : std::string();
-            refusedVerdict = n.userInfo.count("verdict") ? n.userInfo.at("verdict").toInt64() : -1;
-        }));
-    ScopedObserver ignored(
-        center, center.addObserver(kDroppedFilesAreIgnoredNotification, nullptr, [&](const Notification& n) {
-            refusedPath = n.userInfo.count("path") ? n.userInfo.at("path").toString() : std::string();
-            refusedVerdict = n.userInfo.count("verdict") ? n.userInfo.at("verdict").toInt64() : -1;
-        }));
+};
+
+// Runs the locator's scan on its thread while this thread serves the main queue, draws
+// the progress line and turns Ctrl-C into a stop request.
+ScanOutcome scanWithProgress(CVDuplicatesLocator& locator, const std::vector<std::string>& roots,
+                             bool showProgress) {
+    MainQueue& queue = MainQueue::shared();
+    queue.setMainThread();
+    auto& center = NotificationCenter::defaultCenter();
+    ScanOutcome outcome;
+    const auto refused = [&](const Notification& n) {
+        outcome.refusedPath = n.userInfo.count("path") ? n.userInfo.at("path").toString() : std::string();
+        outcome.refusedVerdict = n.userInfo.count("verdict") ? n.userInfo.at("verdict").toInt64() : -1;
+    };
+    ScopedObserver system(center, center.addObserver(kDroppedFilesAreSystemNotification, nullptr, refused));
+    ScopedObserver ignored(center, center.addObserver(kDroppedFilesAreIgnoredNotification, nullptr, refused));
     ScopedObserver error(center, center.addObserver(kErrorOccuredWhileScanningNotification, nullptr,
-                                                    [&](const Notification&) { failed = true; }));
+                                                    [&](const Notification&) { outcome.failed = true; }));
     std::atomic<double> percent{0};
     ScopedObserver progress(
         center, center.addObserver(kProgressUpdatedNotification, nullptr,
                                    [&](const Notification& n) { percent = n.object.toDouble(); }));
-
-    // Kept alive to the end of the process: the command ends right after printing, and
-    // tearing down the scanned tree would only cost time.
-    CVDuplicatesLocator& locator = *new CVDuplicatesLocator();
-    locator.setProgressPauses(false);
-    locator.setMinimumSizeOverride(options.minSize);
-    locator.setMaximumSizeOverride(options.maxSize);
-    if (options.minSize && options.maxSize && *options.minSize > *options.maxSize) {
-        std::cerr << "corvel: --min-size is larger than --max-size: nothing could be compared\n";
-        return kExitUsage;
-    }
 
     struct sigaction action {};
     action.sa_handler = onInterrupt;
@@ -256,9 +249,16 @@ int runScan(const ScanOptions& given) {
         drawProgress(); // the last figures, even for a scan quicker than a tick
         std::fprintf(stderr, "\r\033[K");
     }
+    return outcome;
+}
 
-    if (refusedVerdict >= 0) {
-        std::cerr << "corvel: cannot scan " << refusedPath << ": " << refusalReason(refusedVerdict) << "\n";
+// Says what kept the scan from completing; answers its exit status, or nothing when the
+// results stand.
+std::optional<int> reportScanProblems(const CVDuplicatesLocator& locator, const ScanOutcome& outcome,
+                                      const std::vector<std::string>& roots) {
+    if (outcome.refusedVerdict >= 0) {
+        std::cerr << "corvel: cannot scan " << outcome.refusedPath << ": "
+                  << refusalReason(outcome.refusedVerdict) << "\n";
         return kExitRefused;
     }
     if (const auto hierarchy = locator.hierarchy()) {
@@ -270,8 +270,7 @@ int runScan(const ScanOptions& given) {
             return kExitFailure;
         }
     }
-    const auto scanned = locator.duplicatesController();
-    if (failed || !scanned) {
+    if (outcome.failed || !locator.duplicatesController()) {
         std::cerr << (g_interrupted ? "corvel: scan interrupted\n"
                                     : "corvel: none of the folders could be scanned\n");
         return kExitFailure;
@@ -280,6 +279,96 @@ int runScan(const ScanOptions& given) {
         std::cerr << "corvel: scan interrupted\n";
         return kExitFailure;
     }
+    return std::nullopt;
+}
+
+// Marks the copies the options choose: automatic selection, keep oldest or newest, or a
+// list. Answers the exit status of a bad list, or nothing.
+std::optional<int> chooseCopies(CVDuplicatesController& results, const ScanOptions& options) {
+    if (options.autoselect)
+        autoselectAll(results);
+    if (!options.keep.empty()) {
+        keepOneCopyEach(results, options.keep == "newest");
+        std::size_t undecided = 0;
+        for (const auto& group : results.duplicatesGroups()) {
+            const auto members = group->files();
+            undecided += std::none_of(members.begin(), members.end(),
+                                      [](const auto& file) { return file->needToRemove(); });
+        }
+        if (undecided > 0)
+            std::cerr << "corvel: --keep " << options.keep << ": in " << undecided
+                      << (undecided == 1 ? " group" : " groups") << " no copy is "
+                      << (options.keep == "newest" ? "newer" : "older")
+                      << " than the others (the same modification time), so none was selected there\n";
+    }
+    if (!options.selectFile.empty()) {
+        std::string message;
+        if (!selectListedCopies(results, options.selectFile, options.allowAllCopies, options.nullSeparated,
+                                &message)) {
+            std::cerr << "corvel: --select: " << message << "; nothing was removed\n";
+            return kExitUsage;
+        }
+    }
+    return std::nullopt;
+}
+
+// Prints the groups in the format asked for.
+void printReport(const std::vector<std::string>& roots, CVDuplicatesController& results,
+                 const ScanOptions& options) {
+    if (options.json) {
+        writeJsonReport(roots, results, stdout);
+        return;
+    }
+    const std::string report = options.format == "csv"      ? csvReport(results)
+                               : options.format == "fdupes" ? fdupesReport(results)
+                                                            : textReport(results);
+    std::fwrite(report.data(), 1, report.size(), stdout);
+    const std::size_t folders = options.format == "fdupes" ? folderGroupsCount(results) : 0;
+    if (folders > 0)
+        std::cerr << "corvel: " << folders
+                  << (folders == 1 ? " group of copied folders is" : " groups of copied folders are")
+                  << " not in the fdupes format, which lists files only (--format text, json or csv show "
+                  << (folders == 1 ? "it" : "them") << ")\n";
+}
+
+// Writes the selected copies to the --export file; answers the exit status.
+int exportSelection(CVDuplicatesController& results, const ScanOptions& options) {
+    CVError exportError;
+    if (!results.exportSelectedDupesToPath(options.exportFile, &exportError, options.nullSeparated)) {
+        std::cerr << "corvel: " << exportError.localizedDescription() << "\n";
+        return kExitFailure;
+    }
+    if (summarise(results).selectedFiles == 0)
+        std::cerr << "corvel: --export: no copy was selected, so " << escapedForTerminal(options.exportFile)
+                  << " is empty"
+                  << (options.autoselect || !options.keep.empty() || !options.selectFile.empty()
+                          ? "\n"
+                          : " (--autoselect, --keep or --select choose copies)\n");
+    return kExitOK;
+}
+
+} // namespace
+
+int runScan(const ScanOptions& given) {
+    ScanOptions options = given;
+    if (options.json)
+        options.format = "json";
+    options.json = options.format == "json";
+    if (options.verbose)
+        setLogToStderr(true);
+    std::vector<std::string> roots;
+    if (const auto usage = checkScanRequest(options, roots))
+        return *usage;
+    // Kept alive to the end of the process: the command ends right after printing, and
+    // tearing down the scanned tree would only cost time.
+    CVDuplicatesLocator& locator = *new CVDuplicatesLocator();
+    locator.setProgressPauses(false);
+    locator.setMinimumSizeOverride(options.minSize);
+    locator.setMaximumSizeOverride(options.maxSize);
+    const ScanOutcome outcome = scanWithProgress(locator, roots, !options.quiet && ::isatty(STDERR_FILENO));
+    if (const auto problem = reportScanProblems(locator, outcome, roots))
+        return *problem;
+    const auto scanned = locator.duplicatesController();
     std::shared_ptr<CVDuplicatesController> results = scanned;
     // What scripts read (CSV, fdupes, an export) may be fed to rm: groups compared on
     // samples are confirmed byte for byte first.
@@ -296,30 +385,8 @@ int runScan(const ScanOptions& given) {
         recordScanStatistics(CVStatisticsController::sharedInstance(), roots.size(), *results);
         rearmReminderAfterScan();
     }
-    if (options.autoselect)
-        autoselectAll(*results);
-    if (!options.keep.empty()) {
-        keepOneCopyEach(*results, options.keep == "newest");
-        std::size_t undecided = 0;
-        for (const auto& group : results->duplicatesGroups()) {
-            const auto members = group->files();
-            undecided += std::none_of(members.begin(), members.end(),
-                                      [](const auto& file) { return file->needToRemove(); });
-        }
-        if (undecided > 0)
-            std::cerr << "corvel: --keep " << options.keep << ": in " << undecided
-                      << (undecided == 1 ? " group" : " groups") << " no copy is "
-                      << (options.keep == "newest" ? "newer" : "older")
-                      << " than the others (the same modification time), so none was selected there\n";
-    }
-    if (!options.selectFile.empty()) {
-        std::string message;
-        if (!selectListedCopies(*results, options.selectFile, options.allowAllCopies, options.nullSeparated,
-                                &message)) {
-            std::cerr << "corvel: --select: " << message << "; nothing was removed\n";
-            return kExitUsage;
-        }
-    }
+    if (const auto bad = chooseCopies(*results, options))
+        return *bad;
     if (options.removal.remove) {
         if (!options.json) {
             const std::string report = textReport(*results);
@@ -327,39 +394,13 @@ int runScan(const ScanOptions& given) {
         }
         return removeMarkedCopies(*results, roots, options.removal, g_interrupted);
     }
-    if (options.json) {
-        writeJsonReport(roots, *results, stdout);
-    } else {
-        const std::string report = options.format == "csv"      ? csvReport(*results)
-                                   : options.format == "fdupes" ? fdupesReport(*results)
-                                                                : textReport(*results);
-        std::fwrite(report.data(), 1, report.size(), stdout);
-        const std::size_t folders = options.format == "fdupes" ? folderGroupsCount(*results) : 0;
-        if (folders > 0)
-            std::cerr << "corvel: " << folders
-                      << (folders == 1 ? " group of copied folders is" : " groups of copied folders are")
-                      << " not in the fdupes format, which lists files only (--format text, json or csv show "
-                      << (folders == 1 ? "it" : "them") << ")\n";
-    }
+    printReport(roots, *results, options);
     if (!options.minSize && !CVPreferences::sharedInstance().overrideMinSizeDefining() &&
         locator.smallerSizesSkipped())
         std::cerr << "corvel: below " << sizeText(kAutomaticMinimumScanSize)
                   << " only the largest groups were looked for (automatic minimum size); --min-size 1 "
                      "compares every size\n";
-    if (!options.exportFile.empty()) {
-        CVError exportError;
-        if (!results->exportSelectedDupesToPath(options.exportFile, &exportError, options.nullSeparated)) {
-            std::cerr << "corvel: " << exportError.localizedDescription() << "\n";
-            return kExitFailure;
-        }
-        if (summarise(*results).selectedFiles == 0)
-            std::cerr << "corvel: --export: no copy was selected, so "
-                      << escapedForTerminal(options.exportFile) << " is empty"
-                      << (options.autoselect || !options.keep.empty() || !options.selectFile.empty()
-                              ? "\n"
-                              : " (--autoselect, --keep or --select choose copies)\n");
-    }
-    return kExitOK;
+    return options.exportFile.empty() ? kExitOK : exportSelection(*results, options);
 }
 
 int runRemove(const RemoveOptions& options) {
