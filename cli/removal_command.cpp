@@ -8,6 +8,7 @@
 #include <fstream>
 #include <iostream>
 #include <map>
+#include <optional>
 #include <unistd.h>
 
 #include "engine/file_sizer.h"
@@ -202,6 +203,39 @@ std::string removalTextReport(const CVRemovalPass& pass, const HVAchievementsCon
     return out;
 }
 
+// Says what the pass would remove and, unless --yes or a dry run, asks on the terminal.
+// Answers the exit status when nothing may be removed, or nothing to go ahead.
+std::optional<int> confirmRemoval(CVDuplicatesController& results, const CVRemovalPass& pass,
+                                  const RemovalOptions& options) {
+    const bool toTrash = pass.moveToTrash();
+    if (pass.count() == 0)
+        std::cerr
+            << "corvel: no copy is marked for removal: choose copies with --autoselect, --keep or --select "
+               "(in a scan document, \"needToRemove\": true)\n";
+    if (pass.count() == 0 || options.dryRun)
+        return std::nullopt;
+    std::FILE* summaryStream = options.json ? stderr : stdout;
+    const std::string summary = collectorSummary(results, toTrash, pass.count(), pass.size());
+    std::fwrite(summary.data(), 1, summary.size(), summaryStream);
+    std::fflush(summaryStream);
+    if (options.yes)
+        return std::nullopt;
+    if (!::isatty(STDIN_FILENO)) {
+        std::cerr << "corvel: not on a terminal: add --yes to remove the copies; nothing was removed\n";
+        return 2;
+    }
+    const std::string size = plainSpaces(stringWithSize(pass.size()));
+    const std::string question =
+        toTrash
+            ? formatf("Move %lu copies (%@) to the Trash?", static_cast<unsigned long>(pass.count()), size)
+            : formatf("Delete %lu copies (%@) permanently?", static_cast<unsigned long>(pass.count()), size);
+    if (!confirmed(question)) {
+        std::cerr << "corvel: nothing was removed\n";
+        return 2;
+    }
+    return std::nullopt;
+}
+
 } // namespace
 
 // A listed path as the scan names it: a relative one from the working folder, with the
@@ -290,33 +324,8 @@ int removeMarkedCopies(CVDuplicatesController& results, const std::vector<std::s
                         trash, driver, statistics, achievements, view},
                        passOptions);
 
-    const bool toTrash = pass.moveToTrash();
-    if (pass.count() == 0)
-        std::cerr
-            << "corvel: no copy is marked for removal: choose copies with --autoselect, --keep or --select "
-               "(in a scan document, \"needToRemove\": true)\n";
-    std::FILE* summaryStream = options.json ? stderr : stdout;
-    if (pass.count() > 0 && !options.dryRun) {
-        const std::string summary = collectorSummary(results, toTrash, pass.count(), pass.size());
-        std::fwrite(summary.data(), 1, summary.size(), summaryStream);
-        std::fflush(summaryStream);
-        if (!options.yes) {
-            if (!::isatty(STDIN_FILENO)) {
-                std::cerr
-                    << "corvel: not on a terminal: add --yes to remove the copies; nothing was removed\n";
-                return 2;
-            }
-            const std::string size = plainSpaces(stringWithSize(pass.size()));
-            const std::string question = toTrash ? formatf("Move %lu copies (%@) to the Trash?",
-                                                           static_cast<unsigned long>(pass.count()), size)
-                                                 : formatf("Delete %lu copies (%@) permanently?",
-                                                           static_cast<unsigned long>(pass.count()), size);
-            if (!confirmed(question)) {
-                std::cerr << "corvel: nothing was removed\n";
-                return 2;
-            }
-        }
-    }
+    if (const auto declined = confirmRemoval(results, pass, options))
+        return *declined;
 
     MainQueue& queue = MainQueue::shared();
     bool stoppedBySignal = false;
