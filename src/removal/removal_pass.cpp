@@ -111,7 +111,7 @@ bool CVRemovalPass::removeEmptyFolders() const {
     return m_options.removeEmptyFolders.value_or(m_services.preferences.removeEmptyFolders());
 }
 
-std::vector<std::pair<std::shared_ptr<CVFile>, std::size_t>> CVRemovalPass::markedFiles() const {
+CVRemovalPass::MarkedFiles CVRemovalPass::markedFiles() const {
     std::vector<std::pair<std::shared_ptr<CVFile>, std::size_t>> marked;
     const auto groups = m_services.results.allDuplicatesGroups();
     for (std::size_t g = 0; g < groups.size(); ++g)
@@ -182,12 +182,19 @@ void CVRemovalPass::cleanDuplicates() {
     // must not be undone.
     if (!m_threadRunning.load())
         m_shredInProgress = true;
+    const auto marked = markedFiles();
+    beginPass(marked);
+    std::uint64_t completedGroups = 0;
+    removeMarkedFiles(marked, completedGroups);
+    endPass(marked.size(), completedGroups);
+}
+
+void CVRemovalPass::beginPass(const MarkedFiles& marked) {
     m_finished = false;
     m_records.clear();
     m_removedFolders.clear();
     m_wouldGo.clear();
     m_lookups.reset();
-    const auto marked = markedFiles();
     m_cleanStartDate = std::chrono::system_clock::now();
     const std::uint64_t total = marked.size();
     std::uint64_t markedSize = 0;
@@ -205,7 +212,6 @@ void CVRemovalPass::cleanDuplicates() {
     m_step = total >= kTicks ? total / kTicks : 1;
     m_countdown = m_step;
     m_handled = 0;
-    auto lastTick = std::chrono::steady_clock::now();
     runOnMain(
         [this] {
             m_failedFiles.clear();
@@ -215,10 +221,8 @@ void CVRemovalPass::cleanDuplicates() {
         true);
     m_iPhotoWasLaunched = false;
     m_iTunesWasLaunched = false;
-    const bool toTrash = moveToTrash();
     m_removedSize = 0;
     m_removedFiles = 0;
-    std::uint64_t completedGroups = 0;
     m_records.reserve(marked.size());
     for (const auto& [file, group] : marked) {
         FileRecord record;
@@ -226,7 +230,11 @@ void CVRemovalPass::cleanDuplicates() {
         record.group = group;
         m_records.push_back(std::move(record));
     }
+}
 
+void CVRemovalPass::removeMarkedFiles(const MarkedFiles& marked, std::uint64_t& completedGroups) {
+    const bool toTrash = moveToTrash();
+    auto lastTick = std::chrono::steady_clock::now();
     // Plain copies going to the Trash are moved in windows whose information files are
     // made durable together; everything else goes one copy at a time.
     const bool inWindows = toTrash && !m_options.dryRun;
@@ -252,6 +260,9 @@ void CVRemovalPass::cleanDuplicates() {
         settle(*file, completedGroups, lastTick);
         ++i;
     }
+}
+
+void CVRemovalPass::endPass(std::uint64_t total, std::uint64_t completedGroups) {
     m_current = nullptr;
     m_lookups.reset();
     const bool stoppedByUser = !m_shredInProgress;
@@ -293,8 +304,8 @@ bool CVRemovalPass::goesToTrashDirectly(const CVFile& file) const {
     return rootType != kNodeTypeCurrentIPhotoLibrary && rootType != kNodeTypeCurrentITunesLibrary;
 }
 
-bool CVRemovalPass::trashWindow(const std::vector<std::pair<std::shared_ptr<CVFile>, std::size_t>>& marked,
-                                std::size_t& next, std::chrono::steady_clock::time_point& lastTick,
+bool CVRemovalPass::trashWindow(const MarkedFiles& marked, std::size_t& next,
+                                std::chrono::steady_clock::time_point& lastTick,
                                 std::uint64_t& completedGroups) {
     struct Entry {
         std::size_t index = 0;

@@ -125,7 +125,8 @@ public:
     void removeFinishedWithSize(std::uint64_t size, std::uint64_t files, bool completeRemove, bool stopped);
 
     // The marked copies, in group and member order, with their groups' places.
-    std::vector<std::pair<std::shared_ptr<CVFile>, std::size_t>> markedFiles() const;
+    using MarkedFiles = std::vector<std::pair<std::shared_ptr<CVFile>, std::size_t>>;
+    MarkedFiles markedFiles() const;
     // count and size from the marks (the collector's recount).
     void countDuplicates();
 
@@ -155,6 +156,12 @@ public:
 
 private:
     void startPass();
+    // A pass in three steps: counters, records and the view's start; the copies in order
+    // (removeMarkedFiles stops early on a stop request); the view's end, the statistics
+    // and the settings flushed.
+    void beginPass(const MarkedFiles& marked);
+    void removeMarkedFiles(const MarkedFiles& marked, std::uint64_t& completedGroups);
+    void endPass(std::uint64_t total, std::uint64_t completedGroups);
     void runOnMain(const std::function<void()>& work, bool wait);
     // The checks before a copy is touched; false with *error (kRemovalCheckErrorDomain).
     bool checkCopy(CVFile& file, bool permanently, CVError* error);
@@ -165,9 +172,8 @@ private:
     // Moves the copies from marked[next] on to the Trash as one batch, up to a copy that is
     // not goesToTrashDirectly or the window's bounds; next moves past them. False when a
     // stop ended the pass: the copies not moved stay where they are, marked.
-    bool trashWindow(const std::vector<std::pair<std::shared_ptr<CVFile>, std::size_t>>& marked,
-                     std::size_t& next, std::chrono::steady_clock::time_point& lastTick,
-                     std::uint64_t& completedGroups);
+    bool trashWindow(const MarkedFiles& marked, std::size_t& next,
+                     std::chrono::steady_clock::time_point& lastTick, std::uint64_t& completedGroups);
     // Records a handled copy and tells the view; settle then marks it removed and ticks.
     void report(const std::shared_ptr<CVFile>& file, bool ok, const CVError& error, bool toTrash);
     void settle(CVFile& file, std::uint64_t& completedGroups,
