@@ -20,6 +20,13 @@
 
 namespace corvel {
 
+// The item a path names: its folder (absolute, symbolic links resolved) and its name.
+struct TrashItemName {
+    std::string folder;
+    std::string name;
+    std::string path() const;
+};
+
 namespace {
 
 constexpr unsigned kMaxAttempts = 100000;
@@ -64,13 +71,6 @@ bool isWithin(const std::string& path, const std::string& folder) {
     return path == folder || (path.starts_with(folder) && (folder == "/" || path[folder.size()] == '/'));
 }
 
-// The item a path names: its folder (absolute, symbolic links resolved) and its name.
-struct ItemName {
-    std::string folder;
-    std::string name;
-    std::string path() const { return joinPath(folder, name); }
-};
-
 // Whether the path ends in the name of an item ("", "/", "." and ".." do not).
 bool isItemName(const std::string& path) {
     const std::string name = lastPathComponent(path);
@@ -83,7 +83,7 @@ bool hasIdentity(const struct stat& st, const TrashItemIdentity& identity) {
 }
 
 // Refuses to move the Trash folder into itself, or an item out of its own Trash folder.
-bool checkPlace(const std::string& path, const ItemName& item, const std::string& trashFolder,
+bool checkPlace(const std::string& path, const TrashItemName& item, const std::string& trashFolder,
                 CVError* error) {
     const std::string itemPath = item.path();
     if (isWithin(itemPath, trashFolder)) {
@@ -99,7 +99,7 @@ bool checkPlace(const std::string& path, const ItemName& item, const std::string
 
 // Path= of the information file: absolute for the home Trash, relative to the volume's
 // top folder otherwise.
-std::string originalPath(const ItemName& item, const TrashFolder& trash) {
+std::string originalPath(const TrashItemName& item, const TrashFolder& trash) {
     const std::string itemPath = item.path();
     if (trash.isHomeTrash)
         return itemPath;
@@ -109,6 +109,10 @@ std::string originalPath(const ItemName& item, const TrashFolder& trash) {
 }
 
 } // namespace
+
+std::string TrashItemName::path() const {
+    return joinPath(folder, name);
+}
 
 Trash::Trash(TrashEnvironment environment) : m_environment(std::move(environment)) {}
 
@@ -206,12 +210,31 @@ std::optional<std::size_t> TrashBatch::add(const std::string& path,
     std::shared_ptr<Folder> folder = folderOfItem(path, &itemStat, error);
     if (!folder)
         return std::nullopt;
-    const ItemName item{folder->resolved, lastPathComponent(path)};
+    const TrashItemName item{folder->resolved, lastPathComponent(path)};
     if (expected && !hasIdentity(itemStat, *expected)) {
         setError(error, trashError(kTrashErrorItemChanged, path, "changed since the scan"));
         return std::nullopt;
     }
 
+    const TrashFolder* place = trashPlaceFor(*folder, path, item, error);
+    if (!place)
+        return std::nullopt;
+
+    Item claimed;
+    claimed.path = path;
+    claimed.folder = folder;
+    claimed.name = item.name;
+    claimed.expected = expected;
+    claimed.isFolder = S_ISDIR(itemStat.st_mode);
+    claimed.hintKey = place->path + '\0' + item.name;
+    if (!claimName(claimed, *place, trashInfoText(originalPath(item, *place), std::time(nullptr)), error))
+        return std::nullopt;
+    m_items.push_back(std::move(claimed));
+    return m_items.size() - 1;
+}
+
+const TrashFolder* TrashBatch::trashPlaceFor(Folder& folder, const std::string& path,
+                                             const TrashItemName& item, CVError* error) {
     // Refused before anything is made: the home Trash would be made inside the item.
     const Trash& trash = m_trash;
     if (!m_homeTrash)
@@ -220,41 +243,37 @@ std::optional<std::size_t> TrashBatch::add(const std::string& path,
                           : resolvePathAllowingMissing(trash.m_environment.dataHome + "/Trash");
     if (!m_homeTrash->empty() && isWithin(*m_homeTrash, item.path())) {
         setError(error, trashError(kTrashErrorHoldsTrash, path, "holds the Trash folder " + *m_homeTrash));
-        return std::nullopt;
+        return nullptr;
     }
-    if (!folder->trashLooked) {
-        if (auto opened = openTrashFolder(folder->resolved, trash.m_environment, &folder->whyNot))
-            folder->trash = std::make_shared<TrashFolder>(std::move(*opened));
-        folder->trashLooked = true;
+    if (!folder.trashLooked) {
+        if (auto opened = openTrashFolder(folder.resolved, trash.m_environment, &folder.whyNot))
+            folder.trash = std::make_shared<TrashFolder>(std::move(*opened));
+        folder.trashLooked = true;
     }
-    if (!folder->trash) {
-        systemLog("Trash: no Trash for " + path + ": " + folder->whyNot);
-        setError(error, noTrashOnVolume(path, folder->whyNot));
-        return std::nullopt;
+    if (!folder.trash) {
+        systemLog("Trash: no Trash for " + path + ": " + folder.whyNot);
+        setError(error, noTrashOnVolume(path, folder.whyNot));
+        return nullptr;
     }
-    const TrashFolder& place = *folder->trash;
-    if (!checkPlace(path, item, place.path, error))
-        return std::nullopt;
+    if (!checkPlace(path, item, folder.trash->path, error))
+        return nullptr;
+    return folder.trash.get();
+}
 
-    const std::string infoText = trashInfoText(originalPath(item, place), std::time(nullptr));
-    Item claimed;
-    claimed.path = path;
-    claimed.folder = folder;
-    claimed.name = item.name;
-    claimed.expected = expected;
-    claimed.isFolder = S_ISDIR(itemStat.st_mode);
-    claimed.hintKey = place.path + '\0' + item.name;
+bool TrashBatch::claimName(Item& claimed, const TrashFolder& place, const std::string& infoText,
+                           CVError* error) {
     const unsigned first = m_trash.firstAttempt(claimed.hintKey);
     for (unsigned attempt = first; attempt < first + kMaxAttempts; ++attempt) {
-        const std::string entry = trashEntryName(item.name, attempt, !claimed.isFolder);
+        const std::string entry = trashEntryName(claimed.name, attempt, !claimed.isFolder);
         // An entry in files/ without its information file (left by a crash of some
         // program) keeps its name too.
         struct stat taken {};
         if (::fstatat(place.files.get(), entry.c_str(), &taken, AT_SYMLINK_NOFOLLOW) == 0)
             continue;
         if (errno != ENOENT) {
-            setError(error, systemError(errno, path, "cannot use the name " + entry + " in the Trash"));
-            return std::nullopt;
+            setError(error,
+                     systemError(errno, claimed.path, "cannot use the name " + entry + " in the Trash"));
+            return false;
         }
 
         // 1. Claim the name.
@@ -267,12 +286,12 @@ std::optional<std::size_t> TrashBatch::add(const std::string& path,
                 continue;
             if (meansNoTrash(saved)) {
                 const std::string reason = place.path + "/info: " + std::strerror(saved);
-                systemLog("Trash: no Trash for " + path + ": " + reason);
-                setError(error, noTrashOnVolume(path, reason));
+                systemLog("Trash: no Trash for " + claimed.path + ": " + reason);
+                setError(error, noTrashOnVolume(claimed.path, reason));
             } else {
-                setError(error, systemError(saved, path, "cannot create the Trash information file"));
+                setError(error, systemError(saved, claimed.path, "cannot create the Trash information file"));
             }
-            return std::nullopt;
+            return false;
         }
 
         // 2. Write it; sync() makes it durable. Only a few stay open for their own fsync.
@@ -283,18 +302,17 @@ std::optional<std::size_t> TrashBatch::add(const std::string& path,
             const int saved = errno;
             info.reset();
             ::unlinkat(place.info.get(), infoName.c_str(), 0);
-            setError(error, systemError(saved, path, "cannot write the Trash information file"));
-            return std::nullopt;
+            setError(error, systemError(saved, claimed.path, "cannot write the Trash information file"));
+            return false;
         }
         claimed.entry = entry;
         claimed.attempt = attempt;
         claimed.info = std::move(info);
         claimed.infoMTime = static_cast<std::int64_t>(infoStat.st_mtim.tv_sec);
-        m_items.push_back(std::move(claimed));
-        return m_items.size() - 1;
+        return true;
     }
-    setError(error, trashError(kTrashErrorNoFreeName, path, "no free name in the Trash"));
-    return std::nullopt;
+    setError(error, trashError(kTrashErrorNoFreeName, claimed.path, "no free name in the Trash"));
+    return false;
 }
 
 bool TrashBatch::sync(CVError* error) {
@@ -424,7 +442,7 @@ std::optional<std::string> TrashBatch::trashDirectoryFor(const std::string& path
     std::shared_ptr<Folder> folder = folderOfItem(path, &itemStat, error);
     if (!folder)
         return std::nullopt;
-    const ItemName item{folder->resolved, lastPathComponent(path)};
+    const TrashItemName item{folder->resolved, lastPathComponent(path)};
     std::string place;
     if (folder->trash) {
         place = folder->trash->path;

@@ -34,6 +34,9 @@ struct stat;
 
 namespace corvel {
 
+struct TrashFolder;
+struct TrashItemName;
+
 inline constexpr const char* kTrashErrorDomain = "com.halvik.Corvel.TrashError";
 // The user-info key of a failure's detail (which folder was refused and why), for logs.
 inline constexpr const char* kTrashReasonKey = "CVTrashReason";
@@ -146,6 +149,13 @@ private:
     // cannot be opened or the item is missing.
     std::shared_ptr<Folder> folderOfItem(const std::string& path, struct stat* itemStat, CVError* error);
     void removeInformation(Item& item);
+    // The Trash the item at path goes to (found once per folder), after the checks that
+    // the item may go there; nothing with *error otherwise.
+    const TrashFolder* trashPlaceFor(Folder& folder, const std::string& path, const TrashItemName& item,
+                                     CVError* error);
+    // Claims a free name in place for the item: creates its information file exclusively
+    // and writes infoText; false with *error when none is free or the file cannot be made.
+    bool claimName(Item& claimed, const TrashFolder& place, const std::string& infoText, CVError* error);
 
     Trash& m_trash;
     std::unordered_map<std::string, std::shared_ptr<Folder>> m_folders; // by the folder as given
