@@ -275,31 +275,47 @@ std::uint64_t readBigEndian(std::string_view s, std::size_t at, std::size_t widt
     return v;
 }
 
-// Walks a binary list's object graph from the top object. Every object's height and
-// expanded node count are computed once, so shared objects cost nothing extra to
-// measure; a reference cycle makes the list unmeasurable (depth -1). Strings reached
-// are checked for NUL characters.
-ListShape binaryShape(std::string_view s, int limit) {
-    ListShape shape;
-    shape.depth = -1;
-    if (s.size() < 8 + 32)
-        return shape;
-    const std::size_t trailer = s.size() - 32;
-    const std::size_t offsetSize = static_cast<unsigned char>(s[trailer + 6]);
-    const std::size_t refSize = static_cast<unsigned char>(s[trailer + 7]);
-    const std::uint64_t numObjects = readBigEndian(s, trailer + 8, 8);
-    const std::uint64_t topObject = readBigEndian(s, trailer + 16, 8);
-    const std::uint64_t tableOffset = readBigEndian(s, trailer + 24, 8);
-    if (offsetSize == 0 || offsetSize > 8 || refSize == 0 || refSize > 8 || topObject >= numObjects ||
-        numObjects > s.size() || tableOffset > trailer || (trailer - tableOffset) / offsetSize < numObjects)
-        return shape;
+// The trailer and offset table of a binary property list, checked against its size.
+struct BinaryTable {
+    std::string_view s;
+    std::size_t trailer = 0;
+    std::size_t offsetSize = 0;
+    std::size_t refSize = 0;
+    std::uint64_t numObjects = 0;
+    std::uint64_t topObject = 0;
+    std::uint64_t tableOffset = 0;
 
-    auto objectOffset = [&](std::uint64_t index) {
+    // Nothing when the trailer is short or its figures do not fit the list.
+    static std::optional<BinaryTable> read(std::string_view s) {
+        if (s.size() < 8 + 32)
+            return std::nullopt;
+        BinaryTable t;
+        t.s = s;
+        t.trailer = s.size() - 32;
+        t.offsetSize = static_cast<unsigned char>(s[t.trailer + 6]);
+        t.refSize = static_cast<unsigned char>(s[t.trailer + 7]);
+        t.numObjects = readBigEndian(s, t.trailer + 8, 8);
+        t.topObject = readBigEndian(s, t.trailer + 16, 8);
+        t.tableOffset = readBigEndian(s, t.trailer + 24, 8);
+        if (t.offsetSize == 0 || t.offsetSize > 8 || t.refSize == 0 || t.refSize > 8 ||
+            t.topObject >= t.numObjects || t.numObjects > s.size() || t.tableOffset > t.trailer ||
+            (t.trailer - t.tableOffset) / t.offsetSize < t.numObjects)
+            return std::nullopt;
+        return t;
+    }
+
+    std::uint64_t objectOffset(std::uint64_t index) const {
         return readBigEndian(s, static_cast<std::size_t>(tableOffset + index * offsetSize), offsetSize);
-    };
-    // Answers the child references of a container object as (first ref position, count),
-    // count 0 for scalars; notes a string holding NUL.
-    auto children = [&](std::uint64_t index, std::size_t& refsAt, std::uint64_t& count) -> bool {
+    }
+
+    std::uint64_t reference(std::size_t refsAt, std::uint64_t k) const {
+        return readBigEndian(s, static_cast<std::size_t>(refsAt + k * refSize), refSize);
+    }
+
+    // The child references of a container object as (first reference's position, count),
+    // count 0 for scalars; sets holdsNul for a string holding NUL. False when the object
+    // does not fit the list.
+    bool children(std::uint64_t index, std::size_t& refsAt, std::uint64_t& count, bool& holdsNul) const {
         std::uint64_t at = objectOffset(index);
         if (at >= trailer)
             return false;
@@ -327,7 +343,7 @@ ListShape binaryShape(std::string_view s, int limit) {
                 return false;
             for (std::uint64_t k = 0; k < count; ++k)
                 if (readBigEndian(s, static_cast<std::size_t>(at + k * unit), unit) == 0)
-                    shape.holdsNul = true;
+                    holdsNul = true;
             count = 0;
             return true;
         }
@@ -337,10 +353,21 @@ ListShape binaryShape(std::string_view s, int limit) {
             return false;
         refsAt = static_cast<std::size_t>(at);
         return true;
-    };
+    }
+};
 
-    std::vector<int> height(static_cast<std::size_t>(numObjects), -2); // -2 unvisited, -1 in progress
-    std::vector<std::uint64_t> nodes(static_cast<std::size_t>(numObjects), 0);
+// Walks a binary list's object graph from the top object. Every object's height and
+// expanded node count are computed once, so shared objects cost nothing extra to
+// measure; a reference cycle makes the list unmeasurable (depth -1). Strings reached
+// are checked for NUL characters.
+ListShape binaryShape(std::string_view s, int limit) {
+    ListShape shape;
+    shape.depth = -1;
+    const std::optional<BinaryTable> table = BinaryTable::read(s);
+    if (!table)
+        return shape;
+    std::vector<int> height(static_cast<std::size_t>(table->numObjects), -2); // -2 unvisited, -1 in progress
+    std::vector<std::uint64_t> nodes(static_cast<std::size_t>(table->numObjects), 0);
     struct Frame {
         std::uint64_t object;
         std::size_t refsAt;
@@ -352,13 +379,13 @@ ListShape binaryShape(std::string_view s, int limit) {
     std::vector<Frame> stack;
     auto push = [&](std::uint64_t object) -> bool {
         Frame f{object, 0, 0, 0, 0, 1};
-        if (!children(object, f.refsAt, f.count))
+        if (!table->children(object, f.refsAt, f.count, shape.holdsNul))
             return false;
         height[object] = -1;
         stack.push_back(f);
         return static_cast<int>(stack.size()) <= limit + 1;
     };
-    if (!push(topObject))
+    if (!push(table->topObject))
         return shape;
     while (!stack.empty()) {
         Frame& f = stack.back();
@@ -377,9 +404,9 @@ ListShape binaryShape(std::string_view s, int limit) {
             }
             continue;
         }
-        const std::uint64_t child = readBigEndian(s, f.refsAt + f.next * refSize, refSize);
+        const std::uint64_t child = table->reference(f.refsAt, f.next);
         ++f.next;
-        if (child >= numObjects || height[child] == -1)
+        if (child >= table->numObjects || height[child] == -1)
             return shape;
         if (height[child] >= 0) {
             f.best = std::max(f.best, height[child]);
@@ -457,6 +484,34 @@ void countScalars(plist_t node, std::size_t& dates, std::size_t& integers) {
     }
 }
 
+PropertyValue fromPlist(plist_t node, TextValues& text);
+
+PropertyValue arrayFromPlist(plist_t node, TextValues& text) {
+    PropertyValue::Array array;
+    const std::uint32_t n = plist_array_get_size(node);
+    array.reserve(n);
+    for (std::uint32_t i = 0; i < n; ++i)
+        array.push_back(fromPlist(plist_array_get_item(node, i), text));
+    return PropertyValue(std::move(array));
+}
+
+PropertyValue dictionaryFromPlist(plist_t node, TextValues& text) {
+    PropertyValue::Dictionary dict;
+    plist_dict_iter it = nullptr;
+    plist_dict_new_iter(node, &it);
+    for (;;) {
+        char* key = nullptr;
+        plist_t value = nullptr;
+        plist_dict_next_item(node, it, &key, &value);
+        if (!key)
+            break;
+        dict.insert_or_assign(std::string(key), fromPlist(value, text));
+        std::free(key);
+    }
+    std::free(it);
+    return PropertyValue(std::move(dict));
+}
+
 PropertyValue fromPlist(plist_t node, TextValues& text) {
     switch (plist_get_node_type(node)) {
     case PLIST_BOOLEAN: {
@@ -506,30 +561,10 @@ PropertyValue fromPlist(plist_t node, TextValues& text) {
         std::free(bytes);
         return PropertyValue(std::move(data));
     }
-    case PLIST_ARRAY: {
-        PropertyValue::Array array;
-        const std::uint32_t n = plist_array_get_size(node);
-        array.reserve(n);
-        for (std::uint32_t i = 0; i < n; ++i)
-            array.push_back(fromPlist(plist_array_get_item(node, i), text));
-        return PropertyValue(std::move(array));
-    }
-    case PLIST_DICT: {
-        PropertyValue::Dictionary dict;
-        plist_dict_iter it = nullptr;
-        plist_dict_new_iter(node, &it);
-        for (;;) {
-            char* key = nullptr;
-            plist_t value = nullptr;
-            plist_dict_next_item(node, it, &key, &value);
-            if (!key)
-                break;
-            dict.insert_or_assign(std::string(key), fromPlist(value, text));
-            std::free(key);
-        }
-        std::free(it);
-        return PropertyValue(std::move(dict));
-    }
+    case PLIST_ARRAY:
+        return arrayFromPlist(node, text);
+    case PLIST_DICT:
+        return dictionaryFromPlist(node, text);
     case PLIST_UID: {
         text.takeIntegerIsUnsigned(); // written as an <integer> in XML
         std::uint64_t v = 0;
