@@ -2,6 +2,7 @@
 
 #include <cctype>
 #include <cstdio>
+#include <optional>
 
 namespace corvel {
 
@@ -29,6 +30,37 @@ template <typename T> std::string printfOne(const std::string& spec, T value) {
 }
 
 } // namespace
+
+// One conversion with its flags, width and precision in spec ("%-8.2"); nothing for a
+// conversion character it does not know.
+std::optional<std::string> convertOne(const std::string& spec, char conv, const PropertyValue& arg) {
+    switch (conv) {
+    case '@':
+    case 's':
+        return printfOne(spec + 's', valueAsText(arg).c_str());
+    case 'd':
+    case 'i':
+        return printfOne(spec + "lld", static_cast<long long>(arg.toInt64()));
+    case 'u':
+    case 'x':
+    case 'X':
+    case 'o':
+        return printfOne(spec + "ll" + conv, static_cast<unsigned long long>(arg.toUInt64()));
+    case 'f':
+    case 'F':
+    case 'e':
+    case 'E':
+    case 'g':
+    case 'G':
+        return printfOne(spec + conv, arg.toDouble());
+    case 'c':
+        if (arg.isString())
+            return arg.asString()->substr(0, 1);
+        return std::string(1, static_cast<char>(arg.toInt64()));
+    default:
+        return std::nullopt;
+    }
+}
 
 std::string formatString(std::string_view format, std::span<const PropertyValue> args) {
     std::string out;
@@ -77,40 +109,12 @@ std::string formatString(std::string_view format, std::span<const PropertyValue>
         const PropertyValue& arg = argIndex < args.size() ? args[argIndex] : PropertyValue::null();
         if (!positional)
             ++nextArg;
-        switch (conv) {
-        case '@':
-        case 's':
-            out += printfOne(spec + 's', valueAsText(arg).c_str());
-            break;
-        case 'd':
-        case 'i':
-            out += printfOne(spec + "lld", static_cast<long long>(arg.toInt64()));
-            break;
-        case 'u':
-        case 'x':
-        case 'X':
-        case 'o':
-            out += printfOne(spec + "ll" + conv, static_cast<unsigned long long>(arg.toUInt64()));
-            break;
-        case 'f':
-        case 'F':
-        case 'e':
-        case 'E':
-        case 'g':
-        case 'G':
-            out += printfOne(spec + conv, arg.toDouble());
-            break;
-        case 'c':
-            if (arg.isString())
-                out += arg.asString()->substr(0, 1);
-            else
-                out += static_cast<char>(arg.toInt64());
-            break;
-        default:
+        if (const auto converted = convertOne(spec, conv, arg)) {
+            out += *converted;
+        } else {
             out.append(format.substr(start, i - start));
             if (!positional)
                 --nextArg;
-            break;
         }
     }
     return out;
