@@ -44,7 +44,7 @@ void FileManagerReveal::openParent(const std::string& path) {
 void FileManagerReveal::revealInFileManager(const std::vector<std::string>& paths) {
     if (paths.empty())
         return;
-    QDBusConnection bus = QDBusConnection::sessionBus();
+    QDBusConnection bus = m_bus ? *m_bus : QDBusConnection::sessionBus();
     if (!bus.isConnected()) {
         openParent(paths.front());
         return;

@@ -6,8 +6,10 @@
 // application for folders instead. Nothing is ever changed on disk. GUI thread; the
 // answer is waited for without blocking the window.
 
+#include <QDBusConnection>
 #include <QObject>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -27,6 +29,9 @@ public:
         m_openFolder = std::move(opener);
     }
 
+    // The bus asked for ShowItems (the tests give a private one); by default the session bus.
+    void setBus(const QDBusConnection& bus) { m_bus = bus; }
+
     // The folder that holds the item ("/" for an item at the root).
     static std::string parentFolder(const std::string& path);
 
@@ -34,6 +39,7 @@ private:
     void openParent(const std::string& path);
 
     std::function<void(const std::string&)> m_openFolder;
+    std::optional<QDBusConnection> m_bus;
 };
 
 } // namespace corvel::gui

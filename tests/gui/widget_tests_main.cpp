@@ -6,6 +6,7 @@
 
 int runSizeDiagramTests(int argc, char** argv);
 int runPdfPreviewTests(int argc, char** argv);
+int runFileManagerRevealTests(int argc, char** argv);
 
 int main(int argc, char** argv) {
     ::setenv("QT_QPA_PLATFORM", "offscreen", 0);
@@ -13,5 +14,6 @@ int main(int argc, char** argv) {
     int failed = 0;
     failed += runSizeDiagramTests(argc, argv) != 0;
     failed += runPdfPreviewTests(argc, argv) != 0;
+    failed += runFileManagerRevealTests(argc, argv) != 0;
     return failed;
 }
