@@ -81,7 +81,6 @@ unsigned readerThreads() {
 }
 
 constexpr std::size_t kReadAheadFiles = 2 * SizeGroupReader::kWindow;
-constexpr std::uint64_t kManyGroups = 31;
 // How often the path being compared is updated for a progress display.
 constexpr auto kScanPathInterval = std::chrono::milliseconds(40);
 
@@ -353,12 +352,11 @@ void CVDuplicatesLocator::updateProgress(double delta, double delaySeconds) {
 }
 
 void CVDuplicatesLocator::queueAhead(const std::vector<std::uint64_t>& keys, std::size_t from,
-                                     SizeGroups& groups, std::uint64_t minimumSize, std::uint64_t topCount) {
+                                     SizeGroups& groups, const SizeSearchPolicy& policy) {
     m_queuedUpTo = std::max(m_queuedUpTo, from);
     while (m_queuedUpTo < keys.size() && m_reader->pendingFiles() < kReadAheadFiles) {
         const std::uint64_t size = keys[m_queuedUpTo];
-        // Below the minimum, a size is searched only while groups are still wanted.
-        if (size < minimumSize && topCount == 0)
+        if (!policy.searches(size))
             return;
         // Sorted now, so that the places queued are the places searched.
         std::vector<NodePtr>& nodes = groups[size];
@@ -381,81 +379,68 @@ void CVDuplicatesLocator::comparableFiles(const std::vector<NodePtr>& nodes, std
         }
 }
 
-void CVDuplicatesLocator::locateDuplicatesInDictionary(SizeGroups& groups) {
-    std::uint64_t minimumSize;
-    std::uint64_t topCount;
-    if (m_minimumSizeOverride) {
-        minimumSize = *m_minimumSizeOverride;
-        topCount = 0;
-    } else if (m_services.preferences.overrideMinSizeDefining()) {
-        minimumSize = m_services.preferences.minimumScanSize();
-        topCount = 0;
-    } else {
-        minimumSize = kAutomaticMinimumScanSize;
-        topCount = m_services.preferences.topFilesCount();
-    }
+std::vector<std::uint64_t> CVDuplicatesLocator::sizesToSearch(SizeGroups& groups) const {
     const std::optional<std::uint64_t> maximumSize = m_maximumSizeOverride;
     std::erase_if(groups, [&](const auto& entry) {
         return entry.second.size() == 1 || (maximumSize && entry.first > *maximumSize);
     });
+    return sizesLargestFirst(groups);
+}
+
+void CVDuplicatesLocator::beginSizeSearch(const std::vector<std::uint64_t>& sizes, std::uint64_t useful) {
     m_smallerSizesSkipped = false;
     m_unremovableGroupsLeftOut = 0;
     m_counters.stage = ScanCounters::Comparing;
-    std::uint64_t useful = 0;
-    const std::vector<std::uint64_t> keys = sizesLargestFirst(groups);
-    for (const std::uint64_t size : keys)
-        if (size >= minimumSize)
-            ++useful;
-    m_progress = 0;
-    // With no useful size (all below the automatic minimum) the steps add nothing and
-    // the end brings progress to 100.
-    m_progressDelta = useful == 0 ? 0.0 : 93.0 / static_cast<double>(useful);
-    const std::uint64_t total = keys.size();
-    if (total >= kManyGroups)
-        updateProgress(2.0, 0);
-    systemLogf("Total groups count = %lu. Useful groups count = %lu", total, useful);
-    if (!keys.empty())
-        systemLogf("Max size = %@", keys.front());
-
+    systemLogf("Total groups count = %lu. Useful groups count = %lu", sizes.size(), useful);
+    if (!sizes.empty())
+        systemLogf("Max size = %@", sizes.front());
     m_counters.sizes = useful;
     m_reader = std::make_unique<SizeGroupReader>(
         readerThreads(), [this] { return state() != 0; }, &m_counters.bytesRead);
     m_queuedUpTo = 0;
     m_folderAccess.clear();
-    for (std::size_t k = 0; k < keys.size(); ++k) {
-        const std::uint64_t size = keys[k];
-        if (size >= minimumSize || topCount != 0) {
-            queueAhead(keys, k, groups, minimumSize, topCount);
+}
+
+void CVDuplicatesLocator::endSizeSearch() {
+    m_reader->clear();
+    m_reader.reset();
+}
+
+void CVDuplicatesLocator::locateDuplicatesInDictionary(SizeGroups& groups) {
+    SizeSearchPolicy policy(m_minimumSizeOverride, m_services.preferences);
+    const std::vector<std::uint64_t> sizes = sizesToSearch(groups);
+    const auto useful = static_cast<std::uint64_t>(
+        std::count_if(sizes.begin(), sizes.end(), [&](std::uint64_t size) { return policy.isUseful(size); }));
+    ScanProgressSteps steps(
+        sizes.size(), useful, [this](double delta, double pause) { updateProgress(delta, pause); },
+        [this] { return progress(); });
+    m_progress = 0;
+    m_progressDelta = steps.step();
+    steps.start();
+    beginSizeSearch(sizes, useful);
+    for (std::size_t k = 0; k < sizes.size(); ++k) {
+        const std::uint64_t size = sizes[k];
+        if (policy.searches(size)) {
+            queueAhead(sizes, k, groups, policy);
             const auto found = findDuplicatesInSizeGroup(groups[size]);
-            if (!found.empty()) {
-                addDuplicateGroupsFromArray(found);
-                if (topCount != 0)
-                    topCount -= found.size(); // wraps on purpose: then every size is searched
-            }
+            addDuplicateGroupsFromArray(found);
+            policy.found(found.size());
         } else {
             m_smallerSizesSkipped = true;
             if (k < m_queuedUpTo) // no more groups are wanted: the sizes read ahead are not searched
                 m_reader->clear();
         }
         groups.erase(size);
-        if (size >= minimumSize)
+        if (policy.isUseful(size))
             m_counters.sizesDone.fetch_add(1, std::memory_order_relaxed);
         if (state() == 0) {
-            m_reader->clear();
-            m_reader.reset();
+            endSizeSearch();
             return;
         }
-        if (total >= kManyGroups && progress() < 99.0)
-            updateProgress(m_progressDelta, 0);
+        steps.sizeSearched();
     }
-    m_reader->clear();
-    m_reader.reset();
-    if (total < kManyGroups) {
-        updateProgress(99.0, 0.012);
-        updateProgress(100.0, 0.5);
-    } else {
-        updateProgress(100.0 - progress(), 0);
-    }
+    endSizeSearch();
+    steps.finish();
     const auto controller = duplicatesController();
     systemLogf("Total duplicates found size = %llu count = %lu", controller->size(),
                controller->mainMetaGroup()->filesCount());

@@ -30,6 +30,7 @@
 #include "results/duplicates_controller.h"
 #include "scan_counters.h"
 #include "size_group_reader.h"
+#include "size_search_policy.h"
 
 namespace corvel {
 
@@ -173,8 +174,17 @@ private:
     // removal is decided here unless the caller has done it (decided).
     GroupPtr makeGroup(const std::shared_ptr<CVFile>& first,
                        const std::vector<std::shared_ptr<CVFile>>& matches, bool decided = false);
+    // Queues the size groups from keys[from] on that the policy searches, up to the
+    // reader's window.
     void queueAhead(const std::vector<std::uint64_t>& keys, std::size_t from, SizeGroups& groups,
-                    std::uint64_t minimumSize, std::uint64_t topCount);
+                    const SizeSearchPolicy& policy);
+    // The sizes held by more than one node and not above the maximum, largest first;
+    // the other size groups are dropped.
+    std::vector<std::uint64_t> sizesToSearch(SizeGroups& groups) const;
+    // The counters, the log lines and the reader before the first size; the reader freed
+    // after the last (or on a stop).
+    void beginSizeSearch(const std::vector<std::uint64_t>& sizes, std::uint64_t useful);
+    void endSizeSearch();
 
     Services m_services;
     std::mutex m_scanMutex;
