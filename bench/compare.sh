@@ -104,11 +104,13 @@ measure() { # measure MODE (warm|cold)
 }
 
 measure warm
-if [[ ${COLD:-1} == 1 ]] && drop_caches 2>/dev/null; then
-    order=("${cold_order[@]}")
-    measure cold
-else
-    echo "cold cache: cannot drop the page cache here (needs root and /proc/sys/vm/drop_caches)"
+if [[ ${COLD:-1} == 1 ]]; then
+    if drop_caches 2>/dev/null; then
+        order=("${cold_order[@]}")
+        measure cold
+    else
+        echo "cold cache: cannot drop the page cache here (needs root and /proc/sys/vm/drop_caches)"
+    fi
 fi
 
 [[ ${GROUP:-1} == 1 ]] || exit 0
