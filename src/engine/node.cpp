@@ -216,6 +216,11 @@ const std::vector<NodePtr>& CVNode::children() const {
     return list ? list->nodes : none;
 }
 
+void CVNode::fitChildren() {
+    if (ChildList* list = m_children.load(std::memory_order_acquire))
+        list->nodes.shrink_to_fit();
+}
+
 std::vector<NodePtr>& CVNode::mutableChildren() {
     return childList().nodes;
 }

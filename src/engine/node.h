@@ -98,6 +98,9 @@ public:
     // Appends (raising childrenCount, announced) / removes the first occurrence (lowering it).
     void addChild(NodePtr child);
     void removeChild(const CVNode* child);
+    // Gives back the child list's spare room once no more children are expected (the walk
+    // calls it when a folder's entries are all in); adding later still works.
+    void fitChildren();
     // Sets childrenCount without announcing it.
     void setChildrenCountSilently(std::uint64_t count);
     void setChildrenCount(std::uint64_t count);
