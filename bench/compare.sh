@@ -7,7 +7,14 @@
 # Warm cache: one untimed run of everything, then ROUNDS paired rounds (the walk and
 # every tool once per round, in the same order); medians are reported, and each
 # tool's median of its per-round ratio to the walk. Cold cache (needs root): the page
-# cache is dropped before every timed run. Peak memory is the maximum resident size.
+# cache is dropped before every timed run. Peak memory is the median of the rounds'
+# maximum resident sizes.
+#
+# Environment: TOOLS="corvel jdupes" limits the warm tools (the walk always runs),
+# COLD_TOOLS those of the cold rounds, COLD=0 skips them, GROUP=0 skips the one-group
+# timing at the end; SUMMARY=FILE appends one line per tool and setting ("corpus mode
+# tool seconds x-walk rss-kb paths", tab-separated); PAUSE_BUILDS=1 stops the machine's
+# compilers (cc1plus, ninja) during each round and always lets them go on afterwards.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 corpus=${1:-/tmp/corvel-corpus}
@@ -22,14 +29,16 @@ if ((${#need[@]})); then
     echo "installing ${need[*]}" >&2
     apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "${need[@]}" >/dev/null
 fi
-make -s build >/dev/null
+make -s configure >/dev/null && cmake --build "$build" --target corvel make_corpus >/dev/null
 if [[ ! -d $corpus ]]; then
     echo "building the corpus in $corpus" >&2
     "$build/bin/make_corpus" "$corpus" 200000 42 >&2
 fi
 paths=$(find "$corpus" | wc -l)
 scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
+resume_builds() { [[ ${PAUSE_BUILDS:-0} == 1 ]] && { pkill -CONT -x cc1plus; pkill -CONT -x ninja; } || true; }
+pause_builds() { [[ ${PAUSE_BUILDS:-0} == 1 ]] && { pkill -STOP -x cc1plus; pkill -STOP -x ninja; } || true; }
+trap 'resume_builds; rm -rf "$scratch"' EXIT
 settings=$scratch/settings.plist
 
 declare -A commands=(
@@ -43,13 +52,13 @@ declare -A commands=(
     [rdfind]="rdfind -dryrun true '$corpus'"
     [rmlint]="rmlint -T df --hidden '$corpus'"
 )
-order=(walk corvel corvel-min1 jdupes fdupes rdfind rmlint)
+order=(walk corvel corvel-min1 corvel-verify corvel-min1-verify jdupes fdupes rdfind rmlint)
 # TOOLS="corvel jdupes" limits the tools (the walk always runs, for the ratios).
 if [[ -n ${TOOLS:-} ]]; then
     order=(walk)
     for tool in $TOOLS; do order+=("$tool"); done
 fi
-cold_order=(walk corvel jdupes)
+read -r -a cold_order <<<"walk ${COLD_TOOLS:-corvel jdupes}"
 
 # run NAME: runs the command in the scratch folder; prints "seconds maxrss_kb".
 run() {
@@ -69,14 +78,16 @@ measure() { # measure MODE (warm|cold)
     fi
     for ((r = 0; r < rounds; r++)); do
         local walk=""
+        pause_builds
         for name in "${order[@]}"; do
             [[ $mode == cold ]] && drop_caches
             read -r seconds rss < <(run "$name")
             times[$name]+="$seconds "
-            memory[$name]=$rss
+            memory[$name]+="$rss "
             [[ $name == walk ]] && walk=$seconds
             ratios[$name]+="$(awk -v a="$seconds" -v b="$walk" 'BEGIN { printf "%.3f", (b > 0 ? a / b : 0) }') "
         done
+        resume_builds
     done
     echo
     echo "$mode cache, $paths paths, $rounds rounds (medians)"
@@ -85,20 +96,24 @@ measure() { # measure MODE (warm|cold)
         local t x m
         t=$(tr ' ' '\n' <<<"${times[$name]}" | grep . | median)
         x=$(tr ' ' '\n' <<<"${ratios[$name]}" | grep . | median)
-        m=${memory[$name]}
+        m=$(tr ' ' '\n' <<<"${memory[$name]}" | grep . | median)
+        [[ -n ${SUMMARY:-} ]] && printf '%s\t%s\t%s\t%s\t%s\t%s\t%s\n' "$corpus" "$mode" "$name" "$t" "$x" "$m" "$paths" >>"$SUMMARY"
         printf '%-12s %10.2f %12.2f %14.1f %16.0f\n' "$name" "$t" "$x" "$(awk -v k="$m" 'BEGIN { print k / 1024 }')" \
             "$(awk -v k="$m" -v p="$paths" 'BEGIN { print k * 1024 / p }')"
     done
 }
 
 measure warm
-if [[ ${COLD:-1} == 1 ]] && drop_caches 2>/dev/null; then
-    order=("${cold_order[@]}")
-    measure cold
-else
-    echo "cold cache: cannot drop the page cache here (needs root and /proc/sys/vm/drop_caches)"
+if [[ ${COLD:-1} == 1 ]]; then
+    if drop_caches 2>/dev/null; then
+        order=("${cold_order[@]}")
+        measure cold
+    else
+        echo "cold cache: cannot drop the page cache here (needs root and /proc/sys/vm/drop_caches)"
+    fi
 fi
 
+[[ ${GROUP:-1} == 1 ]] || exit 0
 # One size group of many files that share their first 64 KiB: doubling it must at most
 # double the comparison time.
 group=$scratch/group
@@ -119,8 +134,10 @@ for count in 10000 20000; do
     run gwalk >/dev/null; run gcorvel >/dev/null
     w=""; c=""
     for ((r = 0; r < rounds; r++)); do
+        pause_builds
         read -r s _ < <(run gwalk); w+="$s "
         read -r s _ < <(run gcorvel); c+="$s "
+        resume_builds
     done
     wm=$(tr ' ' '\n' <<<"$w" | grep . | median)
     cm=$(tr ' ' '\n' <<<"$c" | grep . | median)

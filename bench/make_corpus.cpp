@@ -2,7 +2,11 @@
 // paths: mostly small files, a band of 50 kB to 2 MB files, a few files of 5 to 200 MB,
 // a quarter of the files duplicated, duplicate folders, hard links, symbolic links,
 // hidden and empty files. The same START gives the same corpus.
-//   make_corpus OUT_DIR [PATHS] [START]
+//   make_corpus [--same-size-group=N] OUT_DIR [PATHS] [START]
+// PATHS scales the tree (1000000 for the million-path corpus: the same mix, five times
+// the folders). --same-size-group=N makes N of the PATHS files exactly 65,536 bytes (one
+// size group): they share their first 60 KiB, one in twenty is a copy of an earlier one
+// and the others differ in their last 4 KiB.
 
 #include <charconv>
 #include <cmath>
@@ -16,6 +20,7 @@
 #include <optional>
 #include <random>
 #include <string>
+#include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -64,6 +69,34 @@ void writeContent(const std::string& path, std::uint64_t id, std::uint64_t size)
 
 constexpr const char* kCorpusMarker = ".corvel-corpus";
 
+constexpr std::uint64_t kGroupFileSize = 65536;
+constexpr std::uint64_t kGroupSharedHead = 60 * 1024;
+constexpr std::uint64_t kGroupFilesPerFolder = 500;
+
+// One file of the same-size group: the shared head, then a tail made from tailId.
+void writeGroupFile(const std::string& path, std::uint64_t tailId) {
+    static std::vector<std::uint8_t> bytes;
+    if (bytes.empty()) {
+        bytes.resize(kGroupFileSize);
+        std::mt19937_64 head(0x5EED5EED);
+        for (std::size_t i = 0; i < kGroupSharedHead; i += 8) {
+            const std::uint64_t word = head();
+            std::memcpy(bytes.data() + i, &word, 8);
+        }
+    }
+    std::mt19937_64 tail(tailId * 0x9E3779B97F4A7C15ULL + 7);
+    for (std::size_t i = kGroupSharedHead; i < kGroupFileSize; i += 8) {
+        const std::uint64_t word = tail();
+        std::memcpy(bytes.data() + i, &word, 8);
+    }
+    const int fd = ::open(path.c_str(), O_CREAT | O_WRONLY | O_TRUNC, 0644);
+    if (fd < 0 || ::write(fd, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
+        std::perror(path.c_str());
+        std::exit(1);
+    }
+    ::close(fd);
+}
+
 struct Made {
     std::string path;
     std::uint64_t id;
@@ -84,24 +117,40 @@ std::optional<std::uint64_t> number(const char* text) {
 
 int usage(const char* why) {
     std::fprintf(stderr,
-                 "make_corpus: %s\nusage: make_corpus OUT_DIR [PATHS] [START]\n"
+                 "make_corpus: %s\nusage: make_corpus [--same-size-group=N] OUT_DIR [PATHS] [START]\n"
                  "  OUT_DIR is made new; an existing OUT_DIR is replaced only when it is empty or an\n"
-                 "  earlier corpus (it holds %s)\n",
+                 "  earlier corpus (it holds %s); --same-size-group=N makes N of the files exactly\n"
+                 "  65,536 bytes\n",
                  why, kCorpusMarker);
     return 2;
 }
 
 int main(int argc, char** argv) {
-    if (argc < 2 || argc > 4)
+    std::uint64_t groupFiles = 0;
+    std::vector<const char*> args;
+    constexpr std::string_view kGroupOption = "--same-size-group=";
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view arg = argv[i];
+        if (arg.starts_with(kGroupOption)) {
+            const auto count = number(argv[i] + kGroupOption.size());
+            if (!count)
+                return usage("--same-size-group takes a whole number");
+            groupFiles = *count;
+        } else if (arg.starts_with("-")) {
+            return usage((std::string("unknown option: ") + argv[i]).c_str());
+        } else {
+            args.push_back(argv[i]);
+        }
+    }
+    if (args.empty() || args.size() > 3)
         return usage("one folder and at most two numbers");
-    for (int i = 1; i < argc; ++i)
-        if (argv[i][0] == '-')
-            return usage((std::string("no options: ") + argv[i]).c_str());
-    const fs::path out = argv[1];
-    const auto targetArg = argc > 2 ? number(argv[2]) : std::optional<std::uint64_t>(200000);
-    const auto start = argc > 3 ? number(argv[3]) : std::optional<std::uint64_t>(42);
+    const fs::path out = args[0];
+    const auto targetArg = args.size() > 1 ? number(args[1]) : std::optional<std::uint64_t>(200000);
+    const auto start = args.size() > 2 ? number(args[2]) : std::optional<std::uint64_t>(42);
     if (!targetArg || !start)
         return usage("PATHS and START are whole numbers");
+    if (groupFiles >= *targetArg / 2)
+        return usage("the same-size group must be under half of PATHS");
     // Never deletes a folder it did not make.
     std::error_code error;
     if (fs::exists(out, error) && !fs::is_empty(out, error) && !fs::exists(out / kCorpusMarker, error))
@@ -123,6 +172,24 @@ int main(int argc, char** argv) {
         folders.push_back(dir);
     }
     std::uint64_t paths = folderCount + 20 + 20 * 50;
+    // The same-size group, in folders of its own (a store of fixed-size blocks).
+    std::uint64_t groupCopies = 0;
+    std::vector<std::uint64_t> tails;
+    for (std::uint64_t g = 0; g < groupFiles; ++g) {
+        const fs::path dir = out / "blocks" / ("part" + std::to_string(g / kGroupFilesPerFolder));
+        if (g % kGroupFilesPerFolder == 0) {
+            fs::create_directories(dir);
+            ++paths;
+        }
+        const bool copy = g > 0 && uniform(0, 19) == 0;
+        if (copy)
+            ++groupCopies;
+        tails.push_back(copy ? tails[uniform(0, g - 1)] : g);
+        writeGroupFile((dir / ("block" + std::to_string(g) + ".bin")).string(), tails.back());
+        ++paths;
+    }
+    if (groupFiles > 0)
+        ++paths; // the blocks folder
     std::vector<Made> originals;
     std::uint64_t nextId = 1;
     std::uint64_t files = 0, duplicates = 0, band = 0, big = 0, links = 0, hardLinks = 0, hidden = 0,
@@ -190,11 +257,13 @@ int main(int argc, char** argv) {
     }
     std::printf(
         "corpus %s: about %llu paths: %llu files (%llu copies), %llu in the 50 kB-2 MB band, %llu large, "
-        "%llu empty, %llu hidden, %llu symbolic links, %llu hard links, %llu folders, 20 copied folders\n",
+        "%llu empty, %llu hidden, %llu symbolic links, %llu hard links, %llu folders, 20 copied folders; "
+        "%llu files of 65,536 bytes (%llu copies)\n",
         out.c_str(), static_cast<unsigned long long>(paths), static_cast<unsigned long long>(files),
         static_cast<unsigned long long>(duplicates), static_cast<unsigned long long>(band),
         static_cast<unsigned long long>(big), static_cast<unsigned long long>(empty),
         static_cast<unsigned long long>(hidden), static_cast<unsigned long long>(links),
-        static_cast<unsigned long long>(hardLinks), static_cast<unsigned long long>(folderCount));
+        static_cast<unsigned long long>(hardLinks), static_cast<unsigned long long>(folderCount),
+        static_cast<unsigned long long>(groupFiles), static_cast<unsigned long long>(groupCopies));
     return 0;
 }

@@ -77,7 +77,7 @@ template <typename Write> void CVGroup::changeCounter(std::string_view key, Writ
     if (notifier)
         notifier->willChangeValueForKey(key);
     {
-        std::lock_guard guard(m_mutex);
+        std::lock_guard guard(lock());
         write();
     }
     if (notifier)
@@ -85,7 +85,7 @@ template <typename Write> void CVGroup::changeCounter(std::string_view key, Writ
 }
 
 bool CVGroup::autocollected() const {
-    std::lock_guard guard(m_mutex);
+    std::lock_guard guard(lock());
     return m_autocollected;
 }
 
@@ -94,7 +94,7 @@ void CVGroup::setAutocollected(bool value) {
 }
 
 std::int64_t CVGroup::filesToRemoveCount() const {
-    std::lock_guard guard(m_mutex);
+    std::lock_guard guard(lock());
     return m_filesToRemoveCount;
 }
 
@@ -103,17 +103,17 @@ void CVGroup::setFilesToRemoveCount(std::int64_t count) {
 }
 
 std::int64_t CVGroup::silentFilesToRemoveCount() const {
-    std::lock_guard guard(m_mutex);
+    std::lock_guard guard(lock());
     return m_silentFilesToRemoveCount;
 }
 
 void CVGroup::setSilentFilesToRemoveCount(std::int64_t count) {
-    std::lock_guard guard(m_mutex);
+    std::lock_guard guard(lock());
     m_silentFilesToRemoveCount = count;
 }
 
 std::uint64_t CVGroup::totalSize() const {
-    std::lock_guard guard(m_mutex);
+    std::lock_guard guard(lock());
     return m_totalSize;
 }
 
@@ -122,7 +122,7 @@ void CVGroup::setTotalSize(std::uint64_t size) {
 }
 
 std::uint64_t CVGroup::removedFilesCount() const {
-    std::lock_guard guard(m_mutex);
+    std::lock_guard guard(lock());
     return m_removedFilesCount;
 }
 
@@ -138,7 +138,56 @@ void CVGroup::addFile(const std::shared_ptr<CVFile>& file) {
     setTotalSize(totalSize() + file->sizeOnDisk());
 }
 
+const CVFile* CVGroup::firstMember() const {
+    const auto& members = children();
+    return members.empty() ? nullptr : static_cast<const CVFile*>(members.front().get());
+}
+
+void CVGroup::keepWhatTheFirstMemberGives(const CVFile* leaving) {
+    const CVFile* first = firstMember();
+    if (!first || first != leaving)
+        return;
+    if (m_nameFromFirst) {
+        setName(first->title());
+        m_nameFromFirst = false;
+    }
+    if (m_leadFromFirst) {
+        setPath(first->path());
+        m_utiType = first->uti();
+        m_leadFromFirst = false;
+    }
+}
+
+std::string CVGroup::path() const {
+    if (m_leadFromFirst)
+        if (const CVFile* first = firstMember())
+            return first->path();
+    return CVNode::path();
+}
+
+std::string CVGroup::name() const {
+    if (m_nameFromFirst)
+        if (const CVFile* first = firstMember())
+            return first->title();
+    return CVNode::name();
+}
+
+std::string CVGroup::uti() const {
+    if (m_leadFromFirst)
+        if (const CVFile* first = firstMember())
+            return first->uti();
+    return CVNode::uti();
+}
+
+std::string CVGroup::utiType() const {
+    if (m_leadFromFirst)
+        if (const CVFile* first = firstMember())
+            return first->uti();
+    return m_utiType;
+}
+
 void CVGroup::removeFile(CVFile* file) {
+    keepWhatTheFirstMemberGives(file);
     if (file->needToRemove())
         decFilesToRemoveCount();
     const std::uint64_t total = totalSize();
@@ -148,6 +197,7 @@ void CVGroup::removeFile(CVFile* file) {
 }
 
 void CVGroup::removeFileSilently(CVFile* file) {
+    keepWhatTheFirstMemberGives(file);
     if (file->needToRemove())
         decFilesToRemoveCount();
     const std::uint64_t total = totalSize();
@@ -167,18 +217,29 @@ void CVGroup::analyseFileData(CVFile& file) {
         setSize(file.size());
         setSizeOnDisk(file.sizeOnDisk());
     }
-    if (name().empty())
+    // The first member gives its title, path and type identifier when asked; a later
+    // member gives them (kept) only when the first could not.
+    const bool first = firstMember() == &file && children().size() == 1;
+    if (first && CVNode::name().empty()) {
+        m_nameFromFirst = true;
+    } else if (name().empty()) {
         setName(file.title());
+        m_nameFromFirst = false;
+    }
     const std::int32_t fileType = file.type();
     if (fileType != kNodeTypeUnknown) {
         if (type() == kNodeTypeUnknown) {
             setType(fileType);
-            setPath(file.path());
-            m_utiType = file.uti();
+            if (first) {
+                m_leadFromFirst = true;
+            } else {
+                setPath(file.path());
+                m_utiType = file.uti();
+            }
         } else if (type() == kNodeTypePlainFolder && fileType == kNodeTypePlainFolder) {
             m_mixedGroup = false;
         } else {
-            m_mixedGroup = m_utiType != file.uti();
+            m_mixedGroup = utiType() != file.uti();
         }
     }
     if (!file.removeForbidden()) {
@@ -249,8 +310,10 @@ bool CVGroup::hardLinkCheck() const {
 }
 
 std::string CVGroup::basePathForFiles() {
-    if (m_basePathString)
-        return *m_basePathString;
+    if (!m_commonPaths)
+        m_commonPaths = std::make_unique<CommonPaths>();
+    if (m_commonPaths->basePath)
+        return *m_commonPaths->basePath;
     std::string base = "/";
     if (!children().empty()) {
         const auto first = pathComponents(children().front()->path());
@@ -268,13 +331,15 @@ std::string CVGroup::basePathForFiles() {
         for (std::size_t i = 1; i + 1 <= depth && i < first.size(); ++i)
             base += first[i] + "/";
     }
-    m_basePathString = fileURLStringFromPath(base);
-    return *m_basePathString;
+    m_commonPaths->basePath = fileURLStringFromPath(base);
+    return *m_commonPaths->basePath;
 }
 
 std::string CVGroup::commonPath() {
-    if (m_commonPath)
-        return *m_commonPath;
+    if (!m_commonPaths)
+        m_commonPaths = std::make_unique<CommonPaths>();
+    if (m_commonPaths->commonPath)
+        return *m_commonPaths->commonPath;
     std::string result;
     if (!children().empty()) {
         const std::string base = filePathFromURLString(basePathForFiles()).value_or("/");
@@ -283,7 +348,7 @@ std::string CVGroup::commonPath() {
         if (first.size() > baseComponents.size())
             result = base + first[baseComponents.size()];
     }
-    m_commonPath = result;
+    m_commonPaths->commonPath = result;
     return result;
 }
 

@@ -1,6 +1,9 @@
 #pragma once
 // CVGroup: one set of content-identical files or folders. Its children are its
-// members; its size, type and name come from its first members; it keeps the counters
+// members; its size, type, name, path and type identifier come from its first members,
+// read from the first member when asked (and kept in the group only when that member
+// leaves it or another member gave them), so that a group costs little beyond its
+// member list; it keeps the counters
 // that selection, removal and the results view observe. "autocollected",
 // "childrenCount", "totalSize" and "filesToRemoveCount" are announced through the
 // group's change notifier on the main queue; members point back through parentGroup,
@@ -65,7 +68,12 @@ public:
     void setTotalSize(std::uint64_t size);
     std::uint64_t removedFilesCount() const;
     void setRemovedFilesCount(std::uint64_t count);
-    const std::string& utiType() const { return m_utiType; }
+    std::string utiType() const;
+
+    // The first member's path, title and type identifier, or what the group keeps.
+    std::string path() const override;
+    std::string name() const override;
+    std::string uti() const override;
 
     // Add or subtract one marked member and clear autocollected; the decrement does
     // nothing while the count is below 1.
@@ -94,9 +102,20 @@ public:
 
 private:
     template <typename Write> void changeCounter(std::string_view key, Write write);
+    // The first member, when the group reads its name or path from it.
+    const CVFile* firstMember() const;
+    // Keeps what the group reads from its first member, before that member leaves.
+    void keepWhatTheFirstMemberGives(const CVFile* leaving);
 
-    mutable std::mutex m_mutex;
+    struct CommonPaths {
+        std::optional<std::string> basePath;
+        std::optional<std::string> commonPath;
+    };
+
+    // The counters below are guarded by the node's lock.
     bool m_autocollected = false;
+    bool m_nameFromFirst = false; // the name is the first member's title
+    bool m_leadFromFirst = false; // the path and type identifier are the first member's
     bool m_mixedGroup = false;
     bool m_allFilesForbidden = false;
     bool m_contentVerified = false;
@@ -106,8 +125,7 @@ private:
     std::uint64_t m_totalSize = 0;
     std::uint64_t m_removedFilesCount = 0;
     std::string m_utiType;
-    std::optional<std::string> m_basePathString;
-    std::optional<std::string> m_commonPath;
+    std::unique_ptr<CommonPaths> m_commonPaths; // made when first asked
 };
 
 } // namespace corvel

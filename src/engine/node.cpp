@@ -22,10 +22,7 @@ namespace corvel {
 struct CVNode::Extras {
     std::shared_ptr<CVSignature> signature;
     std::weak_ptr<CVFolder> rootFolder;
-    CVGroup* parentGroup = nullptr;
     std::string name;
-    std::string uti;
-    bool utiKnown = false;
     PropertyValue info;
     bool infoKnown = false;
     std::unique_ptr<ChangeNotifier> notifier;
@@ -53,8 +50,33 @@ std::string fileTitle(std::string_view path) {
 
 CVNode::CVNode(std::string path) : m_path(std::move(path)) {}
 
+struct CVNode::ChildList {
+    std::vector<NodePtr> nodes;
+    std::atomic<std::uint64_t> count{0};
+};
+
 CVNode::~CVNode() {
     delete m_extras.load();
+    delete m_children.load();
+}
+
+CVNode::ChildList& CVNode::childList() {
+    ChildList* list = m_children.load(std::memory_order_acquire);
+    if (!list) {
+        list = new ChildList;
+        m_children.store(list, std::memory_order_release);
+    }
+    return *list;
+}
+
+std::uint64_t CVNode::childrenCount() const {
+    const ChildList* list = m_children.load(std::memory_order_acquire);
+    return list ? list->count.load(std::memory_order_relaxed) : 0;
+}
+
+void CVNode::setChildrenCountSilently(std::uint64_t count) {
+    if (count != 0 || m_children.load(std::memory_order_acquire))
+        childList().count.store(count, std::memory_order_relaxed);
 }
 
 std::mutex& CVNode::lock() const {
@@ -184,18 +206,23 @@ void CVNode::setSize(std::uint64_t size) {
 }
 
 void CVNode::setChildrenCount(std::uint64_t count) {
-    changeObserved("childrenCount", [&] { m_childrenCount.store(count, std::memory_order_relaxed); });
+    ChildList& list = childList();
+    changeObserved("childrenCount", [&] { list.count.store(count, std::memory_order_relaxed); });
 }
 
 const std::vector<NodePtr>& CVNode::children() const {
     static const std::vector<NodePtr> none;
-    return m_children ? *m_children : none;
+    const ChildList* list = m_children.load(std::memory_order_acquire);
+    return list ? list->nodes : none;
+}
+
+void CVNode::fitChildren() {
+    if (ChildList* list = m_children.load(std::memory_order_acquire))
+        list->nodes.shrink_to_fit();
 }
 
 std::vector<NodePtr>& CVNode::mutableChildren() {
-    if (!m_children)
-        m_children = std::make_unique<std::vector<NodePtr>>();
-    return *m_children;
+    return childList().nodes;
 }
 
 void CVNode::addChild(NodePtr child) {
@@ -213,14 +240,12 @@ void CVNode::removeChild(const CVNode* child) {
 }
 
 std::string CVNode::uti() const {
-    Extras& e = extras();
-    std::lock_guard guard(lock());
-    if (!e.utiKnown) {
-        e.uti = TypeIdentifiers::shared().preferredIdentifierForExtension(
-            pathExtension(m_path)); // name or path: same extension
-        e.utiKnown = true;
+    std::string extension;
+    {
+        std::lock_guard guard(lock());
+        extension = pathExtension(m_path); // name or path: same extension
     }
-    return e.uti;
+    return TypeIdentifiers::shared().preferredIdentifierForExtension(extension);
 }
 
 const CVSignature& CVNode::signature() {
@@ -259,16 +284,6 @@ CVFile::CVFile(std::string path, std::string name, std::uint64_t size, std::uint
 }
 
 CVFile::~CVFile() = default;
-
-CVGroup* CVFile::parentGroup() const {
-    const Extras* e = extrasIfAny();
-    return e ? e->parentGroup : nullptr;
-}
-
-void CVFile::setParentGroup(CVGroup* group) {
-    if (group || extrasIfAny())
-        extras().parentGroup = group;
-}
 
 std::shared_ptr<CVFolder> CVFile::rootFolder() const {
     const Extras* e = extrasIfAny();

@@ -8,9 +8,10 @@
 // group clears when it dies. Nodes are built on the scan thread and read on the main thread; the
 // observed properties ("size", "childrenCount", "needToRemove", "wasRemoved") are
 // written under the node's lock and announced through the node's change notifier on
-// the main queue. Rarely used state (name, type identifier, library record, notifier)
-// lives out of line and is made on first use, and so do the signature, the group and
-// root-folder links and the child list, so a plain file node stays small.
+// the main queue. Rarely used state (name, library record, notifier) lives out of line
+// and is made on first use, and so do the signature, the root-folder link and the child
+// list with its count, so a plain file node stays small; the group link is kept in the
+// file itself, because every member of every group has one.
 
 #include <atomic>
 #include <cstdint>
@@ -71,7 +72,7 @@ public:
     // The path as stored: absolute, or just the name for a walked node.
     const std::string& storedPath() const { return m_path; }
     // Display name; empty unless set (groups take their first member's title).
-    std::string name() const;
+    virtual std::string name() const;
     void setName(std::string name);
 
     std::uint64_t size() const { return m_size.load(std::memory_order_relaxed); }
@@ -87,7 +88,7 @@ public:
 
     // The children in the order added (empty for plain files).
     const std::vector<NodePtr>& children() const;
-    std::uint64_t childrenCount() const { return m_childrenCount.load(std::memory_order_relaxed); }
+    std::uint64_t childrenCount() const;
     // The children marked for removal (files with needToRemove), in order.
     std::vector<NodePtr> childrenToRemove() const;
     // Read from the file system when asked: the birth time where the file system keeps
@@ -97,12 +98,16 @@ public:
     // Appends (raising childrenCount, announced) / removes the first occurrence (lowering it).
     void addChild(NodePtr child);
     void removeChild(const CVNode* child);
+    // Gives back the child list's spare room once no more children are expected (the walk
+    // calls it when a folder's entries are all in); adding later still works.
+    void fitChildren();
     // Sets childrenCount without announcing it.
-    void setChildrenCountSilently(std::uint64_t count) { m_childrenCount = count; }
+    void setChildrenCountSilently(std::uint64_t count);
     void setChildrenCount(std::uint64_t count);
 
-    // The preferred type identifier of the path's extension; computed once.
-    std::string uti() const;
+    // The preferred type identifier of the path's extension (a table look-up on each call:
+    // nothing is kept).
+    virtual std::string uti() const;
     // The content signature, made on first use from path, size, type and type identifier.
     // Scan thread only.
     const CVSignature& signature();
@@ -132,14 +137,16 @@ protected:
 
     // The child list, made on the first child (files never have one).
     std::vector<NodePtr>& mutableChildren();
-    std::unique_ptr<std::vector<NodePtr>> m_children;
 
 private:
+    struct ChildList;
+    ChildList& childList();
+    // The children and their count, made by the thread that adds the first child.
+    std::atomic<ChildList*> m_children{nullptr};
     std::string m_path;
     std::atomic<std::uint64_t> m_size{0};
     std::uint64_t m_sizeOnDisk = 0;
     std::uint64_t m_inodeNumber = 0;
-    std::atomic<std::uint64_t> m_childrenCount{0};
     mutable std::atomic<Extras*> m_extras{nullptr};
     // Last, so that a derived class's small fields fill the padding after it.
     std::atomic<std::int32_t> m_type{0};
@@ -176,8 +183,8 @@ public:
 
     CVFolder* parentFolder() const { return m_parentFolder; }
     void setParentFolder(CVFolder* folder) { m_parentFolder = folder; }
-    CVGroup* parentGroup() const;
-    void setParentGroup(CVGroup* group);
+    CVGroup* parentGroup() const { return m_parentGroup; }
+    void setParentGroup(CVGroup* group) { m_parentGroup = group; }
     // The library or bundle folder that holds the file, if any. Held weakly: the root
     // is an ancestor, and a strong link would make a cycle with its children.
     std::shared_ptr<CVFolder> rootFolder() const;
@@ -274,6 +281,7 @@ private:
     std::atomic<std::uint16_t> m_flags{0};
     std::atomic<std::int8_t> m_selectionType{0};
     CVFolder* m_parentFolder = nullptr;
+    CVGroup* m_parentGroup = nullptr;
     std::int64_t m_statCTime = 0;
     std::int64_t m_statMTime = 0; // nanoseconds, or seconds with kMTimeInSeconds
 };

@@ -12,7 +12,7 @@
 
 namespace corvel {
 
-SignatureDigest digestOfFile(CVFile& file) {
+SignatureDigest digestOfFile(CVFile& file, KeptBytesBudget* budget) {
     // Signatures too large to keep go to a buffer each thread keeps and reuses.
     thread_local std::vector<std::uint8_t> scratch;
     SignatureDigest digest;
@@ -32,8 +32,9 @@ SignatureDigest digestOfFile(CVFile& file) {
             return digest;
         digest.item = itemRemovalAccess(opened.fd());
         std::uint8_t* into;
-        if (expected <= kKeptSignatureBytes) {
-            digest.bytes = std::make_unique_for_overwrite<std::uint8_t[]>(expected);
+        if (expected <= kKeptSignatureBytes)
+            digest.bytes = makeKeptBytes(expected, budget);
+        if (digest.bytes) {
             into = digest.bytes.get();
         } else {
             if (scratch.size() < expected)

@@ -1,9 +1,10 @@
 #pragma once
 // Digests of files' content signatures (length and a 64-bit hash of the bytes), and
 // the files of a size group sorted into classes of equal signatures by them.
-// Signatures of at most kKeptSignatureBytes are kept with their digest, so that files
-// sharing a digest can be confirmed byte for byte without reading them again; larger
-// ones are read again for that.
+// Signatures of at most kKeptSignatureBytes are kept with their digest while the scan's
+// KeptBytesBudget allows, so that files sharing a digest can be confirmed byte for byte
+// without reading them again; larger ones, and those the budget leaves out, are read
+// again for that.
 
 #include <cstdint>
 #include <functional>
@@ -11,6 +12,7 @@
 #include <optional>
 #include <vector>
 
+#include "kept_bytes_budget.h"
 #include "platform/file_access.h"
 
 namespace corvel {
@@ -22,8 +24,9 @@ struct SignatureDigest {
     std::uint64_t hash = 0;
     // The signature compares from disk (a large text document): no hash was taken.
     bool streamed = false;
-    // The signature's length bytes when it is small enough to keep, else null.
-    std::unique_ptr<std::uint8_t[]> bytes;
+    // The signature's length bytes when it is small enough to keep and the budget
+    // allowed them, else null.
+    KeptBytes bytes;
     // What removing the file needs to know of it, read from the same opening; nothing
     // when the signature was read some other way (a bundle, a streamed signature).
     std::optional<ItemRemovalAccess> item;
@@ -33,8 +36,10 @@ struct SignatureDigest {
 
 inline constexpr std::uint64_t kKeptSignatureBytes = 64 * 1024;
 
-// The digest of a file's signature, computed on the calling thread.
-SignatureDigest digestOfFile(CVFile& file);
+// The digest of a file's signature, computed on the calling thread. The bytes of a
+// signature of at most kKeptSignatureBytes are kept when budget allows them (always
+// when budget is null).
+SignatureDigest digestOfFile(CVFile& file, KeptBytesBudget* budget);
 
 // A file of a size group in a class of equal signatures.
 struct ClassMember {

@@ -23,10 +23,11 @@
 //    large group. For each file they read its content signature (a sampled 19600 bytes
 //    from 500000 bytes up, the whole file below) and take its length and a 64-bit XXH3
 //    hash; the same opening tells the file's owner and lock flags. Signatures of up to
-//    64 KiB are kept with the digest, larger ones freed at once (64 MB at most per
-//    group). The thread that reads a group's last chunk sorts the group into classes:
-//    files are bucketed by digest, and only files that share a digest are confirmed
-//    byte for byte (from the kept bytes, or read again from the page cache). The
+//    64 KiB are kept with the digest, larger ones freed at once; the kept bytes of all
+//    groups stay within one budget of a few MiB (kKeptBytesBudget), beyond which a
+//    signature is not kept. The thread that reads a group's last chunk sorts the group
+//    into classes: files are bucketed by digest, and only files that share a digest are
+//    confirmed byte for byte (from the kept bytes, or read again from the page cache). The
 //    digests are then freed on that thread. The scan thread reads chunks itself while
 //    the group it waits for is not ready.
 //
@@ -396,7 +397,7 @@ void CVDuplicatesLocator::beginSizeSearch(const std::vector<std::uint64_t>& size
         systemLogf("Max size = %@", sizes.front());
     m_counters.sizes = useful;
     m_reader = std::make_unique<SizeGroupReader>(
-        readerThreads(), [this] { return state() != 0; }, &m_counters.bytesRead);
+        readerThreads(), [this] { return state() != 0; }, &m_counters.bytesRead, m_keptBytesLimit);
     m_queuedUpTo = 0;
     m_folderAccess.clear();
 }
@@ -527,10 +528,11 @@ EqualClasses CVDuplicatesLocator::classesOfSizeGroup(const std::vector<NodePtr>&
     std::vector<CVFile*> files;
     std::vector<std::size_t> positions;
     comparableFiles(nodes, files, positions);
+    KeptBytesBudget budget(m_keptBytesLimit);
     std::vector<SignatureDigest> digests;
     digests.reserve(files.size());
     for (CVFile* file : files)
-        digests.push_back(state() != 0 ? digestOfFile(*file) : SignatureDigest());
+        digests.push_back(state() != 0 ? digestOfFile(*file, &budget) : SignatureDigest());
     for (const auto& digest : digests)
         m_counters.bytesRead.fetch_add(digest.length, std::memory_order_relaxed);
     return equalClasses(files, positions, digests, [this] { return state() != 0; });

@@ -111,6 +111,9 @@ public:
     void setMinimumSizeOverride(std::optional<std::uint64_t> bytes) { m_minimumSizeOverride = bytes; }
     // Files and folders larger than this are not compared in this scan; nothing: no limit.
     void setMaximumSizeOverride(std::optional<std::uint64_t> bytes) { m_maximumSizeOverride = bytes; }
+    // How many signature bytes a scan keeps at once for the byte comparison, all size
+    // groups together (kKeptBytesBudget unless set); the rest is read again when needed.
+    void setKeptBytesLimit(std::uint64_t bytes) { m_keptBytesLimit = bytes; }
     // Whether the last scan left sizes below its minimum unsearched: with the automatic
     // minimum, those the rule of the largest groups cut off (read after the scan ended).
     bool smallerSizesSkipped() const { return m_smallerSizesSkipped; }
@@ -206,6 +209,7 @@ private:
     std::atomic<double> m_progressDelta{0};
     std::optional<std::uint64_t> m_minimumSizeOverride;
     std::optional<std::uint64_t> m_maximumSizeOverride;
+    std::uint64_t m_keptBytesLimit = kKeptBytesBudget;
     bool m_smallerSizesSkipped = false;
     ScanCounters m_counters;
     std::atomic<std::uint64_t> m_unremovableGroupsLeftOut{0};

@@ -72,6 +72,7 @@ struct CVFilesHierarchy::Walk {
             return;
         const std::shared_ptr<CVFolder> folder = std::move(stack.back().folder);
         stack.pop_back();
+        folder->fitChildren();
         if (!stack.empty())
             stack.back().folder->addChildFile(folder);
     }
@@ -117,7 +118,7 @@ void CVFilesHierarchy::fatalErrorOccured() {
 void CVFilesHierarchy::sortFoldersBySize(const std::vector<std::shared_ptr<CVFolder>>& folders) {
     for (const auto& folder : folders)
         if (folder->size() != 0 && folder->childrenCount() != 0)
-            m_comparable.emplace_back(folder->size(), folder);
+            m_comparable.emplace_back(folder->size(), folder.get());
 }
 
 void CVFilesHierarchy::fileComparableNodes() {
@@ -136,11 +137,10 @@ void CVFilesHierarchy::fileComparableNodes() {
         auto& nodes = m_filesGroupedBySize[m_comparable[i].first];
         nodes.reserve(nodes.size() + (end - i));
         for (std::size_t k = i; k < end; ++k)
-            nodes.push_back(std::move(m_comparable[k].second));
+            nodes.push_back(m_comparable[k].second->shared_from_this());
         i = end;
     }
-    m_comparable.clear();
-    m_comparable.shrink_to_fit();
+    std::vector<std::pair<std::uint64_t, CVNode*>>().swap(m_comparable);
 }
 
 void CVFilesHierarchy::canonicaliseRootPaths() {
@@ -303,7 +303,7 @@ void CVFilesHierarchy::addFile(Walk& walk, const WalkEntry& entry) {
     if (entry.pathTooLong)
         noteIncomplete(walk, entry, std::strerror(ENAMETOOLONG));
     if (!file->ignore())
-        m_comparable.emplace_back(file->size(), std::move(file));
+        m_comparable.emplace_back(file->size(), file.get());
 }
 
 void CVFilesHierarchy::addFolder(Walk& walk, const WalkEntry& entry) {

@@ -100,8 +100,9 @@ private:
     SizeGroups m_filesGroupedBySize;
     SizeGroups m_foldersGroupedBySize;
     // Comparable nodes in walk order with their sizes; filed by size when the walk ends
-    // (one sort instead of a dictionary look-up per file).
-    std::vector<std::pair<std::uint64_t, NodePtr>> m_comparable;
+    // (one sort instead of a dictionary look-up per file). The tree owns the nodes and
+    // loses none while it is built, so plain pointers do.
+    std::vector<std::pair<std::uint64_t, CVNode*>> m_comparable;
     void fileComparableNodes();
     // Each root as its real path (links and "." resolved); a root given twice, or a
     // link to another root, is walked once.

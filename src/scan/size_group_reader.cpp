@@ -1,7 +1,6 @@
 #include "size_group_reader.h"
 
 #include <algorithm>
-#include <atomic>
 
 namespace corvel {
 
@@ -16,13 +15,11 @@ struct SizeGroupReader::Group {
     std::size_t finished = 0;
     bool done = false;
     EqualClasses classes;
-    // Signature bytes kept so far, by all the chunks.
-    std::atomic<std::uint64_t> kept{0};
 };
 
 SizeGroupReader::SizeGroupReader(unsigned threads, std::function<bool()> keepGoing,
-                                 std::atomic<std::uint64_t>* bytesRead)
-    : m_keepGoing(std::move(keepGoing)), m_bytesRead(bytesRead) {
+                                 std::atomic<std::uint64_t>* bytesRead, std::uint64_t keptBytesLimit)
+    : m_keepGoing(std::move(keepGoing)), m_bytesRead(bytesRead), m_keptBytes(keptBytesLimit) {
     for (unsigned i = 0; i < threads; ++i)
         m_threads.emplace_back([this] { work(); });
 }
@@ -80,12 +77,9 @@ bool SizeGroupReader::workOnce(std::unique_lock<std::mutex>& lock) {
     lock.unlock();
     for (std::size_t n = from; n < to && m_keepGoing(); ++n) {
         SignatureDigest& digest = group.digests[n];
-        digest = digestOfFile(*group.files[n]);
+        digest = digestOfFile(*group.files[n], &m_keptBytes);
         if (m_bytesRead)
             m_bytesRead->fetch_add(digest.length, std::memory_order_relaxed);
-        const std::uint64_t length = digest.keptLength();
-        if (length > 0 && group.kept.fetch_add(length, std::memory_order_relaxed) + length > kMaxKeptBytes)
-            digest.bytes.reset();
     }
     lock.lock();
     const bool last = ++group.finished == group.chunks;

@@ -7,8 +7,9 @@
 // reads a group's last chunk sorts the group into classes: the digests, and the bytes
 // kept with them, stay on the reader threads and are freed there. The readers start a
 // chunk only within kWindow files of the oldest group not taken (that group itself is
-// always open), which bounds the digests held; a group keeps at most kMaxKeptBytes of
-// signature bytes for the byte comparison, and reads the rest again.
+// always open), which bounds the digests held. The signature bytes kept for the byte
+// comparison, of all groups together, stay within one KeptBytesBudget; signatures read
+// beyond it are not kept, and are read again when their digest is shared.
 
 #include <atomic>
 #include <condition_variable>
@@ -28,13 +29,14 @@ class SizeGroupReader {
 public:
     static constexpr std::size_t kWindow = 256;
     static constexpr std::size_t kChunk = 16;
-    static constexpr std::uint64_t kMaxKeptBytes = 64 << 20;
 
     // keepGoing is asked between files, on any thread: false stops the reading and
     // sorting under way, which then answer what they have.
     // bytesRead, when given, counts the signature bytes the readers read (not owned).
+    // keptBytesLimit bounds the signature bytes kept at any time.
     SizeGroupReader(unsigned threads, std::function<bool()> keepGoing,
-                    std::atomic<std::uint64_t>* bytesRead = nullptr);
+                    std::atomic<std::uint64_t>* bytesRead = nullptr,
+                    std::uint64_t keptBytesLimit = kKeptBytesBudget);
     ~SizeGroupReader();
     SizeGroupReader(const SizeGroupReader&) = delete;
     SizeGroupReader& operator=(const SizeGroupReader&) = delete;
@@ -51,6 +53,8 @@ public:
     std::size_t pendingFiles() const;
     // Drops every queued group, waiting for the work under way.
     void clear();
+    // The budget of kept signature bytes (its use and peak; any thread).
+    const KeptBytesBudget& keptBytes() const { return m_keptBytes; }
 
 private:
     struct Group;
@@ -61,6 +65,8 @@ private:
 
     std::function<bool()> m_keepGoing;
     std::atomic<std::uint64_t>* m_bytesRead = nullptr;
+    // Before the groups: the digests they hold give their bytes back to it.
+    KeptBytesBudget m_keptBytes;
     mutable std::mutex m_mutex;
     std::condition_variable m_workAvailable;
     std::condition_variable m_workDone;

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <ostream>
 
 #include "engine/folder.h"
 #include "engine/group.h"
@@ -47,6 +48,82 @@ TEST(Group, MembersAreFoldedIn) {
     group.reset();
     EXPECT_EQ(a->parentGroup(), nullptr) << "a dying group lets go of its members";
 }
+
+// What a group shows of its members (name, path, type identifiers) before and after a
+// member leaves it: the first member's, or the first member that could give them.
+struct LeadCase {
+    const char* name;
+    std::vector<std::string> paths; // "folder:" first: a folder of unknown type
+    int leaving;                    // the member that leaves, -1 none
+    bool silently;
+    std::string groupName, groupPath, uti;
+};
+
+void PrintTo(const LeadCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
+class GroupLead : public testing::TestWithParam<LeadCase> {};
+
+TEST_P(GroupLead, StaysWhenMembersLeave) {
+    const LeadCase& c = GetParam();
+    std::vector<std::shared_ptr<CVFile>> members;
+    for (const std::string& path : c.paths) {
+        if (path.starts_with("folder:"))
+            members.push_back(std::make_shared<CVFolder>(path.substr(7), ""));
+        else
+            members.push_back(member(path));
+    }
+    auto group = groupOf(members);
+    for (int step = 0; step < 2; ++step) {
+        SCOPED_TRACE(step == 0 ? "all members in" : "after one left");
+        EXPECT_EQ(group->name(), c.groupName);
+        EXPECT_EQ(group->path(), c.groupPath);
+        EXPECT_EQ(group->utiType(), c.uti);
+        EXPECT_EQ(group->uti(), c.uti.empty() ? "public.data" : c.uti);
+        if (c.leaving < 0)
+            break;
+        CVFile* leaving = members[static_cast<std::size_t>(c.leaving)].get();
+        if (c.silently)
+            group->removeFileSilently(leaving);
+        else
+            group->removeFile(leaving);
+        ASSERT_EQ(group->childrenCount(), c.paths.size() - 1);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, GroupLead,
+    testing::Values(
+        LeadCase{"NobodyLeaves",
+                 {"/p/Beach.jpg", "/q/copy.png"},
+                 -1,
+                 false,
+                 "Beach",
+                 "/p/Beach.jpg",
+                 "public.jpeg"},
+        LeadCase{
+            "FirstLeaves", {"/p/Beach.jpg", "/q/copy.png"}, 0, false, "Beach", "/p/Beach.jpg", "public.jpeg"},
+        LeadCase{"FirstLeavesSilently",
+                 {"/p/Beach.jpg", "/q/copy.png", "/r/x.gif"},
+                 0,
+                 true,
+                 "Beach",
+                 "/p/Beach.jpg",
+                 "public.jpeg"},
+        LeadCase{
+            "LaterLeaves", {"/p/Beach.jpg", "/q/copy.png"}, 1, false, "Beach", "/p/Beach.jpg", "public.jpeg"},
+        // A first member without a title: the next member names the group.
+        LeadCase{"FirstHasNoTitle", {"", "/q/Song.mp3"}, 0, false, "Song", "", "public.data"},
+        // A first member of unknown type: the next member gives the path and identifier.
+        LeadCase{"FirstHasNoType",
+                 {"folder:/p/Thing.bundle", "/q/Movie.mkv"},
+                 0,
+                 true,
+                 "Thing",
+                 "/q/Movie.mkv",
+                 "public.mkv"}),
+    [](const testing::TestParamInfo<LeadCase>& lead) { return std::string(lead.param.name); });
 
 TEST(Group, MarkedCountNeverGoesBelowZero) {
     auto a = member("/a/x.jpg");

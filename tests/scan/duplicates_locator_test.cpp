@@ -608,14 +608,20 @@ TEST_F(Locator, DigestBucketsFindExactlyWhatPairwiseComparisonFinds) {
                     reference.push_back(group);
         ASSERT_EQ(fast, reference);
 
-        // The same through a whole search, where reader threads sort the files ahead.
-        auto threadedLocator = harness.locator();
-        threadedLocator->setMinimumSizeOverride(1);
-        auto threadedWalk = harness.walk(roots, threadedLocator.get());
-        threadedLocator->startSearching();
-        CVNodeCache::sharedCache().resetCache();
-        threadedLocator->locateDuplicatesInDictionary(threadedWalk->filesGroupedBySize());
-        ASSERT_EQ(outcome(threadedLocator->duplicatesController()->allDuplicatesGroups()), reference);
+        // The same through a whole search, where reader threads sort the files ahead:
+        // with the usual budget of kept bytes, none (every shared digest read again), and
+        // room for one whole signature of 60,000 bytes at a time.
+        for (const std::uint64_t limit : {kKeptBytesBudget, std::uint64_t{0}, std::uint64_t{60000}}) {
+            SCOPED_TRACE("kept bytes " + std::to_string(limit));
+            auto threadedLocator = harness.locator();
+            threadedLocator->setMinimumSizeOverride(1);
+            threadedLocator->setKeptBytesLimit(limit);
+            auto threadedWalk = harness.walk(roots, threadedLocator.get());
+            threadedLocator->startSearching();
+            CVNodeCache::sharedCache().resetCache();
+            threadedLocator->locateDuplicatesInDictionary(threadedWalk->filesGroupedBySize());
+            ASSERT_EQ(outcome(threadedLocator->duplicatesController()->allDuplicatesGroups()), reference);
+        }
         compared += static_cast<int>(reference.size());
     }
     EXPECT_GT(compared, 100) << "the random trees must actually hold duplicates";

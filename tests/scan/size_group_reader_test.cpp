@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <memory>
+#include <ostream>
 #include <random>
 #include <string>
 #include <vector>
@@ -55,7 +56,7 @@ public:
     static EqualClasses reference(const std::vector<CVFile*>& files) {
         std::vector<SignatureDigest> digests;
         for (CVFile* file : files)
-            digests.push_back(digestOfFile(*file));
+            digests.push_back(digestOfFile(*file, nullptr));
         return equalClasses(files, positions(files), digests, always);
     }
 
@@ -90,7 +91,7 @@ TEST(EqualClasses, AreConfirmedByteForByteWhateverTheDigestsSay) {
     std::vector<CVFile*> files{a1.get(), b1.get(), a2.get(), gone.get(), b2.get(), shrunk.get(), a3.get()};
     std::vector<SignatureDigest> digests;
     for (CVFile* file : files)
-        digests.push_back(digestOfFile(*file));
+        digests.push_back(digestOfFile(*file, nullptr));
     // Every digest made equal, as a hash collision would; some bytes not kept.
     for (auto& digest : digests)
         digest.hash = 42;
@@ -165,6 +166,125 @@ TEST(SizeGroupReader, AStopEndsTheWorkWithWhatIsFound) {
             EXPECT_GE(equal.size(), 2u);
     reader.clear();
     EXPECT_EQ(reader.pendingFiles(), 0u);
+}
+
+// Size groups of one shape, for the kept-bytes budget: the files' contents are drawn from
+// a few variants, so that many digests are shared and must be confirmed byte for byte.
+struct BudgetShape {
+    const char* name;
+    std::size_t files;
+    std::size_t size;
+    std::size_t signature; // the bytes of one signature (sampled from 500,000 bytes up)
+    std::size_t variants;  // distinct contents among the files
+    std::size_t differsAt; // where the variants differ (they share everything before)
+    std::size_t groups;    // size groups of this shape queued one after the other
+};
+
+void PrintTo(const BudgetShape& shape, std::ostream* os) {
+    *os << shape.name;
+}
+
+class KeptBytesBudgetShapes : public testing::TestWithParam<BudgetShape> {
+protected:
+    void SetUp() override {
+        const BudgetShape& shape = GetParam();
+        std::mt19937 random(7);
+        for (std::size_t g = 0; g < shape.groups; ++g) {
+            auto& group = m_groups.emplace_back();
+            for (std::size_t i = 0; i < shape.files; ++i) {
+                std::string contents(shape.size, static_cast<char>('a' + g));
+                const std::size_t variant = random() % shape.variants;
+                for (std::size_t k = 0; k < 4 && shape.differsAt + k < shape.size; ++k)
+                    contents[shape.differsAt + k] = static_cast<char>('0' + (variant >> (2 * k)) % 4);
+                const std::string path =
+                    m_tree.file("g" + std::to_string(g) + "/f" + std::to_string(i), contents);
+                m_nodes.push_back(std::make_shared<CVFile>(path, "", shape.size));
+                group.push_back(m_nodes.back().get());
+            }
+        }
+    }
+
+    // Every group's classes through a reader with this limit; checks that the bytes kept
+    // never went beyond it and were all given back.
+    std::vector<EqualClasses> classes(unsigned threads, std::uint64_t limit, std::uint64_t* peak) const {
+        SizeGroupReader reader(threads, always, nullptr, limit);
+        for (const auto& files : m_groups)
+            reader.enqueue(files, Groups::positions(files));
+        std::vector<EqualClasses> out;
+        for (std::size_t g = 0; g < m_groups.size(); ++g)
+            out.push_back(reader.take());
+        EXPECT_LE(reader.keptBytes().peak(), limit);
+        EXPECT_EQ(reader.keptBytes().used(), 0u) << "every kept byte is given back";
+        *peak = reader.keptBytes().peak();
+        return out;
+    }
+
+    test::TempTree m_tree;
+    std::vector<std::shared_ptr<CVFile>> m_nodes;
+    std::vector<std::vector<CVFile*>> m_groups;
+};
+
+TEST_P(KeptBytesBudgetShapes, ATinyBudgetFindsTheClassesOfAnUnboundedOne) {
+    const BudgetShape& shape = GetParam();
+    std::vector<EqualClasses> expected;
+    std::size_t shared = 0;
+    for (const auto& files : m_groups) {
+        expected.push_back(Groups::reference(files));
+        for (const auto& equal : expected.back())
+            shared += equal.size();
+    }
+    ASSERT_GT(shared, shape.files / 2) << "most files must share their digest with another";
+    std::uint64_t unbounded = 0;
+    for (unsigned threads : {0u, 2u}) {
+        SCOPED_TRACE("threads " + std::to_string(threads));
+        const auto all = classes(threads, UINT64_MAX, &unbounded);
+        for (std::size_t g = 0; g < all.size(); ++g)
+            expectSameClasses(all[g], expected[g]);
+        // No room at all, room for one signature, for a few, and one byte short of them.
+        const std::uint64_t one = shape.signature;
+        for (const std::uint64_t limit : {std::uint64_t{0}, one, 3 * one, 3 * one - 1}) {
+            SCOPED_TRACE("limit " + std::to_string(limit));
+            std::uint64_t peak = 0;
+            const auto bounded = classes(threads, limit, &peak);
+            for (std::size_t g = 0; g < bounded.size(); ++g)
+                expectSameClasses(bounded[g], expected[g]);
+            if (limit >= one) {
+                EXPECT_GT(peak, 0u) << "signatures that fit are kept";
+            }
+        }
+    }
+    EXPECT_GT(unbounded, 3 * shape.signature) << "the shape must need more than the small budgets";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Shapes, KeptBytesBudgetShapes,
+    testing::Values(
+        // Many files of one size, a few distinct contents among them.
+        BudgetShape{"ManySameSizeFiles", 400, 4096, 4096, 6, 100, 1},
+        // Files that share a long prefix and differ in their last bytes, a whole
+        // kept signature of 64 KiB each.
+        BudgetShape{"EqualPrefixesDifferingLate", 60, 65536, 65536, 5, 65532, 1},
+        // Differences in the middle of sampled signatures (19,600 bytes kept of 600,000).
+        BudgetShape{"SampledLargeFiles", 24, 600000, 19600, 3, 0, 1},
+        // Several groups queued at once, sharing the one budget.
+        BudgetShape{"SeveralGroupsAtOnce", 40, 20000, 20000, 4, 19990, 5}),
+    [](const testing::TestParamInfo<BudgetShape>& shape) { return std::string(shape.param.name); });
+
+TEST(KeptBytesBudget, TakesWhatFitsAndGivesItBack) {
+    KeptBytesBudget budget(100);
+    {
+        KeptBytes a = makeKeptBytes(60, &budget);
+        ASSERT_TRUE(a);
+        EXPECT_FALSE(makeKeptBytes(41, &budget)) << "beyond the limit";
+        KeptBytes b = makeKeptBytes(40, &budget);
+        ASSERT_TRUE(b) << "exactly the limit";
+        EXPECT_EQ(budget.used(), 100u);
+        EXPECT_FALSE(makeKeptBytes(1, &budget));
+    }
+    EXPECT_EQ(budget.used(), 0u);
+    EXPECT_EQ(budget.peak(), 100u);
+    EXPECT_TRUE(makeKeptBytes(100, &budget));
+    EXPECT_TRUE(makeKeptBytes(1 << 20, nullptr)) << "no budget: no limit";
 }
 
 } // namespace
