@@ -19,6 +19,7 @@
 #include "settings/schedule_period.h"
 #include "stats_command.h"
 
+// NOLINTNEXTLINE(bugprone-exception-escape): an exception out of here is a bug; terminate shows where.
 int main(int argc, char** argv) {
     using namespace corvel;
     CLI::App app{"Corvel finds duplicate files and folders.", "corvel"};

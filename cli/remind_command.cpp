@@ -21,7 +21,7 @@ namespace {
 
 // "2026-12-08 10:15", local time.
 std::string localDateText(std::int64_t seconds) {
-    const std::time_t t = static_cast<std::time_t>(seconds);
+    const auto t = static_cast<std::time_t>(seconds);
     std::tm local{};
     if (!::localtime_r(&t, &local))
         return std::to_string(seconds) + " s";

@@ -134,7 +134,7 @@ public:
                    const std::vector<std::size_t>& selectedRows) override;
     void refreshRows() override;
     void setFolderName(const std::string& name) override;
-    void setDiagramShown(bool, const std::string&) override {}
+    void setDiagramShown(bool /*shown*/, const std::string& /*toolTip*/) override {}
     void setSortButton(std::int64_t type, bool ascending) override;
     void makeFirstResponder(ResultsTable table) override;
     SuppressibleAlertReply runSuppressibleAlert(const std::string& message, const std::string& informative,

@@ -21,7 +21,7 @@ using Json = nlohmann::json;
 
 constexpr int kFormat = 1;
 // Far above any schedule this program writes; a larger file is not ours.
-constexpr std::size_t kMaxScheduleBytes = 4 * 1024 * 1024;
+constexpr std::size_t kMaxScheduleBytes = std::size_t{4} * 1024 * 1024;
 // A temporary this old is no live writer's (see removeStaleTemporaries).
 constexpr std::chrono::seconds kStaleTemporaryAge{60};
 // Steps a repeating notification may take to pass now (a weekly one missed for a

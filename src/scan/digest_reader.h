@@ -31,7 +31,7 @@ struct SignatureDigest {
     std::uint64_t keptLength() const { return bytes ? length : 0; }
 };
 
-inline constexpr std::uint64_t kKeptSignatureBytes = 64 * 1024;
+inline constexpr std::uint64_t kKeptSignatureBytes = std::uint64_t{64} * 1024;
 
 // The digest of a file's signature, computed on the calling thread.
 SignatureDigest digestOfFile(CVFile& file);

@@ -605,7 +605,7 @@ std::vector<GroupPtr> CVDuplicatesLocator::findDuplicatesInSizeGroup(std::vector
     // through the group in order as the pairwise comparison would, so that a folder
     // found equal (whose files are then ignored) hides exactly the files after it.
     const EqualClasses classes = classesOfSizeGroup(nodes);
-    constexpr std::size_t kNoClass = static_cast<std::size_t>(-1);
+    constexpr auto kNoClass = static_cast<std::size_t>(-1);
     std::vector<std::pair<std::size_t, std::size_t>> place(nodes.size(), {kNoClass, 0});
     std::vector<std::vector<bool>> taken(classes.size());
     for (std::size_t c = 0; c < classes.size(); ++c) {

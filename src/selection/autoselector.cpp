@@ -215,6 +215,7 @@ SelectionItems CVAutoselector::librariesItemsSelector(const SelectionItems& cand
         return {};
     }
     // Copies outside the libraries go first.
+    // NOLINTNEXTLINE(readability-suspicious-call-argument): the library items are the ones taken away.
     for (const auto& item : minus(minus(candidates, iTunes), iPhoto))
         selectItemToRemove(item, kSelectionAutomatic);
     SelectionItems rest = iTunesLiraryItemsSelector(iTunes);
@@ -254,6 +255,7 @@ SelectionItems CVAutoselector::smartPatternItemsSelector(const SelectionItems& c
             it->second = item; // a later candidate with the same path stands for it
     }
     std::vector<std::string> paths;
+    paths.reserve(byPath.size());
     for (const auto& [path, item] : byPath)
         paths.push_back(path);
     const std::vector<std::string> copies = CVSmartPattern(paths).getDuplicatePathStrings();

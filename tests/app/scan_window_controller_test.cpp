@@ -124,6 +124,7 @@ std::vector<std::string> phrasesOfUse(std::int64_t use) {
     } else {
         keys = *resource[static_cast<std::size_t>(use)].asArray();
     }
+    texts.reserve(keys.size());
     for (const auto& key : keys)
         texts.push_back(localized(*key.asString(), "Scenarios"));
     return texts;

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <ranges>
 #include <set>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -174,8 +175,8 @@ TEST_F(CorvelScan, FolderGroupsAreExactAndTheSameOnEveryRun) {
                                                                     {"c.txt", std::string(3000, 'c')}};
     for (const auto& [name, data] : files)
         tree.file("Original/" + name, data);
-    for (auto it = files.rbegin(); it != files.rend(); ++it)
-        tree.file("Reversed copy/" + it->first, it->second);
+    for (const auto& [name, content] : std::views::reverse(files))
+        tree.file("Reversed copy/" + name, content);
     tree.file("Near copy/a.txt", std::string(3000, 'a'));
     tree.file("Near copy/b.txt", std::string(2999, 'b') + "x");
     tree.file("Near copy/c.txt", std::string(3000, 'c'));
@@ -261,7 +262,7 @@ TEST_F(CorvelScan, NamesThatAreNotUtf8AreWrittenWithSurrogateEscapes) {
     const Outcome run = corvel("scan --json " + settings() + " " + quoted(tree.path()), home);
     ASSERT_EQ(run.status, 0) << run.err;
     EXPECT_NE(run.out.find("caf\\udce9 \\udcff.jpg"), std::string::npos) << run.out;
-    const std::string key = "\"path\":\"";
+    const std::string key = R"("path":")";
     const auto at = run.out.find(key);
     ASSERT_NE(at, std::string::npos);
     const auto end = run.out.find('"', at + key.size());
@@ -633,7 +634,7 @@ TEST_F(CorvelScan, SummarySaysWhatCanBeFreedAndMarksHardLinks) {
          (at = text.out.find("(hard link: the same file as one above)", at)) != std::string::npos; ++at)
         ++marked;
     EXPECT_EQ(marked, 1u) << text.out;
-    const std::string line = text.out.substr(text.out.rfind("\n", text.out.size() - 2) + 1);
+    const std::string line = text.out.substr(text.out.rfind('\n', text.out.size() - 2) + 1);
     EXPECT_EQ(line, "2 groups, 6 files, " + cli::sizeText(doc["summary"]["size"].get<std::uint64_t>()) +
                         " on disk in duplicates, " + cli::sizeText(expected) + " reclaimable\n");
     const std::string list = home.file("chosen.txt", tree / "c/big.bin" + "\n");
