@@ -102,11 +102,11 @@ CVDuplicatesLocator::CVDuplicatesLocator(Services services) : m_services(service
 }
 
 struct CVDuplicatesLocator::FinishHandOff {
-    std::mutex mutex;
+    Mutex mutex;
     std::condition_variable condition;
-    bool dropped = false; // stopScan: the task must not run finishScan any more
-    bool running = false; // the task is in finishScan
-    bool done = false;    // the task has run finishScan
+    bool dropped GUARDED_BY(mutex) = false; // stopScan: the task must not run finishScan any more
+    bool running GUARDED_BY(mutex) = false; // the task is in finishScan
+    bool done GUARDED_BY(mutex) = false;    // the task has run finishScan
 };
 
 CVDuplicatesLocator::~CVDuplicatesLocator() {
@@ -115,12 +115,12 @@ CVDuplicatesLocator::~CVDuplicatesLocator() {
 }
 
 std::uint64_t CVDuplicatesLocator::newRequest() {
-    std::lock_guard lock(m_fieldsMutex);
+    MutexLock lock(m_fieldsMutex);
     return ++m_requestedScans;
 }
 
 bool CVDuplicatesLocator::isStopped(std::uint64_t request) const {
-    std::lock_guard lock(m_fieldsMutex);
+    MutexLock lock(m_fieldsMutex);
     return request <= m_stoppedThrough;
 }
 
@@ -151,24 +151,24 @@ void CVDuplicatesLocator::waitForScanThread() {
 bool CVDuplicatesLocator::isWaitingForMainThread() const {
     std::shared_ptr<FinishHandOff> finish;
     {
-        std::lock_guard lock(m_fieldsMutex);
+        MutexLock lock(m_fieldsMutex);
         finish = m_pendingFinish;
     }
     if (!finish)
         return false;
-    std::lock_guard lock(finish->mutex);
+    MutexLock lock(finish->mutex);
     return !finish->done && !finish->dropped;
 }
 
 void CVDuplicatesLocator::setPaths(const std::vector<std::string>& paths) {
-    std::lock_guard lock(m_fieldsMutex);
+    MutexLock lock(m_fieldsMutex);
     m_pathsToScan.clear();
     for (const auto& path : paths)
         m_pathsToScan.push_back(CVScanPath{path, false});
 }
 
 std::vector<CVScanPath> CVDuplicatesLocator::pathsToScan() const {
-    std::lock_guard lock(m_fieldsMutex);
+    MutexLock lock(m_fieldsMutex);
     return m_pathsToScan;
 }
 
@@ -176,7 +176,7 @@ void CVDuplicatesLocator::stopScan() {
     std::shared_ptr<CVFilesHierarchy> hierarchy;
     std::shared_ptr<FinishHandOff> finish;
     {
-        std::lock_guard lock(m_fieldsMutex);
+        MutexLock lock(m_fieldsMutex);
         m_stoppedThrough = m_requestedScans;
         m_state = 0;
         hierarchy = m_hierarchy;
@@ -184,7 +184,7 @@ void CVDuplicatesLocator::stopScan() {
     }
     if (finish) {
         {
-            std::lock_guard lock(finish->mutex);
+            MutexLock lock(finish->mutex);
             finish->dropped = true;
         }
         finish->condition.notify_all();
@@ -213,7 +213,7 @@ void CVDuplicatesLocator::finishOnMainThread(std::uint64_t request) {
     }
     auto finish = std::make_shared<FinishHandOff>();
     {
-        std::lock_guard lock(m_fieldsMutex);
+        MutexLock lock(m_fieldsMutex);
         if (request <= m_stoppedThrough || state() != 1)
             return;
         m_pendingFinish = finish;
@@ -222,40 +222,41 @@ void CVDuplicatesLocator::finishOnMainThread(std::uint64_t request) {
     // dropped it is m_pendingFinish, so stopScan (and so the destructor) drops it first.
     queue.post([this, finish] {
         {
-            std::lock_guard lock(finish->mutex);
+            MutexLock lock(finish->mutex);
             if (finish->dropped)
                 return;
             finish->running = true;
         }
         finishScan();
         {
-            std::lock_guard lock(finish->mutex);
+            MutexLock lock(finish->mutex);
             finish->running = false;
             finish->done = true;
         }
         finish->condition.notify_all();
     });
     {
-        std::unique_lock lock(finish->mutex);
-        finish->condition.wait(lock, [&] { return finish->done || (finish->dropped && !finish->running); });
+        MutexLock lock(finish->mutex);
+        while (!finish->done && !(finish->dropped && !finish->running))
+            lock.wait(finish->condition);
     }
-    std::lock_guard lock(m_fieldsMutex);
+    MutexLock lock(m_fieldsMutex);
     if (m_pendingFinish == finish)
         m_pendingFinish.reset();
 }
 
 std::shared_ptr<CVDuplicatesController> CVDuplicatesLocator::duplicatesController() const {
-    std::lock_guard lock(m_fieldsMutex);
+    MutexLock lock(m_fieldsMutex);
     return m_duplicatesController;
 }
 
 std::shared_ptr<CVFilesHierarchy> CVDuplicatesLocator::hierarchy() const {
-    std::lock_guard lock(m_fieldsMutex);
+    MutexLock lock(m_fieldsMutex);
     return m_hierarchy;
 }
 
 std::string CVDuplicatesLocator::currentScanPath() const {
-    std::lock_guard lock(m_fieldsMutex);
+    MutexLock lock(m_fieldsMutex);
     return m_currentScanPath;
 }
 
@@ -268,7 +269,7 @@ void CVDuplicatesLocator::showScanPath(const CVNode& node) {
 }
 
 void CVDuplicatesLocator::setCurrentScanPath(const std::string& path) {
-    std::lock_guard lock(m_fieldsMutex);
+    MutexLock lock(m_fieldsMutex);
     m_currentScanPath = path;
 }
 
@@ -277,7 +278,7 @@ void CVDuplicatesLocator::asyncScanPaths(const std::vector<std::string>& paths) 
 }
 
 void CVDuplicatesLocator::runScan(const std::vector<std::string>& paths, std::uint64_t request) {
-    std::lock_guard scanLock(m_scanMutex);
+    MutexLock scanLock(m_scanMutex);
     // Stopped while it waited for the scan before it.
     if (isStopped(request))
         return;
@@ -286,7 +287,7 @@ void CVDuplicatesLocator::runScan(const std::vector<std::string>& paths, std::ui
     setPaths(paths);
     {
         // Under the lock, so that a stopScan either comes after (and sets 0) or is seen here.
-        std::lock_guard lock(m_fieldsMutex);
+        MutexLock lock(m_fieldsMutex);
         if (request <= m_stoppedThrough)
             return;
         m_state = 1;
@@ -312,7 +313,7 @@ void CVDuplicatesLocator::runScan(const std::vector<std::string>& paths, std::ui
     hierarchy->setCounters(&m_counters);
     {
         // A stopScan either finds this hierarchy or is seen here.
-        std::lock_guard lock(m_fieldsMutex);
+        MutexLock lock(m_fieldsMutex);
         m_hierarchy = hierarchy;
         if (request <= m_stoppedThrough)
             hierarchy->setCanContinue(false);
@@ -338,7 +339,7 @@ void CVDuplicatesLocator::startSearching() {
 
 void CVDuplicatesLocator::makeResultsCollection() {
     auto controller = std::make_shared<CVDuplicatesController>();
-    std::lock_guard lock(m_fieldsMutex);
+    MutexLock lock(m_fieldsMutex);
     m_duplicatesController = std::move(controller);
 }
 

@@ -15,7 +15,6 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -27,6 +26,7 @@
 #include "files_hierarchy.h"
 #include "platform/change_notifier.h"
 #include "platform/file_access.h"
+#include "platform/thread_annotations.h"
 #include "results/duplicates_controller.h"
 #include "scan_counters.h"
 #include "size_group_reader.h"
@@ -145,15 +145,15 @@ private:
     struct FinishHandOff;
 
     // A new scan request's number; stopScan stops every request up to the last one.
-    std::uint64_t newRequest();
-    bool isStopped(std::uint64_t request) const;
+    std::uint64_t newRequest() EXCLUDES(m_fieldsMutex);
+    bool isStopped(std::uint64_t request) const EXCLUDES(m_fieldsMutex);
     // asyncScanPaths for a numbered request.
-    void runScan(const std::vector<std::string>& paths, std::uint64_t request);
+    void runScan(const std::vector<std::string>& paths, std::uint64_t request) EXCLUDES(m_scanMutex);
     // The end of a completed scan: finishScan on the main thread, waited for, unless the
     // request is stopped meanwhile.
     void finishOnMainThread(std::uint64_t request);
-    void makeResultsCollection();
-    void setCurrentScanPath(const std::string& path);
+    void makeResultsCollection() EXCLUDES(m_fieldsMutex);
+    void setCurrentScanPath(const std::string& path) EXCLUDES(m_fieldsMutex);
     // The node's path as the current scan path, at most every few hundredths of a
     // second: a display reads it a few times a second, and tens of thousands of size
     // groups would each work a path out for nothing.
@@ -177,16 +177,19 @@ private:
                     std::uint64_t minimumSize, std::uint64_t topCount);
 
     Services m_services;
-    std::mutex m_scanMutex;
-    // Guards the fields up to m_pendingFinish, which other threads read during a scan.
-    mutable std::mutex m_fieldsMutex;
-    std::vector<CVScanPath> m_pathsToScan;
-    std::shared_ptr<CVFilesHierarchy> m_hierarchy;
-    std::shared_ptr<CVDuplicatesController> m_duplicatesController;
-    std::string m_currentScanPath;
-    std::uint64_t m_requestedScans = 0;
-    std::uint64_t m_stoppedThrough = 0;
-    std::shared_ptr<FinishHandOff> m_pendingFinish;
+    // Held by a scan from start to end, so that scans run one after the other.
+    Mutex m_scanMutex;
+    // Guards the fields other threads read during a scan.
+    mutable Mutex m_fieldsMutex;
+    std::vector<CVScanPath> m_pathsToScan GUARDED_BY(m_fieldsMutex);
+    std::shared_ptr<CVFilesHierarchy> m_hierarchy GUARDED_BY(m_fieldsMutex);
+    std::shared_ptr<CVDuplicatesController> m_duplicatesController GUARDED_BY(m_fieldsMutex);
+    std::string m_currentScanPath GUARDED_BY(m_fieldsMutex);
+    std::uint64_t m_requestedScans GUARDED_BY(m_fieldsMutex) = 0;
+    std::uint64_t m_stoppedThrough GUARDED_BY(m_fieldsMutex) = 0;
+    std::shared_ptr<FinishHandOff> m_pendingFinish GUARDED_BY(m_fieldsMutex);
+    // The fields below, up to m_thread, belong to the thread that runs the scan (or, for
+    // the settings, to the owner between scans); the atomics may be read from any thread.
     std::chrono::steady_clock::time_point m_scanPathShown;
     bool m_showFilesWOPermissions = false;
     std::atomic<std::int32_t> m_state{0};
