@@ -225,7 +225,9 @@ int deliver() {
     }
     if (shown > 0) {
         std::vector<UserNotification> scheduled;
-        schedule.scheduledNotifications(scheduled, nullptr);
+        // A schedule that cannot be read again gives no next date to show.
+        if (!schedule.scheduledNotifications(scheduled, nullptr))
+            scheduled.clear();
         const UserNotification* next = nextReminder(scheduled);
         std::cout << "Scan reminder shown"
                   << (next ? "; the next one on " + localDateText(next->deliveryDate) : std::string())

@@ -189,7 +189,9 @@ void CorvelAppDelegate::applicationDidFinishLaunching() {
     if (launchCount != 0)
         updateConfigurationFile();
     defaults.setInteger(launchCount + 1, kLaunchCountKey);
-    defaults.synchronize();
+    CVError saveError;
+    if (!defaults.synchronize(&saveError))
+        systemLogf("Could not save the preferences = %@", saveError.localizedDescription());
 
     track("Statistics", "OS", systemVersion());
     if (launchCount == 0) {

@@ -256,7 +256,9 @@ void CVResultsViewController::toggleDiagramAction() {
         m_diagramShown,
         localized(m_diagramShown ? "ButtonToolTip_HideDiagram" : "ButtonToolTip_ShowDiagram", "Buttons"));
     m_services.defaults.setBool(m_diagramShown, kShowDiagramKey);
-    m_services.defaults.synchronize();
+    CVError saveError;
+    if (!m_services.defaults.synchronize(&saveError))
+        systemLogf("Could not save the preferences = %@", saveError.localizedDescription());
 }
 
 void CVResultsViewController::sortAction(std::int64_t type, bool ascending, bool force) {

@@ -83,8 +83,8 @@ bool hasIdentity(const struct stat& st, const TrashItemIdentity& identity) {
 }
 
 // Refuses to move the Trash folder into itself, or an item out of its own Trash folder.
-bool checkPlace(const std::string& path, const ItemName& item, const std::string& trashFolder,
-                CVError* error) {
+[[nodiscard]] bool checkPlace(const std::string& path, const ItemName& item, const std::string& trashFolder,
+                              CVError* error) {
     const std::string itemPath = item.path();
     if (isWithin(itemPath, trashFolder)) {
         setError(error, trashError(kTrashErrorInTrash, path, "is in the Trash already"));

@@ -53,9 +53,9 @@ public:
     void scheduleCleanReminder() override;
 
     // Clears the repeating notifications and, for a non-zero option, schedules the reminder.
-    bool scheduleNotificationForPeriod(const CVSchedulePeriod& period, CVError* error);
+    [[nodiscard]] bool scheduleNotificationForPeriod(const CVSchedulePeriod& period, CVError* error);
     // Removes every scheduled, then every delivered, notification that repeats.
-    bool removePreviouslyScheduledNotifications(CVError* error);
+    [[nodiscard]] bool removePreviouslyScheduledNotifications(CVError* error);
     // Now plus the components in the user's calendar; now itself when that fails.
     std::int64_t calculateDeliveryDate(const CalendarInterval& components) const;
 

@@ -263,7 +263,8 @@ TEST_F(Schedule, TwoWritersAtOnceLoseNothing) {
     auto writer = [&](const std::string& prefix) {
         NotificationSchedule own(path, [] { return kNow; });
         for (int i = 0; i < kEach; ++i)
-            own.scheduleNotification(notification(prefix + std::to_string(i), kNow + kDay), nullptr);
+            EXPECT_TRUE(
+                own.scheduleNotification(notification(prefix + std::to_string(i), kNow + kDay), nullptr));
     };
     std::thread first(writer, "first-");
     std::thread second(writer, "second-");

@@ -217,8 +217,8 @@ TEST_F(Locator, HardLinksAndUnremovableGroupsAreDropped) {
     const Outcome shown = outcome(scan(*showing, {locked.path()})->duplicatesGroups());
     ASSERT_EQ(shown.size(), 1u);
     EXPECT_TRUE(shown[0][0].second && shown[0][1].second);
-    setImmutable(locked / "x", false, &error);
-    setImmutable(locked / "y", false, &error);
+    EXPECT_TRUE(setImmutable(locked / "x", false, &error));
+    EXPECT_TRUE(setImmutable(locked / "y", false, &error));
 
     // A locked file among removable copies: the group stays, that member may not go.
     test::TempTree mixed;
@@ -228,7 +228,7 @@ TEST_F(Locator, HardLinksAndUnremovableGroupsAreDropped) {
     harness.defaults.setBool(false, kShowFilesWithNoPermissionsKey);
     auto mixedLocator = harness.locator();
     const Outcome members = outcome(scan(*mixedLocator, {mixed.path()})->duplicatesGroups());
-    setImmutable(mixed / "two", false, &error);
+    EXPECT_TRUE(setImmutable(mixed / "two", false, &error));
     ASSERT_EQ(members.size(), 1u);
     for (const auto& [path, forbidden] : members[0])
         EXPECT_EQ(forbidden, path == mixed / "two") << path;
