@@ -178,7 +178,7 @@ void CVDuplicatesLocator::stopScan() {
     {
         MutexLock lock(m_fieldsMutex);
         m_stoppedThrough = m_requestedScans;
-        m_state = 0;
+        m_state = ScanState::Idle;
         hierarchy = m_hierarchy;
         finish = m_pendingFinish;
     }
@@ -200,7 +200,7 @@ void CVDuplicatesLocator::stopScan() {
 }
 
 void CVDuplicatesLocator::finishScan() {
-    m_state = 0;
+    m_state = ScanState::Idle;
     NotificationCenter::defaultCenter().post(kScanFinishedNotification);
 }
 
@@ -214,7 +214,7 @@ void CVDuplicatesLocator::finishOnMainThread(std::uint64_t request) {
     auto finish = std::make_shared<FinishHandOff>();
     {
         MutexLock lock(m_fieldsMutex);
-        if (request <= m_stoppedThrough || state() != 1)
+        if (request <= m_stoppedThrough || state() != ScanState::Scanning)
             return;
         m_pendingFinish = finish;
     }
@@ -290,7 +290,7 @@ void CVDuplicatesLocator::runScan(const std::vector<std::string>& paths, std::ui
         MutexLock lock(m_fieldsMutex);
         if (request <= m_stoppedThrough)
             return;
-        m_state = 1;
+        m_state = ScanState::Scanning;
     }
     // Library files are parsed again once this scan has ended, stopped or not.
     auto& media = CViMediaManager::sharedInstance();
@@ -321,19 +321,19 @@ void CVDuplicatesLocator::runScan(const std::vector<std::string>& paths, std::ui
     systemLog("Scanning started");
     hierarchy->rescan();
     if (!hierarchy->canContinue())
-        m_state = 0;
+        m_state = ScanState::Idle;
     else
         systemLog("Hierarchy building complete");
-    if (state() != 1)
+    if (state() != ScanState::Scanning)
         return;
     makeResultsCollection();
     locateDuplicatesInDictionary(hierarchy->filesGroupedBySize());
-    if (state() == 1)
+    if (state() == ScanState::Scanning)
         finishOnMainThread(request);
 }
 
 void CVDuplicatesLocator::startSearching() {
-    m_state = 1;
+    m_state = ScanState::Scanning;
     makeResultsCollection();
 }
 
@@ -420,7 +420,7 @@ void CVDuplicatesLocator::locateDuplicatesInDictionary(SizeGroups& groups) {
 
     m_counters.sizes = useful;
     m_reader = std::make_unique<SizeGroupReader>(
-        readerThreads(), [this] { return state() != 0; }, &m_counters.bytesRead);
+        readerThreads(), [this] { return state() != ScanState::Idle; }, &m_counters.bytesRead);
     m_queuedUpTo = 0;
     m_folderAccess.clear();
     for (std::size_t k = 0; k < keys.size(); ++k) {
@@ -441,7 +441,7 @@ void CVDuplicatesLocator::locateDuplicatesInDictionary(SizeGroups& groups) {
         groups.erase(size);
         if (size >= minimumSize)
             m_counters.sizesDone.fetch_add(1, std::memory_order_relaxed);
-        if (state() == 0) {
+        if (state() == ScanState::Idle) {
             m_reader->clear();
             m_reader.reset();
             return;
@@ -546,10 +546,10 @@ EqualClasses CVDuplicatesLocator::classesOfSizeGroup(const std::vector<NodePtr>&
     std::vector<SignatureDigest> digests;
     digests.reserve(files.size());
     for (CVFile* file : files)
-        digests.push_back(state() != 0 ? digestOfFile(*file) : SignatureDigest());
+        digests.push_back(state() != ScanState::Idle ? digestOfFile(*file) : SignatureDigest());
     for (const auto& digest : digests)
         m_counters.bytesRead.fetch_add(digest.length, std::memory_order_relaxed);
-    return equalClasses(files, positions, digests, [this] { return state() != 0; });
+    return equalClasses(files, positions, digests, [this] { return state() != ScanState::Idle; });
 }
 
 GroupPtr CVDuplicatesLocator::groupOfFolder(std::vector<NodePtr>& nodes, std::size_t i) {
@@ -559,7 +559,7 @@ GroupPtr CVDuplicatesLocator::groupOfFolder(std::vector<NodePtr>& nodes, std::si
         return nullptr;
     }
     std::vector<std::shared_ptr<CVFile>> matches;
-    for (std::size_t j = i + 1; j < nodes.size() && state() != 0; ++j) {
+    for (std::size_t j = i + 1; j < nodes.size() && state() != ScanState::Idle; ++j) {
         auto* other = dynamic_cast<CVFolder*>(nodes[j].get());
         if (!other || ignoreFile(*other) || !folder->isDuplicateOf(*other))
             continue;
@@ -616,7 +616,7 @@ std::vector<GroupPtr> CVDuplicatesLocator::findDuplicatesInSizeGroup(std::vector
     }
     std::vector<GroupPtr> groups;
     bool pathShown = false;
-    for (std::size_t i = 0; i < nodes.size() && state() != 0; ++i) {
+    for (std::size_t i = 0; i < nodes.size() && state() != ScanState::Idle; ++i) {
         GroupPtr group;
         if (dynamic_cast<CVFolder*>(nodes[i].get())) {
             showScanPath(*nodes[i]);

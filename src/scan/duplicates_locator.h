@@ -29,6 +29,7 @@
 #include "platform/thread_annotations.h"
 #include "results/duplicates_controller.h"
 #include "scan_counters.h"
+#include "scan_state.h"
 #include "size_group_reader.h"
 
 namespace corvel {
@@ -72,17 +73,17 @@ public:
     // second scan waits for the first. On the main thread finishScan runs inline.
     void asyncScanPaths(const std::vector<std::string>& paths);
     void setPaths(const std::vector<std::string>& paths);
-    // Any thread: state 0; the running scan stops at its next check (what was found
+    // Any thread: Idle; the running scan stops at its next check (what was found
     // stays), scans asked for before this call and not yet begun never begin, and none
     // of them posts "scanFinished" any more (a finishScan queued for the main thread is
     // dropped unless it is already running).
     void stopScan();
-    // On the main thread: state 0 and "scanFinished".
+    // On the main thread: Idle and "scanFinished".
     void finishScan();
-    // Sets the state as it is (the scan window's error path sets 0). Any thread.
-    void setState(std::int32_t state) { m_state = state; }
+    // Sets the state as it is (the scan window's error path sets Idle). Any thread.
+    void setState(ScanState state) { m_state = state; }
 
-    // What a scan does between the walk and the search: state 1 and a fresh results
+    // What a scan does between the walk and the search: Scanning and a fresh results
     // collection. For callers that walk on their own (tests, tools).
     void startSearching();
     void locateDuplicatesInDictionary(SizeGroups& groups);
@@ -103,7 +104,7 @@ public:
     // Folders first, shallower paths first; other nodes keep their walk order.
     static void sortSizeGroup(std::vector<NodePtr>& nodes);
 
-    bool stopSignaturesComparing() const override { return state() == 0; }
+    bool stopSignaturesComparing() const override { return state() == ScanState::Idle; }
 
     // A hard minimum size for this scan (as "OverrideMinSize" on with that minimum),
     // without touching the stored preferences; nothing restores the preferences' rule.
@@ -122,7 +123,7 @@ public:
     void setProgressPauses(bool enabled) { m_progressPauses = enabled; }
 
     // The readers below may be called from any thread while a scan runs.
-    std::int32_t state() const { return m_state.load(std::memory_order_relaxed); }
+    ScanState state() const { return m_state.load(std::memory_order_relaxed); }
     double progress() const { return m_progress.load(std::memory_order_relaxed); }
     double progressDelta() const { return m_progressDelta.load(std::memory_order_relaxed); }
     bool showFilesWOPermissions() const { return m_showFilesWOPermissions; }
@@ -192,7 +193,7 @@ private:
     // the settings, to the owner between scans); the atomics may be read from any thread.
     std::chrono::steady_clock::time_point m_scanPathShown;
     bool m_showFilesWOPermissions = false;
-    std::atomic<std::int32_t> m_state{0};
+    std::atomic<ScanState> m_state{ScanState::Idle};
     // True while asyncScanPaths runs: only then does stopScan stop library reads.
     std::atomic<bool> m_scanning{false};
     std::atomic<double> m_progress{0};

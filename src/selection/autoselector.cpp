@@ -135,7 +135,7 @@ SelectionItems CVAutoselector::itemsFilter(const SelectionItems& items, const CV
     return p ? filtered(items, *p) : SelectionItems{};
 }
 
-bool CVAutoselector::selectItemToRemove(const SelectionItem& item, std::int32_t selectionType) {
+bool CVAutoselector::selectItemToRemove(const SelectionItem& item, SelectionType selectionType) {
     if (item->needToRemove())
         return false;
     item->setNeedToRemove(true);
@@ -145,7 +145,7 @@ bool CVAutoselector::selectItemToRemove(const SelectionItem& item, std::int32_t 
 }
 
 SelectionItems CVAutoselector::predicateBasedItemsSelector(const SelectionItems& candidates,
-                                                           const Predicate& p, std::int32_t selectionType) {
+                                                           const Predicate& p, SelectionType selectionType) {
     const SelectionItems matching = filtered(candidates, p);
     if (matching.size() >= notSelectedItems().size())
         return candidates; // selecting them all would leave no copy

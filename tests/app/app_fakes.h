@@ -159,7 +159,7 @@ struct FakeEngine {
     int locatorsAlive = 0;
     std::vector<std::vector<std::string>> scans;
     int stops = 0;
-    std::vector<std::int32_t> states;
+    std::vector<ScanState> states;
     // The results the current scan reports; null until it searches.
     std::shared_ptr<CVDuplicatesController> results;
     NotificationCenter* center = nullptr;
@@ -200,7 +200,7 @@ public:
         return true;
     }
     void stopScan() override { ++m_engine.stops; }
-    void setState(std::int32_t state) override { m_engine.states.push_back(state); }
+    void setState(ScanState state) override { m_engine.states.push_back(state); }
     std::shared_ptr<CVDuplicatesController> duplicatesController() const override { return m_engine.results; }
 
 private:

@@ -127,7 +127,7 @@ TEST_F(LocatorOnTheMainThread, TwoScansBackToBackFromTheMainQueue) {
               (std::vector<std::vector<std::string>>{{one / "x1.bin", one / "x2.bin"}}));
     EXPECT_EQ(events.finishedGroups[1],
               (std::vector<std::vector<std::string>>{{two / "y1.bin", two / "y2.bin", two / "y3.bin"}}));
-    EXPECT_EQ(locator->state(), 0);
+    EXPECT_EQ(locator->state(), ScanState::Idle);
     EXPECT_FALSE(locator->isWaitingForMainThread());
 }
 
@@ -172,7 +172,7 @@ TEST_F(LocatorOnTheMainThread, StoppingWhileTheFinishWaitsPostsNoFinishAndTheNex
     locator->waitForScanThread();
     queue.drain();
     EXPECT_EQ(events.names, (std::vector<std::string>{"started"}));
-    EXPECT_EQ(locator->state(), 0);
+    EXPECT_EQ(locator->state(), ScanState::Idle);
 
     // A stop covers the scans asked for before it, not the next one.
     ASSERT_TRUE(locator->scanPaths({two.path()}));
@@ -193,7 +193,7 @@ TEST_F(LocatorOnTheMainThread, AStopRightAfterScanPathsCoversTheScanNotYetBegun)
     locator->waitForScanThread();
     queue.drain();
     EXPECT_EQ(events.names, (std::vector<std::string>{"started"}));
-    EXPECT_EQ(locator->state(), 0);
+    EXPECT_EQ(locator->state(), ScanState::Idle);
 }
 
 TEST_F(LocatorOnTheMainThread, CategoryCountersAreReadWhileTheScanAddsToThem) {

@@ -109,7 +109,7 @@ TEST_F(Locator, ThreeIdenticalFilesMakeOneGroupAndScanEndsWithNotifications) {
     EXPECT_EQ(results->duplicatesGroups()[0]->childrenCount(), 3u);
     EXPECT_EQ(listener.count(kScanStartedNotification), 1);
     EXPECT_EQ(listener.count(kScanFinishedNotification), 1);
-    EXPECT_EQ(locator->state(), 0);
+    EXPECT_EQ(locator->state(), ScanState::Idle);
 }
 
 TEST_F(Locator, ProgressEndsAt199ForFewGroupsAndAt100ForMany) {
@@ -251,7 +251,7 @@ TEST_F(Locator, StoppingMidScanKeepsWhatWasFoundAndPostsNoFinish) {
         }));
     const auto results = scan(*locator, {tree.path()});
     EXPECT_EQ(listener.count(kScanFinishedNotification), 0);
-    EXPECT_EQ(locator->state(), 0);
+    EXPECT_EQ(locator->state(), ScanState::Idle);
     EXPECT_GT(results->count(), 0u);
     EXPECT_LT(results->count(), 40u);
 }
