@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <iostream>
-#include <signal.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
@@ -37,7 +37,7 @@ namespace {
 
 std::atomic<bool> g_interrupted{false};
 
-void onInterrupt(int) {
+void onInterrupt(int /*unused*/) {
     g_interrupted = true;
 }
 
@@ -65,8 +65,8 @@ const char* refusalReason(std::int64_t verdict) {
 // The selection's message goes to stderr: a warning first when there is one, then the details.
 class StderrDisplay : public CVSelectingControllerDisplay {
 public:
-    void shouldIncSelectedSize(std::int64_t, std::int64_t) override {}
-    void shouldIncSelectedSize(std::int64_t, std::int64_t, const std::string& warning,
+    void shouldIncSelectedSize(std::int64_t /*size*/, std::int64_t /*count*/) override {}
+    void shouldIncSelectedSize(std::int64_t /*size*/, std::int64_t /*count*/, const std::string& warning,
                                const std::string& details) override {
         if (!warning.empty())
             std::cerr << warning << "\n";
@@ -195,13 +195,13 @@ int runScan(const ScanOptions& given) {
     const bool showProgress = !options.quiet && ::isatty(STDERR_FILENO);
     ScopedObserver system(
         center, center.addObserver(kDroppedFilesAreSystemNotification, nullptr, [&](const Notification& n) {
-            refusedPath = n.userInfo.count("path") ? n.userInfo.at("path").toString() : std::string();
-            refusedVerdict = n.userInfo.count("verdict") ? n.userInfo.at("verdict").toInt64() : -1;
+            refusedPath = n.userInfo.contains("path") ? n.userInfo.at("path").toString() : std::string();
+            refusedVerdict = n.userInfo.contains("verdict") ? n.userInfo.at("verdict").toInt64() : -1;
         }));
     ScopedObserver ignored(
         center, center.addObserver(kDroppedFilesAreIgnoredNotification, nullptr, [&](const Notification& n) {
-            refusedPath = n.userInfo.count("path") ? n.userInfo.at("path").toString() : std::string();
-            refusedVerdict = n.userInfo.count("verdict") ? n.userInfo.at("verdict").toInt64() : -1;
+            refusedPath = n.userInfo.contains("path") ? n.userInfo.at("path").toString() : std::string();
+            refusedVerdict = n.userInfo.contains("verdict") ? n.userInfo.at("verdict").toInt64() : -1;
         }));
     ScopedObserver error(center, center.addObserver(kErrorOccuredWhileScanningNotification, nullptr,
                                                     [&](const Notification&) { failed = true; }));

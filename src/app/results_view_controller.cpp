@@ -69,7 +69,7 @@ CVResultsViewController::CVResultsViewController(std::shared_ptr<CVDuplicatesCon
 
     auto& center = m_services.center;
     std::weak_ptr<bool> alive = m_alive;
-    auto observe = [&](const char* name, std::function<void()> work) {
+    auto observe = [&](const char* name, const std::function<void()>& work) {
         m_observers.emplace_back(center,
                                  center.addObserver(name, nullptr, [this, alive, work](const Notification&) {
                                      if (alive.lock())

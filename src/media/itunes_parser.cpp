@@ -1,7 +1,5 @@
 #include "itunes_parser.h"
 
-#include <ranges>
-
 #include "media_library.h"
 #include "platform/file_url.h"
 #include "platform/property_list.h"
@@ -60,9 +58,9 @@ bool CViTunesParser::parseXMLFile(const std::string& path, const StopCheck& shou
     }
     m_tracks.reserve(tracks->size());
     // Entries are taken in reverse order of enumeration; the order carries no meaning.
-    for (const auto& [key, track] : std::views::reverse(*tracks))
-        if (track.isDictionary())
-            m_tracks.push_back(trackRecord(track));
+    for (auto it = tracks->rbegin(); it != tracks->rend(); ++it)
+        if (it->second.isDictionary())
+            m_tracks.push_back(trackRecord(it->second));
     return true;
 }
 

@@ -90,6 +90,7 @@ bool hasIdentity(const struct stat& st, const TrashItemIdentity& identity) {
         setError(error, trashError(kTrashErrorInTrash, path, "is in the Trash already"));
         return false;
     }
+    // NOLINTNEXTLINE(readability-suspicious-call-argument): is the Trash folder inside the item?
     if (isWithin(trashFolder, itemPath)) {
         setError(error, trashError(kTrashErrorHoldsTrash, path, "holds the Trash folder " + trashFolder));
         return false;
@@ -100,7 +101,7 @@ bool hasIdentity(const struct stat& st, const TrashItemIdentity& identity) {
 // Path= of the information file: absolute for the home Trash, relative to the volume's
 // top folder otherwise.
 std::string originalPath(const ItemName& item, const TrashFolder& trash) {
-    const std::string itemPath = item.path();
+    std::string itemPath = item.path();
     if (trash.isHomeTrash)
         return itemPath;
     if (trash.topDirectory == "/")

@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 #include <map>
 #include <nlohmann/json.hpp>
-#include <ranges>
 #include <set>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -175,8 +174,8 @@ TEST_F(CorvelScan, FolderGroupsAreExactAndTheSameOnEveryRun) {
                                                                     {"c.txt", std::string(3000, 'c')}};
     for (const auto& [name, data] : files)
         tree.file("Original/" + name, data);
-    for (const auto& [name, content] : std::views::reverse(files))
-        tree.file("Reversed copy/" + name, content);
+    for (auto it = files.rbegin(); it != files.rend(); ++it)
+        tree.file("Reversed copy/" + it->first, it->second);
     tree.file("Near copy/a.txt", std::string(3000, 'a'));
     tree.file("Near copy/b.txt", std::string(2999, 'b') + "x");
     tree.file("Near copy/c.txt", std::string(3000, 'c'));

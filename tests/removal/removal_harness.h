@@ -99,7 +99,7 @@ public:
         return static_cast<std::size_t>(std::count(calls.begin(), calls.end(), call));
     }
 
-    void setRemoveButton(const std::string& title, const std::string&) override {
+    void setRemoveButton(const std::string& title, const std::string& /*unused*/) override {
         calls.push_back("setRemoveButton " + title);
     }
     void setCloseButtonEnabled(bool enabled) override {

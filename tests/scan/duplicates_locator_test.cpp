@@ -45,7 +45,7 @@ Outcome outcome(const std::vector<GroupPtr>& groups) {
 std::string content(char salt, std::size_t size) {
     std::string s(size, '\0');
     for (std::size_t i = 0; i < size; ++i)
-        s[i] = static_cast<char>(salt * 31 + i * 7 + (i >> 9));
+        s[i] = static_cast<char>(static_cast<std::size_t>(salt) * 31 + i * 7 + (i >> 9));
     return s;
 }
 

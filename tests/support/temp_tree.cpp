@@ -50,7 +50,7 @@ TempTree::~TempTree() {
 }
 
 std::string TempTree::file(std::string_view relative, std::string_view contents) const {
-    const std::string path = *this / relative;
+    std::string path = *this / relative;
     if (!makeDirectories(parentPath(path), nullptr))
         throw std::runtime_error("cannot create " + parentPath(path));
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
@@ -61,14 +61,14 @@ std::string TempTree::file(std::string_view relative, std::string_view contents)
 }
 
 std::string TempTree::folder(std::string_view relative) const {
-    const std::string path = *this / relative;
+    std::string path = *this / relative;
     if (!makeDirectories(path, nullptr))
         throw std::runtime_error("cannot create " + path);
     return path;
 }
 
 std::string TempTree::symlink(std::string_view relative, std::string_view target) const {
-    const std::string path = *this / relative;
+    std::string path = *this / relative;
     if (!makeDirectories(parentPath(path), nullptr))
         throw std::runtime_error("cannot create " + parentPath(path));
     if (::symlink(std::string(target).c_str(), path.c_str()) != 0)
