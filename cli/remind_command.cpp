@@ -169,7 +169,9 @@ int setPeriod(const RemindOptions& options) {
         return kExitOK;
     }
     std::vector<UserNotification> scheduled;
-    scheduler->userNotificationCenter().scheduledNotifications(scheduled, nullptr);
+    // A schedule that cannot be read shows no next date.
+    if (!scheduler->userNotificationCenter().scheduledNotifications(scheduled, nullptr))
+        scheduled.clear();
     const UserNotification* next = nextReminder(scheduled);
     std::cout << "Scan reminder: " << period.optionDescription() << "; the next one on "
               << (next ? localDateText(next->deliveryDate) : std::string("(none)")) << ".\n";
