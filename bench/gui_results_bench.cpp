@@ -67,7 +67,7 @@ public:
         : m_results(std::move(results)) {}
     bool scanPaths(const std::vector<std::string>& paths) override { return !paths.empty(); }
     void stopScan() override {}
-    void setState(std::int32_t) override {}
+    void setState(ScanState) override {}
     std::shared_ptr<CVDuplicatesController> duplicatesController() const override { return m_results; }
 
 private:

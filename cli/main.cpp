@@ -312,6 +312,7 @@ int runCommand(CommandLine& line) {
 } // namespace
 } // namespace corvel::cli
 
+// NOLINTNEXTLINE(bugprone-exception-escape): an exception out of here is a bug; terminate shows where.
 int main(int argc, char** argv) {
     using namespace corvel::cli;
     CommandLine line;

@@ -58,7 +58,7 @@ std::string restoreBytes(const std::string& text) {
     return out;
 }
 
-bool fail(std::string* message, std::string text) {
+[[nodiscard]] bool fail(std::string* message, std::string text) {
     *message = std::move(text);
     return false;
 }

@@ -23,6 +23,6 @@ struct Plan {
 // document, or lacks a member's identity answers false with the message. Groups whose
 // every copy is marked need allowAllCopies (they are then forced by the user); without
 // it that is an error too.
-bool readPlan(const std::string& file, bool allowAllCopies, Plan* plan, std::string* message);
+[[nodiscard]] bool readPlan(const std::string& file, bool allowAllCopies, Plan* plan, std::string* message);
 
 } // namespace corvel::cli

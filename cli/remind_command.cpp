@@ -21,7 +21,7 @@ namespace {
 
 // "2026-12-08 10:15", local time.
 std::string localDateText(std::int64_t seconds) {
-    const std::time_t t = static_cast<std::time_t>(seconds);
+    const auto t = static_cast<std::time_t>(seconds);
     std::tm local{};
     if (!::localtime_r(&t, &local))
         return std::to_string(seconds) + " s";
@@ -169,7 +169,9 @@ int setPeriod(const RemindOptions& options) {
         return kExitOK;
     }
     std::vector<UserNotification> scheduled;
-    scheduler->userNotificationCenter().scheduledNotifications(scheduled, nullptr);
+    // A schedule that cannot be read shows no next date.
+    if (!scheduler->userNotificationCenter().scheduledNotifications(scheduled, nullptr))
+        scheduled.clear();
     const UserNotification* next = nextReminder(scheduled);
     std::cout << "Scan reminder: " << period.optionDescription() << "; the next one on "
               << (next ? localDateText(next->deliveryDate) : std::string("(none)")) << ".\n";
@@ -225,7 +227,9 @@ int deliver() {
     }
     if (shown > 0) {
         std::vector<UserNotification> scheduled;
-        schedule.scheduledNotifications(scheduled, nullptr);
+        // A schedule that cannot be read again gives no next date to show.
+        if (!schedule.scheduledNotifications(scheduled, nullptr))
+            scheduled.clear();
         const UserNotification* next = nextReminder(scheduled);
         std::cout << "Scan reminder shown"
                   << (next ? "; the next one on " + localDateText(next->deliveryDate) : std::string())

@@ -34,8 +34,8 @@ inline constexpr int kExitStoppedBySignal = 130;
 // that may not be removed, or a list that marks every copy of a group without allowAllCopies, is a usage
 // error: false with the message, and nothing is marked. With allowAllCopies such groups
 // are marked as forced by the user (then only the Trash may take them).
-bool selectListedCopies(CVDuplicatesController& results, const std::string& listFile, bool allowAllCopies,
-                        bool nulSeparated, std::string* message);
+[[nodiscard]] bool selectListedCopies(CVDuplicatesController& results, const std::string& listFile,
+                                      bool allowAllCopies, bool nulSeparated, std::string* message);
 
 // Runs the removal pass on the marked copies: prints the collector's summary, asks on a
 // terminal (--yes answers; without a terminal and --yes nothing is touched, exit 2), runs

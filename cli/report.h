@@ -49,6 +49,6 @@ std::size_t folderGroupsCount(CVDuplicatesController& results);
 // Whether --export may write its list at path: a missing or empty file, or one that
 // already holds a list of absolute paths (an earlier export). Anything else is someone's
 // file, perhaps one of the scanned copies: *why says so.
-bool mayWriteExportTo(const std::string& path, std::string* why);
+[[nodiscard]] bool mayWriteExportTo(const std::string& path, std::string* why);
 
 } // namespace corvel::cli

@@ -27,7 +27,7 @@ std::string lowercaseAscii(std::string_view text) {
 }
 
 // The globs of an --exclude-from file: one per line, blank lines and "#" comments skipped.
-bool readGlobs(const std::string& path, std::vector<std::string>& globs, std::string* message) {
+[[nodiscard]] bool readGlobs(const std::string& path, std::vector<std::string>& globs, std::string* message) {
     std::string text;
     CVError error;
     if (!readFileContents(path, text, kMaxGlobFileBytes, &error)) {
@@ -49,8 +49,8 @@ bool readGlobs(const std::string& path, std::vector<std::string>& globs, std::st
     return true;
 }
 
-bool selectItems(const std::vector<std::string>& folders, std::int32_t category,
-                 std::vector<CVAutoselectListItem>& items, std::string* message) {
+[[nodiscard]] bool selectItems(const std::vector<std::string>& folders, std::int32_t category,
+                               std::vector<CVAutoselectListItem>& items, std::string* message) {
     for (const auto& folder : folders) {
         struct stat st {};
         if (::stat(folder.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {

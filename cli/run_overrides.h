@@ -30,6 +30,7 @@ std::string globToIgnorePattern(std::string_view glob);
 
 // Puts the overrides into defaults for this run. False with *message (nothing applied)
 // when --exclude-from cannot be read or a select folder is not a folder.
-bool applyRunOverrides(const RunOverrides& overrides, UserDefaults& defaults, std::string* message);
+[[nodiscard]] bool applyRunOverrides(const RunOverrides& overrides, UserDefaults& defaults,
+                                     std::string* message);
 
 } // namespace corvel::cli

@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <iostream>
 #include <optional>
-#include <signal.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
@@ -38,7 +38,7 @@ namespace {
 
 std::atomic<bool> g_interrupted{false};
 
-void onInterrupt(int) {
+void onInterrupt(int /*unused*/) {
     g_interrupted = true;
 }
 
@@ -66,8 +66,8 @@ const char* refusalReason(std::int64_t verdict) {
 // The selection's message goes to stderr: a warning first when there is one, then the details.
 class StderrDisplay : public CVSelectingControllerDisplay {
 public:
-    void shouldIncSelectedSize(std::int64_t, std::int64_t) override {}
-    void shouldIncSelectedSize(std::int64_t, std::int64_t, const std::string& warning,
+    void shouldIncSelectedSize(std::int64_t /*size*/, std::int64_t /*count*/) override {}
+    void shouldIncSelectedSize(std::int64_t /*size*/, std::int64_t /*count*/, const std::string& warning,
                                const std::string& details) override {
         if (!warning.empty())
             std::cerr << warning << "\n";
@@ -202,8 +202,8 @@ ScanOutcome scanWithProgress(CVDuplicatesLocator& locator, const std::vector<std
     auto& center = NotificationCenter::defaultCenter();
     ScanOutcome outcome;
     const auto refused = [&](const Notification& n) {
-        outcome.refusedPath = n.userInfo.count("path") ? n.userInfo.at("path").toString() : std::string();
-        outcome.refusedVerdict = n.userInfo.count("verdict") ? n.userInfo.at("verdict").toInt64() : -1;
+        outcome.refusedPath = n.userInfo.contains("path") ? n.userInfo.at("path").toString() : std::string();
+        outcome.refusedVerdict = n.userInfo.contains("verdict") ? n.userInfo.at("verdict").toInt64() : -1;
     };
     ScopedObserver system(center, center.addObserver(kDroppedFilesAreSystemNotification, nullptr, refused));
     ScopedObserver ignored(center, center.addObserver(kDroppedFilesAreIgnoredNotification, nullptr, refused));

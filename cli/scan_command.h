@@ -34,7 +34,7 @@ struct ScanOptions {
 enum ExitStatus : int { kExitOK = 0, kExitFailure = 1, kExitUsage = 2, kExitRefused = 3 };
 
 // Runs the scan on the calling (main) thread's queue and prints to stdout/stderr.
-int runScan(const ScanOptions& options);
+int runScan(const ScanOptions& given);
 
 // "corvel remove PLAN.json": the removal pass on a scan document.
 struct RemoveOptions {

@@ -83,7 +83,7 @@ void ReleasingLocator::stopScan() {
     m_locator->stopScan();
 }
 
-void ReleasingLocator::setState(std::int32_t state) {
+void ReleasingLocator::setState(ScanState state) {
     m_locator->setState(state);
 }
 

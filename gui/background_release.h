@@ -61,7 +61,7 @@ public:
 
     bool scanPaths(const std::vector<std::string>& paths) override;
     void stopScan() override;
-    void setState(std::int32_t state) override;
+    void setState(ScanState state) override;
     std::shared_ptr<CVDuplicatesController> duplicatesController() const override;
 
     // A factory of real locators released this way.

@@ -140,7 +140,7 @@ public:
     void setRemoveButtonEnabled(bool enabled) override;
     void slideIn(std::function<void()> done) override;
     void slideOut(std::function<void()> done) override;
-    void setInformationPanelHidden(bool) override {}
+    void setInformationPanelHidden(bool /*hidden*/) override {}
     void setListFirstResponder(bool first) override;
     AlertChoice runModalAlert(const std::string& message, const std::string& informative,
                               const std::string& defaultButton, const std::string& alternateButton) override;

@@ -55,7 +55,7 @@ public:
     // ScanWindowView.
     void setStatus(const std::string& text) override;
     void setSubStatus(const std::string& text) override;
-    void setStatusAnimationTime(double) override {}
+    void setStatusAnimationTime(double /*seconds*/) override {}
     void setStartButtonHidden(bool hidden) override;
     void setPlusButtonHidden(bool hidden) override;
     void setStopButton(const std::string& title, const std::string& toolTip,

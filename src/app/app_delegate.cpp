@@ -59,7 +59,7 @@ bool isWellFormedURL(const std::string& url) {
         !std::isalpha(static_cast<unsigned char>(url[0])))
         return false;
     for (std::size_t i = 0; i < colon; ++i) {
-        const unsigned char c = static_cast<unsigned char>(url[i]);
+        const auto c = static_cast<unsigned char>(url[i]);
         if (!std::isalnum(c) && c != '+' && c != '-' && c != '.')
             return false;
     }
@@ -189,7 +189,9 @@ void CorvelAppDelegate::applicationDidFinishLaunching() {
     if (launchCount != 0)
         updateConfigurationFile();
     defaults.setInteger(launchCount + 1, kLaunchCountKey);
-    defaults.synchronize();
+    CVError saveError;
+    if (!defaults.synchronize(&saveError))
+        systemLogf("Could not save the preferences = %@", saveError.localizedDescription());
 
     track("Statistics", "OS", systemVersion());
     if (launchCount == 0) {

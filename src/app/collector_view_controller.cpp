@@ -93,7 +93,8 @@ void CVCollectorViewController::closePreviewPanel() {
         m_services.preview->closePreview();
 }
 
-void CVCollectorViewController::shouldIncSelectedSize(std::int64_t, std::int64_t, const std::string& warning,
+void CVCollectorViewController::shouldIncSelectedSize(std::int64_t /*size*/, std::int64_t /*count*/,
+                                                      const std::string& warning,
                                                       const std::string& details) {
     countDuplicates();
     if (m_expanded)

@@ -45,7 +45,7 @@ class PreviewPanel {
 public:
     virtual ~PreviewPanel() = default;
     // Shows the items in the preview panel; false with *error when the panel failed.
-    virtual bool showPreview(const std::vector<std::string>& paths, CVError* error) = 0;
+    [[nodiscard]] virtual bool showPreview(const std::vector<std::string>& paths, CVError* error) = 0;
     virtual void closePreview() = 0;
 };
 

@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "scan/scan_state.h"
+
 namespace corvel {
 
 class CVDuplicatesController;
@@ -24,8 +26,8 @@ public:
     virtual bool scanPaths(const std::vector<std::string>& paths) = 0;
     // The scan ends at its next check; what was found stays. Harmless after the end.
     virtual void stopScan() = 0;
-    // The engine's state number; 0 resets it (the scan stops comparing).
-    virtual void setState(std::int32_t state) = 0;
+    // The engine's state; Idle resets it (the scan stops comparing).
+    virtual void setState(ScanState state) = 0;
     // The results of the current scan; null until the scan has started searching.
     // Any thread.
     virtual std::shared_ptr<CVDuplicatesController> duplicatesController() const = 0;

@@ -15,7 +15,7 @@ void LocatorAdapter::stopScan() {
     m_locator->stopScan();
 }
 
-void LocatorAdapter::setState(std::int32_t state) {
+void LocatorAdapter::setState(ScanState state) {
     m_locator->setState(state);
 }
 

@@ -18,10 +18,8 @@ public:
 
     bool scanPaths(const std::vector<std::string>& paths) override;
     void stopScan() override;
-    // The locator has no state setter of its own: 0 goes through stopScan, which puts it
-    // in state 0 and tells the walk to end; other states are the locator's to enter and
-    // are ignored here.
-    void setState(std::int32_t state) override;
+    // Passed on to the locator as it is.
+    void setState(ScanState state) override;
     std::shared_ptr<CVDuplicatesController> duplicatesController() const override;
 
     CVDuplicatesLocator& locator() { return *m_locator; }

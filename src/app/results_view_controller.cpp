@@ -69,7 +69,7 @@ CVResultsViewController::CVResultsViewController(std::shared_ptr<CVDuplicatesCon
 
     auto& center = m_services.center;
     std::weak_ptr<bool> alive = m_alive;
-    auto observe = [&](const char* name, std::function<void()> work) {
+    auto observe = [&](const char* name, const std::function<void()>& work) {
         m_observers.emplace_back(center,
                                  center.addObserver(name, nullptr, [this, alive, work](const Notification&) {
                                      if (alive.lock())
@@ -256,7 +256,9 @@ void CVResultsViewController::toggleDiagramAction() {
         m_diagramShown,
         localized(m_diagramShown ? "ButtonToolTip_HideDiagram" : "ButtonToolTip_ShowDiagram", "Buttons"));
     m_services.defaults.setBool(m_diagramShown, kShowDiagramKey);
-    m_services.defaults.synchronize();
+    CVError saveError;
+    if (!m_services.defaults.synchronize(&saveError))
+        systemLogf("Could not save the preferences = %@", saveError.localizedDescription());
 }
 
 void CVResultsViewController::sortAction(std::int64_t type, bool ascending, bool force) {

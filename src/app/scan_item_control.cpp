@@ -49,7 +49,7 @@ std::string RGScanItemControl::displayNameForTargets(const std::vector<std::stri
     if (paths.empty())
         return {};
     if (paths.size() == 1) {
-        const std::string path = withoutTrailingSlashes(paths.front());
+        std::string path = withoutTrailingSlashes(paths.front());
         const auto slash = path.rfind('/');
         if (path == "/" || slash == std::string::npos)
             return path;

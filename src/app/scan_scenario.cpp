@@ -86,7 +86,7 @@ std::string CVScanScenario::nextPhrase() {
         return {};
     const auto& scenario = currentScenario();
     if (m_currentPhraseIndex < static_cast<std::int64_t>(scenario.size())) {
-        const std::string phrase = textOfKey(scenario[static_cast<std::size_t>(m_currentPhraseIndex)]);
+        std::string phrase = textOfKey(scenario[static_cast<std::size_t>(m_currentPhraseIndex)]);
         ++m_currentPhraseIndex;
         return phrase;
     }

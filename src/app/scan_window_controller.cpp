@@ -525,7 +525,7 @@ void CVScanWindowController::errorOccuredWhileScanning() {
         m_needToHideResultsButton = true;
         setStopButtonToNewScan();
         if (auto* locator = duplicatesFinder())
-            locator->setState(0);
+            locator->setState(ScanState::Idle);
         setWindowState(WindowStateFailed);
     });
 }

@@ -32,7 +32,7 @@ public:
 
     // Answers true when the request was taken (an empty list is taken and only logged);
     // otherwise false with the text the desktop shows in *error.
-    bool scanFolder(const ServicePasteboard& pasteboard, std::string* error);
+    [[nodiscard]] bool scanFolder(const ServicePasteboard& pasteboard, std::string* error);
 
 private:
     HandOver m_handOver;

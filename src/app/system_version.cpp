@@ -10,13 +10,13 @@ namespace corvel {
 std::string systemVersionFromRelease(std::string_view release) {
     long parts[3] = {0, 0, 0};
     std::size_t i = 0;
-    for (int part = 0; part < 3; ++part) {
+    for (long& part : parts) {
         if (i >= release.size() || !std::isdigit(static_cast<unsigned char>(release[i])))
             break;
         long value = 0;
         while (i < release.size() && std::isdigit(static_cast<unsigned char>(release[i])) && value < 100000)
             value = value * 10 + (release[i++] - '0');
-        parts[part] = value;
+        part = value;
         if (i >= release.size() || release[i] != '.')
             break;
         ++i;

@@ -309,8 +309,7 @@ private:
             ::posix_fadvise(fdA, 0, 0, POSIX_FADV_SEQUENTIAL);
             ::posix_fadvise(fdB, 0, 0, POSIX_FADV_SEQUENTIAL);
         }
-        const std::size_t chunk =
-            static_cast<std::size_t>(std::min<std::uint64_t>(kContentComparisonChunk, size));
+        const auto chunk = static_cast<std::size_t>(std::min<std::uint64_t>(kContentComparisonChunk, size));
         m_owner.reserveBuffers(chunk);
         char* bufferA = m_owner.m_bufferA.get();
         char* bufferB = m_owner.m_bufferB.get();

@@ -65,7 +65,7 @@ CVFolder::~CVFolder() {
                 file->setPath(file->path()); // give it its full path
             file->setParentFolder(nullptr);
             if (livesOn && file->device() == 0)
-                file->setDevice(device()); // and the device it asked this folder for
+                file->setDevice(CVFolder::device()); // and the device it asked this folder for
         }
 }
 

@@ -6,6 +6,7 @@
 #include "folder.h"
 #include "node_type.h"
 #include "platform/file_url.h"
+#include "platform/invariant.h"
 #include "platform/main_queue.h"
 #include "platform/text.h"
 
@@ -35,6 +36,7 @@ bool comparedBySamples(const CVNode& top) {
     while (!pending.empty()) {
         const CVNode* node = pending.back();
         pending.pop_back();
+        CORVEL_ASSERT(node != nullptr); // a folder holds no null child
         if (const auto* folder = dynamic_cast<const CVFolder*>(node)) {
             if (folder->type() == kNodeTypeApplication)
                 return true;

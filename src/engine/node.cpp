@@ -325,7 +325,7 @@ std::string CVFile::title() const {
 }
 
 std::string CVFile::relativePathURL() const {
-    const std::string url = fileURLStringFromPath(path());
+    std::string url = fileURLStringFromPath(path());
     CVGroup* group = parentGroup();
     if (!group)
         return url;

@@ -20,6 +20,10 @@ namespace {
 constexpr std::string_view kNone = "none";
 constexpr std::string_view kIAppsPreferences = "/Library/Preferences/com.apple.iApps.plist";
 
+constexpr const char* kArchiveExtensions =
+    "^(pkg$)|^(iso$)|^(dmg$)|^(ccd$)|^(rar$)|^(7z$)|^(arc$)|^(bz$)|^(bz2$)|^(bzip$)|^(bzip2$)|^(gz$)|"
+    "^(gzi$)|^(gzip$)|^(tar$)|^(taz$)|^(zip$)|^(zz$)";
+
 const RegularExpression& pattern(int which) {
     static const std::array<RegularExpression, 6> patterns = [] {
         const char* sources[] = {
@@ -27,9 +31,7 @@ const RegularExpression& pattern(int which) {
             "^(rmvb$)|^(mkv$)|^(vob$)|^(swf$)",
             "^(dib$)|^(rle$)|^(pcx$)|^(tpic$)|^(jfif$)|^(eps$)|^(cgm$)",
             "^(odt$)|^(djvu$)|^(docset$)|^(eml$)",
-            "^(pkg$)|^(iso$)|^(dmg$)|^(ccd$)|^(rar$)|^(7z$)|^(arc$)|^(bz$)|^(bz2$)|^(bzip$)|^(bzip2$)|^(gz$)|"
-            "^(gzi$)|"
-            "^(gzip$)|^(tar$)|^(taz$)|^(zip$)|^(zz$)",
+            kArchiveExtensions,
             "^(screenflow$)|^(rcproject$)",
         };
         auto compile = [](const char* source) { return *RegularExpression::compile(source, nullptr); };

@@ -22,7 +22,7 @@ std::string modificationStamp(const std::string& path) {
 } // namespace
 
 std::string CVMD5LibrariesHasher::MD5HashFromFile(const std::string& path) {
-    const std::string stamp = modificationStamp(path);
+    std::string stamp = modificationStamp(path);
     PropertyValue hashes(
         m_defaults.dictionaryForKey(kLibraryHashesKey).value_or(PropertyValue::Dictionary{}));
     hashes.set(path, stamp);

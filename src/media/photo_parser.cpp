@@ -25,12 +25,14 @@ CViPhotoParser* parserOf(void* context) {
     return static_cast<CViPhotoParser*>(static_cast<xmlParserCtxtPtr>(context)->_private);
 }
 
-void onStartElement(void* ctx, const xmlChar* localname, const xmlChar*, const xmlChar*, int, const xmlChar**,
-                    int, int, const xmlChar**) {
+void onStartElement(void* ctx, const xmlChar* localname, const xmlChar* /*unused*/, const xmlChar* /*unused*/,
+                    int /*unused*/, const xmlChar** /*unused*/, int /*unused*/, int /*unused*/,
+                    const xmlChar** /*unused*/) {
     parserOf(ctx)->startElement(reinterpret_cast<const char*>(localname));
 }
 
-void onEndElement(void* ctx, const xmlChar*, const xmlChar*, const xmlChar*) {
+void onEndElement(void* ctx, const xmlChar* /*unused*/, const xmlChar* /*unused*/,
+                  const xmlChar* /*unused*/) {
     parserOf(ctx)->endElement();
 }
 
@@ -49,14 +51,16 @@ xmlEntityPtr onGetEntity(void* ctx, const xmlChar* name) {
     return entity;
 }
 
-xmlParserInputPtr refuseExternalEntity(void*, const xmlChar*, const xmlChar*) {
+xmlParserInputPtr refuseExternalEntity(void* /*unused*/, const xmlChar* /*unused*/,
+                                       const xmlChar* /*unused*/) {
     return nullptr;
 }
 
 // libxml2 falls back to its own entity lookup and loads external entities through the
 // process-wide loader, whatever the handler says; so the loader itself refuses. Corvel
 // never needs an external entity or DTD anywhere.
-xmlParserInputPtr refuseExternalLoad(const char*, const char*, xmlParserCtxtPtr) {
+xmlParserInputPtr refuseExternalLoad(const char* /*unused*/, const char* /*unused*/,
+                                     xmlParserCtxtPtr /*unused*/) {
     return nullptr;
 }
 
@@ -114,7 +118,7 @@ void CViPhotoParser::refreshRemovedPhotosListForPath(const std::string& albumDat
 }
 
 bool CViPhotoParser::photoContainsInAlreadyRemovedList(const std::string& path) const {
-    return m_needToCheckRemovedFiles && m_removedFiles.count(path) > 0;
+    return m_needToCheckRemovedFiles && m_removedFiles.contains(path);
 }
 
 bool CViPhotoParser::parseXMLFile(const std::string& path, bool checkRemovedFiles,

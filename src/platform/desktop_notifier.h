@@ -41,11 +41,11 @@ public:
 
     // True when the bus has a notification service: running, or one the bus starts on
     // demand. False with *error when the bus could not be asked.
-    bool serviceAvailable(CVError* error);
+    [[nodiscard]] bool serviceAvailable(CVError* error);
 
     // Sends Notify (application name "Corvel", no icon, the service's own time-out);
     // false with the service's or the bus's error.
-    bool presentNotification(const UserNotification& notification, CVError* error) override;
+    [[nodiscard]] bool presentNotification(const UserNotification& notification, CVError* error) override;
     // The id the service gave the last notification shown (0 before any).
     std::uint32_t lastNotificationId() const { return m_lastId; }
 

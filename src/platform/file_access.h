@@ -44,6 +44,6 @@ std::optional<bool> isImmutable(const std::string& path);
 
 // Sets or clears the immutable flag. Needs the CAP_LINUX_IMMUTABLE capability (root)
 // and a file system that keeps the flag; otherwise answers false with a POSIX error.
-bool setImmutable(const std::string& path, bool immutable, CVError* error);
+[[nodiscard]] bool setImmutable(const std::string& path, bool immutable, CVError* error);
 
 } // namespace corvel

@@ -51,24 +51,27 @@ struct RegularFileRead {
 // EINVAL, "is not a regular file"), or is larger than maxBytes, before or while being
 // read (file error EFBIG); fails with ECANCELED when shouldStop answered true, and with
 // ECANCELED too when consume answers false. Every failure names the path.
-bool readRegularFileChunks(const std::string& path, const RegularFileRead& how,
-                           const std::function<bool(std::string_view)>& consume, CVError* error);
+[[nodiscard]] bool readRegularFileChunks(const std::string& path, const RegularFileRead& how,
+                                         const std::function<bool(std::string_view)>& consume,
+                                         CVError* error);
 
 // The whole regular file into out, as readRegularFileChunks reads it.
-bool readRegularFile(const std::string& path, std::string& out, const RegularFileRead& how, CVError* error);
+[[nodiscard]] bool readRegularFile(const std::string& path, std::string& out, const RegularFileRead& how,
+                                   CVError* error);
 
 // Reads the whole file into *out, links followed, as readRegularFile does: fails (with
 // a POSIX error) when the file cannot be opened or read, with a file error when it is
 // not a regular file or larger than maxBytes.
-bool readFileContents(const std::string& path, std::string& out, std::size_t maxBytes, CVError* error);
+[[nodiscard]] bool readFileContents(const std::string& path, std::string& out, std::size_t maxBytes,
+                                    CVError* error);
 
 // Replaces the file at path with bytes so that a crash at any moment leaves either the
 // old file or the new one, never a mix: the bytes go to a temporary file in the same
 // folder ("<name>.tmp-XXXXXX"), which is fsync'ed and renamed over path, and the folder is
 // fsync'ed after. On failure the old file is untouched and the temporary is removed.
 // The file gets newFileMode when it is new and keeps its mode otherwise.
-bool writeFileAtomically(const std::string& path, std::string_view bytes, CVError* error,
-                         unsigned newFileMode = 0600);
+[[nodiscard]] bool writeFileAtomically(const std::string& path, std::string_view bytes, CVError* error,
+                                       unsigned newFileMode = 0600);
 
 // Removes what writeFileAtomically left beside path when the writing process ended
 // between creating its temporary and renaming it. A name is a candidate only when it is
@@ -85,7 +88,7 @@ std::vector<std::string> removeStaleTemporaries(const std::string& path, std::ch
 // was; a new file is made the same way with mode 0666 less the umask. A fifo or a
 // character device (a pipe, a terminal, /dev/null) is written straight: nothing there
 // could be lost. A folder, a dangling link or anything else is an error.
-bool saveFile(const std::string& path, std::string_view bytes, CVError* error);
+[[nodiscard]] bool saveFile(const std::string& path, std::string_view bytes, CVError* error);
 
 // Renames a damaged file beside itself to "<path>.corrupt-YYYYMMDD-HHMMSS" (local time;
 // "-2", "-3" … after one of the same second), never over an existing name
@@ -94,7 +97,7 @@ bool saveFile(const std::string& path, std::string_view bytes, CVError* error);
 std::string setAsideDamagedFile(const std::string& path);
 
 // Creates the folder and its missing parents (mode 0700 for new ones). True when the folder exists after.
-bool makeDirectories(const std::string& path, CVError* error);
+[[nodiscard]] bool makeDirectories(const std::string& path, CVError* error);
 
 // True when something exists at the path (symbolic links followed; with
 // followLinks false a dangling link counts too).

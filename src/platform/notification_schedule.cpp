@@ -21,14 +21,14 @@ using Json = nlohmann::json;
 
 constexpr int kFormat = 1;
 // Far above any schedule this program writes; a larger file is not ours.
-constexpr std::size_t kMaxScheduleBytes = 4 * 1024 * 1024;
+constexpr std::size_t kMaxScheduleBytes = std::size_t{4} * 1024 * 1024;
 // A temporary this old is no live writer's (see removeStaleTemporaries).
 constexpr std::chrono::seconds kStaleTemporaryAge{60};
 // Steps a repeating notification may take to pass now (a weekly one missed for a
 // thousand years takes about 52,000); beyond, it restarts from now.
 constexpr int kMaxRepeatSteps = 100000;
 
-bool readInteger(const Json& object, const char* key, std::int64_t& out, std::string* reason) {
+[[nodiscard]] bool readInteger(const Json& object, const char* key, std::int64_t& out, std::string* reason) {
     const auto it = object.find(key);
     if (it == object.end() || !it->is_number_integer() ||
         (it->is_number_unsigned() && it->get<std::uint64_t>() > static_cast<std::uint64_t>(INT64_MAX))) {
@@ -39,7 +39,8 @@ bool readInteger(const Json& object, const char* key, std::int64_t& out, std::st
     return true;
 }
 
-bool readText(const Json& object, const char* key, bool required, std::string& out, std::string* reason) {
+[[nodiscard]] bool readText(const Json& object, const char* key, bool required, std::string& out,
+                            std::string* reason) {
     const auto it = object.find(key);
     if (it == object.end() && !required)
         return true;
@@ -51,7 +52,7 @@ bool readText(const Json& object, const char* key, bool required, std::string& o
     return true;
 }
 
-bool readInterval(const Json& value, CalendarInterval& out, std::string* reason) {
+[[nodiscard]] bool readInterval(const Json& value, CalendarInterval& out, std::string* reason) {
     if (!value.is_object()) {
         *reason = "\"repeatInterval\" is not an object";
         return false;
@@ -73,7 +74,8 @@ bool readInterval(const Json& value, CalendarInterval& out, std::string* reason)
     return true;
 }
 
-bool readNotification(const Json& value, bool delivered, UserNotification& out, std::string* reason) {
+[[nodiscard]] bool readNotification(const Json& value, bool delivered, UserNotification& out,
+                                    std::string* reason) {
     if (!value.is_object()) {
         *reason = "a notification is not an object";
         return false;
@@ -100,8 +102,8 @@ bool readNotification(const Json& value, bool delivered, UserNotification& out, 
     return true;
 }
 
-bool readList(const Json& root, const char* key, bool delivered, std::vector<UserNotification>& out,
-              std::string* reason) {
+[[nodiscard]] bool readList(const Json& root, const char* key, bool delivered,
+                            std::vector<UserNotification>& out, std::string* reason) {
     const auto it = root.find(key);
     if (it == root.end())
         return true;

@@ -56,11 +56,11 @@ public:
 
     const std::string& path() const { return m_path; }
 
-    bool scheduledNotifications(std::vector<UserNotification>& out, CVError* error) override;
-    bool scheduleNotification(const UserNotification& notification, CVError* error) override;
-    bool removeScheduledNotification(const std::string& identifier, CVError* error) override;
-    bool deliveredNotifications(std::vector<UserNotification>& out, CVError* error) override;
-    bool removeDeliveredNotification(const std::string& identifier, CVError* error) override;
+    [[nodiscard]] bool scheduledNotifications(std::vector<UserNotification>& out, CVError* error) override;
+    [[nodiscard]] bool scheduleNotification(const UserNotification& notification, CVError* error) override;
+    [[nodiscard]] bool removeScheduledNotification(const std::string& identifier, CVError* error) override;
+    [[nodiscard]] bool deliveredNotifications(std::vector<UserNotification>& out, CVError* error) override;
+    [[nodiscard]] bool removeDeliveredNotification(const std::string& identifier, CVError* error) override;
 
     // Shows each scheduled notification whose delivery date has come (at or before now),
     // earliest first, through the presenter. A repeating one moves on by its interval, in
@@ -68,22 +68,26 @@ public:
     // leaves the schedule. Each one shown is recorded as delivered. One the presenter
     // could not show stays scheduled as it was, still due; the answer is then false with
     // the first such failure in *error. *delivered (when given) counts those shown.
-    bool deliverDueNotifications(NotificationPresenter& presenter, std::size_t* delivered, CVError* error);
+    [[nodiscard]] bool deliverDueNotifications(NotificationPresenter& presenter, std::size_t* delivered,
+                                               CVError* error);
 
     // Reads the schedule at path and changes nothing (no lock, no folder made, a damaged
     // file left where it is): a missing file is an empty schedule; an unreadable or
     // damaged one answers false with the reason.
-    static bool readSchedule(const std::string& path, NotificationScheduleContents& out, CVError* error);
+    [[nodiscard]] static bool readSchedule(const std::string& path, NotificationScheduleContents& out,
+                                           CVError* error);
 
     // The file's text for the contents, and the contents of a text (false with the
     // reason in *reason when the text is not a schedule).
     static std::string encodeSchedule(const NotificationScheduleContents& contents);
-    static bool decodeSchedule(std::string_view text, NotificationScheduleContents& out, std::string* reason);
+    [[nodiscard]] static bool decodeSchedule(std::string_view text, NotificationScheduleContents& out,
+                                             std::string* reason);
 
 private:
     // Under the lock: reads the contents (setting a damaged file aside), hands them to
     // change, and writes them back when change answers true.
-    bool update(const std::function<bool(NotificationScheduleContents&)>& change, CVError* error);
+    [[nodiscard]] bool update(const std::function<bool(NotificationScheduleContents&)>& change,
+                              CVError* error);
 
     std::string m_path;
     SecondsClock m_clock;

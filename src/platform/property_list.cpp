@@ -107,8 +107,8 @@ std::optional<double> parseXmlDate(std::string_view text) {
         if (fraction.find_first_not_of("0123456789", 2) != std::string::npos)
             return std::nullopt;
     }
-    const std::int64_t whole =
-        daysFromCivil(*year, *month, *day) * 86400 + *hour * 3600 + *minute * 60 + *second;
+    const std::int64_t whole = daysFromCivil(*year, *month, *day) * 86400 + std::int64_t{*hour} * 3600 +
+                               std::int64_t{*minute} * 60 + *second;
     return static_cast<double>(static_cast<long double>(whole) + std::strtold(fraction.c_str(), nullptr));
 }
 
@@ -319,7 +319,7 @@ struct BinaryTable {
         std::uint64_t at = objectOffset(index);
         if (at >= trailer)
             return false;
-        const unsigned char marker = static_cast<unsigned char>(s[at]);
+        const auto marker = static_cast<unsigned char>(s[at]);
         const unsigned kind = marker >> 4;
         count = 0;
         const bool container = kind == 0xA || kind == 0xC || kind == 0xD;

@@ -40,14 +40,14 @@ enum class PropertyListFormat { XML, Binary };
 // Parses an XML or binary property list. On failure answers false and sets *error
 // (domain kCorvelFileErrorDomain) with a message that says what was wrong; *out is
 // left unchanged. Thread-safe.
-bool readPropertyList(std::string_view bytes, PropertyValue& out, CVError* error);
+[[nodiscard]] bool readPropertyList(std::string_view bytes, PropertyValue& out, CVError* error);
 // The file at path, links followed, read as readFileContents reads it (a regular file
 // of at most kMaxPropertyListBytes).
-bool readPropertyListFile(const std::string& path, PropertyValue& out, CVError* error);
+[[nodiscard]] bool readPropertyListFile(const std::string& path, PropertyValue& out, CVError* error);
 // The file read as readRegularFile reads it with how (its maxBytes is capped at
 // kMaxPropertyListBytes; zero means that cap).
-bool readPropertyListFile(const std::string& path, PropertyValue& out, const RegularFileRead& how,
-                          CVError* error);
+[[nodiscard]] bool readPropertyListFile(const std::string& path, PropertyValue& out,
+                                        const RegularFileRead& how, CVError* error);
 
 // Serialises a value. Null values inside containers are left out (property lists have
 // no null); a null top-level value serialises as an empty dictionary. A string that is
@@ -66,7 +66,7 @@ std::string propertyListData(const PropertyValue& value, PropertyListFormat form
 // Writes the value as an XML property list, atomically (see writeFileAtomically). A
 // dictionary key that a list cannot carry answers false with an error and leaves the
 // file as it was.
-bool writePropertyListFile(const std::string& path, const PropertyValue& value, CVError* error);
+[[nodiscard]] bool writePropertyListFile(const std::string& path, const PropertyValue& value, CVError* error);
 
 // The depth of the deepest container in the list (0 for a scalar), or -1 when the
 // structure is too malformed to measure. Exposed for tests.

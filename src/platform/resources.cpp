@@ -51,7 +51,7 @@ const std::string& resourceDirectory() {
             return std::string(env);
         const std::string exe = executableDirectory();
         if (!exe.empty()) {
-            const std::string beside = parentPath(exe) + "/share/corvel";
+            std::string beside = parentPath(exe) + "/share/corvel";
             if (isDirectory(beside))
                 return beside;
         }

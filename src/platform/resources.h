@@ -22,6 +22,6 @@ std::string resourcePath(std::string_view relative);
 // and the default string table. Otherwise
 // false and *error (when given) names the first one missing (its full path and the reason)
 // or says that no resource folder was found; nothing is changed.
-bool checkResources(const std::string& directory, std::string* error);
+[[nodiscard]] bool checkResources(const std::string& directory, std::string* error);
 
 } // namespace corvel

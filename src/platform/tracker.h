@@ -24,7 +24,8 @@ public:
 // Drops every event.
 class NullTracker final : public Tracker {
 public:
-    void trackEvent(std::string_view, std::string_view, std::string_view, std::int64_t) override {}
+    void trackEvent(std::string_view /*category*/, std::string_view /*action*/, std::string_view /*label*/,
+                    std::int64_t /*value*/) override {}
 };
 
 // The tracker the logic reports to; a NullTracker unless one was installed.

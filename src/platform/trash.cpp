@@ -83,13 +83,14 @@ bool hasIdentity(const struct stat& st, const TrashItemIdentity& identity) {
 }
 
 // Refuses to move the Trash folder into itself, or an item out of its own Trash folder.
-bool checkPlace(const std::string& path, const TrashItemName& item, const std::string& trashFolder,
-                CVError* error) {
+[[nodiscard]] bool checkPlace(const std::string& path, const TrashItemName& item,
+                              const std::string& trashFolder, CVError* error) {
     const std::string itemPath = item.path();
     if (isWithin(itemPath, trashFolder)) {
         setError(error, trashError(kTrashErrorInTrash, path, "is in the Trash already"));
         return false;
     }
+    // NOLINTNEXTLINE(readability-suspicious-call-argument): is the Trash folder inside the item?
     if (isWithin(trashFolder, itemPath)) {
         setError(error, trashError(kTrashErrorHoldsTrash, path, "holds the Trash folder " + trashFolder));
         return false;
@@ -100,7 +101,7 @@ bool checkPlace(const std::string& path, const TrashItemName& item, const std::s
 // Path= of the information file: absolute for the home Trash, relative to the volume's
 // top folder otherwise.
 std::string originalPath(const TrashItemName& item, const TrashFolder& trash) {
-    const std::string itemPath = item.path();
+    std::string itemPath = item.path();
     if (trash.isHomeTrash)
         return itemPath;
     if (trash.topDirectory == "/")

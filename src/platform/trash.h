@@ -80,8 +80,8 @@ public:
     // With expected given, the item's device and inode are checked again just before the
     // rename (after the information file is synced); another item there fails
     // kTrashErrorItemChanged, "changed since the scan", and stays where it is.
-    bool moveToTrash(const std::string& path, TrashedItem* trashed, CVError* error,
-                     const std::optional<TrashItemIdentity>& expected = std::nullopt);
+    [[nodiscard]] bool moveToTrash(const std::string& path, TrashedItem* trashed, CVError* error,
+                                   const std::optional<TrashItemIdentity>& expected = std::nullopt);
 
     // The Trash folder moveToTrash would move the item at path to, found without making
     // or changing anything (for a dry run). Nothing, with *error as moveToTrash would
@@ -130,11 +130,11 @@ public:
                                    CVError* error);
     // False with *error (POSIX domain) when the information files cannot be made durable;
     // every item added since the last sync is then dropped and stays at its path.
-    bool sync(CVError* error);
+    [[nodiscard]] bool sync(CVError* error);
     // Moves an item synced before. Failures as moveToTrash; the item is at its path then.
     // An entry that appeared in files/ under the claimed name meanwhile makes it a single
     // move under the next free name.
-    bool commit(std::size_t ticket, TrashedItem* trashed, CVError* error);
+    [[nodiscard]] bool commit(std::size_t ticket, TrashedItem* trashed, CVError* error);
     // Gives up an item not committed yet: its information file is removed.
     void drop(std::size_t ticket);
     // As Trash::trashDirectoryFor, with the folders looked up once per batch (a dry run

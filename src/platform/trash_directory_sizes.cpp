@@ -30,8 +30,8 @@ bool parseLine(std::string_view line, std::string& name) {
         return false;
     std::uint64_t size = 0;
     std::int64_t time = 0;
-    const auto sizeEnd = line.data() + first;
-    const auto timeEnd = line.data() + second;
+    const auto* const sizeEnd = line.data() + first;
+    const auto* const timeEnd = line.data() + second;
     if (std::from_chars(line.data(), sizeEnd, size).ptr != sizeEnd ||
         std::from_chars(line.data() + first + 1, timeEnd, time).ptr != timeEnd)
         return false;

@@ -33,7 +33,8 @@ std::string updatedDirectorySizes(std::string_view text, std::string_view name, 
 // atomically (a temporary file in the Trash folder, fsync'ed, renamed over it). Answers
 // false with an error when the file cannot be written; the Trash entry itself is
 // untouched either way. Two processes updating at once: the last one wins.
-bool recordTrashedFolderSize(int trashDirectoryFd, const std::string& trashDirectory, const std::string& name,
-                             std::uint64_t size, std::int64_t infoModificationTime, CVError* error);
+[[nodiscard]] bool recordTrashedFolderSize(int trashDirectoryFd, const std::string& trashDirectory,
+                                           const std::string& name, std::uint64_t size,
+                                           std::int64_t infoModificationTime, CVError* error);
 
 } // namespace corvel

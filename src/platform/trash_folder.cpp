@@ -42,8 +42,9 @@ bool userMayWriteIn(int parent, const char* name) {
 // one the given user owns. *out gets it open. In Find mode nothing is made: a missing
 // folder counts when the user may make it (*out stays closed), an existing one when the
 // user may write in it.
-bool realFolder(int parent, const std::string& parentPath, const char* name, std::optional<uid_t> ownerMustBe,
-                Mode mode, UniqueFd* out, std::string* whyNot) {
+[[nodiscard]] bool realFolder(int parent, const std::string& parentPath, const char* name,
+                              std::optional<uid_t> ownerMustBe, Mode mode, UniqueFd* out,
+                              std::string* whyNot) {
     const std::string path = joinPath(parentPath, name);
     struct stat st {};
     if (::fstatat(parent, name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
@@ -87,7 +88,8 @@ bool realFolder(int parent, const std::string& parentPath, const char* name, std
 
 // files/ and info/ of an open Trash folder (Open), or whether they could be used (Find:
 // trashFolder is not valid when the Trash folder itself is still to be made).
-bool contentFolders(const UniqueFd& trashFolder, TrashFolder& found, Mode mode, std::string* whyNot) {
+[[nodiscard]] bool contentFolders(const UniqueFd& trashFolder, TrashFolder& found, Mode mode,
+                                  std::string* whyNot) {
     if (mode == Mode::Find && !trashFolder.valid())
         return true;
     return realFolder(trashFolder.get(), found.path, "files", std::nullopt, mode, &found.files, whyNot) &&
@@ -103,7 +105,8 @@ std::string existingAncestor(std::string path) {
 }
 
 // The Trash must be on the item's file system: rename(2) cannot leave it.
-bool sameFileSystem(const std::string& itemFolder, const std::string& trashPath, std::string* whyNot) {
+[[nodiscard]] bool sameFileSystem(const std::string& itemFolder, const std::string& trashPath,
+                                  std::string* whyNot) {
     struct stat item {};
     struct stat trash {};
     if (::stat(itemFolder.c_str(), &item) != 0 || ::stat(existingAncestor(trashPath).c_str(), &trash) != 0) {

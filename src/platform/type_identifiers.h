@@ -20,7 +20,7 @@ public:
     static const TypeIdentifiers& shared();
 
     // Loads a table file; answers false with *error when it cannot be read or parsed.
-    bool load(const std::string& path, CVError* error);
+    [[nodiscard]] bool load(const std::string& path, CVError* error);
 
     // The identifier for an extension (without the dot, any case). An unknown extension
     // gives "dyn.<extension in lower case>", which conforms to public.data; an empty one "public.data".

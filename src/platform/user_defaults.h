@@ -135,7 +135,7 @@ public:
     // Writes unsaved changes to the file. True when there was nothing to write or the
     // write succeeded; on failure (or for a read-only store) the changes stay unsaved and
     // *error says why.
-    bool synchronize(CVError* error = nullptr);
+    [[nodiscard]] bool synchronize(CVError* error = nullptr);
 
 private:
     // The stored value if its type fits, else the registered default. When the stored

@@ -39,21 +39,21 @@ class UserNotificationCenter {
 public:
     virtual ~UserNotificationCenter() = default;
 
-    virtual bool scheduledNotifications(std::vector<UserNotification>& out, CVError* error) = 0;
+    [[nodiscard]] virtual bool scheduledNotifications(std::vector<UserNotification>& out, CVError* error) = 0;
     // Adds the notification, replacing a scheduled one with the same identifier.
-    virtual bool scheduleNotification(const UserNotification& notification, CVError* error) = 0;
+    [[nodiscard]] virtual bool scheduleNotification(const UserNotification& notification, CVError* error) = 0;
     // Removes the scheduled notifications with that identifier (none: nothing changes).
-    virtual bool removeScheduledNotification(const std::string& identifier, CVError* error) = 0;
+    [[nodiscard]] virtual bool removeScheduledNotification(const std::string& identifier, CVError* error) = 0;
     // The notifications shown so far (the latest of each identifier).
-    virtual bool deliveredNotifications(std::vector<UserNotification>& out, CVError* error) = 0;
-    virtual bool removeDeliveredNotification(const std::string& identifier, CVError* error) = 0;
+    [[nodiscard]] virtual bool deliveredNotifications(std::vector<UserNotification>& out, CVError* error) = 0;
+    [[nodiscard]] virtual bool removeDeliveredNotification(const std::string& identifier, CVError* error) = 0;
 };
 
 // Shows a notification on the desktop now, with its action button.
 class NotificationPresenter {
 public:
     virtual ~NotificationPresenter() = default;
-    virtual bool presentNotification(const UserNotification& notification, CVError* error) = 0;
+    [[nodiscard]] virtual bool presentNotification(const UserNotification& notification, CVError* error) = 0;
 };
 
 // The current time in whole seconds since 1970-01-01 UTC; tests give their own.

@@ -104,7 +104,7 @@ std::string xdgStateHome() {
 std::string userDirectoryFromFile(UserDirectory kind, const std::string& userDirsFile,
                                   const std::string& home) {
     const DirectoryKey key = keyFor(kind);
-    const std::string fallback = home + "/" + key.fallback;
+    std::string fallback = home + "/" + key.fallback;
     std::ifstream in(userDirsFile);
     std::string line;
     std::string found;

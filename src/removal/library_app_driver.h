@@ -29,8 +29,8 @@ public:
 
 class LinuxLibraryAppDriver : public LibraryAppDriver {
 public:
-    bool launchApplication(const std::string&) override { return false; }
-    std::optional<PropertyValue::Dictionary> runScript(const std::string&) override {
+    bool launchApplication(const std::string& /*bundleIdentifier*/) override { return false; }
+    std::optional<PropertyValue::Dictionary> runScript(const std::string& /*script*/) override {
         return PropertyValue::Dictionary{{kLocalizedDescriptionKeyForScripts, "no script runner on Linux"}};
     }
     static constexpr const char* kLocalizedDescriptionKeyForScripts = "NSAppleScriptErrorMessage";

@@ -289,8 +289,15 @@ void CVRemovalPass::endPass(std::uint64_t total, std::uint64_t completedGroups) 
             removeFinishedWithSize(removedSize, total, complete, stoppedByUser);
         },
         true);
-    if (!m_options.dryRun)
-        m_services.defaults.synchronize();
+    CVError saveError;
+    if (!m_options.dryRun && !m_services.defaults.synchronize(&saveError))
+        systemLogf("Could not save the preferences = %@", saveError.localizedDescription());
+}
+
+void CVRemovalPass::lockAgain(const std::string& path) {
+    CVError error;
+    if (!setImmutable(path, true, &error))
+        systemLogf("Could not make %@ immutable again = %@", path, error.localizedDescription());
 }
 
 bool CVRemovalPass::stoppedDuringCheck(const CVError& error) const {
@@ -334,7 +341,7 @@ bool CVRemovalPass::trashWindow(const MarkedFiles& marked, std::size_t& next,
             entry.ticket =
                 batch.add(path, TrashItemIdentity{file.device(), file.inodeNumber()}, &entry.failure);
             if (!entry.ticket && entry.unlocked)
-                setImmutable(path, true, nullptr);
+                lockAgain(path);
         } else if (stoppedDuringCheck(entry.failure)) {
             break;
         }
@@ -352,7 +359,7 @@ bool CVRemovalPass::trashWindow(const MarkedFiles& marked, std::size_t& next,
         if (!m_shredInProgress) {
             for (std::size_t rest = w; rest < window.size(); ++rest)
                 if (window[rest].unlocked)
-                    setImmutable(marked[window[rest].index].first->path(), true, nullptr);
+                    lockAgain(marked[window[rest].index].first->path());
             return false;
         }
         m_current = &m_records[entry.index];
@@ -370,7 +377,7 @@ bool CVRemovalPass::trashWindow(const MarkedFiles& marked, std::size_t& next,
             }
         }
         if (!ok && entry.unlocked)
-            setImmutable(path, true, nullptr);
+            lockAgain(path);
         if (entry.ticket && removeEmptyFolders())
             removeParentFolderIfEmpty(path, true);
         report(file, ok, error, true);
@@ -535,7 +542,7 @@ bool CVRemovalPass::shredPhysicallyDup(CVFile& file, bool toTrash, CVError* erro
     const bool ok = removeItemAtPath(path, toTrash, &removeError);
     if (!ok) {
         if (unlocked)
-            setImmutable(path, true, nullptr);
+            lockAgain(path);
         setError(error, removeError);
     }
     if (removeEmptyFolders())

@@ -114,9 +114,9 @@ public:
 
     // The pass; on the calling thread (startPass runs it on its own).
     void cleanDuplicates();
-    bool shredDuplicateFile(CVFile& file, bool toTrash, CVError* error);
-    bool shredPhysicallyDup(CVFile& file, bool toTrash, CVError* error);
-    bool removeItemAtPath(const std::string& path, bool toTrash, CVError* error);
+    [[nodiscard]] bool shredDuplicateFile(CVFile& file, bool toTrash, CVError* error);
+    [[nodiscard]] bool shredPhysicallyDup(CVFile& file, bool toTrash, CVError* error);
+    [[nodiscard]] bool removeItemAtPath(const std::string& path, bool toTrash, CVError* error);
     void removeParentFolderIfEmpty(const std::string& removedPath, bool moveToTrash);
     std::optional<CVError> shrediPhotoDup(CVFile& file);
     std::optional<PropertyValue::Dictionary> trashiPhotoImageWithPath(const std::string& path, bool useAdd,
@@ -164,11 +164,14 @@ private:
     void endPass(std::uint64_t total, std::uint64_t completedGroups);
     void runOnMain(const std::function<void()>& work, bool wait);
     // The checks before a copy is touched; false with *error (kRemovalCheckErrorDomain).
-    bool checkCopy(CVFile& file, bool permanently, CVError* error);
+    [[nodiscard]] bool checkCopy(CVFile& file, bool permanently, CVError* error);
     // Whether a failed check means a stop came meanwhile: nothing was done to the copy.
     bool stoppedDuringCheck(const CVError& error) const;
     // Whether the copy is moved by the pass itself (not through a library application).
     bool goesToTrashDirectly(const CVFile& file) const;
+    // Sets the immutable flag of a copy unlocked for a removal that did not happen again;
+    // a failure is logged.
+    static void lockAgain(const std::string& path);
     // Moves the copies from marked[next] on to the Trash as one batch, up to a copy that is
     // not goesToTrashDirectly or the window's bounds; next moves past them. False when a
     // stop ended the pass: the copies not moved stay where they are, marked.

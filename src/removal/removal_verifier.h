@@ -34,7 +34,7 @@ public:
 
     // True when the item at the file's path is the one the scan recorded; else false
     // with the reason ("changed since the scan", "missing").
-    static bool isUnchangedSinceScan(const CVFile& file, std::string* reason);
+    [[nodiscard]] static bool isUnchangedSinceScan(const CVFile& file, std::string* reason);
 
     // Whether the copy may be removed now (permanently: deleted rather than trashed).
     RemovalCheck checkBeforeRemoval(const CVFile& copy, bool permanently);

@@ -74,8 +74,9 @@ public:
     // Saves the export text at path (UTF-8) with saveFile: a list already there is
     // replaced only once the whole new one is on disk. On failure logs "Error saving list
     // of selected dupes: %@" and fills *error. Posts "CVExportPanelDidClose" either way.
-    bool exportSelectedDupesToPath(const std::string& path, CVError* error, bool nulSeparated = false) const;
-    void collectAllDuplicatesAtPath(const std::string&) {}
+    [[nodiscard]] bool exportSelectedDupesToPath(const std::string& path, CVError* error,
+                                                 bool nulSeparated = false) const;
+    void collectAllDuplicatesAtPath(const std::string& /*path*/) {}
 
     ChangeNotifier& changeNotifier() { return m_notifier; }
 

@@ -34,7 +34,7 @@ struct SignatureDigest {
     std::uint64_t keptLength() const { return bytes ? length : 0; }
 };
 
-inline constexpr std::uint64_t kKeptSignatureBytes = 64 * 1024;
+inline constexpr std::uint64_t kKeptSignatureBytes = std::uint64_t{64} * 1024;
 
 // The digest of a file's signature, computed on the calling thread. The bytes of a
 // signature of at most kKeptSignatureBytes are kept when budget allows them (always

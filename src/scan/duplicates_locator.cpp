@@ -102,11 +102,11 @@ CVDuplicatesLocator::CVDuplicatesLocator(Services services) : m_services(service
 }
 
 struct CVDuplicatesLocator::FinishHandOff {
-    std::mutex mutex;
+    Mutex mutex;
     std::condition_variable condition;
-    bool dropped = false; // stopScan: the task must not run finishScan any more
-    bool running = false; // the task is in finishScan
-    bool done = false;    // the task has run finishScan
+    bool dropped GUARDED_BY(mutex) = false; // stopScan: the task must not run finishScan any more
+    bool running GUARDED_BY(mutex) = false; // the task is in finishScan
+    bool done GUARDED_BY(mutex) = false;    // the task has run finishScan
 };
 
 CVDuplicatesLocator::~CVDuplicatesLocator() {
@@ -115,12 +115,12 @@ CVDuplicatesLocator::~CVDuplicatesLocator() {
 }
 
 std::uint64_t CVDuplicatesLocator::newRequest() {
-    std::lock_guard lock(m_fieldsMutex);
+    MutexLock lock(m_fieldsMutex);
     return ++m_requestedScans;
 }
 
 bool CVDuplicatesLocator::isStopped(std::uint64_t request) const {
-    std::lock_guard lock(m_fieldsMutex);
+    MutexLock lock(m_fieldsMutex);
     return request <= m_stoppedThrough;
 }
 
@@ -151,24 +151,24 @@ void CVDuplicatesLocator::waitForScanThread() {
 bool CVDuplicatesLocator::isWaitingForMainThread() const {
     std::shared_ptr<FinishHandOff> finish;
     {
-        std::lock_guard lock(m_fieldsMutex);
+        MutexLock lock(m_fieldsMutex);
         finish = m_pendingFinish;
     }
     if (!finish)
         return false;
-    std::lock_guard lock(finish->mutex);
+    MutexLock lock(finish->mutex);
     return !finish->done && !finish->dropped;
 }
 
 void CVDuplicatesLocator::setPaths(const std::vector<std::string>& paths) {
-    std::lock_guard lock(m_fieldsMutex);
+    MutexLock lock(m_fieldsMutex);
     m_pathsToScan.clear();
     for (const auto& path : paths)
         m_pathsToScan.push_back(CVScanPath{path, false});
 }
 
 std::vector<CVScanPath> CVDuplicatesLocator::pathsToScan() const {
-    std::lock_guard lock(m_fieldsMutex);
+    MutexLock lock(m_fieldsMutex);
     return m_pathsToScan;
 }
 
@@ -176,15 +176,15 @@ void CVDuplicatesLocator::stopScan() {
     std::shared_ptr<CVFilesHierarchy> hierarchy;
     std::shared_ptr<FinishHandOff> finish;
     {
-        std::lock_guard lock(m_fieldsMutex);
+        MutexLock lock(m_fieldsMutex);
         m_stoppedThrough = m_requestedScans;
-        m_state = 0;
+        m_state = ScanState::Idle;
         hierarchy = m_hierarchy;
         finish = m_pendingFinish;
     }
     if (finish) {
         {
-            std::lock_guard lock(finish->mutex);
+            MutexLock lock(finish->mutex);
             finish->dropped = true;
         }
         finish->condition.notify_all();
@@ -200,7 +200,7 @@ void CVDuplicatesLocator::stopScan() {
 }
 
 void CVDuplicatesLocator::finishScan() {
-    m_state = 0;
+    m_state = ScanState::Idle;
     NotificationCenter::defaultCenter().post(kScanFinishedNotification);
 }
 
@@ -213,8 +213,8 @@ void CVDuplicatesLocator::finishOnMainThread(std::uint64_t request) {
     }
     auto finish = std::make_shared<FinishHandOff>();
     {
-        std::lock_guard lock(m_fieldsMutex);
-        if (request <= m_stoppedThrough || state() != 1)
+        MutexLock lock(m_fieldsMutex);
+        if (request <= m_stoppedThrough || state() != ScanState::Scanning)
             return;
         m_pendingFinish = finish;
     }
@@ -222,40 +222,41 @@ void CVDuplicatesLocator::finishOnMainThread(std::uint64_t request) {
     // dropped it is m_pendingFinish, so stopScan (and so the destructor) drops it first.
     queue.post([this, finish] {
         {
-            std::lock_guard lock(finish->mutex);
+            MutexLock lock(finish->mutex);
             if (finish->dropped)
                 return;
             finish->running = true;
         }
         finishScan();
         {
-            std::lock_guard lock(finish->mutex);
+            MutexLock lock(finish->mutex);
             finish->running = false;
             finish->done = true;
         }
         finish->condition.notify_all();
     });
     {
-        std::unique_lock lock(finish->mutex);
-        finish->condition.wait(lock, [&] { return finish->done || (finish->dropped && !finish->running); });
+        MutexLock lock(finish->mutex);
+        while (!finish->done && !(finish->dropped && !finish->running))
+            lock.wait(finish->condition);
     }
-    std::lock_guard lock(m_fieldsMutex);
+    MutexLock lock(m_fieldsMutex);
     if (m_pendingFinish == finish)
         m_pendingFinish.reset();
 }
 
 std::shared_ptr<CVDuplicatesController> CVDuplicatesLocator::duplicatesController() const {
-    std::lock_guard lock(m_fieldsMutex);
+    MutexLock lock(m_fieldsMutex);
     return m_duplicatesController;
 }
 
 std::shared_ptr<CVFilesHierarchy> CVDuplicatesLocator::hierarchy() const {
-    std::lock_guard lock(m_fieldsMutex);
+    MutexLock lock(m_fieldsMutex);
     return m_hierarchy;
 }
 
 std::string CVDuplicatesLocator::currentScanPath() const {
-    std::lock_guard lock(m_fieldsMutex);
+    MutexLock lock(m_fieldsMutex);
     return m_currentScanPath;
 }
 
@@ -268,7 +269,7 @@ void CVDuplicatesLocator::showScanPath(const CVNode& node) {
 }
 
 void CVDuplicatesLocator::setCurrentScanPath(const std::string& path) {
-    std::lock_guard lock(m_fieldsMutex);
+    MutexLock lock(m_fieldsMutex);
     m_currentScanPath = path;
 }
 
@@ -277,7 +278,7 @@ void CVDuplicatesLocator::asyncScanPaths(const std::vector<std::string>& paths) 
 }
 
 void CVDuplicatesLocator::runScan(const std::vector<std::string>& paths, std::uint64_t request) {
-    std::lock_guard scanLock(m_scanMutex);
+    MutexLock scanLock(m_scanMutex);
     // Stopped while it waited for the scan before it.
     if (isStopped(request))
         return;
@@ -286,10 +287,10 @@ void CVDuplicatesLocator::runScan(const std::vector<std::string>& paths, std::ui
     setPaths(paths);
     {
         // Under the lock, so that a stopScan either comes after (and sets 0) or is seen here.
-        std::lock_guard lock(m_fieldsMutex);
+        MutexLock lock(m_fieldsMutex);
         if (request <= m_stoppedThrough)
             return;
-        m_state = 1;
+        m_state = ScanState::Scanning;
     }
     // Library files are parsed again once this scan has ended, stopped or not.
     auto& media = CViMediaManager::sharedInstance();
@@ -312,7 +313,7 @@ void CVDuplicatesLocator::runScan(const std::vector<std::string>& paths, std::ui
     hierarchy->setCounters(&m_counters);
     {
         // A stopScan either finds this hierarchy or is seen here.
-        std::lock_guard lock(m_fieldsMutex);
+        MutexLock lock(m_fieldsMutex);
         m_hierarchy = hierarchy;
         if (request <= m_stoppedThrough)
             hierarchy->setCanContinue(false);
@@ -320,25 +321,25 @@ void CVDuplicatesLocator::runScan(const std::vector<std::string>& paths, std::ui
     systemLog("Scanning started");
     hierarchy->rescan();
     if (!hierarchy->canContinue())
-        m_state = 0;
+        m_state = ScanState::Idle;
     else
         systemLog("Hierarchy building complete");
-    if (state() != 1)
+    if (state() != ScanState::Scanning)
         return;
     makeResultsCollection();
     locateDuplicatesInDictionary(hierarchy->filesGroupedBySize());
-    if (state() == 1)
+    if (state() == ScanState::Scanning)
         finishOnMainThread(request);
 }
 
 void CVDuplicatesLocator::startSearching() {
-    m_state = 1;
+    m_state = ScanState::Scanning;
     makeResultsCollection();
 }
 
 void CVDuplicatesLocator::makeResultsCollection() {
     auto controller = std::make_shared<CVDuplicatesController>();
-    std::lock_guard lock(m_fieldsMutex);
+    MutexLock lock(m_fieldsMutex);
     m_duplicatesController = std::move(controller);
 }
 
@@ -397,7 +398,8 @@ void CVDuplicatesLocator::beginSizeSearch(const std::vector<std::uint64_t>& size
         systemLogf("Max size = %@", sizes.front());
     m_counters.sizes = useful;
     m_reader = std::make_unique<SizeGroupReader>(
-        readerThreads(), [this] { return state() != 0; }, &m_counters.bytesRead, m_keptBytesLimit);
+        readerThreads(), [this] { return state() != ScanState::Idle; }, &m_counters.bytesRead,
+        m_keptBytesLimit);
     m_queuedUpTo = 0;
     m_folderAccess.clear();
 }
@@ -434,7 +436,7 @@ void CVDuplicatesLocator::locateDuplicatesInDictionary(SizeGroups& groups) {
         groups.erase(size);
         if (policy.isUseful(size))
             m_counters.sizesDone.fetch_add(1, std::memory_order_relaxed);
-        if (state() == 0) {
+        if (state() == ScanState::Idle) {
             endSizeSearch();
             return;
         }
@@ -532,10 +534,10 @@ EqualClasses CVDuplicatesLocator::classesOfSizeGroup(const std::vector<NodePtr>&
     std::vector<SignatureDigest> digests;
     digests.reserve(files.size());
     for (CVFile* file : files)
-        digests.push_back(state() != 0 ? digestOfFile(*file, &budget) : SignatureDigest());
+        digests.push_back(state() != ScanState::Idle ? digestOfFile(*file, &budget) : SignatureDigest());
     for (const auto& digest : digests)
         m_counters.bytesRead.fetch_add(digest.length, std::memory_order_relaxed);
-    return equalClasses(files, positions, digests, [this] { return state() != 0; });
+    return equalClasses(files, positions, digests, [this] { return state() != ScanState::Idle; });
 }
 
 GroupPtr CVDuplicatesLocator::groupOfFolder(std::vector<NodePtr>& nodes, std::size_t i) {
@@ -545,7 +547,7 @@ GroupPtr CVDuplicatesLocator::groupOfFolder(std::vector<NodePtr>& nodes, std::si
         return nullptr;
     }
     std::vector<std::shared_ptr<CVFile>> matches;
-    for (std::size_t j = i + 1; j < nodes.size() && state() != 0; ++j) {
+    for (std::size_t j = i + 1; j < nodes.size() && state() != ScanState::Idle; ++j) {
         auto* other = dynamic_cast<CVFolder*>(nodes[j].get());
         if (!other || ignoreFile(*other) || !folder->isDuplicateOf(*other))
             continue;
@@ -592,7 +594,7 @@ std::vector<GroupPtr> CVDuplicatesLocator::findDuplicatesInSizeGroup(std::vector
     // through the group in order as the pairwise comparison would, so that a folder
     // found equal (whose files are then ignored) hides exactly the files after it.
     const EqualClasses classes = classesOfSizeGroup(nodes);
-    constexpr std::size_t kNoClass = static_cast<std::size_t>(-1);
+    constexpr auto kNoClass = static_cast<std::size_t>(-1);
     std::vector<std::pair<std::size_t, std::size_t>> place(nodes.size(), {kNoClass, 0});
     std::vector<std::vector<bool>> taken(classes.size());
     for (std::size_t c = 0; c < classes.size(); ++c) {
@@ -602,7 +604,7 @@ std::vector<GroupPtr> CVDuplicatesLocator::findDuplicatesInSizeGroup(std::vector
     }
     std::vector<GroupPtr> groups;
     bool pathShown = false;
-    for (std::size_t i = 0; i < nodes.size() && state() != 0; ++i) {
+    for (std::size_t i = 0; i < nodes.size() && state() != ScanState::Idle; ++i) {
         GroupPtr group;
         if (dynamic_cast<CVFolder*>(nodes[i].get())) {
             showScanPath(*nodes[i]);

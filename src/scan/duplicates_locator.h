@@ -15,7 +15,6 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -27,8 +26,10 @@
 #include "files_hierarchy.h"
 #include "platform/change_notifier.h"
 #include "platform/file_access.h"
+#include "platform/thread_annotations.h"
 #include "results/duplicates_controller.h"
 #include "scan_counters.h"
+#include "scan_state.h"
 #include "size_group_reader.h"
 #include "size_search_policy.h"
 
@@ -73,17 +74,17 @@ public:
     // second scan waits for the first. On the main thread finishScan runs inline.
     void asyncScanPaths(const std::vector<std::string>& paths);
     void setPaths(const std::vector<std::string>& paths);
-    // Any thread: state 0; the running scan stops at its next check (what was found
+    // Any thread: Idle; the running scan stops at its next check (what was found
     // stays), scans asked for before this call and not yet begun never begin, and none
     // of them posts "scanFinished" any more (a finishScan queued for the main thread is
     // dropped unless it is already running).
     void stopScan();
-    // On the main thread: state 0 and "scanFinished".
+    // On the main thread: Idle and "scanFinished".
     void finishScan();
-    // Sets the state as it is (the scan window's error path sets 0). Any thread.
-    void setState(std::int32_t state) { m_state = state; }
+    // Sets the state as it is (the scan window's error path sets Idle). Any thread.
+    void setState(ScanState state) { m_state = state; }
 
-    // What a scan does between the walk and the search: state 1 and a fresh results
+    // What a scan does between the walk and the search: Scanning and a fresh results
     // collection. For callers that walk on their own (tests, tools).
     void startSearching();
     void locateDuplicatesInDictionary(SizeGroups& groups);
@@ -104,7 +105,7 @@ public:
     // Folders first, shallower paths first; other nodes keep their walk order.
     static void sortSizeGroup(std::vector<NodePtr>& nodes);
 
-    bool stopSignaturesComparing() const override { return state() == 0; }
+    bool stopSignaturesComparing() const override { return state() == ScanState::Idle; }
 
     // A hard minimum size for this scan (as "OverrideMinSize" on with that minimum),
     // without touching the stored preferences; nothing restores the preferences' rule.
@@ -126,7 +127,7 @@ public:
     void setProgressPauses(bool enabled) { m_progressPauses = enabled; }
 
     // The readers below may be called from any thread while a scan runs.
-    std::int32_t state() const { return m_state.load(std::memory_order_relaxed); }
+    ScanState state() const { return m_state.load(std::memory_order_relaxed); }
     double progress() const { return m_progress.load(std::memory_order_relaxed); }
     double progressDelta() const { return m_progressDelta.load(std::memory_order_relaxed); }
     bool showFilesWOPermissions() const { return m_showFilesWOPermissions; }
@@ -149,15 +150,15 @@ private:
     struct FinishHandOff;
 
     // A new scan request's number; stopScan stops every request up to the last one.
-    std::uint64_t newRequest();
-    bool isStopped(std::uint64_t request) const;
+    std::uint64_t newRequest() EXCLUDES(m_fieldsMutex);
+    bool isStopped(std::uint64_t request) const EXCLUDES(m_fieldsMutex);
     // asyncScanPaths for a numbered request.
-    void runScan(const std::vector<std::string>& paths, std::uint64_t request);
+    void runScan(const std::vector<std::string>& paths, std::uint64_t request) EXCLUDES(m_scanMutex);
     // The end of a completed scan: finishScan on the main thread, waited for, unless the
     // request is stopped meanwhile.
     void finishOnMainThread(std::uint64_t request);
-    void makeResultsCollection();
-    void setCurrentScanPath(const std::string& path);
+    void makeResultsCollection() EXCLUDES(m_fieldsMutex);
+    void setCurrentScanPath(const std::string& path) EXCLUDES(m_fieldsMutex);
     // The node's path as the current scan path, at most every few hundredths of a
     // second: a display reads it a few times a second, and tens of thousands of size
     // groups would each work a path out for nothing.
@@ -190,19 +191,22 @@ private:
     void endSizeSearch();
 
     Services m_services;
-    std::mutex m_scanMutex;
-    // Guards the fields up to m_pendingFinish, which other threads read during a scan.
-    mutable std::mutex m_fieldsMutex;
-    std::vector<CVScanPath> m_pathsToScan;
-    std::shared_ptr<CVFilesHierarchy> m_hierarchy;
-    std::shared_ptr<CVDuplicatesController> m_duplicatesController;
-    std::string m_currentScanPath;
-    std::uint64_t m_requestedScans = 0;
-    std::uint64_t m_stoppedThrough = 0;
-    std::shared_ptr<FinishHandOff> m_pendingFinish;
+    // Held by a scan from start to end, so that scans run one after the other.
+    Mutex m_scanMutex;
+    // Guards the fields other threads read during a scan.
+    mutable Mutex m_fieldsMutex;
+    std::vector<CVScanPath> m_pathsToScan GUARDED_BY(m_fieldsMutex);
+    std::shared_ptr<CVFilesHierarchy> m_hierarchy GUARDED_BY(m_fieldsMutex);
+    std::shared_ptr<CVDuplicatesController> m_duplicatesController GUARDED_BY(m_fieldsMutex);
+    std::string m_currentScanPath GUARDED_BY(m_fieldsMutex);
+    std::uint64_t m_requestedScans GUARDED_BY(m_fieldsMutex) = 0;
+    std::uint64_t m_stoppedThrough GUARDED_BY(m_fieldsMutex) = 0;
+    std::shared_ptr<FinishHandOff> m_pendingFinish GUARDED_BY(m_fieldsMutex);
+    // The fields below, up to m_thread, belong to the thread that runs the scan (or, for
+    // the settings, to the owner between scans); the atomics may be read from any thread.
     std::chrono::steady_clock::time_point m_scanPathShown;
     bool m_showFilesWOPermissions = false;
-    std::atomic<std::int32_t> m_state{0};
+    std::atomic<ScanState> m_state{ScanState::Idle};
     // True while asyncScanPaths runs: only then does stopScan stop library reads.
     std::atomic<bool> m_scanning{false};
     std::atomic<double> m_progress{0};

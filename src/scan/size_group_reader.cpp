@@ -27,7 +27,7 @@ SizeGroupReader::SizeGroupReader(unsigned threads, std::function<bool()> keepGoi
 SizeGroupReader::~SizeGroupReader() {
     clear();
     {
-        std::lock_guard lock(m_mutex);
+        MutexLock lock(m_mutex);
         m_stopping = true;
     }
     m_workAvailable.notify_all();
@@ -42,7 +42,7 @@ void SizeGroupReader::enqueue(std::vector<CVFile*> files, std::vector<std::size_
     group->digests.resize(files.size());
     group->files = std::move(files);
     group->positions = std::move(positions);
-    std::lock_guard lock(m_mutex);
+    MutexLock lock(m_mutex);
     group->firstFile = m_queuedFiles;
     m_queuedFiles += group->files.size();
     m_groups.push_back(std::move(group));
@@ -51,17 +51,17 @@ void SizeGroupReader::enqueue(std::vector<CVFile*> files, std::vector<std::size_
 }
 
 void SizeGroupReader::work() {
-    std::unique_lock lock(m_mutex);
+    MutexLock lock(m_mutex);
     while (!m_stopping) {
-        if (workOnce(lock))
+        if (workOnce())
             continue;
         ++m_idleReaders;
-        m_workAvailable.wait(lock);
+        lock.wait(m_workAvailable);
         --m_idleReaders;
     }
 }
 
-bool SizeGroupReader::workOnce(std::unique_lock<std::mutex>& lock) {
+bool SizeGroupReader::workOnce() {
     while (m_claimGroup < m_groups.size() &&
            m_groups[m_claimGroup]->started == m_groups[m_claimGroup]->chunks)
         ++m_claimGroup;
@@ -74,21 +74,21 @@ bool SizeGroupReader::workOnce(std::unique_lock<std::mutex>& lock) {
     const std::size_t to = std::min(from + kChunk, group.files.size());
     ++group.started;
     ++m_busy;
-    lock.unlock();
+    m_mutex.unlock();
     for (std::size_t n = from; n < to && m_keepGoing(); ++n) {
         SignatureDigest& digest = group.digests[n];
         digest = digestOfFile(*group.files[n], &m_keptBytes);
         if (m_bytesRead)
             m_bytesRead->fetch_add(digest.length, std::memory_order_relaxed);
     }
-    lock.lock();
+    m_mutex.lock();
     const bool last = ++group.finished == group.chunks;
     if (last) {
         // Every chunk is in: the group is this thread's alone until it is marked done.
-        lock.unlock();
+        m_mutex.unlock();
         EqualClasses classes = equalClasses(group.files, group.positions, group.digests, m_keepGoing);
         std::vector<SignatureDigest>().swap(group.digests);
-        lock.lock();
+        m_mutex.lock();
         group.classes = std::move(classes);
         group.done = true;
     }
@@ -99,15 +99,15 @@ bool SizeGroupReader::workOnce(std::unique_lock<std::mutex>& lock) {
 }
 
 EqualClasses SizeGroupReader::take() {
-    std::unique_lock lock(m_mutex);
+    MutexLock lock(m_mutex);
     if (m_groups.empty())
         return {};
     Group& head = *m_groups.front();
     while (!head.done) {
-        if (workOnce(lock))
+        if (workOnce())
             continue;
         m_consumerWaits = true;
-        m_workDone.wait(lock);
+        lock.wait(m_workDone);
         m_consumerWaits = false;
     }
     std::unique_ptr<Group> taken = std::move(m_groups.front());
@@ -123,17 +123,18 @@ EqualClasses SizeGroupReader::take() {
 }
 
 std::size_t SizeGroupReader::pendingFiles() const {
-    std::lock_guard lock(m_mutex);
+    MutexLock lock(m_mutex);
     return m_queuedFiles - m_headFile;
 }
 
 void SizeGroupReader::clear() {
-    std::unique_lock lock(m_mutex);
+    MutexLock lock(m_mutex);
     // No chunk starts any more; the ones under way finish into groups that are dropped.
     for (auto& group : m_groups)
         group->started = group->chunks;
     m_consumerWaits = true;
-    m_workDone.wait(lock, [this] { return m_busy == 0; });
+    while (m_busy != 0)
+        lock.wait(m_workDone);
     m_consumerWaits = false;
     std::deque<std::unique_ptr<Group>> dropped;
     dropped.swap(m_groups);

@@ -17,11 +17,11 @@
 #include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <thread>
 #include <vector>
 
 #include "digest_reader.h"
+#include "platform/thread_annotations.h"
 
 namespace corvel {
 
@@ -45,39 +45,39 @@ public:
 
     // Queues one size group: its files and their places in the group. The files must
     // stay alive until the group is taken or the reader is cleared.
-    void enqueue(std::vector<CVFile*> files, std::vector<std::size_t> positions);
+    void enqueue(std::vector<CVFile*> files, std::vector<std::size_t> positions) EXCLUDES(m_mutex);
     // The classes of the oldest queued group, waiting for them and reading other
     // chunks meanwhile. Nothing when no group is queued.
-    EqualClasses take();
+    EqualClasses take() EXCLUDES(m_mutex);
     // How many files are queued in groups not yet taken.
-    std::size_t pendingFiles() const;
+    std::size_t pendingFiles() const EXCLUDES(m_mutex);
     // Drops every queued group, waiting for the work under way.
-    void clear();
+    void clear() EXCLUDES(m_mutex);
     // The budget of kept signature bytes (its use and peak; any thread).
     const KeptBytesBudget& keptBytes() const { return m_keptBytes; }
 
 private:
     struct Group;
-    void work();
+    void work() EXCLUDES(m_mutex);
     // Starts the next chunk the window allows and works it, with the lock released
     // meanwhile; false when there is none.
-    bool workOnce(std::unique_lock<std::mutex>& lock);
+    bool workOnce() REQUIRES(m_mutex);
 
     std::function<bool()> m_keepGoing;
     std::atomic<std::uint64_t>* m_bytesRead = nullptr;
     // Before the groups: the digests they hold give their bytes back to it.
     KeptBytesBudget m_keptBytes;
-    mutable std::mutex m_mutex;
+    mutable Mutex m_mutex;
     std::condition_variable m_workAvailable;
     std::condition_variable m_workDone;
-    std::deque<std::unique_ptr<Group>> m_groups;
-    std::size_t m_claimGroup = 0;  // the first group in m_groups with a chunk to start
-    std::size_t m_queuedFiles = 0; // files ever queued: the next file's number
-    std::size_t m_headFile = 0;    // the number of the oldest group's first file
-    std::size_t m_busy = 0;        // chunks and sortings under way
-    std::size_t m_idleReaders = 0;
-    bool m_consumerWaits = false;
-    bool m_stopping = false;
+    std::deque<std::unique_ptr<Group>> m_groups GUARDED_BY(m_mutex);
+    std::size_t m_claimGroup GUARDED_BY(m_mutex) = 0;  // the first group in m_groups with a chunk to start
+    std::size_t m_queuedFiles GUARDED_BY(m_mutex) = 0; // files ever queued: the next file's number
+    std::size_t m_headFile GUARDED_BY(m_mutex) = 0;    // the number of the oldest group's first file
+    std::size_t m_busy GUARDED_BY(m_mutex) = 0;        // chunks and sortings under way
+    std::size_t m_idleReaders GUARDED_BY(m_mutex) = 0;
+    bool m_consumerWaits GUARDED_BY(m_mutex) = false;
+    bool m_stopping GUARDED_BY(m_mutex) = false;
     std::vector<std::thread> m_threads;
 };
 

@@ -1,7 +1,7 @@
 #include "autoselect_lists.h"
 
 #include <climits>
-#include <stdlib.h>
+#include <cstdlib>
 
 #include "platform/predicate.h"
 #include "platform/user_defaults.h"

@@ -135,7 +135,7 @@ SelectionItems CVAutoselector::itemsFilter(const SelectionItems& items, const CV
     return p ? filtered(items, *p) : SelectionItems{};
 }
 
-bool CVAutoselector::selectItemToRemove(const SelectionItem& item, std::int32_t selectionType) {
+bool CVAutoselector::selectItemToRemove(const SelectionItem& item, SelectionType selectionType) {
     if (item->needToRemove())
         return false;
     item->setNeedToRemove(true);
@@ -145,7 +145,7 @@ bool CVAutoselector::selectItemToRemove(const SelectionItem& item, std::int32_t 
 }
 
 SelectionItems CVAutoselector::predicateBasedItemsSelector(const SelectionItems& candidates,
-                                                           const Predicate& p, std::int32_t selectionType) {
+                                                           const Predicate& p, SelectionType selectionType) {
     const SelectionItems matching = filtered(candidates, p);
     if (matching.size() >= notSelectedItems().size())
         return candidates; // selecting them all would leave no copy
@@ -215,6 +215,7 @@ SelectionItems CVAutoselector::librariesItemsSelector(const SelectionItems& cand
         return {};
     }
     // Copies outside the libraries go first.
+    // NOLINTNEXTLINE(readability-suspicious-call-argument): the library items are the ones taken away.
     for (const auto& item : minus(minus(candidates, iTunes), iPhoto))
         selectItemToRemove(item, kSelectionAutomatic);
     SelectionItems rest = iTunesLiraryItemsSelector(iTunes);
@@ -254,6 +255,7 @@ SelectionItems CVAutoselector::smartPatternItemsSelector(const SelectionItems& c
             it->second = item; // a later candidate with the same path stands for it
     }
     std::vector<std::string> paths;
+    paths.reserve(byPath.size());
     for (const auto& [path, item] : byPath)
         paths.push_back(path);
     const std::vector<std::string> copies = CVSmartPattern(paths).getDuplicatePathStrings();

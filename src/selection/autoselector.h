@@ -67,7 +67,7 @@ public:
     // Each selects only while a copy of the group stays unselected: most only while fewer
     // items match than are unselected; the library filters always keep one library copy.
     SelectionItems predicateBasedItemsSelector(const SelectionItems& candidates, const Predicate& predicate,
-                                               std::int32_t selectionType = 4);
+                                               SelectionType selectionType = kSelectionAutomatic);
     SelectionItems whiteListSelector(const SelectionItems& candidates, bool& allWhite);
     SelectionItems undefinedTypeItemsSelector(const SelectionItems& candidates);
     SelectionItems pathBasedItemsSelector(const SelectionItems& candidates, const std::string& path);
@@ -82,7 +82,7 @@ public:
     std::int64_t selectedItemsCount() const { return m_selectedItemsCount; }
 
 private:
-    bool selectItemToRemove(const SelectionItem& item, std::int32_t selectionType);
+    bool selectItemToRemove(const SelectionItem& item, SelectionType selectionType);
     CVSelectionResult dateOperation(bool keepYoungest);
     SelectionItems libraryItemsSelector(const SelectionItems& candidates, const SelectionItems& toSelect);
     CVAutoselectSeparator& separator();

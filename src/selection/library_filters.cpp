@@ -121,7 +121,7 @@ SelectionItems CViPhotoAutoselectFilter::smartPatternFilter() {
         std::vector<std::string> names;
         for (const auto& item : group) {
             const std::string name = lastPathComponent(item->path());
-            if (!byName.count(name))
+            if (!byName.contains(name))
                 names.push_back(name);
             byName[name] = item;
         }

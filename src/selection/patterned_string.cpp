@@ -25,7 +25,7 @@ constexpr const char* kFoldersWithItems = "New Folder With Items|Neuer Ordner mi
 // copy)", "name (3rd copy)", "name (copy 2)". The mark ends the name or stands just before
 // a last extension ("a (copy).tar" of "a (copy).tar.gz").
 constexpr const char* kBracketedCopyMark =
-    " +\\((%@( +[0-9]+)?|another +copy|[0-9]+(st|nd|rd|th) +copy)\\)(?=\\.[^ .]+$|$)";
+    R"re( +\((%@( +[0-9]+)?|another +copy|[0-9]+(st|nd|rd|th) +copy)\)(?=\.[^ .]+$|$))re";
 constexpr const char* kOrdinalCopy = "^[0-9]+(st|nd|rd|th) +copy";
 constexpr const char* kAnotherCopy = "another +copy";
 

@@ -97,7 +97,8 @@ void CVSelectingController::performAutoselectSelector(const Operation& operation
                                                       bool displayMessages) {
     if (m_delegate)
         m_delegate->selectingDidStarted();
-    const std::vector<GroupPtr> snapshot = groups;
+    // A copy: the delegate's handlers may change the list the caller passed while this runs.
+    const std::vector<GroupPtr> snapshot = groups; // NOLINT(performance-unnecessary-copy-initialization)
     std::int64_t totalCount = 0;
     std::int64_t totalSize = 0;
     std::uint64_t resultCount = 0;

@@ -23,8 +23,8 @@ public:
     virtual ~CVSelectingControllerDelegate() = default;
     virtual void selectingDidStarted() {}
     virtual void selectingDidFinished() {}
-    virtual void selectingDidFailedForItem(const SelectionItem&) {}
-    virtual void selectingDidSuccessedForItem(const SelectionItem&) {}
+    virtual void selectingDidFailedForItem(const SelectionItem& /*item*/) {}
+    virtual void selectingDidSuccessedForItem(const SelectionItem& /*item*/) {}
 };
 
 class CVSelectingControllerDisplay {

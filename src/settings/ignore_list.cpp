@@ -64,7 +64,7 @@ std::string lowercasePath(std::string_view path) {
 }
 
 CVIgnoreList& CVIgnoreList::sharedIgnoreList() {
-    static CVIgnoreList* list =
+    static auto* list =
         new CVIgnoreList(UserDefaults::standardUserDefaults(), resourcePath("IgnoreList.plist"),
                          Environment{homeDirectory(), realHomeDirectory(),
                                      [](const std::string& p) { return volumePathOfPath(p); }},
@@ -231,7 +231,7 @@ ScanVerdict CVIgnoreList::isPathForbiddenToScan(const std::string& path, std::in
     const std::string b = extension.empty() ? n : n.substr(0, n.size() - extension.size() - 1);
     if (b.starts_with("."))
         return ScanRefusedHidden;
-    if (!extension.empty() && (m_currentFilesSet.count(b) || m_currentFilesSet.count(n)))
+    if (!extension.empty() && (m_currentFilesSet.contains(b) || m_currentFilesSet.contains(n)))
         return ScanRefusedFileName;
     // Paths as the file system spells them: Linux tells "Photos" from "photos".
     for (std::size_t i = 0; i < m_currentPathsToExclude.size(); ++i) {

@@ -121,7 +121,7 @@ public:
         return m_currentExtentionsToExclude;
     }
     const std::vector<std::string>& currentFilesToExclude() const { return m_currentFilesToExclude; }
-    bool isSystemPathIndex(std::size_t index) const { return m_currentSystemPathsIndices.count(index) > 0; }
+    bool isSystemPathIndex(std::size_t index) const { return m_currentSystemPathsIndices.contains(index); }
 
     // True when p lies at or below e ("/" holds everything), compared as written.
     static bool isSubpath(const std::string& p, const std::string& e);

@@ -41,7 +41,7 @@ std::string languageFromLocale(std::string locale) {
 } // namespace
 
 CVPreferences& CVPreferences::sharedInstance() {
-    static CVPreferences* instance = new CVPreferences(UserDefaults::standardUserDefaults(), sharedTracker());
+    static auto* instance = new CVPreferences(UserDefaults::standardUserDefaults(), sharedTracker());
     return *instance;
 }
 

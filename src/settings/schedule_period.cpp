@@ -53,7 +53,7 @@ CalendarInterval CVSchedulePeriod::repeatInterval() const {
         interval.days = daysInCalendarWeek();
         break;
     case 2:
-        interval.days = 2 * daysInCalendarWeek();
+        interval.days = std::int64_t{2} * daysInCalendarWeek();
         break;
     case 3:
         interval.months = 1;

@@ -24,8 +24,8 @@ CVScheduler* CVScheduler::sharedInstance(CVError* why) {
 
 std::unique_ptr<CVScheduler> CVScheduler::createForDesktop(const std::string& busAddress,
                                                            const std::string& schedulePath,
-                                                           CVPreferences& preferences, SecondsClock clock,
-                                                           CVError* why) {
+                                                           CVPreferences& preferences,
+                                                           const SecondsClock& clock, CVError* why) {
     const auto notifier = DesktopNotifier::connect(busAddress, why);
     if (!notifier || !notifier->serviceAvailable(why))
         return nullptr;

@@ -34,9 +34,11 @@ public:
     static CVScheduler* sharedInstance(CVError* why = nullptr);
     // A scheduler on the schedule file at schedulePath, or null with *why when the bus
     // at busAddress (empty: the session bus) has no notification service.
-    static std::unique_ptr<CVScheduler>
-    createForDesktop(const std::string& busAddress, const std::string& schedulePath,
-                     CVPreferences& preferences, SecondsClock clock = systemSeconds, CVError* why = nullptr);
+    static std::unique_ptr<CVScheduler> createForDesktop(const std::string& busAddress,
+                                                         const std::string& schedulePath,
+                                                         CVPreferences& preferences,
+                                                         const SecondsClock& clock = systemSeconds,
+                                                         CVError* why = nullptr);
 
     // Reads "SchedulerInterval" into a new schedulePeriod. The centre must outlive it.
     CVScheduler(UserNotificationCenter& center, CVPreferences& preferences,
@@ -53,9 +55,9 @@ public:
     void scheduleCleanReminder() override;
 
     // Clears the repeating notifications and, for a non-zero option, schedules the reminder.
-    bool scheduleNotificationForPeriod(const CVSchedulePeriod& period, CVError* error);
+    [[nodiscard]] bool scheduleNotificationForPeriod(const CVSchedulePeriod& period, CVError* error);
     // Removes every scheduled, then every delivered, notification that repeats.
-    bool removePreviouslyScheduledNotifications(CVError* error);
+    [[nodiscard]] bool removePreviouslyScheduledNotifications(CVError* error);
     // Now plus the components in the user's calendar; now itself when that fails.
     std::int64_t calculateDeliveryDate(const CalendarInterval& components) const;
 

@@ -88,7 +88,8 @@ public:
         fullScreen = false;
         ++fullScreenExits;
     }
-    void showResultsContent(ResultsViewRole&, WindowSize minSize, std::function<void()> done) override {
+    void showResultsContent(ResultsViewRole& /*results*/, WindowSize minSize,
+                            std::function<void()> done) override {
         content = "results";
         resultsMinSize = minSize;
         if (finishSwitchAtOnce)
@@ -159,13 +160,13 @@ struct FakeEngine {
     int locatorsAlive = 0;
     std::vector<std::vector<std::string>> scans;
     int stops = 0;
-    std::vector<std::int32_t> states;
+    std::vector<ScanState> states;
     // The results the current scan reports; null until it searches.
     std::shared_ptr<CVDuplicatesController> results;
     NotificationCenter* center = nullptr;
 
     // Posts as the engine does, from a thread of its own.
-    void postFromEngineThread(const std::string& name, PropertyValue object = {}) {
+    void postFromEngineThread(const std::string& name, const PropertyValue& object = {}) {
         std::thread([this, name, object] { center->post(name, nullptr, object); }).join();
     }
     void progress(double fraction) { postFromEngineThread("com.halvik.corvel.ProgressUpdated", fraction); }
@@ -200,7 +201,7 @@ public:
         return true;
     }
     void stopScan() override { ++m_engine.stops; }
-    void setState(std::int32_t state) override { m_engine.states.push_back(state); }
+    void setState(ScanState state) override { m_engine.states.push_back(state); }
     std::shared_ptr<CVDuplicatesController> duplicatesController() const override { return m_engine.results; }
 
 private:
@@ -219,8 +220,8 @@ public:
     void showHideCollector() override { calls.push_back("showHideCollector"); }
     void putBack() override { calls.push_back("putBack"); }
     void newScan() override { calls.push_back("newScan"); }
-    void shouldIncSelectedSize(std::int64_t size, std::int64_t count, const std::string&,
-                               const std::string&) override {
+    void shouldIncSelectedSize(std::int64_t size, std::int64_t count, const std::string& /*warning*/,
+                               const std::string& /*details*/) override {
         selectedSize += size;
         selectedCount += count;
     }
@@ -271,8 +272,9 @@ public:
         ++viewsMade;
         return view;
     }
-    std::unique_ptr<CollectorRole> makeCollector(const std::shared_ptr<CVDuplicatesController>&,
-                                                 ResultsViewRole&) override {
+    std::unique_ptr<CollectorRole>
+    makeCollector(const std::shared_ptr<CVDuplicatesController>& /*duplicates*/,
+                  ResultsViewRole& /*resultsView*/) override {
         auto collector = std::make_unique<FakeCollector>();
         lastCollector = collector.get();
         return collector;

@@ -222,17 +222,17 @@ public:
 
 class FakeApplications final : public ApplicationCatalog {
 public:
-    std::optional<ApplicationInfo> defaultApplicationForFile(const std::string&) override {
+    std::optional<ApplicationInfo> defaultApplicationForFile(const std::string& /*path*/) override {
         return defaultApp;
     }
-    std::vector<ApplicationInfo> applicationsForFile(const std::string&) override { return others; }
+    std::vector<ApplicationInfo> applicationsForFile(const std::string& /*path*/) override { return others; }
     bool openFile(const std::string& path, const std::string& application) override {
         opened.emplace_back(path, application);
         return true;
     }
     void chooseApplicationForFile(const std::string& path) override { chosen.push_back(path); }
     bool isApplicationInstalled(const std::string& identifier) override {
-        return installed.count(identifier) > 0;
+        return installed.contains(identifier);
     }
 
     std::optional<ApplicationInfo> defaultApp;
@@ -268,7 +268,7 @@ public:
 // A library driver that launches nothing and answers scripts as told, keeping them.
 class NoLibraryDriver final : public LibraryAppDriver {
 public:
-    bool launchApplication(const std::string&) override { return false; }
+    bool launchApplication(const std::string& /*bundleIdentifier*/) override { return false; }
     std::optional<PropertyValue::Dictionary> runScript(const std::string& script) override {
         scripts.push_back(script);
         return scriptError;

@@ -44,10 +44,10 @@ public:
         calls.push_back("add:" + std::to_string(paths.size()) + ":" + name);
         targets = paths;
     }
-    void startScanFromDropZone() override { calls.push_back("start"); }
-    void stopScanFromDropZone() override { calls.push_back("stop"); }
-    void refreshDrop() override { calls.push_back("refresh"); }
-    void readyToResan() override { calls.push_back("ready"); }
+    void startScanFromDropZone() override { calls.emplace_back("start"); }
+    void stopScanFromDropZone() override { calls.emplace_back("stop"); }
+    void refreshDrop() override { calls.emplace_back("refresh"); }
+    void readyToResan() override { calls.emplace_back("ready"); }
     std::vector<std::string> calls;
     Paths targets;
 };

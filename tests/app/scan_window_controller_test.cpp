@@ -124,6 +124,7 @@ std::vector<std::string> phrasesOfUse(std::int64_t use) {
     } else {
         keys = *resource[static_cast<std::size_t>(use)].asArray();
     }
+    texts.reserve(keys.size());
     for (const auto& key : keys)
         texts.push_back(localized(*key.asString(), "Scenarios"));
     return texts;
@@ -634,9 +635,9 @@ TEST(ScanWindow, EngineErrorResetsTheLocatorAndStopsThePhrases) {
     f.start();
     ASSERT_TRUE(f.controller->phraseTimerRunning());
     f.engine.error();
-    EXPECT_EQ(f.engine.states, std::vector<std::int32_t>{}) << "nothing happens off the main queue";
+    EXPECT_EQ(f.engine.states, std::vector<ScanState>{}) << "nothing happens off the main queue";
     f.drain();
-    EXPECT_EQ(f.engine.states, std::vector<std::int32_t>{0});
+    EXPECT_EQ(f.engine.states, std::vector<ScanState>{ScanState::Idle});
     EXPECT_FALSE(f.controller->phraseTimerRunning());
     EXPECT_EQ(f.reminder.scheduled, 0) << "a failed scan does not re-arm the reminder";
 }

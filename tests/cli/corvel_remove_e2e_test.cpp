@@ -1,12 +1,12 @@
 // End-to-end: the real corvel removing copies, with a private home and Trash.
 
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <random>
-#include <signal.h>
 #include <thread>
 #include <unistd.h>
 

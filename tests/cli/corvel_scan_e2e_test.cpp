@@ -286,7 +286,7 @@ TEST_F(CorvelScan, NamesThatAreNotUtf8AreWrittenWithSurrogateEscapes) {
     const Outcome run = corvel("scan --json " + settings() + " " + quoted(tree.path()), home);
     ASSERT_EQ(run.status, 0) << run.err;
     EXPECT_NE(run.out.find("caf\\udce9 \\udcff.jpg"), std::string::npos) << run.out;
-    const std::string key = "\"path\":\"";
+    const std::string key = R"("path":")";
     const auto at = run.out.find(key);
     ASSERT_NE(at, std::string::npos);
     const auto end = run.out.find('"', at + key.size());
@@ -658,7 +658,7 @@ TEST_F(CorvelScan, SummarySaysWhatCanBeFreedAndMarksHardLinks) {
          (at = text.out.find("(hard link: the same file as one above)", at)) != std::string::npos; ++at)
         ++marked;
     EXPECT_EQ(marked, 1u) << text.out;
-    const std::string line = text.out.substr(text.out.rfind("\n", text.out.size() - 2) + 1);
+    const std::string line = text.out.substr(text.out.rfind('\n', text.out.size() - 2) + 1);
     EXPECT_EQ(line, "2 groups, 6 files, " + cli::sizeText(doc["summary"]["size"].get<std::uint64_t>()) +
                         " on disk in duplicates, " + cli::sizeText(expected) + " reclaimable\n");
     const std::string list = home.file("chosen.txt", tree / "c/big.bin" + "\n");

@@ -12,13 +12,13 @@ TEST(JsonWriter, StringsEscapeWhatJsonNeedsAndRoundTripEveryByte) {
         std::string literal;
     };
     for (const Case& c :
-         {Case{"plain", "\"plain\""}, Case{"a\"b\\c", "\"a\\\"b\\\\c\""},
-          Case{"tab\tline\n", "\"tab\\tline\\n\""}, Case{std::string("\x01", 1), "\"\\u0001\""},
+         {Case{"plain", "\"plain\""}, Case{"a\"b\\c", R"("a\"b\\c")"},
+          Case{"tab\tline\n", R"("tab\tline\n")"}, Case{std::string("\x01", 1), R"("\u0001")"},
           Case{"caf\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80", "\"caf\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80\""},
-          Case{"caf\xE9.jpg", "\"caf\\udce9.jpg\""}, Case{"\xC3", "\"\\udcc3\""}, // truncated sequence
-          Case{"\xC0\xAF", "\"\\udcc0\\udcaf\""},                                 // overlong form
-          Case{"\xED\xA0\x80", "\"\\udced\\udca0\\udc80\""},                      // encoded surrogate
-          Case{"\xFF\xFE", "\"\\udcff\\udcfe\""}}) {
+          Case{"caf\xE9.jpg", R"("caf\udce9.jpg")"}, Case{"\xC3", R"("\udcc3")"}, // truncated sequence
+          Case{"\xC0\xAF", R"("\udcc0\udcaf")"},                                  // overlong form
+          Case{"\xED\xA0\x80", R"("\udced\udca0\udc80")"},                        // encoded surrogate
+          Case{"\xFF\xFE", R"("\udcff\udcfe")"}}) {
         EXPECT_EQ(jsonString(c.bytes), c.literal);
         const std::string& l = c.literal;
         EXPECT_EQ(decodeJsonString(std::string_view(l).substr(1, l.size() - 2)), c.bytes);

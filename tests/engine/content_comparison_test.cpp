@@ -233,8 +233,9 @@ TEST(FileComparisonChanges, AFileChangedWhileItIsReadCannotBeCompared) {
          }},
         {"truncated", [](const std::string& path) { ASSERT_EQ(::truncate(path.c_str(), kChunk + 1), 0); }},
     };
-    for (const auto& [what, change] : changes) {
+    for (const auto& [what, changeOf] : changes) {
         SCOPED_TRACE(what);
+        const auto& change = changeOf;
         TempTree tree;
         const std::string a = tree.file("a", bytes);
         const std::string b = tree.file("b", bytes);
@@ -367,7 +368,7 @@ std::vector<TreeCase> treeCases() {
                          t.symlink("a/l", "t1");
                          t.symlink("b/l", "t2");
                      },
-                     Outcome::Different, "{A}/l points to \"t1\", {B}/l to \"t2\""},
+                     Outcome::Different, R"({A}/l points to "t1", {B}/l to "t2")"},
             TreeCase{"ALinkAgainstAFile",
                      [](auto& t) {
                          both(t, "t", "same");
@@ -536,8 +537,7 @@ TEST(TreeComparisonMounts, ABindMountOfTheSameFileSystemInsideRefuses) {
 // Folders nested deeper than a path can name: made and removed through descriptors.
 class DeepChain {
 public:
-    DeepChain(const std::string& root, unsigned depth, const std::string& leaf)
-        : m_root(root), m_depth(depth) {
+    DeepChain(const std::string& root, unsigned depth, const std::string& leaf) : m_root(root) {
         int fd = ::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
         for (unsigned i = 0; i < depth && fd >= 0; ++i) {
             ::mkdirat(fd, "d", 0700);
@@ -574,7 +574,6 @@ public:
 
 private:
     std::string m_root;
-    unsigned m_depth;
     bool m_made = false;
 };
 

@@ -189,7 +189,7 @@ TEST(Node, InfoIsEmptyOutsideLibraries) {
 
 TEST(Node, PathComponentsFollowTheGroupBaseOrTheLibraryRecord) {
     test::TempTree tree;
-    const std::string root = tree.path();
+    const std::string& root = tree.path();
     auto deep = file(root + "/a/x/photo.jpg");
     auto shallow = file(root + "/b/photo.jpg");
     auto group = CVGroup::initWithCVFile(deep);
@@ -265,7 +265,7 @@ TEST(Node, ChildrenToRemoveAndDatesComeFromTheMarksAndTheDisk) {
 
     test::TempTree tree;
     const std::string path = tree.file("dated.txt", "x");
-    for (const std::int64_t seconds : {std::int64_t{946684800}, std::int64_t{-86400 * 400}}) {
+    for (const std::int64_t seconds : {std::int64_t{946684800}, std::int64_t{-86400} * 400}) {
         const timespec times[2] = {{seconds, 0}, {seconds, 500000000}};
         ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
         const auto modified = file(path)->modifiedDate();
@@ -273,7 +273,7 @@ TEST(Node, ChildrenToRemoveAndDatesComeFromTheMarksAndTheDisk) {
         EXPECT_DOUBLE_EQ(modified->secondsSince1970, static_cast<double>(seconds) + 0.5);
     }
     if (const auto created = file(path)->creationDate()) {
-        const double now = static_cast<double>(std::time(nullptr));
+        const auto now = static_cast<double>(std::time(nullptr));
         EXPECT_LE(created->secondsSince1970, now + 2);
         EXPECT_GE(created->secondsSince1970, now - 600) << "the birth time, not the modification time";
     }

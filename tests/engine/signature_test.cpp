@@ -46,7 +46,7 @@ void writeRange(int fd, std::uint64_t from, std::uint64_t to) {
 // A file of the given size holding byteAt everywhere a correct reader looks, and a
 // margin around it; large files are sparse elsewhere (zeros).
 std::string patternedFile(const test::TempTree& tree, const std::string& name, std::uint64_t size) {
-    const std::string path = tree / name;
+    std::string path = tree / name;
     const int fd = ::open(path.c_str(), O_CREAT | O_RDWR | O_TRUNC, 0644);
     EXPECT_GE(fd, 0);
     EXPECT_EQ(::ftruncate(fd, static_cast<off_t>(size)), 0);

@@ -14,9 +14,9 @@
 #include <QTimer>
 #include <QUrl>
 #include <cmath>
+#include <cstdlib>
 #include <filesystem>
 #include <set>
-#include <stdlib.h>
 
 #include "app/app_delegate.h"
 #include "app/collector_view_controller.h"
@@ -151,6 +151,7 @@ void ResultsPageTest::init() {
     UserDefaults::standardUserDefaults().setBool(false, kDontWarnAllFilesSelectionKey);
 }
 
+// NOLINTNEXTLINE(readability-function-size): one walk through the page, step after step, as a user goes.
 void ResultsPageTest::browseSelectKeepAndRemoveToTheTrash() {
     test::TempTree tree;
     writeTree(tree);
@@ -220,7 +221,7 @@ void ResultsPageTest::browseSelectKeepAndRemoveToTheTrash() {
     QTest::qWait(100);
     QCOMPARE(reports->filesToRemoveCount(), std::int64_t(0));
     page->groupsTable()->selectRow(reportsRow);
-    QAction* keepAny = page->groupsMenuButton()->menu()->findChild<QAction*>("Results_LevelAny");
+    auto* keepAny = page->groupsMenuButton()->menu()->findChild<QAction*>("Results_LevelAny");
     QVERIFY(keepAny);
     keepAny->trigger();
     QTRY_COMPARE(reports->filesToRemoveCount(), std::int64_t(1));
@@ -262,7 +263,7 @@ void ResultsPageTest::browseSelectKeepAndRemoveToTheTrash() {
     std::set<std::string> staying;
     for (const auto& group : {photos, reports})
         for (const auto& file : group->files())
-            if (!doomed.count(file->path()))
+            if (!doomed.contains(file->path()))
                 staying.insert(file->path());
     QCOMPARE(staying.size(), 5 - doomed.size());
 

@@ -42,7 +42,7 @@ TEST(MediaFuzzRegressions, PhotoLibrariesParseOrFailCleanly) {
 TEST(MediaFuzzRegressions, AFullSizeEntityBombIsRefused) {
     test::TempTree tree;
     std::string bomb = "<?xml version=\"1.0\"?>\n<!DOCTYPE plist [<!ENTITY big \"" +
-                       std::string(100 * 1024, 'x') +
+                       std::string(std::size_t{100} * 1024, 'x') +
                        "\">]>\n<plist><dict><key>List of Rolls</key><array><dict><key>RollName</key><string>";
     for (int i = 0; i < 20000; ++i)
         bomb += "&big;";

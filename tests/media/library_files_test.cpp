@@ -23,7 +23,7 @@ class LibraryFiles : public testing::Test {
 protected:
     std::string fifo(const std::string& relative) {
         tree.folder(relative.substr(0, relative.rfind('/')));
-        const std::string path = tree / relative;
+        std::string path = tree / relative;
         EXPECT_EQ(::mkfifo(path.c_str(), 0600), 0);
         return path;
     }

@@ -22,7 +22,7 @@ struct Photo {
 // An AlbumData.xml laid out as the photo application writes it: version, the list of
 // rolls, a top-level key between the lists, then the master image list.
 std::string albumData(const std::vector<Roll>& rolls, const std::vector<Photo>& photos,
-                      std::string doctype = {}) {
+                      const std::string& doctype = {}) {
     std::string xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n" + doctype +
                       "<plist version=\"1.0\">\n<dict>\n"
                       "\t<key>Application Version</key>\n\t<string>9.6.1</string>\n"
@@ -111,7 +111,7 @@ TEST_F(PhotoParserTest, MalformedAndMissingFilesGiveNoRecordsAndALogLine) {
     EXPECT_FALSE(parser.parseXMLFile(tree.file("b/AlbumData.xml", broken + "<<<"), true));
     EXPECT_TRUE(parser.getPhotosArray().empty());
     EXPECT_EQ(log.lines().size(), 2u);
-    std::string billion = "<?xml version=\"1.0\"?><!DOCTYPE lolz [<!ENTITY lol \"lol\">";
+    std::string billion = R"(<?xml version="1.0"?><!DOCTYPE lolz [<!ENTITY lol "lol">)";
     std::string previous = "lol";
     for (int i = 1; i <= 9; ++i) {
         billion += "<!ENTITY lol" + std::to_string(i) + " \"";

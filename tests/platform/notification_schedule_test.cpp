@@ -80,7 +80,7 @@ TEST_F(Schedule, TheFileKeepsEveryFieldAndDateExactly) {
     NotificationScheduleContents contents;
     // A thousand years ahead, before 1970, and the last 64-bit second.
     contents.scheduled = {notification("never", 33352419600, CalendarInterval{1000, 0, 0}),
-                          notification("past", -86400 * 365), notification("last", INT64_MAX)};
+                          notification("past", std::int64_t{-86400} * 365), notification("last", INT64_MAX)};
     contents.scheduled[1].title = "Zeit für Duplikate — “quoted” \\ \n";
     UserNotification shown = notification("shown", kNow - kDay, CalendarInterval{0, 3, 0});
     shown.actualDeliveryDate = kNow;
@@ -165,7 +165,7 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& p) { return std::string(p.param.name); });
 
 TEST_F(Schedule, ADamagedFileIsSetAsideWholeWithAMessage) {
-    const std::string damaged = "{\"format\": 1, \"scheduled\": [ half a file";
+    const std::string damaged = R"({"format": 1, "scheduled": [ half a file)";
     tree.file("state/corvel/reminders.json", damaged);
     ScopedLogCapture log;
     CVError error;
@@ -263,7 +263,8 @@ TEST_F(Schedule, TwoWritersAtOnceLoseNothing) {
     auto writer = [&](const std::string& prefix) {
         NotificationSchedule own(path, [] { return kNow; });
         for (int i = 0; i < kEach; ++i)
-            own.scheduleNotification(notification(prefix + std::to_string(i), kNow + kDay), nullptr);
+            EXPECT_TRUE(
+                own.scheduleNotification(notification(prefix + std::to_string(i), kNow + kDay), nullptr));
     };
     std::thread first(writer, "first-");
     std::thread second(writer, "second-");

@@ -229,9 +229,10 @@ INSTANTIATE_TEST_SUITE_P(
 // Arrays that each reference the next level twice: `levels` levels expand to 2^levels leaves.
 std::string referenceBomb(int levels) {
     std::vector<std::string> objects;
+    objects.reserve(static_cast<std::size_t>(levels) + 1);
     for (int i = 0; i < levels; ++i)
         objects.push_back("\xA2" + ref(i + 1) + ref(i + 1));
-    objects.push_back("\x09"); // true
+    objects.emplace_back("\x09"); // true
     return binaryList(objects);
 }
 

@@ -49,7 +49,7 @@ INSTANTIATE_TEST_SUITE_P(
     NotRegularOrTooLarge, RegularFileRefusals,
     testing::Values(Refusal{"Fifo",
                             [](const test::TempTree& root) {
-                                const std::string p = root / "fifo";
+                                std::string p = root / "fifo";
                                 ::mkfifo(p.c_str(), 0600);
                                 return p;
                             },
@@ -61,7 +61,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Refusal{"LinkNotFollowed",
                             [](const test::TempTree& root) {
                                 const std::string target = root.file("target", "bytes");
-                                const std::string p = root / "link";
+                                std::string p = root / "link";
                                 ::symlink(target.c_str(), p.c_str());
                                 return p;
                             },

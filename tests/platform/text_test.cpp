@@ -99,8 +99,7 @@ TEST(Text, LocalizedSortKeysOrderAsTheLocalizedComparison) {
                                          "APPLE",
                                          "Banana",
                                          "zebra",
-                                         "\xC3\xA9"
-                                         "a",
+                                         "\u00e9a",
                                          "f",
                                          "",
                                          "a10",

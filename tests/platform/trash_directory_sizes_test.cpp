@@ -25,7 +25,7 @@ std::optional<std::uint64_t> duBytes(const std::string& path) {
 
 TEST(TrashDirectorySizes, LinesAreReplacedAddedAndDroppedWhenTheFolderIsGone) {
     const std::set<std::string> present = {"kept", "My Folder", "old"};
-    const auto stillTrashed = [&](const std::string& name) { return present.count(name) > 0; };
+    const auto stillTrashed = [&](const std::string& name) { return present.contains(name); };
     const std::string text = "4096 1700000000 kept\n"
                              "8192 1700000001 gone\n"
                              "not a line the cache knows\n"

@@ -99,7 +99,7 @@ public:
         return static_cast<std::size_t>(std::count(calls.begin(), calls.end(), call));
     }
 
-    void setRemoveButton(const std::string& title, const std::string&) override {
+    void setRemoveButton(const std::string& title, const std::string& /*unused*/) override {
         calls.push_back("setRemoveButton " + title);
     }
     void setCloseButtonEnabled(bool enabled) override {
@@ -186,7 +186,7 @@ public:
     ImmutableFlags& operator=(const ImmutableFlags&) = delete;
     ~ImmutableFlags() {
         for (auto it = m_paths.rbegin(); it != m_paths.rend(); ++it)
-            setImmutable(*it, false, nullptr);
+            (void)setImmutable(*it, false, nullptr); // what stays locked, TempTree unlocks
     }
     bool lock(const std::string& path) {
         m_paths.push_back(path);
@@ -204,7 +204,7 @@ inline std::string immutableFlagUnavailable(const TempTree& tree) {
     CVError error;
     if (!setImmutable(probe, true, &error))
         return "needs root and a file system with the immutable flag (" + error.localizedDescription() + ")";
-    setImmutable(probe, false, nullptr);
+    (void)setImmutable(probe, false, nullptr); // TempTree unlocks it otherwise
     ::unlink(probe.c_str());
     return {};
 }

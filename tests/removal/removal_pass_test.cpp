@@ -699,7 +699,7 @@ struct CleanUpCase {
 };
 
 // kept.txt in files/, the copy in files/a/ (or where the case says).
-CleanUpSetup copyIn(RemovalHarness& h, const std::string& folder, std::vector<std::string> extras) {
+CleanUpSetup copyIn(RemovalHarness& h, const std::string& folder, const std::vector<std::string>& extras) {
     h.tree.file("files/kept.txt", "same");
     const std::string copy = h.tree.file(folder + "/copy.txt", "same");
     std::vector<std::string> stay;

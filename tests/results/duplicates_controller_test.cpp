@@ -15,7 +15,10 @@
 namespace corvel {
 namespace {
 
-FilePtr file(const std::string& path, std::uint64_t disk = 4096) {
+// The size on disk of a small file: one block.
+constexpr std::uint64_t kBlock = 4096;
+
+FilePtr file(const std::string& path, std::uint64_t disk = kBlock) {
     return std::make_shared<CVFile>(path, "", 100, disk);
 }
 
@@ -59,8 +62,9 @@ TEST(DuplicatesController, CategoriesAppearInOrderOfFirstGroup) {
     results.addGroup(group({file("/a/s.mp3"), file("/b/s.mp3"), file("/c/s.mp3")}));
     results.addGroup(group({file("/a/y.png"), file("/b/y.png")}));
     results.addGroup(group({file("/a/odd"), file("/b/odd")}, 25));
-    expectCounts(results,
-                 {{0, 4, 9, 9 * 4096}, {3, 2, 4, 4 * 4096}, {4, 1, 3, 3 * 4096}, {1, 1, 2, 2 * 4096}});
+    expectCounts(
+        results,
+        {{0, 4, 9, 9 * kBlock}, {3, 2, 4, 4 * kBlock}, {4, 1, 3, 3 * kBlock}, {1, 1, 2, 2 * kBlock}});
     EXPECT_EQ(results.count(), 4u);
     EXPECT_EQ(results.size(), 9u * 4096);
     EXPECT_EQ(results.allFiles().size(), 9u);
@@ -79,14 +83,14 @@ TEST(DuplicatesController, TheFilterNarrowsGroupsAndCategoriesUntilCleared) {
     results.setFilterPredicate("(needToRemove == 1)");
     ASSERT_EQ(results.duplicatesGroups().size(), 1u);
     EXPECT_EQ(results.duplicatesGroups()[0]->groupPath(), "/a/x.jpg");
-    expectCounts(results, {{0, 1, 2, 2 * 4096}, {3, 1, 2, 2 * 4096}});
+    expectCounts(results, {{0, 1, 2, 2 * kBlock}, {3, 1, 2, 2 * kBlock}});
     results.setFilterPredicate("(metaGroupType == 4)");
     EXPECT_EQ(results.duplicatesGroups()[0]->groupPath(), "/a/s.mp3");
     results.setFilterPredicate("title contains[c] 'X'");
     EXPECT_EQ(results.duplicatesGroups().size(), 1u);
     results.setFilterPredicate("");
     EXPECT_EQ(results.duplicatesGroups().size(), 2u);
-    expectCounts(results, {{0, 2, 4, 4 * 4096}, {3, 1, 2, 2 * 4096}, {4, 1, 2, 2 * 4096}});
+    expectCounts(results, {{0, 2, 4, 4 * kBlock}, {3, 1, 2, 2 * kBlock}, {4, 1, 2, 2 * kBlock}});
     EXPECT_EQ(results.allDuplicatesGroups().size(), 2u);
 }
 
@@ -103,7 +107,7 @@ TEST(DuplicatesController, RemovingFilesShrinksAndDropsGroups) {
     ASSERT_EQ(results.duplicatesGroups().size(), 1u) << "the second-to-last file takes its group along";
     EXPECT_EQ(results.fileAtPath("/b/y"), nullptr);
     results.removeFiles({d}); // twice is harmless
-    expectCounts(results, {{0, 1, 2, 2 * 4096}, {1, 1, 2, 2 * 4096}});
+    expectCounts(results, {{0, 1, 2, 2 * kBlock}, {1, 1, 2, 2 * kBlock}});
     b->setWasRemoved(true);
     results.removeDeletedFiles();
     EXPECT_TRUE(results.duplicatesGroups().empty());
@@ -203,7 +207,7 @@ TEST(DuplicatesController, ExportOnAFullDiskLeavesTheOldListAsItWas) {
                "failure path without it";
     const std::string list = tree.file("disk/list.txt", "/the/old/list\n\n");
     CVDuplicatesController results;
-    addSelectedGroups(results, 128 * 1024);
+    addSelectedGroups(results, 32 * kBlock);
     CVError error;
     EXPECT_FALSE(results.exportSelectedDupesToPath(list, &error));
     EXPECT_EQ(error.code, ENOSPC) << error.localizedDescription();

@@ -25,7 +25,7 @@ using namespace std::chrono_literals;
 std::string content(char salt, std::size_t size) {
     std::string s(size, '\0');
     for (std::size_t i = 0; i < size; ++i)
-        s[i] = static_cast<char>(salt * 31 + i * 7 + (i >> 9));
+        s[i] = static_cast<char>(static_cast<std::size_t>(salt) * 31 + i * 7 + (i >> 9));
     return s;
 }
 
@@ -51,11 +51,11 @@ struct ScanEvents {
         auto& center = NotificationCenter::defaultCenter();
         observers.emplace_back(
             center, center.addObserver(kScanStartedNotification, nullptr,
-                                       [this](const Notification&) { names.push_back("started"); }));
+                                       [this](const Notification&) { names.emplace_back("started"); }));
         observers.emplace_back(
             center,
             center.addObserver(kScanFinishedNotification, nullptr, [this, &locator](const Notification&) {
-                names.push_back("finished");
+                names.emplace_back("finished");
                 std::vector<std::vector<std::string>> groups;
                 for (const auto& group : locator->duplicatesController()->allDuplicatesGroups()) {
                     std::vector<std::string> paths;
@@ -127,7 +127,7 @@ TEST_F(LocatorOnTheMainThread, TwoScansBackToBackFromTheMainQueue) {
               (std::vector<std::vector<std::string>>{{one / "x1.bin", one / "x2.bin"}}));
     EXPECT_EQ(events.finishedGroups[1],
               (std::vector<std::vector<std::string>>{{two / "y1.bin", two / "y2.bin", two / "y3.bin"}}));
-    EXPECT_EQ(locator->state(), 0);
+    EXPECT_EQ(locator->state(), ScanState::Idle);
     EXPECT_FALSE(locator->isWaitingForMainThread());
 }
 
@@ -172,7 +172,7 @@ TEST_F(LocatorOnTheMainThread, StoppingWhileTheFinishWaitsPostsNoFinishAndTheNex
     locator->waitForScanThread();
     queue.drain();
     EXPECT_EQ(events.names, (std::vector<std::string>{"started"}));
-    EXPECT_EQ(locator->state(), 0);
+    EXPECT_EQ(locator->state(), ScanState::Idle);
 
     // A stop covers the scans asked for before it, not the next one.
     ASSERT_TRUE(locator->scanPaths({two.path()}));
@@ -193,7 +193,7 @@ TEST_F(LocatorOnTheMainThread, AStopRightAfterScanPathsCoversTheScanNotYetBegun)
     locator->waitForScanThread();
     queue.drain();
     EXPECT_EQ(events.names, (std::vector<std::string>{"started"}));
-    EXPECT_EQ(locator->state(), 0);
+    EXPECT_EQ(locator->state(), ScanState::Idle);
 }
 
 TEST_F(LocatorOnTheMainThread, CategoryCountersAreReadWhileTheScanAddsToThem) {

@@ -46,7 +46,7 @@ Outcome outcome(const std::vector<GroupPtr>& groups) {
 std::string content(char salt, std::size_t size) {
     std::string s(size, '\0');
     for (std::size_t i = 0; i < size; ++i)
-        s[i] = static_cast<char>(salt * 31 + i * 7 + (i >> 9));
+        s[i] = static_cast<char>(static_cast<std::size_t>(salt) * 31 + i * 7 + (i >> 9));
     return s;
 }
 
@@ -110,7 +110,7 @@ TEST_F(Locator, ThreeIdenticalFilesMakeOneGroupAndScanEndsWithNotifications) {
     EXPECT_EQ(results->duplicatesGroups()[0]->childrenCount(), 3u);
     EXPECT_EQ(listener.count(kScanStartedNotification), 1);
     EXPECT_EQ(listener.count(kScanFinishedNotification), 1);
-    EXPECT_EQ(locator->state(), 0);
+    EXPECT_EQ(locator->state(), ScanState::Idle);
 }
 
 TEST_F(Locator, ProgressEndsAt199ForFewGroupsAndAt100ForMany) {
@@ -218,8 +218,8 @@ TEST_F(Locator, HardLinksAndUnremovableGroupsAreDropped) {
     const Outcome shown = outcome(scan(*showing, {locked.path()})->duplicatesGroups());
     ASSERT_EQ(shown.size(), 1u);
     EXPECT_TRUE(shown[0][0].second && shown[0][1].second);
-    setImmutable(locked / "x", false, &error);
-    setImmutable(locked / "y", false, &error);
+    EXPECT_TRUE(setImmutable(locked / "x", false, &error));
+    EXPECT_TRUE(setImmutable(locked / "y", false, &error));
 
     // A locked file among removable copies: the group stays, that member may not go.
     test::TempTree mixed;
@@ -229,7 +229,7 @@ TEST_F(Locator, HardLinksAndUnremovableGroupsAreDropped) {
     harness.defaults.setBool(false, kShowFilesWithNoPermissionsKey);
     auto mixedLocator = harness.locator();
     const Outcome members = outcome(scan(*mixedLocator, {mixed.path()})->duplicatesGroups());
-    setImmutable(mixed / "two", false, &error);
+    EXPECT_TRUE(setImmutable(mixed / "two", false, &error));
     ASSERT_EQ(members.size(), 1u);
     for (const auto& [path, forbidden] : members[0])
         EXPECT_EQ(forbidden, path == mixed / "two") << path;
@@ -252,7 +252,7 @@ TEST_F(Locator, StoppingMidScanKeepsWhatWasFoundAndPostsNoFinish) {
         }));
     const auto results = scan(*locator, {tree.path()});
     EXPECT_EQ(listener.count(kScanFinishedNotification), 0);
-    EXPECT_EQ(locator->state(), 0);
+    EXPECT_EQ(locator->state(), ScanState::Idle);
     EXPECT_GT(results->count(), 0u);
     EXPECT_LT(results->count(), 40u);
 }

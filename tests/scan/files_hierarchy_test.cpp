@@ -160,7 +160,7 @@ std::optional<std::string> folderOnTheRootVolume() {
 
 std::string realPath(const std::string& path) {
     char* resolved = ::realpath(path.c_str(), nullptr);
-    const std::string real = resolved ? resolved : path;
+    std::string real = resolved ? resolved : path;
     std::free(resolved);
     return real;
 }

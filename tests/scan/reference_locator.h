@@ -14,7 +14,7 @@ inline std::vector<GroupPtr> referenceFindDuplicatesInSizeGroup(CVDuplicatesLoca
     CVDuplicatesLocator::sortSizeGroup(nodes);
     std::vector<GroupPtr> groups;
     for (std::size_t i = 0; i < nodes.size(); ++i) {
-        if (locator.state() == 0)
+        if (locator.state() == ScanState::Idle)
             break;
         auto first = std::dynamic_pointer_cast<CVFile>(nodes[i]);
         if (!first || locator.ignoreFile(*first)) {
@@ -22,7 +22,7 @@ inline std::vector<GroupPtr> referenceFindDuplicatesInSizeGroup(CVDuplicatesLoca
             continue;
         }
         GroupPtr group;
-        for (std::size_t j = i + 1; j < nodes.size() && locator.state() != 0; ++j) {
+        for (std::size_t j = i + 1; j < nodes.size() && locator.state() != ScanState::Idle; ++j) {
             auto other = std::dynamic_pointer_cast<CVFile>(nodes[j]);
             if (!other || locator.ignoreFile(*other) || !first->isDuplicateOf(*other))
                 continue;

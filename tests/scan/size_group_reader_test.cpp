@@ -55,6 +55,7 @@ public:
     }
     static EqualClasses reference(const std::vector<CVFile*>& files) {
         std::vector<SignatureDigest> digests;
+        digests.reserve(files.size());
         for (CVFile* file : files)
             digests.push_back(digestOfFile(*file, nullptr));
         return equalClasses(files, positions(files), digests, always);
@@ -90,6 +91,7 @@ TEST(EqualClasses, AreConfirmedByteForByteWhateverTheDigestsSay) {
     const auto a3 = node("a3", a), gone = node("gone", a), shrunk = node("shrunk", a);
     std::vector<CVFile*> files{a1.get(), b1.get(), a2.get(), gone.get(), b2.get(), shrunk.get(), a3.get()};
     std::vector<SignatureDigest> digests;
+    digests.reserve(files.size());
     for (CVFile* file : files)
         digests.push_back(digestOfFile(*file, nullptr));
     // Every digest made equal, as a hash collision would; some bytes not kept.

@@ -22,14 +22,14 @@ struct FakePresenter : AutoselectConflictPresenter {
     std::vector<CVAutoselectConflictAlert> shown;
     bool confirm(const CVAutoselectConflictAlert& alert) override {
         shown.push_back(alert);
-        return answers.count(alert.kind) && answers.at(alert.kind);
+        return answers.contains(alert.kind) && answers.at(alert.kind);
     }
 };
 
 class AutoselectConflicts : public testing::Test {
 protected:
     void SetUp() override { defaults.setBool(true, kAutoSelectDefaultSetKey); }
-    void store(std::vector<CVAutoselectListItem> items) {
+    void store(const std::vector<CVAutoselectListItem>& items) {
         CVAutoselectLists(defaults).setAutoselectList(items);
     }
     std::vector<CVAutoselectListItem> stored() { return CVAutoselectLists(defaults).list(); }

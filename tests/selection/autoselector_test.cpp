@@ -33,7 +33,7 @@ protected:
         defaults.setBool(true, kAutoSelectDefaultSetKey);
         defaults.setBool(true, kAutoselectMailDownloadsSetKey);
     }
-    void lists(std::vector<CVAutoselectListItem> entries) {
+    void lists(const std::vector<CVAutoselectListItem>& entries) {
         CVAutoselectLists(defaults).setAutoselectList(entries);
     }
     // The items as members of one group, so the group's type is known.

@@ -26,8 +26,9 @@ namespace {
 using GroupPtr = std::shared_ptr<CVGroup>;
 
 struct NullDisplay : CVSelectingControllerDisplay {
-    void shouldIncSelectedSize(std::int64_t, std::int64_t) override {}
-    void shouldIncSelectedSize(std::int64_t, std::int64_t, const std::string&, const std::string&) override {}
+    void shouldIncSelectedSize(std::int64_t /*size*/, std::int64_t /*count*/) override {}
+    void shouldIncSelectedSize(std::int64_t /*size*/, std::int64_t /*count*/, const std::string& /*warning*/,
+                               const std::string& /*details*/) override {}
 };
 
 // Folders the copies lie in; the library folders are the roots of their libraries.

@@ -24,10 +24,12 @@ struct FakeDisplay : CVSelectingControllerDisplay {
 
 struct FakeDelegate : CVSelectingControllerDelegate {
     std::vector<std::string> calls;
-    void selectingDidStarted() override { calls.push_back("started"); }
-    void selectingDidFinished() override { calls.push_back("finished"); }
-    void selectingDidFailedForItem(const SelectionItem&) override { calls.push_back("failed"); }
-    void selectingDidSuccessedForItem(const SelectionItem&) override { calls.push_back("succeeded"); }
+    void selectingDidStarted() override { calls.emplace_back("started"); }
+    void selectingDidFinished() override { calls.emplace_back("finished"); }
+    void selectingDidFailedForItem(const SelectionItem& /*item*/) override { calls.emplace_back("failed"); }
+    void selectingDidSuccessedForItem(const SelectionItem& /*item*/) override {
+        calls.emplace_back("succeeded");
+    }
 };
 
 class SelectingControllerTest : public testing::Test {

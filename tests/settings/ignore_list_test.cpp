@@ -47,7 +47,7 @@ protected:
         list->updateExcludeList();
     }
     CVIgnoreList::Environment environment() {
-        return {"/home/ada", "/home/ada", [this](const std::string& p) {
+        return {"/home/ada", "/home/ada", [](const std::string& p) {
                     return p.starts_with("/media/usb") ? std::string("/media/usb") : std::string("/");
                 }};
     }

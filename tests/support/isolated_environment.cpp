@@ -4,9 +4,9 @@
 // file. The session bus is a socket that does not exist, so no test (nor a corvel it
 // runs) reaches the account's desktop; tests that need a bus start their own.
 
+#include <cstdlib>
 #include <filesystem>
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>

@@ -12,8 +12,6 @@
 
 #include "platform/desktop_notifier.h"
 
-extern char** environ;
-
 namespace corvel::test {
 
 namespace {
@@ -140,7 +138,7 @@ int answerNotificationCall(sd_bus_message* message, FakeNotificationServer& serv
 
 namespace {
 
-int handleNotificationCall(sd_bus_message* message, void* server, sd_bus_error*) {
+int handleNotificationCall(sd_bus_message* message, void* server, sd_bus_error* /*unused*/) {
     return answerNotificationCall(message, *static_cast<FakeNotificationServer*>(server));
 }
 
@@ -188,7 +186,7 @@ void FakeNotificationServer::run(const std::string& address) {
         if (r > 0)
             continue;
         if (r >= 0)
-            r = sd_bus_wait(bus, 50 * 1000);
+            r = sd_bus_wait(bus, std::uint64_t{50} * 1000);
     }
     sd_bus_flush_close_unref(bus);
 }

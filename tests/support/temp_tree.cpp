@@ -18,7 +18,7 @@ namespace {
 int removeEntry(const char* path, const struct stat* /*st*/, int /*flag*/, struct FTW* /*ftw*/) {
     CVError ignored;
     if (isImmutable(path).value_or(false))
-        setImmutable(path, false, &ignored);
+        (void)setImmutable(path, false, &ignored); // best effort: a file still locked stays behind
     ::chmod(path, 0700);
     ::remove(path);
     return 0;
@@ -28,7 +28,7 @@ int unlockEntry(const char* path, const struct stat* st, int /*flag*/, struct FT
     if (S_ISDIR(st->st_mode)) {
         CVError ignored;
         if (isImmutable(path).value_or(false))
-            setImmutable(path, false, &ignored);
+            (void)setImmutable(path, false, &ignored); // as in removeEntry
         ::chmod(path, 0700);
     }
     return 0;
@@ -50,8 +50,9 @@ TempTree::~TempTree() {
 }
 
 std::string TempTree::file(std::string_view relative, std::string_view contents) const {
-    const std::string path = *this / relative;
-    makeDirectories(parentPath(path), nullptr);
+    std::string path = *this / relative;
+    if (!makeDirectories(parentPath(path), nullptr))
+        throw std::runtime_error("cannot create " + parentPath(path));
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out.write(contents.data(), static_cast<std::streamsize>(contents.size()));
     if (!out)
@@ -60,15 +61,16 @@ std::string TempTree::file(std::string_view relative, std::string_view contents)
 }
 
 std::string TempTree::folder(std::string_view relative) const {
-    const std::string path = *this / relative;
+    std::string path = *this / relative;
     if (!makeDirectories(path, nullptr))
         throw std::runtime_error("cannot create " + path);
     return path;
 }
 
 std::string TempTree::symlink(std::string_view relative, std::string_view target) const {
-    const std::string path = *this / relative;
-    makeDirectories(parentPath(path), nullptr);
+    std::string path = *this / relative;
+    if (!makeDirectories(parentPath(path), nullptr))
+        throw std::runtime_error("cannot create " + parentPath(path));
     if (::symlink(std::string(target).c_str(), path.c_str()) != 0)
         throw std::runtime_error("cannot link " + path);
     return path;
