@@ -83,7 +83,7 @@ TEST(PropertyList, MalformedInputIsAnErrorNotACrash) {
         "<plist><dict><integer>1</integer></dict></plist>",
         "<?xml version=\"1.0\"?><plist><dict><key>a</key>",
         std::string("bplist00") + std::string(40, '\xff'),
-        std::string("bplist00\x55") + std::string(31, '\0'),
+        std::string("bplist00") + std::string(1, '\x55') + std::string(31, '\0'),
     };
     for (const auto& input : inputs) {
         PropertyValue out;
