@@ -29,6 +29,7 @@
 #include "results_page.h"
 #include "scan/duplicates_locator.h"
 #include "scan_page.h"
+#include "synthetic_results.h"
 
 using namespace corvel;
 using namespace corvel::gui;
@@ -39,23 +40,7 @@ constexpr std::size_t kGroups = 50'000;
 
 std::shared_ptr<CVDuplicatesController> makeResults() {
     auto results = std::make_shared<CVDuplicatesController>();
-    const char* words[] = {"holiday", "Report", "scan", "Invoice", "track", "Movie", "backup", "notes"};
-    const char* extensions[] = {"bin", "txt", "jpg", "mp3", "mp4", "zip", ""};
-    for (std::size_t i = 0; i < kGroups; ++i) {
-        const std::int32_t type = static_cast<std::int32_t>(i % 7) + 1;
-        const std::string stem = std::string(words[i % 8]) + " " + std::to_string(i);
-        const std::string name = type == 7 ? stem : stem + "." + extensions[type - 1];
-        const std::uint64_t size = 50'000 + (i * 7919) % 5'000'000;
-        const std::string folderA = "/home/user/Folder" + std::to_string(i % 97) + "/";
-        const std::string folderB = "/home/user/Backup" + std::to_string(i % 89) + "/";
-        auto a = std::make_shared<CVFile>(folderA + name, name, size, size);
-        auto b = std::make_shared<CVFile>(folderB + name, name, size, size);
-        a->setType(type);
-        b->setType(type);
-        auto group = CVGroup::initWithCVFile(a);
-        group->addFile(b);
-        results->addGroup(group);
-    }
+    addSyntheticPairs(*results, kGroups);
     return results;
 }
 
