@@ -16,43 +16,43 @@ std::string valueAsText(const PropertyValue& v) {
     return v.description();
 }
 
-template <typename T> std::string printfOne(const std::string& spec, T value) {
+template <typename T> std::string printfOne(const std::string& directive, T value) {
     char small[64];
-    const int n = std::snprintf(small, sizeof small, spec.c_str(), value);
+    const int n = std::snprintf(small, sizeof small, directive.c_str(), value);
     if (n < 0)
         return {};
     if (static_cast<std::size_t>(n) < sizeof small)
         return std::string(small, static_cast<std::size_t>(n));
     std::string big(static_cast<std::size_t>(n) + 1, '\0');
-    std::snprintf(big.data(), big.size(), spec.c_str(), value);
+    std::snprintf(big.data(), big.size(), directive.c_str(), value);
     big.resize(static_cast<std::size_t>(n));
     return big;
 }
 
 } // namespace
 
-// One conversion with its flags, width and precision in spec ("%-8.2"); nothing for a
+// One conversion with its flags, width and precision in directive ("%-8.2"); nothing for a
 // conversion character it does not know.
-std::optional<std::string> convertOne(const std::string& spec, char conv, const PropertyValue& arg) {
+std::optional<std::string> convertOne(const std::string& directive, char conv, const PropertyValue& arg) {
     switch (conv) {
     case '@':
     case 's':
-        return printfOne(spec + 's', valueAsText(arg).c_str());
+        return printfOne(directive + 's', valueAsText(arg).c_str());
     case 'd':
     case 'i':
-        return printfOne(spec + "lld", static_cast<long long>(arg.toInt64()));
+        return printfOne(directive + "lld", static_cast<long long>(arg.toInt64()));
     case 'u':
     case 'x':
     case 'X':
     case 'o':
-        return printfOne(spec + "ll" + conv, static_cast<unsigned long long>(arg.toUInt64()));
+        return printfOne(directive + "ll" + conv, static_cast<unsigned long long>(arg.toUInt64()));
     case 'f':
     case 'F':
     case 'e':
     case 'E':
     case 'g':
     case 'G':
-        return printfOne(spec + conv, arg.toDouble());
+        return printfOne(directive + conv, arg.toDouble());
     case 'c':
         if (arg.isString())
             return arg.asString()->substr(0, 1);
@@ -94,11 +94,11 @@ std::string formatString(std::string_view format, std::span<const PropertyValue>
                 i = j + 1;
             }
         }
-        std::string spec = "%";
+        std::string directive = "%";
         while (i < format.size() && std::string_view("-+ #0").find(format[i]) != std::string_view::npos)
-            spec += format[i++];
+            directive += format[i++];
         while (i < format.size() && (std::isdigit(static_cast<unsigned char>(format[i])) || format[i] == '.'))
-            spec += format[i++];
+            directive += format[i++];
         while (i < format.size() && std::string_view("hlqLzjt").find(format[i]) != std::string_view::npos)
             ++i;
         if (i >= format.size()) {
@@ -109,7 +109,7 @@ std::string formatString(std::string_view format, std::span<const PropertyValue>
         const PropertyValue& arg = argIndex < args.size() ? args[argIndex] : PropertyValue::null();
         if (!positional)
             ++nextArg;
-        if (const auto converted = convertOne(spec, conv, arg)) {
+        if (const auto converted = convertOne(directive, conv, arg)) {
             out += *converted;
         } else {
             out.append(format.substr(start, i - start));
