@@ -13,7 +13,10 @@
 #include <string>
 #include <unistd.h>
 
+#include "engine/node_cache.h"
+#include "engine/node_services.h"
 #include "engine/node_type_generator.h"
+#include "media/media_manager.h"
 #include "platform/resources.h"
 #include "platform/tracker.h"
 #include "platform/user_defaults.h"
@@ -47,6 +50,9 @@ struct Services {
     CVPreferences preferences{defaults, tracker};
     CVIgnoreList ignoreList{defaults, resourcePath("IgnoreList.plist"),
                             CVIgnoreList::Environment{folder, folder, nullptr}, generator};
+    CViMediaManager media{defaults};
+    CVNodeCache cache;
+    NodeServicesPtr nodes = std::make_shared<const CVNodeServices>(CVNodeServices{generator, media, cache});
 };
 
 void BM_TreeWalker(benchmark::State& state) {
@@ -74,7 +80,7 @@ void BM_FilesHierarchy(benchmark::State& state) {
     std::size_t groups = 0;
     for (auto _ : state) {
         CVFilesHierarchy hierarchy({CVScanPath{root, false}},
-                                   {services.ignoreList, services.generator, services.preferences});
+                                   {services.ignoreList, services.preferences, services.nodes});
         hierarchy.rescan();
         groups = hierarchy.filesGroupedBySize().size();
     }

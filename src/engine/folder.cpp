@@ -11,12 +11,6 @@ namespace corvel {
 
 namespace {
 
-CVNodeCache* g_cache = nullptr;
-
-CVNodeCache& comparisonCache() {
-    return g_cache ? *g_cache : CVNodeCache::sharedCache();
-}
-
 // Two children at one position: the same name, both folders or both files.
 bool childrenMatch(CVNode& a, CVNode& b, CVNodeCache& cache) {
     if (lastPathComponent(a.storedPath()) != lastPathComponent(b.storedPath()))
@@ -48,19 +42,22 @@ bool childrenMatch(CVNode& a, CVNode& b, CVNodeCache& cache) {
 
 } // namespace
 
-void CVFolder::setComparisonCache(CVNodeCache* cache) {
-    g_cache = cache;
-}
-
 CVFolder::CVFolder(std::string path, std::string name, std::uint64_t size, std::uint64_t sizeOnDisk)
     : CVFile(std::move(path), std::move(name), size, sizeOnDisk) {
     setFlag(kAllChildrenIgnored, true);
 }
 
 CVFolder::~CVFolder() {
+    // Services other than the defaults go down with the tree, so that a node that outlives
+    // this folder, or lies in a sub-folder that does, still finds them.
+    NodeServicesPtr handedDown = services();
+    if (handedDown == defaultNodeServices())
+        handedDown = nullptr;
     for (const auto& child : children())
         if (auto* file = dynamic_cast<CVFile*>(child.get()); file && file->parentFolder() == this) {
             const bool livesOn = child.use_count() > 1; // in a group
+            if (handedDown && !file->hasOwnServices() && (livesOn || dynamic_cast<CVFolder*>(file)))
+                file->setServices(handedDown);
             if (livesOn)
                 file->setPath(file->path()); // give it its full path
             file->setParentFolder(nullptr);
@@ -133,7 +130,7 @@ bool CVFolder::childrenAreEqual(CVFolder& other) {
     const auto& theirs = other.children();
     if (mine.size() != theirs.size())
         return false;
-    auto& cache = comparisonCache();
+    auto& cache = services()->nodeCache;
     for (std::size_t i = 0; i < mine.size(); ++i) {
         if (stopRequested() || !childrenMatch(*mine[i], *theirs[i], cache))
             return false;
@@ -148,7 +145,7 @@ bool CVFolder::childrenHaveEqualSize(CVFolder& other) {
     const auto& theirs = other.children();
     if (mine.size() != theirs.size())
         return false;
-    auto& cache = comparisonCache();
+    auto& cache = services()->nodeCache;
     for (std::size_t i = 0; i < mine.size(); ++i) {
         CVNode* a = mine[i].get();
         CVNode* b = theirs[i].get();

@@ -13,8 +13,6 @@
 
 namespace corvel {
 
-class CVNodeCache;
-
 class CVFolder : public CVFile {
 public:
     CVFolder(std::string path, std::string name, std::uint64_t size = 0, std::uint64_t sizeOnDisk = 0);
@@ -59,9 +57,6 @@ public:
     bool checkForIntegrity() const override;
     // A plain folder keeps its extension in its title; other folder types do not.
     std::string title() const override;
-
-    // The comparison memo; the shared one unless replaced (tests).
-    static void setComparisonCache(CVNodeCache* cache);
 
 private:
     bool stopRequested() const { return m_delegate && m_delegate->stopSignaturesComparing(); }

@@ -27,6 +27,7 @@ struct CVNode::Extras {
     bool infoKnown = false;
     std::unique_ptr<ChangeNotifier> notifier;
     std::uint64_t device = 0; // of a file without a parent folder
+    NodeServicesPtr services; // the top of a tree, or a node that outlived it
 };
 
 namespace {
@@ -299,7 +300,7 @@ std::int32_t CVFile::type() const {
     std::int32_t stored = CVNode::type();
     if (stored == kNodeTypeUnknown) {
         // The stored name has the path's extension.
-        stored = CVNodeTypeGenerator::sharedGenerator().nodeTypeOfFile(storedPath());
+        stored = services()->typeGenerator.nodeTypeOfFile(storedPath());
         const_cast<CVFile*>(this)->setType(stored);
     }
     return stored;
@@ -343,7 +344,7 @@ PropertyValue CVFile::info() const {
     PropertyValue record;
     if (const auto& root = rootFolder()) {
         const std::int32_t rootType = root->type();
-        auto& manager = CViMediaManager::sharedInstance();
+        auto& manager = services()->mediaManager;
         if (isIPhotoLibFileType(rootType)) {
             record = manager.iPhotoLibraryEventOfPhotoAtPath(path(), root->path() + "/AlbumData.xml");
         } else if (isITunesLibFileType(rootType)) {
@@ -360,6 +361,24 @@ PropertyValue CVFile::info() const {
         e.infoKnown = true;
     }
     return e.info;
+}
+
+NodeServicesPtr CVFile::services() const {
+    for (const CVFile* node = this; node; node = node->parentFolder())
+        if (const Extras* e = node->extrasIfAny(); e && e->services)
+            return e->services;
+    if (const auto root = rootFolder(); root && root.get() != this)
+        return root->services();
+    return defaultNodeServices();
+}
+
+void CVFile::setServices(NodeServicesPtr services) {
+    extras().services = std::move(services);
+}
+
+bool CVFile::hasOwnServices() const {
+    const Extras* e = extrasIfAny();
+    return e && e->services;
 }
 
 void CVFile::setInfo(PropertyValue info) {

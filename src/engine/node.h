@@ -22,6 +22,7 @@
 #include <string_view>
 #include <vector>
 
+#include "node_services.h"
 #include "path_component.h"
 #include "platform/change_notifier.h"
 #include "platform/property_value.h"
@@ -231,6 +232,16 @@ public:
     // and inside a library for a file the library does not list.
     PropertyValue info() const;
     void setInfo(PropertyValue info);
+
+    // The services the node was made with (node_services.h): its own, else those of the
+    // nearest folder above it that has some, else those of its library folder, else the
+    // defaults. Never null.
+    NodeServicesPtr services() const;
+    // Gives the node its own services: the maker of a tree calls it on the top node
+    // before anyone else sees the tree.
+    void setServices(NodeServicesPtr services);
+    // Whether the node carries services of its own.
+    bool hasOwnServices() const;
 
     // The display components of the path, deepest last: inside an iTunes library the
     // track's artist and album, inside a photo library the photo's event (each when the

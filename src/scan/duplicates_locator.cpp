@@ -94,8 +94,8 @@ bool isPlainFolder(const CVNode& node) {
 } // namespace
 
 CVDuplicatesLocator::CVDuplicatesLocator()
-    : CVDuplicatesLocator(Services{CVIgnoreList::sharedIgnoreList(), CVNodeTypeGenerator::sharedGenerator(),
-                                   CVPreferences::sharedInstance(), UserDefaults::standardUserDefaults()}) {}
+    : CVDuplicatesLocator(Services{CVIgnoreList::sharedIgnoreList(), CVPreferences::sharedInstance(),
+                                   UserDefaults::standardUserDefaults(), defaultNodeServices()}) {}
 
 CVDuplicatesLocator::CVDuplicatesLocator(Services services) : m_services(services) {
     m_showFilesWOPermissions = m_services.defaults.boolForKey(kShowFilesWithNoPermissionsKey);
@@ -192,8 +192,8 @@ void CVDuplicatesLocator::stopScan() {
     // Ends a read of a library file or of the library preferences in progress; a
     // locator that is not scanning leaves other readers alone.
     if (m_scanning.load()) {
-        CViMediaManager::sharedInstance().stopParsing();
-        m_services.typeGenerator.stopReadingPreferences();
+        m_services.nodes->mediaManager.stopParsing();
+        m_services.nodes->typeGenerator.stopReadingPreferences();
     }
     if (hierarchy)
         hierarchy->setCanContinue(false);
@@ -283,7 +283,7 @@ void CVDuplicatesLocator::runScan(const std::vector<std::string>& paths, std::ui
     if (isStopped(request))
         return;
     NotificationCenter::defaultCenter().postOnMainThread({kScanStartedNotification, nullptr, {}, {}});
-    CVNodeCache::sharedCache().resetCache();
+    m_services.nodes->nodeCache.resetCache();
     setPaths(paths);
     {
         // Under the lock, so that a stopScan either comes after (and sets 0) or is seen here.
@@ -293,7 +293,7 @@ void CVDuplicatesLocator::runScan(const std::vector<std::string>& paths, std::ui
         m_state = ScanState::Scanning;
     }
     // Library files are parsed again once this scan has ended, stopped or not.
-    auto& media = CViMediaManager::sharedInstance();
+    auto& media = m_services.nodes->mediaManager;
     media.resumeParsing();
     m_scanning = true;
     struct ResumeAtEnd {
@@ -306,7 +306,7 @@ void CVDuplicatesLocator::runScan(const std::vector<std::string>& paths, std::ui
     } resumeAtEnd{media, m_scanning};
     auto hierarchy = std::make_shared<CVFilesHierarchy>(
         pathsToScan(),
-        CVFilesHierarchy::Services{m_services.ignoreList, m_services.typeGenerator, m_services.preferences});
+        CVFilesHierarchy::Services{m_services.ignoreList, m_services.preferences, m_services.nodes});
     hierarchy->setNodeDelegate(this);
     m_counters.reset();
     m_counters.stage = ScanCounters::Walking;

@@ -36,7 +36,6 @@
 namespace corvel {
 
 class CVIgnoreList;
-class CVNodeTypeGenerator;
 class CVPreferences;
 class UserDefaults;
 
@@ -49,12 +48,15 @@ class CVDuplicatesLocator : public CVNodeDelegate {
 public:
     struct Services {
         CVIgnoreList& ignoreList;
-        CVNodeTypeGenerator& typeGenerator;
         CVPreferences& preferences;
         UserDefaults& defaults;
+        // Given to every tree the scan makes: its nodes are typed by its type generator,
+        // read library records through its media manager and memoise folder comparisons
+        // in its node cache (cleared at the start of every scan).
+        NodeServicesPtr nodes;
     };
 
-    // On the shared ignore list, type generator, preferences and standard store.
+    // On the shared ignore list, preferences, standard store and node services.
     CVDuplicatesLocator();
     explicit CVDuplicatesLocator(Services services);
     // Stops every scan (stopScan) and waits for the scan threads, which by then wait for

@@ -165,7 +165,7 @@ void CVFilesHierarchy::canonicaliseRootPaths() {
 void CVFilesHierarchy::rescan() {
     if (!canContinue())
         return;
-    m_services.typeGenerator.prepareGenerator();
+    m_services.nodes->typeGenerator.prepareGenerator();
     m_services.ignoreList.updateExcludeList();
     m_failedRootPathsCount = 0;
     const auto mail = mailDownloadFolders();
@@ -294,8 +294,10 @@ void CVFilesHierarchy::addFile(Walk& walk, const WalkEntry& entry) {
     file->setStatCTime(entry.ctime);
     file->setStatMTimeNanoseconds(entry.mtimeNanoseconds);
     file->setInodeNumber(entry.inode);
-    if (!current)
+    if (!current) {
         file->setDevice(entry.device);
+        file->setServices(m_services.nodes);
+    }
     if (current)
         current->addChildFile(file);
     else
@@ -320,6 +322,8 @@ void CVFilesHierarchy::addFolder(Walk& walk, const WalkEntry& entry) {
     folder->setDelegate(m_nodeDelegate);
     folder->setInodeNumber(entry.inode);
     folder->setIgnore(entry.ignored);
+    if (!current)
+        folder->setServices(m_services.nodes);
     if (entry.systemFolder)
         m_skippedSystemFolders.push_back(path);
     if (entry.depthLimited && !walk.deepestLogged) {

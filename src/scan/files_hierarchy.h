@@ -50,8 +50,9 @@ class CVFilesHierarchy {
 public:
     struct Services {
         CVIgnoreList& ignoreList;
-        CVNodeTypeGenerator& typeGenerator;
         CVPreferences& preferences;
+        // Given to the top node of every root walked (node_services.h).
+        NodeServicesPtr nodes;
     };
 
     CVFilesHierarchy(std::vector<CVScanPath> rootPaths, Services services);

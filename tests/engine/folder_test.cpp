@@ -5,6 +5,9 @@
 #include "engine/folder.h"
 #include "engine/node_cache.h"
 #include "engine/node_type.h"
+#include "engine/node_type_generator.h"
+#include "media/media_manager.h"
+#include "platform/file_io.h"
 #include "support/temp_tree.h"
 
 namespace corvel {
@@ -44,12 +47,21 @@ std::shared_ptr<CVFolder> build(const std::string& path, CVNodeDelegate* delegat
     return folder;
 }
 
+// The folders compared carry services of their own, so each test memoises its
+// comparisons in its own cache.
 class FolderComparison : public testing::Test {
 protected:
-    void SetUp() override { CVFolder::setComparisonCache(&cache); }
-    void TearDown() override { CVFolder::setComparisonCache(nullptr); }
+    std::shared_ptr<CVFolder> build(const std::string& path, CVNodeDelegate* nodeDelegate) {
+        return withServices(corvel::build(path, nodeDelegate));
+    }
+    std::shared_ptr<CVFolder> withServices(std::shared_ptr<CVFolder> top) {
+        top->setServices(services);
+        return top;
+    }
     test::TempTree tree;
     CVNodeCache cache;
+    NodeServicesPtr services = std::make_shared<const CVNodeServices>(
+        CVNodeServices{CVNodeTypeGenerator::sharedGenerator(), CViMediaManager::sharedInstance(), cache});
     CountingDelegate delegate;
 };
 
@@ -68,6 +80,8 @@ TEST_F(FolderComparison, EqualFoldersWithNestedSubfoldersAreDuplicates) {
     EXPECT_TRUE(cache.folderChildrenSizeAreEqual(tree / "A/sub", tree / "B/sub").value_or(false));
     EXPECT_TRUE(cache.duplicatedFolder(tree / "B/sub", tree / "A/sub").value_or(false))
         << "sub-folder answers are memoised by the pair, in either order";
+    EXPECT_FALSE(CVNodeCache::sharedCache().duplicatedFolder(tree / "A/sub", tree / "B/sub").has_value())
+        << "the folders' own services hold the memo, not the shared cache";
     for (const auto& child : a->children())
         EXPECT_FALSE(child->hasSignature()) << "signatures are released after each comparison";
 }
@@ -161,8 +175,8 @@ protected:
         const std::string h = tree.file(relative + "/g/h", "and the same here");
         auto g = folderNode(folder + "/g", {std::make_shared<CVFile>(h, "", std::filesystem::file_size(h))},
                             &delegate);
-        return folderNode(folder, {std::make_shared<CVFile>(f, "", std::filesystem::file_size(f)), g},
-                          &delegate);
+        return withServices(folderNode(
+            folder, {std::make_shared<CVFile>(f, "", std::filesystem::file_size(f)), g}, &delegate));
     }
 };
 
@@ -215,6 +229,34 @@ TEST_F(FolderComparison, AStopRequestEndsTheComparison) {
     delegate.stopAfter = true;
     delegate.limit = 0;
     EXPECT_FALSE(a->isDuplicateOf(*b));
+}
+
+// Files that outlive their tree (as group members do) keep the tree's services, also
+// from a sub-folder that died after the top one; a node under no tree has the defaults.
+TEST_F(FolderComparison, FilesThatOutliveTheirTreeKeepItsServices) {
+    tree.file("T/top.txt", "top");
+    tree.file("T/sub/deeper/deep.txt", "deep");
+    auto top = build(tree / "T", &delegate);
+    auto file = [&](const std::shared_ptr<CVFolder>& folder, const char* name) -> NodePtr {
+        for (const auto& child : folder->children())
+            if (lastPathComponent(child->storedPath()) == name)
+                return child;
+        return nullptr;
+    };
+    NodePtr topFile = file(top, "top.txt");
+    auto sub = std::dynamic_pointer_cast<CVFolder>(file(top, "sub"));
+    ASSERT_TRUE(topFile && sub);
+    NodePtr deepFile = file(std::dynamic_pointer_cast<CVFolder>(file(sub, "deeper")), "deep.txt");
+    ASSERT_TRUE(deepFile);
+    sub.reset();
+    EXPECT_EQ(dynamic_cast<CVFile&>(*deepFile).services(), services) << "found through its folders";
+    top.reset();
+    for (const auto& node : {topFile, deepFile}) {
+        const auto& survivor = dynamic_cast<CVFile&>(*node);
+        EXPECT_EQ(survivor.parentFolder(), nullptr);
+        EXPECT_EQ(survivor.services(), services) << survivor.path();
+    }
+    EXPECT_EQ(CVFile(tree / "T/top.txt", "", 3).services(), defaultNodeServices());
 }
 
 } // namespace

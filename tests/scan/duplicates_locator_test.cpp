@@ -313,8 +313,9 @@ Outcome searchWalk(CVDuplicatesLocator& locator, CVFilesHierarchy& hierarchy) {
 // A folder node built by hand around real files, with their inode numbers (a group of
 // nodes without them would read as hard links of one file).
 std::shared_ptr<CVFolder> handBuiltFolder(const std::string& path, const std::vector<std::string>& files,
-                                          CVNodeDelegate* delegate) {
+                                          CVNodeDelegate* delegate, const NodeServicesPtr& services) {
     auto folder = std::make_shared<CVFolder>(path, "");
+    folder->setServices(services);
     folder->setType(kNodeTypePlainFolder);
     folder->setDelegate(delegate);
     struct stat st {};
@@ -344,9 +345,10 @@ TEST_F(Locator, AFolderAndAFolderInsideItAreNeverGroupedThoughEveryChildMatches)
         const std::string innerFile = place.file(std::string(c.second) + "/f", content('n', 5000));
         auto locator = harness.locator();
         locator->startSearching();
-        CVNodeCache::sharedCache().resetCache();
-        std::vector<NodePtr> sizeGroup{handBuiltFolder(place / "X", {outerFile}, locator.get()),
-                                       handBuiltFolder(place / c.second, {innerFile}, locator.get())};
+        harness.cache.resetCache();
+        std::vector<NodePtr> sizeGroup{
+            handBuiltFolder(place / "X", {outerFile}, locator.get(), harness.nodes),
+            handBuiltFolder(place / c.second, {innerFile}, locator.get(), harness.nodes)};
         EXPECT_EQ(locator->findDuplicatesInSizeGroup(sizeGroup).size(), c.groups);
     }
 }
@@ -396,6 +398,40 @@ TEST_F(Locator, APhotoLibraryFileThatTheLibraryDoesNotListTakesNoPart) {
     const Outcome found = searchWalk(*locator, *hierarchy);
     EXPECT_EQ(found, (Outcome{{{listed, true}, {listedCopy, false}}}))
         << "the unlisted photo and its copy make no group";
+}
+
+// The scan's nodes use the services the locator was given: the library is parsed by its
+// media manager and the folder comparisons are memoised in its cache, never in the shared
+// ones, and two scans on services of their own find the same.
+TEST_F(Locator, NodesUseTheServicesTheLocatorWasGiven) {
+    const std::string photo = tree.file("Photos/Masters/listed.jpg", content('l', 60000));
+    tree.file("Photos/AlbumData.xml", albumDataListing(photo));
+    tree.file("loose/a.jpg", content('l', 60000));
+    for (const char* side : {"A", "B"}) {
+        tree.file(std::string(side) + "/sub/x.bin", content('x', 9000));
+        tree.file(std::string(side) + "/y.bin", content('y', 8000));
+    }
+    const std::size_t sharedLibraries = CViMediaManager::sharedInstance().parsedLibrariesCount();
+
+    auto found = [&](test::ScanHarness& own) {
+        auto locator = own.locator();
+        locator->setMinimumSizeOverride(1);
+        locator->asyncScanPaths({tree.path()});
+        MainQueue::shared().drain();
+        return outcome(locator->duplicatesController()->allDuplicatesGroups());
+    };
+    const Outcome first = found(harness);
+    EXPECT_EQ(harness.media.parsedLibrariesCount(), 1U) << "the library is read through the given manager";
+    EXPECT_EQ(CViMediaManager::sharedInstance().parsedLibrariesCount(), sharedLibraries);
+    EXPECT_TRUE(harness.cache.duplicatedFolder(tree / "A/sub", tree / "B/sub").value_or(false));
+    EXPECT_FALSE(CVNodeCache::sharedCache().duplicatedFolder(tree / "A/sub", tree / "B/sub").has_value());
+
+    test::ScanHarness other;
+    EXPECT_EQ(found(other), first);
+    EXPECT_EQ(other.media.parsedLibrariesCount(), 1U);
+    const Outcome expected{{{photo, true}, {tree / "loose/a.jpg", false}},
+                           {{tree / "A", false}, {tree / "B", false}}};
+    EXPECT_EQ(first, expected);
 }
 
 // A fifo named like a library file, and another at the library preferences path: the
@@ -593,13 +629,13 @@ TEST_F(Locator, DigestBucketsFindExactlyWhatPairwiseComparisonFinds) {
         auto& fastSizes = fastWalk->filesGroupedBySize();
         auto& referenceSizes = referenceWalk->filesGroupedBySize();
         ASSERT_EQ(fastSizes.size(), referenceSizes.size());
-        CVNodeCache::sharedCache().resetCache();
+        harness.cache.resetCache();
         Outcome fast;
         for (const std::uint64_t size : sizesLargestFirst(fastSizes))
             if (fastSizes[size].size() > 1)
                 for (auto& group : outcome(fastLocator->findDuplicatesInSizeGroup(fastSizes[size])))
                     fast.push_back(group);
-        CVNodeCache::sharedCache().resetCache();
+        harness.cache.resetCache();
         Outcome reference;
         for (const std::uint64_t size : sizesLargestFirst(referenceSizes))
             if (referenceSizes[size].size() > 1)
@@ -618,7 +654,7 @@ TEST_F(Locator, DigestBucketsFindExactlyWhatPairwiseComparisonFinds) {
             threadedLocator->setKeptBytesLimit(limit);
             auto threadedWalk = harness.walk(roots, threadedLocator.get());
             threadedLocator->startSearching();
-            CVNodeCache::sharedCache().resetCache();
+            harness.cache.resetCache();
             threadedLocator->locateDuplicatesInDictionary(threadedWalk->filesGroupedBySize());
             ASSERT_EQ(outcome(threadedLocator->duplicatesController()->allDuplicatesGroups()), reference);
         }
@@ -707,7 +743,7 @@ TEST_P(FolderNotReadCompletely, NeverMakesAFolderGroupButItsReadFilesStillGroup)
         hierarchy->setNodeDelegate(locator.get());
         hierarchy->setWalkOptions({cutEverywhere ? 2U : 0U, cutEverywhere});
         hierarchy->rescan();
-        CVNodeCache::sharedCache().resetCache();
+        harness.cache.resetCache();
         const std::string text =
             describe(searchWalk(*locator, *hierarchy), hierarchy->incompleteFolders(), top);
         const bool written =
@@ -797,7 +833,7 @@ TEST_P(LocatorWalk, FoldersReachingPastPathMaxAreListedButNeverAFolderGroup) {
     EXPECT_EQ(levels, 22U);
     EXPECT_EQ(bottomSize, 3000U);
 
-    CVNodeCache::sharedCache().resetCache();
+    harness.cache.resetCache();
     const std::string found = describe(searchWalk(*locator, hierarchy), hierarchy.incompleteFolders(), top);
     EXPECT_EQ(found, "group: A/deep/2.bin B/deep/2.bin\n"
                      "group: A/1.bin B/1.bin\n"

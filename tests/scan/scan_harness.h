@@ -1,10 +1,14 @@
 #pragma once
-// The services a scan needs, on a private settings store and the shipped ignore list.
+// The services a scan needs, on a private settings store and the shipped ignore list,
+// with node services of its own (no shared generator, media manager or cache).
 
 #include <memory>
 #include <string>
 
+#include "engine/node_cache.h"
+#include "engine/node_services.h"
 #include "engine/node_type_generator.h"
+#include "media/media_manager.h"
 #include "platform/resources.h"
 #include "platform/user_defaults.h"
 #include "scan/duplicates_locator.h"
@@ -25,8 +29,12 @@ struct ScanHarness {
                             CVIgnoreList::Environment{settings / "home", settings / "home", nullptr},
                             generator};
 
-    CVDuplicatesLocator::Services services() { return {ignoreList, generator, preferences, defaults}; }
-    CVFilesHierarchy::Services hierarchyServices() { return {ignoreList, generator, preferences}; }
+    CViMediaManager media{defaults};
+    CVNodeCache cache;
+    NodeServicesPtr nodes = std::make_shared<const CVNodeServices>(CVNodeServices{generator, media, cache});
+
+    CVDuplicatesLocator::Services services() { return {ignoreList, preferences, defaults, nodes}; }
+    CVFilesHierarchy::Services hierarchyServices() { return {ignoreList, preferences, nodes}; }
 
     std::unique_ptr<CVDuplicatesLocator> locator() {
         auto l = std::make_unique<CVDuplicatesLocator>(services());
