@@ -13,7 +13,7 @@ void addSyntheticPairs(CVDuplicatesController& results, std::size_t groups) {
     const char* words[] = {"holiday", "Report", "scan", "Invoice", "track", "Movie", "backup", "notes"};
     const char* extensions[] = {"bin", "txt", "jpg", "mp3", "mp4", "zip", ""};
     for (std::size_t i = 0; i < groups; ++i) {
-        const std::int32_t type = static_cast<std::int32_t>(i % 7) + 1;
+        const auto type = static_cast<NodeType>(i % 7 + 1);
         const std::string stem = std::string(words[i % 8]) + " " + std::to_string(i);
         const std::string name = type == 7 ? stem : stem + "." + extensions[type - 1];
         const std::uint64_t size = 50'000 + (i * 7919) % 5'000'000;

@@ -472,7 +472,7 @@ void CVResultsViewController::exportSelectedDupes() {
 void CVResultsViewController::addToIgnoreListAction(const FilePtr& item) {
     if (!item)
         return;
-    const std::int32_t type = item->type();
+    const NodeType type = item->type();
     auto& ignoreList = m_services.ignoreList;
     // A photo library is a package: it is excluded as an item, like a file.
     if (!isFolderType(type) || isIPhotoLibFileType(type))

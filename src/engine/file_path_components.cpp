@@ -24,7 +24,7 @@ std::string stringValue(const PropertyValue& value) {
 
 std::vector<CVPathComponent> CVFile::pathComponents() const {
     const auto root = rootFolder();
-    const std::int32_t rootType = root ? root->type() : kNodeTypeUnknown;
+    const NodeType rootType = root ? root->type() : kNodeTypeUnknown;
     if (rootType == kNodeTypeITunesLibrary || rootType == kNodeTypeCurrentITunesLibrary)
         return generateITunesPathComponents();
     if (isIPhotoLibFileType(rootType))

@@ -22,7 +22,7 @@ public:
 
     // Folders keep the type the walk gives them (no lazy file typing).
     // NOLINTNEXTLINE(bugprone-parent-virtual-call): past CVFile on purpose, which types lazily.
-    std::int32_t type() const override { return CVNode::type(); }
+    NodeType type() const override { return CVNode::type(); }
 
     bool childrenInvisible() const { return flag(kChildrenInvisible); }
     void setChildrenInvisible(bool value) { setFlag(kChildrenInvisible, value); }

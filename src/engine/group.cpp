@@ -228,7 +228,7 @@ void CVGroup::analyseFileData(CVFile& file) {
         setName(file.title());
         m_nameFromFirst = false;
     }
-    const std::int32_t fileType = file.type();
+    const NodeType fileType = file.type();
     if (fileType != kNodeTypeUnknown) {
         if (type() == kNodeTypeUnknown) {
             setType(fileType);
@@ -247,14 +247,14 @@ void CVGroup::analyseFileData(CVFile& file) {
     if (!file.removeForbidden()) {
         m_allFilesForbidden = false;
     } else if (const auto& root = file.rootFolder()) {
-        const std::int32_t rootType = root->type();
+        const NodeType rootType = root->type();
         if (rootType == kNodeTypeITunesLibrary || rootType == kNodeTypeIPhotoLibrary ||
             rootType == kNodeTypeNewerIPhotoLibrary)
             m_allFilesForbidden = false;
     }
 }
 
-std::int32_t CVGroup::metaGroupTypeForNodeType(std::int32_t nodeType) {
+std::int32_t CVGroup::metaGroupTypeForNodeType(NodeType nodeType) {
     static constexpr std::int32_t kinds[] = {1, 1, 2, 3, 4, 5, 6, 7, 1, 1, 4, 4, 1, 3, 3, 3, 3, 3, 2, 5};
     if (nodeType < 0 || nodeType > 19)
         return 1;

@@ -53,7 +53,7 @@ public:
     // The results category kind for the group's node type (1 other, 2 documents,
     // 3 pictures, 4 music, 5 movies, 6 archives, 7 folders).
     std::int32_t metaGroupType() const { return metaGroupTypeForNodeType(type()); }
-    static std::int32_t metaGroupTypeForNodeType(std::int32_t nodeType);
+    static std::int32_t metaGroupTypeForNodeType(NodeType nodeType);
 
     bool autocollected() const;
     void setAutocollected(bool value);

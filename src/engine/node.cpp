@@ -296,8 +296,8 @@ void CVFile::setRootFolder(const std::shared_ptr<CVFolder>& folder) {
         extras().rootFolder = folder;
 }
 
-std::int32_t CVFile::type() const {
-    std::int32_t stored = CVNode::type();
+NodeType CVFile::type() const {
+    NodeType stored = CVNode::type();
     if (stored == kNodeTypeUnknown) {
         // The stored name has the path's extension.
         stored = services()->typeGenerator.nodeTypeOfFile(storedPath());
@@ -316,7 +316,7 @@ void CVFile::setWasRemoved(bool value) {
     changeObserved("wasRemoved", [&] { setFlag(kWasRemoved, value); });
 }
 
-const char* CVFile::stringSelectionType(std::int32_t type) {
+const char* CVFile::stringSelectionType(SelectionType type) {
     static constexpr const char* names[] = {"none", "manual", "weak", "strong", "automatic"};
     return type >= 0 && type <= 4 ? names[type] : "unknown";
 }
@@ -343,7 +343,7 @@ PropertyValue CVFile::info() const {
     }
     PropertyValue record;
     if (const auto& root = rootFolder()) {
-        const std::int32_t rootType = root->type();
+        const NodeType rootType = root->type();
         auto& manager = services()->mediaManager;
         if (isIPhotoLibFileType(rootType)) {
             record = manager.iPhotoLibraryEventOfPhotoAtPath(path(), root->path() + "/AlbumData.xml");

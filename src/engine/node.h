@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "node_services.h"
+#include "node_type.h"
 #include "path_component.h"
 #include "platform/change_notifier.h"
 #include "platform/property_value.h"
@@ -84,8 +85,8 @@ public:
     void setInodeNumber(std::uint64_t inode) { m_inodeNumber = inode; }
 
     // The node type (node_type.h); 0 while unknown.
-    virtual std::int32_t type() const { return m_type.load(std::memory_order_relaxed); }
-    void setType(std::int32_t type) { m_type.store(type, std::memory_order_relaxed); }
+    virtual NodeType type() const { return static_cast<NodeType>(m_type.load(std::memory_order_relaxed)); }
+    void setType(NodeType type) { m_type.store(type, std::memory_order_relaxed); }
 
     // The children in the order added (empty for plain files).
     const std::vector<NodePtr>& children() const;
@@ -159,7 +160,7 @@ public:
     ~CVFile() override;
 
     // The stored type, or, while it is 0, the file's type from the node type generator.
-    std::int32_t type() const override;
+    NodeType type() const override;
 
     bool removeForbidden() const { return flag(kRemoveForbidden); }
     virtual void setRemoveForbidden(bool value) { setFlag(kRemoveForbidden, value); }
@@ -177,10 +178,12 @@ public:
     bool wasRemovedOutside() const { return flag(kWasRemovedOutside); }
     void setWasRemovedOutside(bool value) { setFlag(kWasRemovedOutside, value); }
 
-    std::int32_t selectionType() const { return m_selectionType.load(std::memory_order_relaxed); }
-    void setSelectionType(std::int32_t type) { m_selectionType.store(static_cast<std::int8_t>(type)); }
+    SelectionType selectionType() const {
+        return static_cast<SelectionType>(m_selectionType.load(std::memory_order_relaxed));
+    }
+    void setSelectionType(SelectionType type) { m_selectionType.store(static_cast<std::int8_t>(type)); }
     // "none", "manual", "weak", "strong", "automatic"; "unknown" otherwise.
-    static const char* stringSelectionType(std::int32_t type);
+    static const char* stringSelectionType(SelectionType type);
 
     CVFolder* parentFolder() const { return m_parentFolder; }
     void setParentFolder(CVFolder* folder) { m_parentFolder = folder; }

@@ -30,16 +30,16 @@ enum NodeType : std::int32_t {
     kNodeTypeProjectPackage = 19,
 };
 
-inline bool isFolderType(std::int32_t type) {
+inline bool isFolderType(NodeType type) {
     return type > 6;
 }
-inline bool isMediaLibType(std::int32_t type) {
+inline bool isMediaLibType(NodeType type) {
     return type >= 10 && type <= 17;
 }
-inline bool isIPhotoLibFileType(std::int32_t type) {
+inline bool isIPhotoLibFileType(NodeType type) {
     return type >= 13 && type <= 15;
 }
-inline bool isITunesLibFileType(std::int32_t type) {
+inline bool isITunesLibFileType(NodeType type) {
     return type >= 10 && type <= 12;
 }
 

@@ -180,34 +180,34 @@ std::string CVNodeTypeGenerator::maxiTunesTested() const {
     return m_defaults.stringForKey("iTunesCompatibleVersion").value_or("12.4.1.6");
 }
 
-std::optional<std::int32_t> CVNodeTypeGenerator::typeFromExtensionPatterns(std::string_view extension) {
+std::optional<NodeType> CVNodeTypeGenerator::typeFromExtensionPatterns(std::string_view extension) {
     if (extension.empty())
         return std::nullopt;
-    static constexpr std::pair<int, std::int32_t> order[] = {{kAudioPattern, kNodeTypeAudio},
-                                                             {kVideoPattern, kNodeTypeVideo},
-                                                             {kImagePattern, kNodeTypeImage},
-                                                             {kDocumentPattern, kNodeTypeDocument},
-                                                             {kArchivePattern, kNodeTypeArchive}};
+    static constexpr std::pair<int, NodeType> order[] = {{kAudioPattern, kNodeTypeAudio},
+                                                         {kVideoPattern, kNodeTypeVideo},
+                                                         {kImagePattern, kNodeTypeImage},
+                                                         {kDocumentPattern, kNodeTypeDocument},
+                                                         {kArchivePattern, kNodeTypeArchive}};
     for (const auto& [which, type] : order)
         if (pattern(which).search(extension))
             return type;
     return std::nullopt;
 }
 
-std::int32_t CVNodeTypeGenerator::nodeTypeOfFile(std::string_view path) const {
+NodeType CVNodeTypeGenerator::nodeTypeOfFile(std::string_view path) const {
     const std::string extension(pathExtension(path));
     {
         std::shared_lock lock(m_typeCacheMutex);
         if (auto it = m_typeByExtension.find(extension); it != m_typeByExtension.end())
             return it->second;
     }
-    const std::int32_t type = typeOfExtension(extension);
+    const NodeType type = typeOfExtension(extension);
     std::unique_lock lock(m_typeCacheMutex);
     m_typeByExtension.emplace(extension, type);
     return type;
 }
 
-std::int32_t CVNodeTypeGenerator::typeOfExtension(std::string_view extension) const {
+NodeType CVNodeTypeGenerator::typeOfExtension(std::string_view extension) const {
     const auto& types = TypeIdentifiers::shared();
     const std::string id = types.preferredIdentifierForExtension(extension);
     if (anyConforms(types, id,
@@ -232,7 +232,7 @@ std::int32_t CVNodeTypeGenerator::typeOfExtension(std::string_view extension) co
     return kNodeTypeUnknown;
 }
 
-std::int32_t CVNodeTypeGenerator::nodeTypeOfFolder(std::string_view path, const FolderListing* listing) {
+NodeType CVNodeTypeGenerator::nodeTypeOfFolder(std::string_view path, const FolderListing* listing) {
     const std::string_view extension = pathExtension(path);
     if (!extension.empty()) {
         if (extension == "lpdf" || extension == "rtfd")

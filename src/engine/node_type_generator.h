@@ -62,15 +62,15 @@ public:
     std::string maxiTunesTested() const;
 
     // A file's type depends on its extension alone; answers are remembered per extension.
-    std::int32_t nodeTypeOfFile(std::string_view path) const;
-    std::int32_t nodeTypeOfFolder(std::string_view path, const FolderListing* listing = nullptr);
+    NodeType nodeTypeOfFile(std::string_view path) const;
+    NodeType nodeTypeOfFolder(std::string_view path, const FolderListing* listing = nullptr);
 
     // Node type from an extension pattern (step 6 of file typing), or nothing.
-    static std::optional<std::int32_t> typeFromExtensionPatterns(std::string_view extension);
+    static std::optional<NodeType> typeFromExtensionPatterns(std::string_view extension);
 
 private:
     void getCurrentLibsFromPrefs();
-    std::int32_t typeOfExtension(std::string_view extension) const;
+    NodeType typeOfExtension(std::string_view extension) const;
 
     UserDefaults& m_defaults;
     std::string m_home;
@@ -80,7 +80,7 @@ private:
     std::optional<std::string> m_currentIPhotoLibPath;
     std::optional<std::string> m_currentITunesLibPath;
     mutable std::shared_mutex m_typeCacheMutex;
-    mutable std::unordered_map<std::string, std::int32_t> m_typeByExtension;
+    mutable std::unordered_map<std::string, NodeType> m_typeByExtension;
 };
 
 // The extension of the last path component ("" when none; a leading dot does not start one).

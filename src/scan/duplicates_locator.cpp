@@ -467,7 +467,7 @@ bool CVDuplicatesLocator::ignoreFile(const CVNode& node) const {
     const auto root = file->rootFolder();
     if (!root)
         return false;
-    const std::int32_t rootType = root->type();
+    const NodeType rootType = root->type();
     if (file->type() == kNodeTypePlainFolder &&
         (isIPhotoLibFileType(rootType) || isITunesLibFileType(rootType)))
         return true;

@@ -26,7 +26,7 @@ bool liesInside(const std::string& path, const std::string& folder) {
     return path.size() > folder.size() && path.starts_with(folder) && path[folder.size()] == '/';
 }
 
-bool isMainLibraryType(std::int32_t type) {
+bool isMainLibraryType(NodeType type) {
     return type == kNodeTypeITunesLibrary || type == kNodeTypeNewerITunesLibrary ||
            type == kNodeTypeIPhotoLibrary || type == kNodeTypeNewerIPhotoLibrary ||
            type == kNodeTypeApertureLibrary;
@@ -183,7 +183,8 @@ void CVFilesHierarchy::rescan() {
         }
         m_services.ignoreList.addExcludePathWithRoot(p);
         const bool mailRoot = std::find(mail.begin(), mail.end(), p) != mail.end();
-        const ScanVerdict verdict = m_services.ignoreList.isPathForbiddenToScan(p, 0, mailRoot, true);
+        const ScanVerdict verdict =
+            m_services.ignoreList.isPathForbiddenToScan(p, kNodeTypeUnknown, mailRoot, true);
         if (verdict != ScanAllowed) {
             Notification refused;
             refused.name = (verdict == ScanRefusedHidden || verdict == ScanRefusedSystemPath)
@@ -330,7 +331,7 @@ void CVFilesHierarchy::addFolder(Walk& walk, const WalkEntry& entry) {
         systemLog("Deepest Level Reached");
         walk.deepestLogged = true;
     }
-    const std::int32_t type = entry.type;
+    const NodeType type = entry.type;
     if (entry.contentHidden)
         folder->setChildrenInvisible(true);
     folder->setType(type);
@@ -355,7 +356,7 @@ void CVFilesHierarchy::addFolder(Walk& walk, const WalkEntry& entry) {
             folder->setIgnore(true);
     }
     if (path.starts_with("/Applications/")) {
-        const std::int32_t rootType = rootFolder ? rootFolder->type() : 0;
+        const NodeType rootType = rootFolder ? rootFolder->type() : kNodeTypeUnknown;
         if (type != kNodeTypeApplication && type != kNodeTypePackage && rootType != kNodeTypeApplication &&
             rootType != kNodeTypePackage)
             folder->setIgnore(true);

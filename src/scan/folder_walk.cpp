@@ -168,7 +168,7 @@ void FolderWalk::visitName(std::size_t index) {
 }
 
 void FolderWalk::visitFile(std::string_view name, const struct stat& st, bool top) {
-    const std::int32_t parentType = m_open > 0 ? current().type : 0;
+    const NodeType parentType = m_open > 0 ? current().type : kNodeTypeUnknown;
     const ScanVerdict verdict =
         m_ignoreList.isPathForbiddenToScan(m_path, parentType, m_root.forceScan, false, nullptr, m_pattern);
     if (verdict != ScanAllowed && name == ".DS_Store")
@@ -195,8 +195,9 @@ void FolderWalk::visitFolder(MetFolder folder) {
         closeDescriptor(folder.fd);
     }
     const Frame* parent = m_open > 0 ? &current() : nullptr;
-    const ScanVerdict verdict = m_ignoreList.isPathForbiddenToScan(
-        m_path, parent != nullptr ? parent->type : 0, m_root.forceScan, true, &names, m_pattern);
+    const ScanVerdict verdict =
+        m_ignoreList.isPathForbiddenToScan(m_path, parent != nullptr ? parent->type : kNodeTypeUnknown,
+                                           m_root.forceScan, true, &names, m_pattern);
     if (verdict != ScanAllowed && folder.name == ".DS_Store") {
         closeDescriptor(folder.fd);
         return; // dropped without a trace
@@ -205,7 +206,7 @@ void FolderWalk::visitFolder(MetFolder folder) {
     e.path = m_path;
     e.ignored = verdict != ScanAllowed;
     e.systemFolder = verdict == ScanRefusedSystemPath;
-    std::int32_t type = kNodeTypePlainFolder;
+    NodeType type = kNodeTypePlainFolder;
     e.contentHidden = m_ignoreList.isPathContentHidden(m_path, type, &names);
     e.type = type;
     e.contentUndeletable = m_ignoreList.isPathContentForbiddenToRemove(m_path);
@@ -226,7 +227,7 @@ void FolderWalk::visitFolder(MetFolder folder) {
     }
 }
 
-void FolderWalk::enterFolder(const MetFolder& folder, std::int32_t type) {
+void FolderWalk::enterFolder(const MetFolder& folder, NodeType type) {
     Frame& entered = m_frames[m_open];
     const Frame* parent = m_open > 0 ? &current() : nullptr;
     entered.fd = folder.fd;
@@ -244,7 +245,7 @@ void FolderWalk::enterFolder(const MetFolder& folder, std::int32_t type) {
         closeDescriptor(m_frames[m_open - 1 - kOpenFolders].fd);
 }
 
-void FolderWalk::cutFolder(const MetFolder& folder, std::int32_t type) {
+void FolderWalk::cutFolder(const MetFolder& folder, NodeType type) {
     const Frame& parent = current();
     WalkContext below;
     below.type = type;

@@ -46,12 +46,12 @@ using FolderId = std::pair<dev_t, ino_t>;
 
 // What a pass below the root inherits from the folders above its top folder.
 struct WalkContext {
-    std::int32_t type = 0;           // the top folder's node type
-    int depth = 0;                   // folders open once the top is entered, the top included
-    int specialOpen = 0;             // of those, folders of a type other than plain folder
-    dev_t device = 0;                // the root's device; other devices are not entered
-    FolderId top{};                  // the top folder as the cutting pass met it
-    std::vector<FolderId> ancestors; // the folders above the top, for cycles
+    NodeType type = kNodeTypeUnknown; // the top folder's node type
+    int depth = 0;                    // folders open once the top is entered, the top included
+    int specialOpen = 0;              // of those, folders of a type other than plain folder
+    dev_t device = 0;                 // the root's device; other devices are not entered
+    FolderId top{};                   // the top folder as the cutting pass met it
+    std::vector<FolderId> ancestors;  // the folders above the top, for cycles
 };
 
 // Where a pass's entries go, and whether it may cut. Called on the pass's thread.
@@ -97,7 +97,7 @@ private:
         std::size_t pathLength = 0; // m_path's length at this folder
         std::size_t nameOffset = 0; // where its name starts in m_path
         FolderId id{};
-        std::int32_t type = 0;
+        NodeType type = kNodeTypeUnknown;
         int depth = 0;
         int specialOpen = 0;
         bool quietEnd = false; // a pass's top below the root: its end is the cutting pass's
@@ -115,8 +115,8 @@ private:
     void visitName(std::size_t index);
     void visitFile(std::string_view name, const struct stat& st, bool top);
     void visitFolder(MetFolder folder);
-    void enterFolder(const MetFolder& folder, std::int32_t type);
-    void cutFolder(const MetFolder& folder, std::int32_t type);
+    void enterFolder(const MetFolder& folder, NodeType type);
+    void cutFolder(const MetFolder& folder, NodeType type);
     void leaveFolder();
     bool reopen(std::size_t index, int childFd);
     void endFolder(std::string_view name);

@@ -41,17 +41,17 @@ struct WalkEntry {
         Failure,   // an entry that could not be read (logged by the consumer)
     };
     Kind kind = File;
-    bool ignored = false;            // refused by the ignore list; kept as an ignored node
-    bool contentHidden = false;      // Folder: its children are hidden content
-    bool contentUndeletable = false; // Folder: its extension forbids removing its content
-    bool closesFolder = false;       // Failure: the folder just entered could not be read
-    bool endsRoot = false;           // Failure: the root is gone or its device failed
-    bool depthLimited = false;       // Folder: too deep to be entered
-    bool systemFolder = false;       // Folder: ignored as a protected system folder
-    bool pathTooLong = false;        // File, Folder: the whole path passes PATH_MAX, so the
-                                     // calls that take paths (reading, removing) fail on it
-    std::int32_t type = 0;           // Folder: node type
-    int error = 0;                   // Failure: errno
+    bool ignored = false;             // refused by the ignore list; kept as an ignored node
+    bool contentHidden = false;       // Folder: its children are hidden content
+    bool contentUndeletable = false;  // Folder: its extension forbids removing its content
+    bool closesFolder = false;        // Failure: the folder just entered could not be read
+    bool endsRoot = false;            // Failure: the root is gone or its device failed
+    bool depthLimited = false;        // Folder: too deep to be entered
+    bool systemFolder = false;        // Folder: ignored as a protected system folder
+    bool pathTooLong = false;         // File, Folder: the whole path passes PATH_MAX, so the
+                                      // calls that take paths (reading, removing) fail on it
+    NodeType type = kNodeTypeUnknown; // Folder: node type
+    int error = 0;                    // Failure: errno
     std::uint64_t size = 0;
     std::uint64_t sizeOnDisk = 0;
     std::uint64_t inode = 0;

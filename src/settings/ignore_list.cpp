@@ -215,7 +215,7 @@ bool CVIgnoreList::isSubpath(const std::string& p, const std::string& e) {
     return q.starts_with(e) && q.find(e + "/") != std::string::npos;
 }
 
-ScanVerdict CVIgnoreList::isPathForbiddenToScan(const std::string& path, std::int32_t rootType,
+ScanVerdict CVIgnoreList::isPathForbiddenToScan(const std::string& path, NodeType rootType,
                                                 bool ignoreLibrary, std::optional<bool> isFolder,
                                                 const FolderListing* listing,
                                                 std::optional<const RegularExpression*> pattern) {
@@ -288,7 +288,7 @@ std::optional<RegularExpression> CVIgnoreList::additionalRegexCopy() {
     return pattern ? std::optional<RegularExpression>(*pattern) : std::nullopt;
 }
 
-bool CVIgnoreList::isPathContentHidden(const std::string& folder, std::int32_t& type,
+bool CVIgnoreList::isPathContentHidden(const std::string& folder, NodeType& type,
                                        const FolderListing* listing) {
     type = m_typeGenerator.nodeTypeOfFolder(folder, listing);
     if (type > 19)

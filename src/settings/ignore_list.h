@@ -28,6 +28,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "engine/node_type.h"
 #include "platform/property_value.h"
 #include "platform/text.h"
 
@@ -89,12 +90,12 @@ public:
     // the file system.
     // The combined pattern is read from the settings for every verdict unless the caller
     // passes it (the walk takes it once: a value, or null when there is none).
-    ScanVerdict isPathForbiddenToScan(const std::string& path, std::int32_t rootType, bool ignoreLibrary,
+    ScanVerdict isPathForbiddenToScan(const std::string& path, NodeType rootType, bool ignoreLibrary,
                                       std::optional<bool> isFolder = std::nullopt,
                                       const FolderListing* listing = nullptr,
                                       std::optional<const RegularExpression*> pattern = std::nullopt);
     // Whether a folder's children are hidden content; always reports the folder's type.
-    bool isPathContentHidden(const std::string& folder, std::int32_t& type,
+    bool isPathContentHidden(const std::string& folder, NodeType& type,
                              const FolderListing* listing = nullptr);
     bool isPathContentForbiddenToRemove(const std::string& path);
     bool isFolderForbiddenToRemove(const std::string& path);

@@ -63,7 +63,7 @@ struct ResultsFixture : ResultsHarness {
 
     // A group of real copies named name, one in each folder under files/, of the node
     // type, with the content; mtimes (seconds), when given, replace the files' own.
-    std::shared_ptr<CVGroup> group(const std::string& name, std::int32_t type,
+    std::shared_ptr<CVGroup> group(const std::string& name, NodeType type,
                                    const std::vector<std::string>& folders, const std::string& content,
                                    const std::vector<std::int64_t>& mtimes = {}) {
         std::shared_ptr<CVGroup> g;
@@ -82,7 +82,7 @@ struct ResultsFixture : ResultsHarness {
         return g;
     }
     // A group of two copies of a small file, for tests that only need groups.
-    std::shared_ptr<CVGroup> pair(const std::string& name, std::int32_t type, std::size_t size = 100) {
+    std::shared_ptr<CVGroup> pair(const std::string& name, NodeType type, std::size_t size = 100) {
         return group(name, type, {"a", "b"}, std::string(size, static_cast<char>('a' + (size % 26))));
     }
 

@@ -465,7 +465,7 @@ TEST(ResultsView, SelectAllDuplicatesInMarksTheCopiesInsideTheChosenFolder) {
 
 struct IgnoreCase {
     std::string name;
-    std::int32_t type;
+    NodeType type;
     std::size_t copies;
     bool toFileList;
     bool groupLeaves;

@@ -194,9 +194,9 @@ TEST(Group, HardLinksAreRecognisedByInodeNumber) {
 TEST(Group, CategoryKindsFollowTheNodeType) {
     const std::int32_t expected[] = {1, 1, 2, 3, 4, 5, 6, 7, 1, 1, 4, 4, 1, 3, 3, 3, 3, 3, 2, 5};
     for (std::int32_t type = 0; type < 20; ++type)
-        EXPECT_EQ(CVGroup::metaGroupTypeForNodeType(type), expected[type]) << type;
-    EXPECT_EQ(CVGroup::metaGroupTypeForNodeType(25), 1);
-    EXPECT_EQ(CVGroup::metaGroupTypeForNodeType(-1), 1);
+        EXPECT_EQ(CVGroup::metaGroupTypeForNodeType(static_cast<NodeType>(type)), expected[type]) << type;
+    EXPECT_EQ(CVGroup::metaGroupTypeForNodeType(static_cast<NodeType>(25)), 1);
+    EXPECT_EQ(CVGroup::metaGroupTypeForNodeType(static_cast<NodeType>(-1)), 1);
 }
 
 TEST(Group, BaseAndCommonPaths) {

@@ -18,7 +18,7 @@
 namespace corvel {
 namespace {
 
-std::shared_ptr<CVFolder> folder(const std::string& path, std::int32_t type = kNodeTypePlainFolder) {
+std::shared_ptr<CVFolder> folder(const std::string& path, NodeType type = kNodeTypePlainFolder) {
     auto f = std::make_shared<CVFolder>(path, "");
     f->setType(type);
     return f;
@@ -146,8 +146,8 @@ TEST(Node, SelectionStateIsAnnouncedOnlyOnRealChanges) {
     MainQueue::shared().drain();
     EXPECT_EQ(notices, 2);
     EXPECT_STREQ(CVFile::stringSelectionType(kSelectionAutomatic), "automatic");
-    EXPECT_STREQ(CVFile::stringSelectionType(0), "none");
-    EXPECT_STREQ(CVFile::stringSelectionType(9), "unknown");
+    EXPECT_STREQ(CVFile::stringSelectionType(kSelectionNone), "none");
+    EXPECT_STREQ(CVFile::stringSelectionType(static_cast<SelectionType>(9)), "unknown");
 }
 
 TEST(Node, FilesAreTypedLazilyAndKeepTheirTypeIdentifier) {
@@ -211,7 +211,7 @@ TEST(Node, PathComponentsFollowTheGroupBaseOrTheLibraryRecord) {
     EXPECT_EQ(loose->displayElements(), (std::vector<std::string>{"srv", "m", "a.txt"}));
 
     struct Case {
-        std::int32_t rootType;
+        NodeType rootType;
         PropertyValue info;
         std::vector<std::pair<std::int32_t, std::string>> expected; // kind, title
     };

@@ -89,12 +89,12 @@ TEST(NodeTypeHelpers, VersionsAndExtensions) {
     EXPECT_EQ(pathExtension("/a/.bashrc"), "");
     EXPECT_EQ(pathExtension("/a.b/c"), "");
     EXPECT_EQ(pathExtension("/a/b."), "");
-    EXPECT_TRUE(isFolderType(7));
-    EXPECT_FALSE(isFolderType(6));
-    EXPECT_TRUE(isMediaLibType(17));
-    EXPECT_FALSE(isMediaLibType(18));
-    EXPECT_TRUE(isITunesLibFileType(12));
-    EXPECT_TRUE(isIPhotoLibFileType(13));
+    EXPECT_TRUE(isFolderType(kNodeTypePlainFolder));
+    EXPECT_FALSE(isFolderType(kNodeTypeArchive));
+    EXPECT_TRUE(isMediaLibType(kNodeTypeApertureLibrary));
+    EXPECT_FALSE(isMediaLibType(kNodeTypeDocumentPackage));
+    EXPECT_TRUE(isITunesLibFileType(kNodeTypeNewerITunesLibrary));
+    EXPECT_TRUE(isIPhotoLibFileType(kNodeTypeIPhotoLibrary));
 }
 
 // Run in a child that is killed if the read blocks: nothing writes to the fifo.

@@ -173,16 +173,16 @@ TEST(Signature, LargeFilesThatDifferOutsideTheSamplesMatchUnlessTheyAreTextDocum
     // and the sampled pieces: only a whole-file comparison tells them apart.
     struct Case {
         const char* name;
-        std::int32_t nodeType; // 0: typed from the name, as the walk leaves it
+        NodeType nodeType; // unknown: typed from the name, as the walk leaves it
         CVSignature::Kind kind;
     };
     const Case cases[] = {
-        {"notes.txt", 0, CVSignature::WholeFile},
-        {"page.html", 0, CVSignature::WholeFile},
-        {"table.csv", 0, CVSignature::WholeFile},
-        {"paper.pdf", 0, CVSignature::Sampled},
-        {"blob.bin", 0, CVSignature::Sampled},
-        {"photo.jpg", 0, CVSignature::Sampled},
+        {"notes.txt", kNodeTypeUnknown, CVSignature::WholeFile},
+        {"page.html", kNodeTypeUnknown, CVSignature::WholeFile},
+        {"table.csv", kNodeTypeUnknown, CVSignature::WholeFile},
+        {"paper.pdf", kNodeTypeUnknown, CVSignature::Sampled},
+        {"blob.bin", kNodeTypeUnknown, CVSignature::Sampled},
+        {"photo.jpg", kNodeTypeUnknown, CVSignature::Sampled},
         {"notes.txt", kNodeTypeOther, CVSignature::Sampled},
     };
     test::TempTree tree;

@@ -70,7 +70,7 @@ inline std::shared_ptr<CVFile> scannedNode(const std::string& path) {
     node->setStatCTime(st.st_ctim.tv_sec);
     node->setStatMTimeNanoseconds(st.st_mtim.tv_sec * CVFile::kNanosecondsPerSecond + st.st_mtim.tv_nsec);
     if (S_ISDIR(st.st_mode))
-        node->setType(7);
+        node->setType(kNodeTypePlainFolder);
     return node;
 }
 
@@ -269,7 +269,7 @@ struct RemovalHarness {
     }
     // Makes the file a member of a library folder of the type (14: the current photo
     // library, 11: the current music library).
-    void putInLibrary(CVFile& file, std::int32_t libraryType) {
+    void putInLibrary(CVFile& file, NodeType libraryType) {
         auto root = std::make_shared<CVFolder>(tree / "files", "files");
         root->setType(libraryType);
         file.setRootFolder(root);

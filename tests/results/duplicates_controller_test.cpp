@@ -27,7 +27,7 @@ GroupPtr group(const std::vector<FilePtr>& files, std::int32_t type = -1) {
     for (std::size_t i = 1; i < files.size(); ++i)
         g->addFile(files[i]);
     if (type >= 0)
-        g->setType(type);
+        g->setType(static_cast<NodeType>(type));
     return g;
 }
 

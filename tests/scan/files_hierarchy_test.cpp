@@ -222,7 +222,7 @@ TEST_F(Walk, UnderTheWholeDiskARootOnAnotherVolumeIsKeptAndOneOnItsVolumeDropped
     // "/" is never walked: a hidden root given last is refused before any walk begins,
     // and by then every other root has been decided.
     const std::string refused = realPath(tree.folder(".hidden"));
-    ASSERT_NE(harness.ignoreList.isPathForbiddenToScan(refused, 0, false, true), ScanAllowed);
+    ASSERT_NE(harness.ignoreList.isPathForbiddenToScan(refused, kNodeTypeUnknown, false, true), ScanAllowed);
     std::vector<std::string> stoppedAt;
     ScopedObserver observer(
         NotificationCenter::defaultCenter(),

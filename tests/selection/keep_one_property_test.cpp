@@ -55,7 +55,7 @@ const std::vector<std::string> kNames = {"Anna", "Ben"};
 class World {
 public:
     World(std::uint64_t seed, UserDefaults& defaults) : m_rng(seed), m_defaults(defaults) {
-        for (const auto& [path, type] : std::vector<std::pair<std::string, std::int32_t>>{
+        for (const auto& [path, type] : std::vector<std::pair<std::string, NodeType>>{
                  {"/lib/Music/iTunes", kNodeTypeCurrentITunesLibrary},
                  {"/lib/Photos.library", kNodeTypeCurrentIPhotoLibrary},
                  {"/lib/Ap.aplibrary", kNodeTypeApertureLibrary},
@@ -153,7 +153,7 @@ private:
     }
 
     void makeGroup(int index) {
-        static const std::vector<std::pair<std::int32_t, std::string>> kinds = {
+        static const std::vector<std::pair<NodeType, std::string>> kinds = {
             {kNodeTypeImage, ".jpg"},    {kNodeTypeAudio, ".mp3"}, {kNodeTypeVideo, ".mov"},
             {kNodeTypeDocument, ".txt"}, {kNodeTypeOther, ""},     {kNodeTypeArchive, ".tar.gz"}};
         const auto& [type, extension] = any(kinds);

@@ -60,7 +60,7 @@ protected:
 
 struct VerdictCase {
     std::string path;
-    std::int32_t folderType;
+    NodeType folderType;
     bool ignoreLibrary;
     ScanVerdict verdict;
 };
@@ -84,31 +84,32 @@ INSTANTIATE_TEST_SUITE_P(
     Rules, Verdicts,
     testing::Values(
         // dot names come before every list, even a name in the file-name list
-        VerdictCase{"/home/ada/.hidden.txt", 7, false, ScanRefusedHidden},
-        VerdictCase{"/home/ada/.thumbs.db", 7, false, ScanRefusedHidden},
-        VerdictCase{"/sys/.x", 7, false, ScanRefusedHidden},
+        VerdictCase{"/home/ada/.hidden.txt", kNodeTypePlainFolder, false, ScanRefusedHidden},
+        VerdictCase{"/home/ada/.thumbs.db", kNodeTypePlainFolder, false, ScanRefusedHidden},
+        VerdictCase{"/sys/.x", kNodeTypePlainFolder, false, ScanRefusedHidden},
         // file names only with an extension, compared lowercase as name or base name
-        VerdictCase{"/home/ada/THUMBS.DB", 7, false, ScanRefusedFileName},
-        VerdictCase{"/home/ada/junk.txt", 7, false, ScanRefusedFileName},
-        VerdictCase{"/home/ada/junk", 7, false, ScanAllowed},
+        VerdictCase{"/home/ada/THUMBS.DB", kNodeTypePlainFolder, false, ScanRefusedFileName},
+        VerdictCase{"/home/ada/junk.txt", kNodeTypePlainFolder, false, ScanRefusedFileName},
+        VerdictCase{"/home/ada/junk", kNodeTypePlainFolder, false, ScanAllowed},
         // system paths (4) and user paths (5), by whole components
-        VerdictCase{"/sys", 7, false, ScanRefusedSystemPath},
-        VerdictCase{"/sys/kernel/x", 7, false, ScanRefusedSystemPath},
-        VerdictCase{"/system", 7, false, ScanAllowed},
-        VerdictCase{"/lost+found/a", 7, false, ScanRefusedSystemPath},
-        VerdictCase{"/home/ada/Excluded/a.txt", 7, false, ScanRefusedUserPath},
-        VerdictCase{"/home/ada/ExcludedToo", 7, false, ScanAllowed},
-        VerdictCase{"/data/off/a", 7, false, ScanAllowed},
-        VerdictCase{"/home/ada/secret.txt", 7, false, ScanRefusedUserPath},
+        VerdictCase{"/sys", kNodeTypePlainFolder, false, ScanRefusedSystemPath},
+        VerdictCase{"/sys/kernel/x", kNodeTypePlainFolder, false, ScanRefusedSystemPath},
+        VerdictCase{"/system", kNodeTypePlainFolder, false, ScanAllowed},
+        VerdictCase{"/lost+found/a", kNodeTypePlainFolder, false, ScanRefusedSystemPath},
+        VerdictCase{"/home/ada/Excluded/a.txt", kNodeTypePlainFolder, false, ScanRefusedUserPath},
+        VerdictCase{"/home/ada/ExcludedToo", kNodeTypePlainFolder, false, ScanAllowed},
+        VerdictCase{"/data/off/a", kNodeTypePlainFolder, false, ScanAllowed},
+        VerdictCase{"/home/ada/secret.txt", kNodeTypePlainFolder, false, ScanRefusedUserPath},
         // the ~/Library exception for forced roots
-        VerdictCase{"/home/ada/Library/Mail Downloads/a.pdf", 7, false, ScanRefusedSystemPath},
-        VerdictCase{"/home/ada/Library/Mail Downloads/a.pdf", 7, true, ScanAllowed},
+        VerdictCase{"/home/ada/Library/Mail Downloads/a.pdf", kNodeTypePlainFolder, false,
+                    ScanRefusedSystemPath},
+        VerdictCase{"/home/ada/Library/Mail Downloads/a.pdf", kNodeTypePlainFolder, true, ScanAllowed},
         // extension groups: enabled only, and taken as written (capitals never match)
-        VerdictCase{"/home/ada/a.tmp", 7, false, ScanRefusedExtension},
-        VerdictCase{"/home/ada/photo.jpg", 7, false, ScanAllowed},
-        VerdictCase{"/home/ada/disk.iso", 7, false, ScanAllowed},
+        VerdictCase{"/home/ada/a.tmp", kNodeTypePlainFolder, false, ScanRefusedExtension},
+        VerdictCase{"/home/ada/photo.jpg", kNodeTypePlainFolder, false, ScanAllowed},
+        VerdictCase{"/home/ada/disk.iso", kNodeTypePlainFolder, false, ScanAllowed},
         // the pattern, anywhere in the lowercased path
-        VerdictCase{"/home/ada/notes.txt~", 7, false, ScanRefusedPattern},
+        VerdictCase{"/home/ada/notes.txt~", kNodeTypePlainFolder, false, ScanRefusedPattern},
         // inside a photo library only the four picture folders are entered
         VerdictCase{"/p/Lib.photolibrary/Thumbnails", kNodeTypeIPhotoLibrary, false, ScanRefusedSystemPath},
         VerdictCase{"/p/Lib.photolibrary/Masters", kNodeTypeCurrentIPhotoLibrary, false, ScanAllowed},
@@ -147,20 +148,25 @@ TEST_F(IgnoreListTest, TheSubpathTestWantsWholeComponents) {
 TEST_F(IgnoreListTest, PatternsCombineOnlyWithANonEmptyDefault) {
     make("");
     defaults.setObject("secret", kIgnoreRegexpStringKey);
-    EXPECT_EQ(list->isPathForbiddenToScan("/home/ada/secret-plan.txt", 7, false, false), ScanAllowed)
+    EXPECT_EQ(list->isPathForbiddenToScan("/home/ada/secret-plan.txt", kNodeTypePlainFolder, false, false),
+              ScanAllowed)
         << "a user pattern with an empty default pattern has no effect";
     EXPECT_EQ(list->additionalRegex(), nullptr);
 
     make("\\.bak$");
-    EXPECT_EQ(list->isPathForbiddenToScan("/home/ada/secret-plan.txt", 7, false, false), ScanRefusedPattern);
-    EXPECT_EQ(list->isPathForbiddenToScan("/home/ada/old.BAK", 7, false, false), ScanRefusedPattern);
+    EXPECT_EQ(list->isPathForbiddenToScan("/home/ada/secret-plan.txt", kNodeTypePlainFolder, false, false),
+              ScanRefusedPattern);
+    EXPECT_EQ(list->isPathForbiddenToScan("/home/ada/old.BAK", kNodeTypePlainFolder, false, false),
+              ScanRefusedPattern);
     defaults.setObject("", kIgnoreRegexpStringKey);
-    EXPECT_EQ(list->isPathForbiddenToScan("/home/ada/secret-plan.txt", 7, false, false), ScanAllowed)
+    EXPECT_EQ(list->isPathForbiddenToScan("/home/ada/secret-plan.txt", kNodeTypePlainFolder, false, false),
+              ScanAllowed)
         << "edits of the user's pattern apply at once";
 
     ScopedLogCapture log;
     defaults.setObject("(unclosed", kIgnoreRegexpStringKey);
-    EXPECT_EQ(list->isPathForbiddenToScan("/home/ada/a.txt", 7, false, false), ScanAllowed);
+    EXPECT_EQ(list->isPathForbiddenToScan("/home/ada/a.txt", kNodeTypePlainFolder, false, false),
+              ScanAllowed);
     EXPECT_TRUE(log.contains("Failed to create regular exp from string (\\.bak$)|((unclosed)"));
 }
 
@@ -169,12 +175,15 @@ TEST_F(IgnoreListTest, PatternsCombineOnlyWithANonEmptyDefault) {
 TEST_F(IgnoreListTest, ABrokenUserPatternLeavesNoUserPatternInForce) {
     make("\\.bak$");
     defaults.setObject("secret", kIgnoreRegexpStringKey);
-    ASSERT_EQ(list->isPathForbiddenToScan("/home/ada/secret-plan.txt", 7, false, false), ScanRefusedPattern);
+    ASSERT_EQ(list->isPathForbiddenToScan("/home/ada/secret-plan.txt", kNodeTypePlainFolder, false, false),
+              ScanRefusedPattern);
     ScopedLogCapture log;
     defaults.setObject("secret(", kIgnoreRegexpStringKey);
-    EXPECT_EQ(list->isPathForbiddenToScan("/home/ada/secret-plan.txt", 7, false, false), ScanAllowed)
+    EXPECT_EQ(list->isPathForbiddenToScan("/home/ada/secret-plan.txt", kNodeTypePlainFolder, false, false),
+              ScanAllowed)
         << "the pattern before the edit no longer applies";
-    EXPECT_EQ(list->isPathForbiddenToScan("/home/ada/old.bak", 7, false, false), ScanRefusedPattern)
+    EXPECT_EQ(list->isPathForbiddenToScan("/home/ada/old.bak", kNodeTypePlainFolder, false, false),
+              ScanRefusedPattern)
         << "the shipped pattern still applies";
     const auto copy = list->additionalRegexCopy();
     ASSERT_TRUE(copy.has_value());
@@ -206,16 +215,20 @@ TEST_F(IgnoreListTest, PathVerdictsCompareCaseSensitively) {
         {"/home/ada/A.TMP", ScanRefusedExtension},
     };
     for (const auto& [path, verdict] : cases)
-        EXPECT_EQ(list->isPathForbiddenToScan(path, 7, false, false), verdict) << path << "\n"
-                                                                               << list->description();
+        EXPECT_EQ(list->isPathForbiddenToScan(path, kNodeTypePlainFolder, false, false), verdict)
+            << path << "\n"
+            << list->description();
     list->updateExcludeList();
     list->addExcludePathWithRoot("/Data");
     EXPECT_EQ(list->currentPathsToExclude().size(), 1u)
         << "/data/Photos does not concern the root /Data: " << list->description();
     list->addExcludePathWithRoot("/home/ada");
-    EXPECT_EQ(list->isPathForbiddenToScan("/home/ada/Library/x", 7, true, false), ScanAllowed);
-    EXPECT_EQ(list->isPathForbiddenToScan("/home/ada/library/x", 7, true, false), ScanAllowed);
-    EXPECT_EQ(list->isPathForbiddenToScan("/home/ada/Library/x", 7, false, false), ScanRefusedSystemPath);
+    EXPECT_EQ(list->isPathForbiddenToScan("/home/ada/Library/x", kNodeTypePlainFolder, true, false),
+              ScanAllowed);
+    EXPECT_EQ(list->isPathForbiddenToScan("/home/ada/library/x", kNodeTypePlainFolder, true, false),
+              ScanAllowed);
+    EXPECT_EQ(list->isPathForbiddenToScan("/home/ada/Library/x", kNodeTypePlainFolder, false, false),
+              ScanRefusedSystemPath);
 }
 
 // An "IgnoreList" that is not a dictionary is the user's (a hand edit gone wrong): it is
@@ -269,7 +282,7 @@ TEST_F(IgnoreListTest, AnUnreadableSettingsFileKeepsTheUserLists) {
 
 TEST_F(IgnoreListTest, HiddenContentAndUnremovableDecisions) {
     make();
-    std::int32_t type = -1;
+    auto type = static_cast<NodeType>(-1);
     tree.file("repo/.git/HEAD", "ref");
     EXPECT_TRUE(list->isPathContentHidden(tree / "repo", type));
     EXPECT_EQ(type, kNodeTypePlainFolder);
@@ -305,8 +318,10 @@ TEST_F(IgnoreListTest, TheUserListsPersistAndAMissingListComesFromTheResource) {
     EXPECT_EQ(again.excludeExtentionsGroups()[2]["ID"].toInt64(), -1);
     again.updateExcludeList();
     again.addExcludePathWithRoot("/data");
-    EXPECT_EQ(again.isPathForbiddenToScan("/data/My Films/a.avi", 7, false, false), ScanRefusedUserPath);
-    EXPECT_EQ(again.isPathForbiddenToScan("/data/b.mkv", 7, false, false), ScanRefusedExtension);
+    EXPECT_EQ(again.isPathForbiddenToScan("/data/My Films/a.avi", kNodeTypePlainFolder, false, false),
+              ScanRefusedUserPath);
+    EXPECT_EQ(again.isPathForbiddenToScan("/data/b.mkv", kNodeTypePlainFolder, false, false),
+              ScanRefusedExtension);
     EXPECT_EQ(again.generateUniqueIDForKey("anything"), -1);
 
     again.resetExcludeItemsToDefaults();
@@ -329,8 +344,10 @@ TEST_F(IgnoreListTest, AnExcludedPathThatIsNotUtf8IsKeptAndStillExcludes) {
     EXPECT_EQ(again.excludePathsList()[2][kRecordValueKey].textOrBytes(), folder);
     again.updateExcludeList();
     again.addExcludePathWithRoot("/data");
-    EXPECT_EQ(again.isPathForbiddenToScan(folder + "/a.avi", 7, false, false), ScanRefusedUserPath);
-    EXPECT_EQ(again.isPathForbiddenToScan("/data/cafe/a.avi", 7, false, false), ScanAllowed);
+    EXPECT_EQ(again.isPathForbiddenToScan(folder + "/a.avi", kNodeTypePlainFolder, false, false),
+              ScanRefusedUserPath);
+    EXPECT_EQ(again.isPathForbiddenToScan("/data/cafe/a.avi", kNodeTypePlainFolder, false, false),
+              ScanAllowed);
 }
 
 TEST_F(IgnoreListTest, AMissingResourceIsLoggedAndExcludesNothing) {
@@ -339,14 +356,16 @@ TEST_F(IgnoreListTest, AMissingResourceIsLoggedAndExcludesNothing) {
     empty.updateExcludeList();
     empty.addExcludePathWithRoot("/");
     EXPECT_TRUE(log.contains("Failed to initialize ignore list at path"));
-    EXPECT_EQ(empty.isPathForbiddenToScan("/sys/x", 7, false, false), ScanAllowed);
-    EXPECT_EQ(empty.isPathForbiddenToScan("/x/.hidden", 7, false, false), ScanRefusedHidden);
+    EXPECT_EQ(empty.isPathForbiddenToScan("/sys/x", kNodeTypePlainFolder, false, false), ScanAllowed);
+    EXPECT_EQ(empty.isPathForbiddenToScan("/x/.hidden", kNodeTypePlainFolder, false, false),
+              ScanRefusedHidden);
 }
 
 TEST_F(IgnoreListTest, ATimeMachineBackupIsRefused) {
     make();
     tree.file("Backups.backupdb/com.apple.timemachine.machineid.plist", "<plist/>");
-    EXPECT_EQ(list->isPathForbiddenToScan(tree / "Backups.backupdb", 0, false), ScanRefusedTimeMachine);
+    EXPECT_EQ(list->isPathForbiddenToScan(tree / "Backups.backupdb", kNodeTypeUnknown, false),
+              ScanRefusedTimeMachine);
 }
 
 // The shipped Linux list, on this machine's real mounts.
@@ -361,7 +380,7 @@ protected:
     ScanVerdict rootVerdict(const std::string& root) {
         list.updateExcludeList();
         list.addExcludePathWithRoot(root);
-        return list.isPathForbiddenToScan(root, 0, false, true);
+        return list.isPathForbiddenToScan(root, kNodeTypeUnknown, false, true);
     }
 };
 
@@ -373,13 +392,17 @@ TEST_F(ShippedIgnoreList, SystemAndHiddenRootsAreRefusedUserFoldersAllowed) {
     EXPECT_EQ(rootVerdict("/home/ada/Pictures"), ScanAllowed);
     EXPECT_EQ(rootVerdict("/home/ada/snap"), ScanRefusedUserPath);
     EXPECT_EQ(rootVerdict("/"), ScanAllowed);
-    EXPECT_EQ(list.isPathForbiddenToScan("/etc/passwd", 7, false, false), ScanRefusedSystemPath);
-    EXPECT_EQ(list.isPathForbiddenToScan("/home/ada/Pictures/Thumbs.db", 7, false, false),
+    EXPECT_EQ(list.isPathForbiddenToScan("/etc/passwd", kNodeTypePlainFolder, false, false),
+              ScanRefusedSystemPath);
+    EXPECT_EQ(list.isPathForbiddenToScan("/home/ada/Pictures/Thumbs.db", kNodeTypePlainFolder, false, false),
               ScanRefusedFileName);
-    EXPECT_EQ(list.isPathForbiddenToScan("/home/ada/Downloads/film.mkv.part", 7, false, false),
-              ScanRefusedPattern);
-    EXPECT_EQ(list.isPathForbiddenToScan("/home/ada/vm/disk.qcow2", 7, false, false), ScanRefusedExtension);
-    EXPECT_EQ(list.isPathForbiddenToScan("/home/ada/Pictures/a.jpg", 7, false, false), ScanAllowed);
+    EXPECT_EQ(
+        list.isPathForbiddenToScan("/home/ada/Downloads/film.mkv.part", kNodeTypePlainFolder, false, false),
+        ScanRefusedPattern);
+    EXPECT_EQ(list.isPathForbiddenToScan("/home/ada/vm/disk.qcow2", kNodeTypePlainFolder, false, false),
+              ScanRefusedExtension);
+    EXPECT_EQ(list.isPathForbiddenToScan("/home/ada/Pictures/a.jpg", kNodeTypePlainFolder, false, false),
+              ScanAllowed);
 }
 
 TEST_F(ShippedIgnoreList, AFolderOnAnotherMountedVolumeIsAllowed) {
@@ -391,7 +414,8 @@ TEST_F(ShippedIgnoreList, AFolderOnAnotherMountedVolumeIsAllowed) {
     EXPECT_EQ(rootVerdict(mountPoint), ScanAllowed);
     EXPECT_EQ(list.currentPathsToExclude().back(), mountPoint + "/$Recycle.Bin")
         << "the volume's own system folders are registered at its root";
-    EXPECT_EQ(list.isPathForbiddenToScan(mountPoint + "/lost+found", 7, false, true), ScanRefusedSystemPath);
+    EXPECT_EQ(list.isPathForbiddenToScan(mountPoint + "/lost+found", kNodeTypePlainFolder, false, true),
+              ScanRefusedSystemPath);
     ::umount(mountPoint.c_str());
 }
 
