@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <limits>
+#include <optional>
 #include <sys/stat.h>
 
 #include "engine/folder.h"
@@ -49,52 +50,67 @@ TEST(Node, FlagsFlowDownTheWholeSubtree) {
     EXPECT_FALSE(media->removeForbidden());
 }
 
-TEST(Node, ChildrenTakeFlagsRootFolderAndSizeFromTheirFolder) {
-    auto top = folder("/top");
-    auto hidden = folder("/top/.hidden");
-    hidden->setChildrenInvisible(true);
-    auto locked = folder("/top/locked");
-    locked->setChildrenUndeletable(true);
-    auto bundle = folder("/top/X.app", kNodeTypeApplication);
-    auto inner = folder("/top/X.app/Contents", kNodeTypePlainFolder);
-    auto deep = file("/top/X.app/Contents/bin", 100);
-    top->addChildFile(hidden);
-    top->addChildFile(locked);
-    top->addChildFile(bundle);
-    bundle->addChildFile(inner);
-    inner->addChildFile(deep);
-    auto h = file("/top/.hidden/a", 5);
-    h->setIgnore(true); // the walk decides an entry's own ignore before attaching it
-    auto l = file("/top/locked/b", 7);
-    hidden->addChildFile(h);
-    locked->addChildFile(l);
+// /top holding a hidden folder, a folder whose children may not be removed and an
+// application bundle with a plain folder and a file inside.
+struct SmallTree {
+    std::shared_ptr<CVFolder> top = folder("/top");
+    std::shared_ptr<CVFolder> hidden = folder("/top/.hidden");
+    std::shared_ptr<CVFolder> locked = folder("/top/locked");
+    std::shared_ptr<CVFolder> bundle = folder("/top/X.app", kNodeTypeApplication);
+    std::shared_ptr<CVFolder> inner = folder("/top/X.app/Contents", kNodeTypePlainFolder);
+    std::shared_ptr<CVFile> deep = file("/top/X.app/Contents/bin", 100);
+    std::shared_ptr<CVFile> h = file("/top/.hidden/a", 5);
+    std::shared_ptr<CVFile> l = file("/top/locked/b", 7);
 
-    EXPECT_TRUE(h->ignore());
-    EXPECT_FALSE(h->removeForbidden());
-    EXPECT_TRUE(l->removeForbidden());
-    EXPECT_FALSE(l->ignore());
-    EXPECT_EQ(inner->rootFolder(), bundle) << "a bundle is the root of what it holds";
-    EXPECT_EQ(deep->rootFolder(), bundle) << "plain folders pass the root down";
-    EXPECT_EQ(h->rootFolder(), nullptr);
-    EXPECT_EQ(deep->parentFolder(), inner.get());
-    EXPECT_EQ(inner->size(), 100u);
-    EXPECT_EQ(hidden->size(), 5u);
-    EXPECT_EQ(hidden->sizeOnDisk(), 6u);
-    EXPECT_EQ(top->childrenCount(), 3u);
-    EXPECT_TRUE(hidden->allChildrenIgnored());
-    EXPECT_FALSE(locked->allChildrenIgnored());
+    SmallTree() {
+        hidden->setChildrenInvisible(true);
+        locked->setChildrenUndeletable(true);
+        top->addChildFile(hidden);
+        top->addChildFile(locked);
+        top->addChildFile(bundle);
+        bundle->addChildFile(inner);
+        inner->addChildFile(deep);
+        h->setIgnore(true); // the walk decides an entry's own ignore before attaching it
+        hidden->addChildFile(h);
+        locked->addChildFile(l);
+    }
+};
+
+TEST(Node, HiddenAndLockedFoldersPassIgnoreAndRemovalLockToTheirChildren) {
+    SmallTree t;
+    EXPECT_TRUE(t.h->ignore());
+    EXPECT_FALSE(t.h->removeForbidden());
+    EXPECT_TRUE(t.l->removeForbidden());
+    EXPECT_FALSE(t.l->ignore());
+    EXPECT_TRUE(t.hidden->allChildrenIgnored());
+    EXPECT_FALSE(t.locked->allChildrenIgnored());
     auto later = file("/top/.hidden/c", 1);
-    hidden->addChildFile(later);
+    t.hidden->addChildFile(later);
     EXPECT_TRUE(later->ignore()) << "invisible children are ignored";
-    EXPECT_FALSE(hidden->allChildrenIgnored()) << "judged by the child's own flag when it came";
-    top->addChildFile(nullptr);
-    EXPECT_EQ(top->childrenCount(), 3u);
+    EXPECT_FALSE(t.hidden->allChildrenIgnored()) << "judged by the child's own flag when it came";
+}
+
+TEST(Node, ABundleIsTheRootFolderOfWhatItHoldsUntilItDies) {
+    auto t = std::make_optional<SmallTree>();
+    EXPECT_EQ(t->inner->rootFolder(), t->bundle) << "a bundle is the root of what it holds";
+    EXPECT_EQ(t->deep->rootFolder(), t->bundle) << "plain folders pass the root down";
+    EXPECT_EQ(t->h->rootFolder(), nullptr);
+    EXPECT_EQ(t->deep->parentFolder(), t->inner.get());
     // A file that outlives its folders loses its links to them instead of dangling.
-    bundle.reset();
-    inner.reset();
-    top.reset();
+    auto deep = t->deep;
+    t.reset();
     EXPECT_EQ(deep->rootFolder(), nullptr);
     EXPECT_EQ(deep->parentFolder(), nullptr);
+}
+
+TEST(Node, FoldersAddUpTheSizesAndCountOfTheirChildren) {
+    SmallTree t;
+    EXPECT_EQ(t.inner->size(), 100u);
+    EXPECT_EQ(t.hidden->size(), 5u);
+    EXPECT_EQ(t.hidden->sizeOnDisk(), 6u);
+    EXPECT_EQ(t.top->childrenCount(), 3u);
+    t.top->addChildFile(nullptr);
+    EXPECT_EQ(t.top->childrenCount(), 3u) << "a null child is not added";
 }
 
 TEST(Node, LastComponentsCompareWithoutExtensionAndCase) {
@@ -187,7 +203,7 @@ TEST(Node, InfoIsEmptyOutsideLibraries) {
     EXPECT_EQ(plain->info().count(), 0u);
 }
 
-TEST(Node, PathComponentsFollowTheGroupBaseOrTheLibraryRecord) {
+TEST(Node, PathComponentsStartAtTheGroupBase) {
     test::TempTree tree;
     const std::string& root = tree.path();
     auto deep = file(root + "/a/x/photo.jpg");
@@ -209,7 +225,9 @@ TEST(Node, PathComponentsFollowTheGroupBaseOrTheLibraryRecord) {
     // Outside any group every folder from the top counts.
     auto loose = file("/srv/m/a.txt");
     EXPECT_EQ(loose->displayElements(), (std::vector<std::string>{"srv", "m", "a.txt"}));
+}
 
+TEST(Node, LibraryFilesTakeTheirComponentsFromTheLibraryRecord) {
     struct Case {
         NodeType rootType;
         PropertyValue info;
@@ -249,7 +267,7 @@ TEST(Node, PathComponentsFollowTheGroupBaseOrTheLibraryRecord) {
     EXPECT_EQ(member->pathComponents()[0].source, "42") << "an event is selected by its id";
 }
 
-TEST(Node, ChildrenToRemoveAndDatesComeFromTheMarksAndTheDisk) {
+TEST(Node, ChildrenToRemoveFollowTheGroupOrder) {
     auto a = file("/g/a");
     auto b = file("/g/b");
     auto c = file("/g/c");
@@ -262,7 +280,9 @@ TEST(Node, ChildrenToRemoveAndDatesComeFromTheMarksAndTheDisk) {
     ASSERT_EQ(marked.size(), 2u);
     EXPECT_EQ(marked[0].get(), a.get());
     EXPECT_EQ(marked[1].get(), c.get());
+}
 
+TEST(Node, DatesComeFromTheDiskAndTheWalksTimesRoundDown) {
     test::TempTree tree;
     const std::string path = tree.file("dated.txt", "x");
     for (const std::int64_t seconds : {std::int64_t{946684800}, std::int64_t{-86400} * 400}) {

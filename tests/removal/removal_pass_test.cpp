@@ -989,58 +989,63 @@ std::string fileBytes(const std::string& path) {
     return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
-TEST(RemovalDryRun, ChangesNothingAndSaysWhatWouldHappen) {
-    for (const bool toTrash : {true, false}) {
-        RemovalHarness h;
-        auto goes =
-            h.group({h.tree.file("files/kept.txt", "same"), h.tree.file("files/a/copy.txt", "same")}, {1});
-        h.tree.file("files/a/.DS_Store", "finder");
-        auto changed = h.copies("k2.txt", {"c2.txt"}, "two");
-        std::ofstream(changed->files()[1]->path()) << "TWO";
-        auto photo = h.copies("k3.jpg", {"Library/p.jpg"}, "jpeg");
-        h.putInLibrary(*photo->files()[1], kNodeTypeCurrentIPhotoLibrary);
-        h.tree.file("data/Trash/files/old.txt", "trashed before");
-        h.tree.file("data/Trash/info/old.txt.trashinfo", "[Trash Info]\nPath=/x/old.txt\n");
-        ASSERT_TRUE(h.scan.defaults.synchronize());
-        std::map<std::string, std::string> before;
-        std::map<std::string, std::string> after;
-        snapshot(h.tree.path(), before);
-        const std::string settingsBefore = fileBytes(h.scan.defaults.path());
-        // A change not yet saved stays unsaved: the dry run writes no settings.
-        h.scan.defaults.setObject(PropertyValue("not saved yet"), "UnsavedChoice");
+// Run once to the Trash and once for deleting outright.
+class RemovalDryRun : public testing::TestWithParam<bool> {};
 
-        auto options = h.options(toTrash, true);
-        options.dryRun = true;
-        auto pass = h.pass(options);
-        runPass(*pass);
+TEST_P(RemovalDryRun, ChangesNothingAndSaysWhatWouldHappen) {
+    const bool toTrash = GetParam();
+    RemovalHarness h;
+    auto goes =
+        h.group({h.tree.file("files/kept.txt", "same"), h.tree.file("files/a/copy.txt", "same")}, {1});
+    h.tree.file("files/a/.DS_Store", "finder");
+    auto changed = h.copies("k2.txt", {"c2.txt"}, "two");
+    std::ofstream(changed->files()[1]->path()) << "TWO";
+    auto photo = h.copies("k3.jpg", {"Library/p.jpg"}, "jpeg");
+    h.putInLibrary(*photo->files()[1], kNodeTypeCurrentIPhotoLibrary);
+    h.tree.file("data/Trash/files/old.txt", "trashed before");
+    h.tree.file("data/Trash/info/old.txt.trashinfo", "[Trash Info]\nPath=/x/old.txt\n");
+    ASSERT_TRUE(h.scan.defaults.synchronize());
+    std::map<std::string, std::string> before;
+    std::map<std::string, std::string> after;
+    snapshot(h.tree.path(), before);
+    const std::string settingsBefore = fileBytes(h.scan.defaults.path());
+    // A change not yet saved stays unsaved: the dry run writes no settings.
+    h.scan.defaults.setObject(PropertyValue("not saved yet"), "UnsavedChoice");
 
-        snapshot(h.tree.path(), after);
-        EXPECT_EQ(after, before);
-        EXPECT_EQ(fileBytes(h.scan.defaults.path()), settingsBefore);
-        h.scan.defaults.removeObjectForKey("UnsavedChoice");
-        ASSERT_TRUE(h.scan.defaults.synchronize());
-        EXPECT_EQ(fileBytes(h.scan.defaults.path()), settingsBefore) << "nothing changed in memory either";
-        EXPECT_TRUE(h.driver.launched.empty());
+    auto options = h.options(toTrash, true);
+    options.dryRun = true;
+    auto pass = h.pass(options);
+    runPass(*pass);
 
-        const auto* record = recordOf(*pass, goes->files()[1]->path());
-        ASSERT_NE(record, nullptr);
-        EXPECT_EQ(record->outcome, toTrash ? Outcome::WouldTrash : Outcome::WouldDelete);
-        EXPECT_EQ(record->trashDirectory, toTrash ? h.homeTrash() : "");
-        EXPECT_EQ(record->keptCopy, goes->files()[0]->path());
-        record = recordOf(*pass, changed->files()[1]->path());
-        EXPECT_EQ(record->outcome, Outcome::WouldFail);
-        EXPECT_EQ(record->error, kReasonChanged);
-        record = recordOf(*pass, photo->files()[1]->path());
-        EXPECT_EQ(record->outcome, Outcome::WouldFail);
-        EXPECT_FALSE(record->error.empty());
-        EXPECT_EQ(pass->removedFolders(), std::vector<std::string>{h.files("a")});
-        EXPECT_FALSE(goes->files()[1]->wasRemoved());
-        EXPECT_TRUE(goes->files()[1]->needToRemove());
-        EXPECT_EQ(pass->count(), 3u);
-        EXPECT_TRUE(h.view.cleanedNotifications.empty());
-        EXPECT_EQ(h.achievements.lastTimeSize(), 0u);
-    }
+    snapshot(h.tree.path(), after);
+    EXPECT_EQ(after, before);
+    EXPECT_EQ(fileBytes(h.scan.defaults.path()), settingsBefore);
+    h.scan.defaults.removeObjectForKey("UnsavedChoice");
+    ASSERT_TRUE(h.scan.defaults.synchronize());
+    EXPECT_EQ(fileBytes(h.scan.defaults.path()), settingsBefore) << "nothing changed in memory either";
+    EXPECT_TRUE(h.driver.launched.empty());
+
+    const auto* record = recordOf(*pass, goes->files()[1]->path());
+    ASSERT_NE(record, nullptr);
+    EXPECT_EQ(record->outcome, toTrash ? Outcome::WouldTrash : Outcome::WouldDelete);
+    EXPECT_EQ(record->trashDirectory, toTrash ? h.homeTrash() : "");
+    EXPECT_EQ(record->keptCopy, goes->files()[0]->path());
+    record = recordOf(*pass, changed->files()[1]->path());
+    EXPECT_EQ(record->outcome, Outcome::WouldFail);
+    EXPECT_EQ(record->error, kReasonChanged);
+    record = recordOf(*pass, photo->files()[1]->path());
+    EXPECT_EQ(record->outcome, Outcome::WouldFail);
+    EXPECT_FALSE(record->error.empty());
+    EXPECT_EQ(pass->removedFolders(), std::vector<std::string>{h.files("a")});
+    EXPECT_FALSE(goes->files()[1]->wasRemoved());
+    EXPECT_TRUE(goes->files()[1]->needToRemove());
+    EXPECT_EQ(pass->count(), 3u);
+    EXPECT_TRUE(h.view.cleanedNotifications.empty());
+    EXPECT_EQ(h.achievements.lastTimeSize(), 0u);
 }
+
+INSTANTIATE_TEST_SUITE_P(Removal, RemovalDryRun, testing::Bool(),
+                         [](const auto& param) { return param.param ? "ToTheTrash" : "DeletingOutright"; });
 
 } // namespace
 } // namespace corvel
