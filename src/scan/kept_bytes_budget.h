@@ -42,7 +42,7 @@ private:
 struct KeptBytesRelease {
     KeptBytesBudget* budget = nullptr;
     std::uint64_t length = 0;
-    void operator()(std::uint8_t* bytes) const {
+    void operator()(const std::uint8_t* bytes) const {
         delete[] bytes;
         if (budget)
             budget->release(length);

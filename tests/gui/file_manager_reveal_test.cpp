@@ -26,7 +26,7 @@ public:
     QList<QStringList> shown;
     QStringList startupIds;
 
-public Q_SLOTS:
+public Q_SLOTS: // NOLINT(readability-redundant-access-specifiers): moc reads the slots from this section
     void ShowItems(const QStringList& uris, const QString& startupId) {
         shown.append(uris);
         startupIds.append(startupId);
