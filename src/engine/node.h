@@ -35,11 +35,13 @@ class CVFolder;
 class CVGroup;
 using NodePtr = std::shared_ptr<CVNode>;
 
-// The scan's side of the nodes: folder comparison polls it between steps.
+// The scan's side of the nodes: folder comparison polls it between steps, and tells it
+// of a child file whose content could not be read (error: the errno), on the scan thread.
 class CVNodeDelegate {
 public:
     virtual ~CVNodeDelegate() = default;
     virtual bool stopSignaturesComparing() const = 0;
+    virtual void fileCouldNotBeRead(CVFile& /*file*/, int /*error*/) {}
 };
 
 // One root path of a scan; forceScan walks it with library and ignore rules relaxed.
@@ -175,6 +177,11 @@ public:
     void setTempRemoveForbidden(bool value) { setFlag(kTempRemoveForbidden, value); }
     bool wasRemovedOutside() const { return flag(kWasRemovedOutside); }
     void setWasRemovedOutside(bool value) { setFlag(kWasRemovedOutside, value); }
+    // Marks the file as named among those whose content could not be read; true only for
+    // the call that marked it, so that each file is named once. Any thread.
+    bool markReadFailureNamed() {
+        return (m_flags.fetch_or(kReadFailureNamed, std::memory_order_relaxed) & kReadFailureNamed) == 0;
+    }
 
     std::int32_t selectionType() const { return m_selectionType.load(std::memory_order_relaxed); }
     void setSelectionType(std::int32_t type) { m_selectionType.store(static_cast<std::int8_t>(type)); }
@@ -268,6 +275,7 @@ protected:
         kAllChildrenIgnored = 1 << 9,
         kRelativePath = 1 << 10,
         kMTimeInSeconds = 1 << 11, // m_statMTime holds seconds, not nanoseconds
+        kReadFailureNamed = 1 << 12,
     };
     bool flag(Flag f) const { return (m_flags.load(std::memory_order_relaxed) & f) != 0; }
     void setFlag(Flag f, bool value) {
