@@ -1,5 +1,6 @@
 #include "unread_files.h"
 
+#include <cerrno>
 #include <cstring>
 
 #include "engine/node.h"
@@ -7,7 +8,7 @@
 namespace corvel {
 
 void UnreadFiles::note(CVFile& file, int error) {
-    if (!file.markReadFailureNamed())
+    if (error == ENAMETOOLONG || !file.markReadFailureNamed())
         return;
     {
         MutexLock lock(m_mutex);

@@ -33,7 +33,8 @@ public:
     UnreadFiles& operator=(const UnreadFiles&) = delete;
 
     // Notes that file could not be read (error: the errno, not 0); nothing when the file
-    // was noted before. Any thread.
+    // was noted before, or when its path is too long (ENAMETOOLONG): the walk names the
+    // folder where paths grow past PATH_MAX, and every file below it fails so. Any thread.
     void note(CVFile& file, int error) EXCLUDES(m_mutex);
     // The files kept by name, in the order they were noted.
     std::vector<UnreadFile> named() const EXCLUDES(m_mutex);

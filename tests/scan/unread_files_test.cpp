@@ -47,6 +47,14 @@ TEST_P(UnreadFilesCap, KeepsTheFirstNamesAndCountsEachFileOnce) {
     EXPECT_TRUE(unread.named().empty());
 }
 
+// Paths past PATH_MAX are the walk's to name (the folder where they begin), not each file's.
+TEST(UnreadFiles, APathTooLongIsLeftToTheWalk) {
+    UnreadFiles unread;
+    const auto made = files(1);
+    unread.note(*made[0], ENAMETOOLONG);
+    EXPECT_EQ(unread.count(), 0u);
+}
+
 INSTANTIATE_TEST_SUITE_P(Sizes, UnreadFilesCap,
                          testing::Values(Cap{0, 3}, Cap{1, 3}, Cap{3, 3}, Cap{4, 3}, Cap{50, 0},
                                          Cap{1000, UnreadFiles::kNamedLimit}));
