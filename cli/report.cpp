@@ -1,5 +1,6 @@
 #include "report.h"
 
+#include <algorithm>
 #include <sys/stat.h>
 
 #include "engine/file_sizer.h"
@@ -7,6 +8,8 @@
 #include "platform/file_io.h"
 #include "results/duplicates_controller.h"
 #include "results/meta_group.h"
+#include "scan/files_hierarchy.h"
+#include "scan/unread_files.h"
 #include "summary.h"
 
 namespace corvel::cli {
@@ -23,6 +26,26 @@ std::string plainSpaces(std::string text) {
 
 std::string sizeText(std::uint64_t bytes) {
     return plainSpaces(HVFileSizer::displayItemSizeFromSize(bytes));
+}
+
+std::string unreadReport(const std::vector<IncompleteFolder>& folders, const std::vector<UnreadFile>& files,
+                         std::uint64_t filesCount, std::size_t shown) {
+    std::string text;
+    std::size_t lines = 0;
+    const auto name = [&](const std::string& path, const std::string& reason) {
+        if (lines == shown)
+            return;
+        ++lines;
+        text += "corvel: cannot read " + escapedForTerminal(path) + ": " + reason + "\n";
+    };
+    for (const auto& folder : folders)
+        name(folder.path, folder.reason);
+    for (const auto& file : files)
+        name(file.path, file.reason);
+    const std::uint64_t total = folders.size() + std::max<std::uint64_t>(filesCount, files.size());
+    if (total > lines)
+        text += "corvel: and " + std::to_string(total - lines) + " more could not be read\n";
+    return text;
 }
 
 std::string escapedForTerminal(std::string_view text) {

@@ -12,7 +12,9 @@
 
 namespace corvel {
 class CVDuplicatesController;
-}
+struct IncompleteFolder;
+struct UnreadFile;
+} // namespace corvel
 
 namespace corvel::cli {
 
@@ -24,6 +26,15 @@ std::string sizeText(std::uint64_t bytes);
 // so an escape sequence in a file name is never acted on, a path stays on one line and
 // what is shown tells the bytes apart. Other bytes are passed as they are.
 std::string escapedForTerminal(std::string_view text);
+
+// What a scan could not read, for stderr: "corvel: cannot read PATH: REASON" for the
+// folders its walk could not read completely, then for the files whose content could not
+// be read (files: those kept by name; filesCount: all of them), at most shown lines in
+// all, then "corvel: and N more could not be read" counting both kinds. Empty when
+// nothing was left unread.
+inline constexpr std::size_t kUnreadShown = 20;
+std::string unreadReport(const std::vector<IncompleteFolder>& folders, const std::vector<UnreadFile>& files,
+                         std::uint64_t filesCount, std::size_t shown = kUnreadShown);
 
 // The JSON document: roots, groups (members with their identity: device, inode and
 // modification time in nanoseconds), summary; extra, when given, writes more members

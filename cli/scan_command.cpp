@@ -90,16 +90,11 @@ std::shared_ptr<CVDuplicatesController> verifiedResults(CVDuplicatesController& 
     return verified;
 }
 
-// Names what the walk could not read (those folders are never offered as folder
-// duplicates), at most kUnreadShown of them, then how many more there are.
-constexpr std::size_t kUnreadShown = 20;
-
-void reportUnreadFolders(const std::vector<IncompleteFolder>& folders) {
-    for (std::size_t i = 0; i < folders.size() && i < kUnreadShown; ++i)
-        std::cerr << "corvel: cannot read " << escapedForTerminal(folders[i].path) << ": "
-                  << folders[i].reason << "\n";
-    if (folders.size() > kUnreadShown)
-        std::cerr << "corvel: and " << folders.size() - kUnreadShown << " more could not be read\n";
+// Names what could not be read: the folders the walk could not read completely (never
+// offered as folder duplicates), then the files whose content could not be read for the
+// comparison (in no group).
+void reportUnread(const std::vector<IncompleteFolder>& folders, const UnreadFiles& files) {
+    std::cerr << unreadReport(folders, files.named(), files.count());
 }
 
 // Says which protected system folders inside the roots were left out: the first few by
@@ -263,7 +258,7 @@ std::optional<int> reportScanProblems(const CVDuplicatesLocator& locator, const 
     }
     if (const auto hierarchy = locator.hierarchy()) {
         reportSkippedSystemFolders(hierarchy->skippedSystemFolders());
-        reportUnreadFolders(hierarchy->incompleteFolders());
+        reportUnread(hierarchy->incompleteFolders(), locator.unreadFiles());
         if (!g_interrupted && noRootWasRead(roots, hierarchy->incompleteFolders())) {
             std::cerr << (roots.size() == 1 ? "corvel: the folder could not be read\n"
                                             : "corvel: none of the folders could be read\n");

@@ -11,8 +11,17 @@ namespace corvel {
 
 namespace {
 
+// Tells the delegate (when there is one) of a child file whose signature could not be read.
+void tellReadFailure(CVNodeDelegate* delegate, CVNode& node) {
+    if (!delegate || !node.hasSignature())
+        return;
+    if (const int error = node.signature().readError(); error != 0)
+        if (auto* file = dynamic_cast<CVFile*>(&node))
+            delegate->fileCouldNotBeRead(*file, error);
+}
+
 // Two children at one position: the same name, both folders or both files.
-bool childrenMatch(CVNode& a, CVNode& b, CVNodeCache& cache) {
+bool childrenMatch(CVNode& a, CVNode& b, CVNodeCache& cache, CVNodeDelegate* delegate) {
     if (lastPathComponent(a.storedPath()) != lastPathComponent(b.storedPath()))
         return false;
     auto* folderA = dynamic_cast<CVFolder*>(&a);
@@ -35,6 +44,8 @@ bool childrenMatch(CVNode& a, CVNode& b, CVNodeCache& cache) {
         return true;
     auto* fileA = dynamic_cast<CVFile*>(&a);
     const bool equal = fileA && fileA->isDuplicateOf(b);
+    tellReadFailure(delegate, a);
+    tellReadFailure(delegate, b);
     a.releaseSignature();
     b.releaseSignature();
     return equal;
@@ -132,7 +143,7 @@ bool CVFolder::childrenAreEqual(CVFolder& other) {
         return false;
     auto& cache = services()->nodeCache;
     for (std::size_t i = 0; i < mine.size(); ++i) {
-        if (stopRequested() || !childrenMatch(*mine[i], *theirs[i], cache))
+        if (stopRequested() || !childrenMatch(*mine[i], *theirs[i], cache, m_delegate))
             return false;
     }
     return true;

@@ -37,11 +37,13 @@ class CVFolder;
 class CVGroup;
 using NodePtr = std::shared_ptr<CVNode>;
 
-// The scan's side of the nodes: folder comparison polls it between steps.
+// The scan's side of the nodes: folder comparison polls it between steps, and tells it
+// of a child file whose content could not be read (error: the errno), on the scan thread.
 class CVNodeDelegate {
 public:
     virtual ~CVNodeDelegate() = default;
     virtual bool stopSignaturesComparing() const = 0;
+    virtual void fileCouldNotBeRead(CVFile& /*file*/, int /*error*/) {}
 };
 
 // One root path of a scan; forceScan walks it with library and ignore rules relaxed.
@@ -177,6 +179,11 @@ public:
     void setTempRemoveForbidden(bool value) { setFlag(kTempRemoveForbidden, value); }
     bool wasRemovedOutside() const { return flag(kWasRemovedOutside); }
     void setWasRemovedOutside(bool value) { setFlag(kWasRemovedOutside, value); }
+    // Marks the file as named among those whose content could not be read; true only for
+    // the call that marked it, so that each file is named once. Any thread.
+    bool markReadFailureNamed() {
+        return (m_flags.fetch_or(kReadFailureNamed, std::memory_order_relaxed) & kReadFailureNamed) == 0;
+    }
 
     SelectionType selectionType() const {
         return static_cast<SelectionType>(m_selectionType.load(std::memory_order_relaxed));
@@ -282,6 +289,7 @@ protected:
         kAllChildrenIgnored = 1 << 9,
         kRelativePath = 1 << 10,
         kMTimeInSeconds = 1 << 11, // m_statMTime holds seconds, not nanoseconds
+        kReadFailureNamed = 1 << 12,
     };
     bool flag(Flag f) const { return (m_flags.load(std::memory_order_relaxed) & f) != 0; }
     void setFlag(Flag f, bool value) {

@@ -15,19 +15,31 @@ namespace corvel {
 
 namespace {
 
-// Reads exactly length bytes at offset; false on a short read or an error.
-bool readAt(int fd, std::uint8_t* into, std::uint64_t length, std::uint64_t offset) {
+// What a read came to: kRead, kShortRead, or the errno of the failed read.
+constexpr int kRead = 0;
+constexpr int kShortRead = -1;
+
+// Sets *error to the errno behind outcome (0 for a read or a short one), when error is given.
+void tell(int* error, int outcome) {
+    if (error)
+        *error = outcome > 0 ? outcome : 0;
+}
+
+// Reads exactly length bytes at offset.
+int readAt(int fd, std::uint8_t* into, std::uint64_t length, std::uint64_t offset) {
     while (length > 0) {
         const ssize_t n = ::pread(fd, into, length, static_cast<off_t>(offset));
         if (n < 0 && errno == EINTR)
             continue;
-        if (n <= 0)
-            return false;
+        if (n < 0)
+            return errno;
+        if (n == 0)
+            return kShortRead;
         into += n;
         length -= static_cast<std::uint64_t>(n);
         offset += static_cast<std::uint64_t>(n);
     }
-    return true;
+    return kRead;
 }
 
 // Compares the first length bytes of two files in chunks.
@@ -41,7 +53,7 @@ bool filesEqual(const std::string& a, const std::string& b, std::uint64_t length
     std::vector<std::uint8_t> bb(kChunk);
     for (std::uint64_t offset = 0; offset < length; offset += kChunk) {
         const std::uint64_t n = std::min(kChunk, length - offset);
-        if (!readAt(fa.fd(), ba.data(), n, offset) || !readAt(fb.fd(), bb.data(), n, offset))
+        if (readAt(fa.fd(), ba.data(), n, offset) != kRead || readAt(fb.fd(), bb.data(), n, offset) != kRead)
             return false;
         if (std::memcmp(ba.data(), bb.data(), n) != 0)
             return false;
@@ -84,14 +96,18 @@ ReadPlan planFor(std::uint64_t size, std::uint32_t count, std::uint64_t pieceSiz
     return plan;
 }
 
-bool readPlan(int fd, const ReadPlan& plan, std::uint8_t* into) {
-    if (plan.head > 0 && !readAt(fd, into, plan.head, 0))
-        return false;
+// kRead, kShortRead or an errno, as readAt.
+int readPlan(int fd, const ReadPlan& plan, std::uint8_t* into) {
+    if (plan.head > 0)
+        if (const int outcome = readAt(fd, into, plan.head, 0); outcome != kRead)
+            return outcome;
     if (plan.piece > 0)
         for (std::uint64_t k = 0; k < plan.pieces; ++k)
-            if (!readAt(fd, into + plan.head + k * plan.piece, plan.piece, plan.head + k * plan.stride))
-                return false;
-    return true;
+            if (const int outcome =
+                    readAt(fd, into + plan.head + k * plan.piece, plan.piece, plan.head + k * plan.stride);
+                outcome != kRead)
+                return outcome;
+    return kRead;
 }
 
 } // namespace
@@ -110,14 +126,17 @@ std::uint64_t CVSignature::expectedLength(std::uint64_t size, std::int32_t nodeT
 
 std::uint64_t CVSignature::readInto(const std::string& path, std::uint64_t size, std::int32_t nodeType,
                                     const std::string& uti, std::vector<std::uint8_t>& scratch,
-                                    bool& streamed) {
+                                    bool& streamed, int* error) {
     streamed = false;
+    tell(error, kRead);
+    bool bundle = false;
     std::string file = path;
     std::uint64_t fileSize = size;
     std::uint32_t count = 1;
     std::uint64_t pieceSize = size;
     switch (getSignatureTypeWithUTI(uti, size, nodeType)) {
     case Bundle: {
+        bundle = true;
         file = path + "/Contents/Info.plist";
         struct stat st {};
         fileSize = pieceSize = ::stat(file.c_str(), &st) == 0 ? static_cast<std::uint64_t>(st.st_size) : 0;
@@ -134,33 +153,47 @@ std::uint64_t CVSignature::readInto(const std::string& path, std::uint64_t size,
         // Compared from disk by the signature itself; only its length matters here.
         const CVSignature probe(path, size, nodeType, uti);
         streamed = probe.isStreamed();
+        tell(error, probe.readError());
         return probe.length();
     }
     const ReadOnlyFile fd(file);
-    if (!fd.valid())
+    if (!fd.valid()) {
+        if (!bundle)
+            tell(error, errno);
         return 0;
+    }
     const ReadPlan plan = planFor(fileSize, count, pieceSize);
     if (scratch.size() < plan.total)
         scratch.resize(plan.total);
-    return readPlan(fd.fd(), plan, scratch.data()) ? plan.total : 0;
+    const int outcome = readPlan(fd.fd(), plan, scratch.data());
+    if (!bundle)
+        tell(error, outcome);
+    return outcome == kRead ? plan.total : 0;
 }
 
-std::uint64_t CVSignature::readInto(int fd, std::uint64_t size, Kind kind, std::uint8_t* into) {
+std::uint64_t CVSignature::readInto(int fd, std::uint64_t size, Kind kind, std::uint8_t* into, int* error) {
     const ReadPlan plan = kind == Sampled ? planFor(size, kSampleCount, kSampleSize) : planFor(size, 1, size);
-    return readPlan(fd, plan, into) ? plan.total : 0;
+    const int outcome = readPlan(fd, plan, into);
+    tell(error, outcome);
+    return outcome == kRead ? plan.total : 0;
 }
 
 std::unique_ptr<std::uint8_t[]> CVSignature::computeFileSignature(const std::string& path, std::uint64_t size,
                                                                   std::uint32_t count,
                                                                   std::uint64_t pieceSize,
-                                                                  std::uint64_t& length) {
+                                                                  std::uint64_t& length, int* error) {
     length = 0;
+    tell(error, kRead);
     const ReadOnlyFile fd(path);
-    if (!fd.valid())
+    if (!fd.valid()) {
+        tell(error, errno);
         return nullptr;
+    }
     const ReadPlan plan = planFor(size, count, pieceSize);
     auto buffer = std::make_unique_for_overwrite<std::uint8_t[]>(plan.total);
-    if (!readPlan(fd.fd(), plan, buffer.get()))
+    const int outcome = readPlan(fd.fd(), plan, buffer.get());
+    tell(error, outcome);
+    if (outcome != kRead)
         return nullptr;
     length = plan.total;
     return buffer;
@@ -169,13 +202,17 @@ std::unique_ptr<std::uint8_t[]> CVSignature::computeFileSignature(const std::str
 void CVSignature::wholeFile(const std::string& path, std::uint64_t size) {
     const std::uint64_t length = size & 0xFFFFFFFFu;
     if (length <= kMaxBufferedSignature) {
-        m_bytes = computeFileSignature(path, size, 1, size, m_length);
+        m_bytes = computeFileSignature(path, size, 1, size, m_length, &m_readError);
         return;
     }
     // Too large to hold: check now that the file has the bytes, compare later from disk.
     struct stat st {};
     const ReadOnlyFile fd(path);
-    if (!fd.valid() || ::fstat(fd.fd(), &st) != 0 || static_cast<std::uint64_t>(st.st_size) < length)
+    if (!fd.valid() || ::fstat(fd.fd(), &st) != 0) {
+        m_readError = errno;
+        return;
+    }
+    if (static_cast<std::uint64_t>(st.st_size) < length)
         return;
     m_streamPath = path;
     m_length = length;
@@ -189,10 +226,12 @@ void CVSignature::calculateSignature() {
         const std::uint64_t plistSize =
             ::stat(plist.c_str(), &st) == 0 ? static_cast<std::uint64_t>(st.st_size) : 0;
         wholeFile(plist, plistSize);
+        m_readError = 0; // "Info.plist" may simply be missing: nothing to name
         break;
     }
     case Sampled:
-        m_bytes = computeFileSignature(m_nodePath, m_nodeSize, kSampleCount, kSampleSize, m_length);
+        m_bytes =
+            computeFileSignature(m_nodePath, m_nodeSize, kSampleCount, kSampleSize, m_length, &m_readError);
         break;
     case WholeFile:
         wholeFile(m_nodePath, m_nodeSize);

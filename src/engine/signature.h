@@ -5,6 +5,8 @@
 // whole "Contents/Info.plist" of a bundle (kind 2). Two signatures are equal when their
 // bytes are. The file is read when the signature is made; a file that cannot be opened
 // or is shorter than expected gives an empty signature (length 0), equal to nothing.
+// When the open or a read failed (not merely came short: the file shrank since the walk),
+// the signature and the readers below also tell the errno, for the scan to name the file.
 //
 // A whole-file signature longer than kMaxBufferedSignature (large text documents) is not
 // held in memory: it remembers the file and compares by reading both files in chunks,
@@ -37,10 +39,11 @@ public:
     // The reader: count pieces of pieceSize bytes after a head, as described above; when
     // count * pieceSize + 10000 > size the whole file is one piece of (size mod 2^32)
     // bytes. Answers the bytes, or nothing when the file cannot be opened or a read
-    // comes short. Exposed for tests and benchmarks.
+    // comes short; error (when given) gets the errno of a failed open or read, else 0.
+    // Exposed for tests and benchmarks.
     static std::unique_ptr<std::uint8_t[]> computeFileSignature(const std::string& path, std::uint64_t size,
                                                                 std::uint32_t count, std::uint64_t pieceSize,
-                                                                std::uint64_t& length);
+                                                                std::uint64_t& length, int* error = nullptr);
 
     // How many bytes the signature of such a node holds; UINT64_MAX for a bundle, whose
     // length is that of a file inside it.
@@ -49,13 +52,17 @@ public:
     // Reads what the signature of such a node would hold into scratch, reusing its
     // memory, without making a signature. Answers the length (0: no signature); for a
     // signature that would compare from disk nothing is read and streamed is set.
+    // error (when given) gets the errno of a failed open or read of the node's file, else
+    // 0 (also for a bundle, whose "Info.plist" may simply be missing).
     static std::uint64_t readInto(const std::string& path, std::uint64_t size, std::int32_t nodeType,
-                                  const std::string& uti, std::vector<std::uint8_t>& scratch, bool& streamed);
+                                  const std::string& uti, std::vector<std::uint8_t>& scratch, bool& streamed,
+                                  int* error = nullptr);
 
     // readInto for a node's file already open as fd, of a kind other than Bundle whose
     // signature is held in memory (not one that compares from disk), into a buffer of
-    // expectedLength bytes.
-    static std::uint64_t readInto(int fd, std::uint64_t size, Kind kind, std::uint8_t* into);
+    // expectedLength bytes; error as above.
+    static std::uint64_t readInto(int fd, std::uint64_t size, Kind kind, std::uint8_t* into,
+                                  int* error = nullptr);
 
     bool isEqualTo(const CVSignature& other) const;
 
@@ -67,6 +74,9 @@ public:
     std::uint64_t length() const { return m_length; }
     // True when the signature compares by reading its file rather than from memory.
     bool isStreamed() const { return !m_streamPath.empty(); }
+    // The errno of the open or read of the node's file that failed when the signature was
+    // made; 0 when it was read, came short, or is a bundle's.
+    int readError() const { return m_readError; }
 
 private:
     void calculateSignature();
@@ -78,6 +88,7 @@ private:
     std::unique_ptr<std::uint8_t[]> m_bytes;
     std::uint64_t m_length = 0;
     std::string m_streamPath;
+    int m_readError = 0;
 };
 
 } // namespace corvel

@@ -1,6 +1,7 @@
 #include "digest_reader.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <tuple>
 #include <xxhash.h>
@@ -28,8 +29,10 @@ SignatureDigest digestOfFile(CVFile& file, KeptBytesBudget* budget) {
         // One opening gives the signature and what removing the file needs: no second
         // look-up of the path when the file joins a group.
         const ReadOnlyFile opened(path, false);
-        if (!opened.valid())
+        if (!opened.valid()) {
+            digest.error = errno;
             return digest;
+        }
         digest.item = itemRemovalAccess(opened.fd());
         std::uint8_t* into;
         if (expected <= kKeptSignatureBytes)
@@ -41,10 +44,10 @@ SignatureDigest digestOfFile(CVFile& file, KeptBytesBudget* budget) {
                 scratch.resize(expected);
             into = scratch.data();
         }
-        digest.length = CVSignature::readInto(opened.fd(), size, kind, into);
+        digest.length = CVSignature::readInto(opened.fd(), size, kind, into, &digest.error);
         read = into;
     } else {
-        digest.length = CVSignature::readInto(path, size, type, uti, scratch, digest.streamed);
+        digest.length = CVSignature::readInto(path, size, type, uti, scratch, digest.streamed, &digest.error);
         read = scratch.data();
     }
     if (digest.length == 0)
@@ -61,7 +64,8 @@ namespace {
 std::vector<std::vector<std::size_t>> confirmEqual(const std::vector<CVFile*>& files,
                                                    const std::vector<std::size_t>& members,
                                                    const std::vector<SignatureDigest>& digests,
-                                                   const std::function<bool()>& keepGoing) {
+                                                   const std::function<bool()>& keepGoing,
+                                                   UnreadFiles* unread) {
     std::vector<std::vector<std::size_t>> classes;
     // Each class's first signature: kept with its digest, or read again into owned.
     std::vector<std::pair<const std::uint8_t*, std::uint64_t>> representatives;
@@ -80,7 +84,10 @@ std::vector<std::vector<std::size_t>> confirmEqual(const std::vector<CVFile*>& f
             const std::int32_t type = file->type();
             const std::string uti = type == kNodeTypeDocument ? file->uti() : std::string();
             bool streamed = false;
-            length = CVSignature::readInto(file->path(), file->size(), type, uti, scratch, streamed);
+            int error = 0;
+            length = CVSignature::readInto(file->path(), file->size(), type, uti, scratch, streamed, &error);
+            if (error != 0 && unread)
+                unread->note(*file, error);
             if (length == 0)
                 continue; // vanished or shrunk since its digest was taken
             if (streamed) {
@@ -130,8 +137,8 @@ struct DigestKey {
 } // namespace
 
 EqualClasses equalClasses(const std::vector<CVFile*>& files, const std::vector<std::size_t>& positions,
-                          const std::vector<SignatureDigest>& digests,
-                          const std::function<bool()>& keepGoing) {
+                          const std::vector<SignatureDigest>& digests, const std::function<bool()>& keepGoing,
+                          UnreadFiles* unread) {
     // Each readable file under its digest; sorted, equal digests stand together.
     // Signatures that compare from disk have no hash: they share one bucket per length.
     std::vector<std::pair<DigestKey, std::size_t>> keyed;
@@ -151,7 +158,7 @@ EqualClasses equalClasses(const std::vector<CVFile*>& files, const std::vector<s
             members.push_back(keyed[end].second);
         if (members.size() < 2)
             continue;
-        for (const auto& equal : confirmEqual(files, members, digests, keepGoing)) {
+        for (const auto& equal : confirmEqual(files, members, digests, keepGoing, unread)) {
             if (equal.size() < 2)
                 continue;
             auto& out = classes.emplace_back();

@@ -14,6 +14,7 @@
 
 #include "kept_bytes_budget.h"
 #include "platform/file_access.h"
+#include "unread_files.h"
 
 namespace corvel {
 
@@ -30,6 +31,9 @@ struct SignatureDigest {
     // What removing the file needs to know of it, read from the same opening; nothing
     // when the signature was read some other way (a bundle, a streamed signature).
     std::optional<ItemRemovalAccess> item;
+    // The errno of the open or read that failed (length is then 0); 0 when the file was
+    // read, or came short of the size the walk saw (it changed meanwhile).
+    int error = 0;
 
     std::uint64_t keptLength() const { return bytes ? length : 0; }
 };
@@ -53,10 +57,11 @@ using EqualClasses = std::vector<std::vector<ClassMember>>;
 
 // The files (with their places and digests) sorted into classes of equal signatures:
 // bucketed by digest, then confirmed byte for byte from the kept bytes, or by reading
-// the signatures again. Empty files and files that can no longer be read join none.
+// the signatures again. Empty files and files that can no longer be read join none;
+// those that fail to open or read when read again are noted in unread (when given).
 // Answers what it has when keepGoing turns false.
 EqualClasses equalClasses(const std::vector<CVFile*>& files, const std::vector<std::size_t>& positions,
-                          const std::vector<SignatureDigest>& digests,
-                          const std::function<bool()>& keepGoing);
+                          const std::vector<SignatureDigest>& digests, const std::function<bool()>& keepGoing,
+                          UnreadFiles* unread = nullptr);
 
 } // namespace corvel

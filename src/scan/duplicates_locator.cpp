@@ -309,6 +309,7 @@ void CVDuplicatesLocator::runScan(const std::vector<std::string>& paths, std::ui
         CVFilesHierarchy::Services{m_services.ignoreList, m_services.preferences, m_services.nodes});
     hierarchy->setNodeDelegate(this);
     m_counters.reset();
+    m_unreadFiles.clear();
     m_counters.stage = ScanCounters::Walking;
     hierarchy->setCounters(&m_counters);
     {
@@ -399,7 +400,7 @@ void CVDuplicatesLocator::beginSizeSearch(const std::vector<std::uint64_t>& size
     m_counters.sizes = useful;
     m_reader = std::make_unique<SizeGroupReader>(
         readerThreads(), [this] { return state() != ScanState::Idle; }, &m_counters.bytesRead,
-        m_keptBytesLimit);
+        m_keptBytesLimit, &m_unreadFiles);
     m_queuedUpTo = 0;
     m_folderAccess.clear();
 }
@@ -533,11 +534,15 @@ EqualClasses CVDuplicatesLocator::classesOfSizeGroup(const std::vector<NodePtr>&
     KeptBytesBudget budget(m_keptBytesLimit);
     std::vector<SignatureDigest> digests;
     digests.reserve(files.size());
-    for (CVFile* file : files)
+    for (CVFile* file : files) {
         digests.push_back(state() != ScanState::Idle ? digestOfFile(*file, &budget) : SignatureDigest());
+        if (digests.back().error != 0)
+            m_unreadFiles.note(*file, digests.back().error);
+    }
     for (const auto& digest : digests)
         m_counters.bytesRead.fetch_add(digest.length, std::memory_order_relaxed);
-    return equalClasses(files, positions, digests, [this] { return state() != ScanState::Idle; });
+    return equalClasses(
+        files, positions, digests, [this] { return state() != ScanState::Idle; }, &m_unreadFiles);
 }
 
 GroupPtr CVDuplicatesLocator::groupOfFolder(std::vector<NodePtr>& nodes, std::size_t i) {

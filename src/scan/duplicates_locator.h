@@ -32,6 +32,7 @@
 #include "scan_state.h"
 #include "size_group_reader.h"
 #include "size_search_policy.h"
+#include "unread_files.h"
 
 namespace corvel {
 
@@ -108,6 +109,8 @@ public:
     static void sortSizeGroup(std::vector<NodePtr>& nodes);
 
     bool stopSignaturesComparing() const override { return state() == ScanState::Idle; }
+    // Notes a folder's child that could not be read for the comparison (unreadFiles).
+    void fileCouldNotBeRead(CVFile& file, int error) override { m_unreadFiles.note(file, error); }
 
     // A hard minimum size for this scan (as "OverrideMinSize" on with that minimum),
     // without touching the stored preferences; nothing restores the preferences' rule.
@@ -125,6 +128,11 @@ public:
     // How many groups the last scan left out because the user may remove none of their
     // copies (without "ShowFilesWithNoPermissions"); read after the scan has ended.
     std::uint64_t unremovableGroupsLeftOut() const { return m_unremovableGroupsLeftOut.load(); }
+    // The files the last scan listed but could not open or read when it compared their
+    // content (so they joined no group), each once, beside the folders its walk could not
+    // read (hierarchy()->incompleteFolders()); emptied when a scan starts. Read after the
+    // scan has ended.
+    const UnreadFiles& unreadFiles() const { return m_unreadFiles; }
     // The pauses that let a progress bar show its last steps; off for the command line.
     void setProgressPauses(bool enabled) { m_progressPauses = enabled; }
 
@@ -220,6 +228,8 @@ private:
     ScanCounters m_counters;
     std::atomic<std::uint64_t> m_unremovableGroupsLeftOut{0};
     bool m_progressPauses = true;
+    // Before the reader, which notes into it.
+    UnreadFiles m_unreadFiles;
     std::unique_ptr<SizeGroupReader> m_reader;
     mutable std::unordered_map<const CVFolder*, FolderRemovalAccess> m_folderAccess;
     std::size_t m_queuedUpTo = 0;

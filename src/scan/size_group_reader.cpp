@@ -18,8 +18,10 @@ struct SizeGroupReader::Group {
 };
 
 SizeGroupReader::SizeGroupReader(unsigned threads, std::function<bool()> keepGoing,
-                                 std::atomic<std::uint64_t>* bytesRead, std::uint64_t keptBytesLimit)
-    : m_keepGoing(std::move(keepGoing)), m_bytesRead(bytesRead), m_keptBytes(keptBytesLimit) {
+                                 std::atomic<std::uint64_t>* bytesRead, std::uint64_t keptBytesLimit,
+                                 UnreadFiles* unread)
+    : m_keepGoing(std::move(keepGoing)), m_bytesRead(bytesRead), m_unread(unread),
+      m_keptBytes(keptBytesLimit) {
     for (unsigned i = 0; i < threads; ++i)
         m_threads.emplace_back([this] { work(); });
 }
@@ -78,6 +80,8 @@ bool SizeGroupReader::workOnce() {
     for (std::size_t n = from; n < to && m_keepGoing(); ++n) {
         SignatureDigest& digest = group.digests[n];
         digest = digestOfFile(*group.files[n], &m_keptBytes);
+        if (digest.error != 0 && m_unread)
+            m_unread->note(*group.files[n], digest.error);
         if (m_bytesRead)
             m_bytesRead->fetch_add(digest.length, std::memory_order_relaxed);
     }
@@ -86,7 +90,8 @@ bool SizeGroupReader::workOnce() {
     if (last) {
         // Every chunk is in: the group is this thread's alone until it is marked done.
         m_mutex.unlock();
-        EqualClasses classes = equalClasses(group.files, group.positions, group.digests, m_keepGoing);
+        EqualClasses classes =
+            equalClasses(group.files, group.positions, group.digests, m_keepGoing, m_unread);
         std::vector<SignatureDigest>().swap(group.digests);
         m_mutex.lock();
         group.classes = std::move(classes);

@@ -34,9 +34,11 @@ public:
     // sorting under way, which then answer what they have.
     // bytesRead, when given, counts the signature bytes the readers read (not owned).
     // keptBytesLimit bounds the signature bytes kept at any time.
+    // unread, when given, gets the files that could not be opened or read (not owned;
+    // it must outlive the reader).
     SizeGroupReader(unsigned threads, std::function<bool()> keepGoing,
                     std::atomic<std::uint64_t>* bytesRead = nullptr,
-                    std::uint64_t keptBytesLimit = kKeptBytesBudget);
+                    std::uint64_t keptBytesLimit = kKeptBytesBudget, UnreadFiles* unread = nullptr);
     ~SizeGroupReader();
     SizeGroupReader(const SizeGroupReader&) = delete;
     SizeGroupReader& operator=(const SizeGroupReader&) = delete;
@@ -65,6 +67,7 @@ private:
 
     std::function<bool()> m_keepGoing;
     std::atomic<std::uint64_t>* m_bytesRead = nullptr;
+    UnreadFiles* m_unread = nullptr;
     // Before the groups: the digests they hold give their bytes back to it.
     KeptBytesBudget m_keptBytes;
     mutable Mutex m_mutex;

@@ -6,13 +6,13 @@
 #include <condition_variable>
 #include <deque>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <thread>
 #include <utility>
 #include <vector>
 
 #include "folder_walk.h"
+#include "platform/thread_annotations.h"
 #include "settings/ignore_list.h"
 
 namespace corvel {
@@ -62,12 +62,12 @@ public:
         : m_ignoreList(ignoreList), m_canContinue(canContinue), m_options(options), m_root(root),
           m_consume(consume), m_pattern(ignoreList.additionalRegexCopy()) {}
 
-    bool run(int& error) {
+    bool run(int& error) EXCLUDES(m_mutex) {
         auto root = std::make_unique<Task>();
         root->path = m_root.path;
         root->isRoot = true;
         {
-            std::lock_guard lock(m_mutex);
+            MutexLock lock(m_mutex);
             m_tasks.push_back(std::move(root));
             m_pending.push_back(0);
         }
@@ -75,13 +75,13 @@ public:
             m_workers.emplace_back([this] { work(); });
         consumeTask(0);
         {
-            std::lock_guard lock(m_mutex);
+            MutexLock lock(m_mutex);
             m_finished = true;
         }
         m_changed.notify_all();
         for (auto& worker : m_workers)
             worker.join();
-        std::lock_guard lock(m_mutex);
+        MutexLock lock(m_mutex);
         error = m_openError;
         return m_openError == 0;
     }
@@ -119,10 +119,10 @@ private:
     // Pauses the writer of a task the consumer does not read while too much waits. A
     // paused writer walks the task the consumer needs if nobody has started it, so the
     // consumer always gets on.
-    void throttle(const Task& task) {
+    void throttle(const Task& task) EXCLUDES(m_mutex) {
         if (m_buffered.load(std::memory_order_relaxed) <= m_options.bufferedEntries)
             return;
-        std::unique_lock lock(m_mutex);
+        MutexLock lock(m_mutex);
         ++m_paused;
         for (;;) {
             if (m_buffered.load(std::memory_order_relaxed) <= m_options.bufferedEntries / 2 ||
@@ -130,19 +130,19 @@ private:
                 break;
             if (isPending(m_needed)) {
                 --m_paused;
-                walkTaken(takePending(m_needed), lock);
+                walkTaken(takePending(m_needed));
                 ++m_paused;
                 continue;
             }
-            m_changed.wait(lock);
+            lock.wait(m_changed);
         }
         --m_paused;
     }
 
     // Wakes the consumer after publishing without the lock: taking the lock first means it
     // is either waiting already or will see what was published.
-    void wake() {
-        { std::lock_guard lock(m_mutex); }
+    void wake() EXCLUDES(m_mutex) {
+        { MutexLock lock(m_mutex); }
         m_changed.notify_all();
     }
 
@@ -155,14 +155,14 @@ private:
     }
 
     // Makes id the task the consumer reads. Without workers the consumer walks it here.
-    Task& need(std::size_t id) {
+    Task& need(std::size_t id) EXCLUDES(m_mutex) {
         Task* task;
         {
-            std::unique_lock lock(m_mutex);
+            MutexLock lock(m_mutex);
             task = m_tasks[id].get();
             m_needed = id;
             if (m_options.threads == 0 && isPending(id))
-                walkTaken(takePending(id), lock);
+                walkTaken(takePending(id));
         }
         m_changed.notify_all(); // a worker or a paused writer may take it, or resume
         return *task;
@@ -170,7 +170,7 @@ private:
 
     // Hands the task's entries to the consumer as they are written, and the entries of
     // its sub-tasks where they belong. Consumer thread.
-    void consumeTask(std::size_t id) {
+    void consumeTask(std::size_t id) EXCLUDES(m_mutex) {
         Task* task = &need(id);
         std::unique_ptr<Chunk> chunk = std::move(task->first);
         std::uint32_t read = 0;
@@ -195,63 +195,63 @@ private:
                 }
                 continue;
             }
-            std::unique_lock lock(m_mutex);
-            m_changed.wait(lock, [&] {
-                return chunk->published.load(std::memory_order_acquire) > read ||
-                       chunk->next.load(std::memory_order_acquire) != nullptr || task->state == Task::Done;
-            });
+            MutexLock lock(m_mutex);
+            while (chunk->published.load(std::memory_order_acquire) <= read &&
+                   chunk->next.load(std::memory_order_acquire) == nullptr && task->state != Task::Done)
+                lock.wait(m_changed);
             if (task->state == Task::Done && chunk->published.load(std::memory_order_acquire) == read &&
                 chunk->next.load(std::memory_order_acquire) == nullptr)
                 return;
         }
     }
 
-    [[nodiscard]] bool isPending(std::size_t id) const {
+    [[nodiscard]] bool isPending(std::size_t id) const REQUIRES(m_mutex) {
         return std::find(m_pending.begin(), m_pending.end(), id) != m_pending.end();
     }
 
-    // Takes a pending task off the list. Called with the lock held.
-    Task& takePending(std::size_t id) {
+    // Takes a pending task off the list.
+    Task& takePending(std::size_t id) REQUIRES(m_mutex) {
         m_pending.erase(std::find(m_pending.begin(), m_pending.end(), id));
         return *m_tasks[id];
     }
 
     // Walks a task taken with the lock held; the lock is released meanwhile.
-    void walkTaken(Task& task, std::unique_lock<std::mutex>& lock) {
+    void walkTaken(Task& task) REQUIRES(m_mutex) {
         task.state = Task::Running;
-        lock.unlock();
+        m_mutex.unlock();
         walkTask(task);
-        lock.lock();
+        m_mutex.lock();
         task.state = Task::Done;
         m_changed.notify_all();
     }
 
-    void work() {
-        std::unique_lock lock(m_mutex);
+    void work() EXCLUDES(m_mutex) {
+        MutexLock lock(m_mutex);
         for (;;) {
             ++m_idle;
-            m_changed.wait(lock, [&] { return m_finished || !m_pending.empty(); });
+            while (!m_finished && m_pending.empty())
+                lock.wait(m_changed);
             --m_idle;
             if (m_finished)
                 return;
             // The task the consumer waits for first, else the oldest.
-            walkTaken(takePending(isPending(m_needed) ? m_needed : m_pending.front()), lock);
+            walkTaken(takePending(isPending(m_needed) ? m_needed : m_pending.front()));
         }
     }
 
     // A folder is cut off only for a worker that has nothing to do (idle, or paused for
     // being ahead): a task that waited would let its writer run further ahead.
-    bool mayCut() {
+    bool mayCut() EXCLUDES(m_mutex) {
         if (m_options.cutEverywhere)
             return true;
-        std::lock_guard lock(m_mutex);
+        MutexLock lock(m_mutex);
         return m_idle + m_paused > m_pending.size();
     }
 
-    std::size_t addTask(std::string path, WalkContext context) {
+    std::size_t addTask(std::string path, WalkContext context) EXCLUDES(m_mutex) {
         std::size_t id;
         {
-            std::lock_guard lock(m_mutex);
+            MutexLock lock(m_mutex);
             auto task = std::make_unique<Task>();
             task->id = m_tasks.size();
             task->path = std::move(path);
@@ -265,7 +265,7 @@ private:
     }
 
     // One pass over the task's folder, its entries kept in the task.
-    void walkTask(Task& task);
+    void walkTask(Task& task) EXCLUDES(m_mutex);
 
     // Where one task's pass puts its entries and its cuts.
     class TaskSink final : public WalkSink {
@@ -291,19 +291,19 @@ private:
     const TreeWalker::Consumer& m_consume;
     const std::optional<RegularExpression> m_pattern; // the ignore pattern as the walk began
 
-    // Guards the lists, m_needed, m_paused, m_idle, m_finished, m_openError, and waiting on
-    // m_changed. A chunk's entries are published without it (see Chunk).
-    std::mutex m_mutex;
+    // Guards the fields marked with it, and waiting on m_changed. A chunk's entries are
+    // published without it (see Chunk); a task's state is atomic, read by the consumer's wait.
+    Mutex m_mutex;
     std::condition_variable m_changed;
-    std::deque<std::unique_ptr<Task>> m_tasks; // by id; the root task is 0
-    std::deque<std::size_t> m_pending;         // ids no thread has started, oldest first
-    std::size_t m_needed = 0;                  // the task the consumer reads
-    std::atomic<std::size_t> m_buffered{0};    // entries written and not yet read
-    std::size_t m_paused = 0;                  // writers waiting in throttle()
-    std::size_t m_idle = 0;                    // workers waiting for a task
-    bool m_finished = false;
+    std::deque<std::unique_ptr<Task>> m_tasks GUARDED_BY(m_mutex); // by id; the root task is 0
+    std::deque<std::size_t> m_pending GUARDED_BY(m_mutex);         // ids no thread has started, oldest first
+    std::size_t m_needed GUARDED_BY(m_mutex) = 0;                  // the task the consumer reads
+    std::atomic<std::size_t> m_buffered{0};                        // entries written and not yet read
+    std::size_t m_paused GUARDED_BY(m_mutex) = 0;                  // writers waiting in throttle()
+    std::size_t m_idle GUARDED_BY(m_mutex) = 0;                    // workers waiting for a task
+    bool m_finished GUARDED_BY(m_mutex) = false;
     std::atomic<bool> m_abandoned{false};
-    int m_openError = 0;
+    int m_openError GUARDED_BY(m_mutex) = 0;
     std::vector<std::thread> m_workers;
 };
 
@@ -318,7 +318,7 @@ void WalkRun::walkTask(Task& task) {
     }
     int error = 0;
     if (!walk.walkRoot(error)) {
-        std::lock_guard lock(m_mutex);
+        MutexLock lock(m_mutex);
         m_openError = error;
     }
 }

@@ -168,6 +168,68 @@ TEST_F(CorvelScan, FoldersNotReadCompletelyAreNamedOnceAndMakeNoFolderGroup) {
     EXPECT_EQ(lines[20], "corvel: and 3 more could not be read");
 }
 
+// A file listed by the walk whose content the account may not read is named once, with
+// the reason, also under --quiet; the groups and the exit status are those of the files
+// that could be read.
+TEST_F(CorvelScan, AFileThatCannotBeReadIsNamedOnceAndTheRestGroupsAsBefore) {
+    const std::string data(70000, 'd');
+    tree.file("a.bin", data);
+    tree.file("b.bin", data);
+    const std::string locked = tree.file("c.bin", data);
+    test::makeUnreadableToAnotherUser(locked);
+    test::openToAnotherUser(home.path());
+    for (const std::string options : {"--json", "--json --quiet"}) {
+        const Outcome run =
+            corvelWith("", "scan " + options + " " + settings() + " " + quoted(tree.path()), home, true);
+        EXPECT_EQ(run.status, 0) << options << "\n" << run.err;
+        EXPECT_EQ(run.err, "corvel: cannot read " + locked + ": Permission denied\n") << options;
+        const auto doc = nlohmann::json::parse(run.out);
+        ASSERT_EQ(doc["groups"].size(), 1u) << run.out;
+        std::set<std::string> paths;
+        for (const auto& file : doc["groups"][0]["files"])
+            paths.insert(file["path"]);
+        EXPECT_EQ(paths, (std::set<std::string>{tree / "a.bin", tree / "b.bin"}));
+    }
+}
+
+// Folders the walk could not read and files whose content could not be read share one
+// cap: the folders first, then the files, 20 lines, then what is left of both.
+TEST_F(CorvelScan, UnreadFoldersAndFilesAreNamedUnderOneCap) {
+    for (int i = 0; i < 15; ++i)
+        ::chmod(tree.folder("locked/l" + std::to_string(100 + i)).c_str(), 0700);
+    std::set<std::string> files;
+    for (int i = 0; i < 10; ++i) {
+        const std::string file = tree.file("files/f" + std::to_string(i), std::string(60000, 'f'));
+        test::makeUnreadableToAnotherUser(file);
+        files.insert(file);
+    }
+    tree.file("files/open", std::string(60000, 'f'));
+    test::openToAnotherUser(home.path());
+    for (const char* folder : {"", "/locked", "/files"})
+        test::openToAnotherUser(tree.path() + folder);
+    const Outcome run = corvelWith("", "scan --json " + settings() + " " + quoted(tree.path()), home, true);
+    ASSERT_EQ(run.status, 0) << run.err;
+    std::vector<std::string> lines;
+    for (std::size_t at = 0, end; (end = run.err.find('\n', at)) != std::string::npos; at = end + 1)
+        lines.push_back(run.err.substr(at, end - at));
+    ASSERT_EQ(lines.size(), 21u) << run.err;
+    for (int i = 0; i < 15; ++i)
+        EXPECT_EQ(lines[static_cast<std::size_t>(i)], "corvel: cannot read " +
+                                                          (tree / ("locked/l" + std::to_string(100 + i))) +
+                                                          ": Permission denied");
+    std::set<std::string> named;
+    for (std::size_t i = 15; i < 20; ++i) {
+        const std::string prefix = "corvel: cannot read ";
+        const std::string suffix = ": Permission denied";
+        ASSERT_TRUE(lines[i].starts_with(prefix) && lines[i].ends_with(suffix)) << lines[i];
+        named.insert(lines[i].substr(prefix.size(), lines[i].size() - prefix.size() - suffix.size()));
+    }
+    EXPECT_EQ(named.size(), 5u) << run.err;
+    for (const auto& path : named)
+        EXPECT_TRUE(files.contains(path)) << path;
+    EXPECT_EQ(lines[20], "corvel: and 5 more could not be read");
+}
+
 TEST_F(CorvelScan, FoldersReachingPastPathMaxAreNamedAndMakeNoFolderGroup) {
     // A and B are equal, down to a chain of folders past PATH_MAX ending in an empty
     // file in each: only their readable files group.

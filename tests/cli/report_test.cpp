@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include "report.h"
+#include "scan/files_hierarchy.h"
+#include "scan/unread_files.h"
 
 namespace corvel::cli {
 namespace {
@@ -36,6 +38,54 @@ INSTANTIATE_TEST_SUITE_P(
                            "31m",
                            R"(\xc2\x9b31m)"},
                     Escape{"\xC2\xA0nbsp", "\xC2\xA0nbsp"}, Escape{"bad \xFF byte", "bad \xFF byte"}));
+
+struct UnreadCase {
+    std::size_t folders;
+    std::size_t namedFiles;
+    std::uint64_t files; // named or only counted
+    std::size_t folderLines;
+    std::size_t fileLines;
+    std::uint64_t more; // 0: no closing line
+};
+
+void PrintTo(const UnreadCase& c, std::ostream* os) {
+    *os << c.folders << " folders, " << c.files << " files (" << c.namedFiles << " named)";
+}
+
+class UnreadText : public testing::TestWithParam<UnreadCase> {};
+
+// The walk's folders come first, then the files, under one cap of 20 lines; the closing
+// line counts what is left of both, the files kept only as a count included.
+TEST_P(UnreadText, NamesFoldersThenFilesUnderOneCap) {
+    const UnreadCase& c = GetParam();
+    std::vector<IncompleteFolder> folders;
+    for (std::size_t i = 0; i < c.folders; ++i)
+        folders.push_back({"/d/folder" + std::to_string(i), "Permission denied", false});
+    std::vector<UnreadFile> files;
+    for (std::size_t i = 0; i < c.namedFiles; ++i)
+        files.push_back({"/d/file" + std::to_string(i), "Input/output error"});
+    std::string expected;
+    for (std::size_t i = 0; i < c.folderLines; ++i)
+        expected += "corvel: cannot read /d/folder" + std::to_string(i) + ": Permission denied\n";
+    for (std::size_t i = 0; i < c.fileLines; ++i)
+        expected += "corvel: cannot read /d/file" + std::to_string(i) + ": Input/output error\n";
+    if (c.more > 0)
+        expected += "corvel: and " + std::to_string(c.more) + " more could not be read\n";
+    EXPECT_EQ(unreadReport(folders, files, c.files), expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(Counts, UnreadText,
+                         testing::Values(UnreadCase{0, 0, 0, 0, 0, 0}, UnreadCase{2, 0, 0, 2, 0, 0},
+                                         UnreadCase{0, 3, 3, 0, 3, 0}, UnreadCase{15, 10, 10, 15, 5, 5},
+                                         UnreadCase{10, 10, 10, 10, 10, 0}, UnreadCase{10, 11, 11, 10, 10, 1},
+                                         UnreadCase{25, 4, 4, 20, 0, 9}, UnreadCase{0, 300, 1000, 0, 20, 980},
+                                         UnreadCase{5, 2, 40, 5, 2, 38}));
+
+// A name is escaped for the terminal like every other path the command prints.
+TEST(UnreadText, EscapesTheNames) {
+    EXPECT_EQ(unreadReport({}, {{"/d/two\nlines", "Permission denied"}}, 1),
+              "corvel: cannot read /d/two\\nlines: Permission denied\n");
+}
 
 } // namespace
 } // namespace corvel::cli

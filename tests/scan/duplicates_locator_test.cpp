@@ -335,6 +335,51 @@ std::shared_ptr<CVFolder> handBuiltFolder(const std::string& path, const std::ve
     return folder;
 }
 
+// A file removed between the walk and the reading of its content is named once, with
+// its reason, though both the folder comparison and its size group meet it; a file
+// that shrank meanwhile was read (its content changed) and is not named. Neither joins
+// a group.
+TEST_F(Locator, AFileThatCannotBeReadIsNamedOnceWithItsReason) {
+    for (const std::string side : {"x", "y"}) {
+        tree.file(side + "/f", content('f', 70000));
+        tree.file(side + "/g", content('g', 80000));
+        tree.file(side + "/h", content('h', 90000));
+    }
+    auto locator = harness.locator();
+    auto hierarchy = harness.walk({tree.path()}, locator.get());
+    ::unlink((tree / "y/g").c_str());
+    ::truncate((tree / "y/h").c_str(), 100);
+    const Outcome found = searchWalk(*locator, *hierarchy);
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(found[0][0].first, tree / "x/f");
+    const std::vector<UnreadFile> named = locator->unreadFiles().named();
+    ASSERT_EQ(named.size(), 1u);
+    EXPECT_EQ(named[0].path, tree / "y/g");
+    EXPECT_EQ(named[0].reason, "No such file or directory");
+    EXPECT_EQ(locator->unreadFiles().count(), 1u);
+}
+
+// The folder comparison reads the children itself: a child it cannot read is named
+// even when no size group reads it.
+TEST_F(Locator, AFolderComparisonNamesTheChildItCouldNotRead) {
+    std::vector<std::string> a;
+    std::vector<std::string> b;
+    for (const char* name : {"1", "2"}) {
+        a.push_back(tree.file(std::string("a/") + name, content(name[0], 5000)));
+        b.push_back(tree.file(std::string("b/") + name, content(name[0], 5000)));
+    }
+    auto locator = harness.locator();
+    auto folderA = handBuiltFolder(tree / "a", a, locator.get(), harness.nodes);
+    auto folderB = handBuiltFolder(tree / "b", b, locator.get(), harness.nodes);
+    locator->startSearching(); // an idle locator stops folder comparisons at once
+    ::unlink(b[1].c_str());
+    EXPECT_FALSE(folderA->isDuplicateOf(*folderB, false));
+    const std::vector<UnreadFile> named = locator->unreadFiles().named();
+    ASSERT_EQ(named.size(), 1u);
+    EXPECT_EQ(named[0].path, b[1]);
+    EXPECT_EQ(named[0].reason, "No such file or directory");
+}
+
 TEST_F(Locator, AFolderAndAFolderInsideItAreNeverGroupedThoughEveryChildMatches) {
     // A walk cannot give a folder and its own sub-folder equal children (the outer one
     // holds the inner one), so the nodes are made by hand: the outer folder holding

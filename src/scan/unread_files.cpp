@@ -1,0 +1,46 @@
+#include "unread_files.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include "engine/node.h"
+
+namespace corvel {
+
+void UnreadFiles::note(CVFile& file, int error) {
+    if (error == ENAMETOOLONG || !file.markReadFailureNamed())
+        return;
+    {
+        MutexLock lock(m_mutex);
+        if (m_named.size() >= m_namedLimit) {
+            ++m_unnamed;
+            return;
+        }
+    }
+    // The path and the reason are made without the lock; another thread may fill the
+    // last named place meanwhile, and this file is then counted.
+    UnreadFile unread{file.path(), std::strerror(error)};
+    MutexLock lock(m_mutex);
+    if (m_named.size() < m_namedLimit)
+        m_named.push_back(std::move(unread));
+    else
+        ++m_unnamed;
+}
+
+std::vector<UnreadFile> UnreadFiles::named() const {
+    MutexLock lock(m_mutex);
+    return m_named;
+}
+
+std::uint64_t UnreadFiles::count() const {
+    MutexLock lock(m_mutex);
+    return m_named.size() + m_unnamed;
+}
+
+void UnreadFiles::clear() {
+    MutexLock lock(m_mutex);
+    m_named.clear();
+    m_unnamed = 0;
+}
+
+} // namespace corvel
