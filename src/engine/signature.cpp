@@ -63,13 +63,13 @@ bool filesEqual(const std::string& a, const std::string& b, std::uint64_t length
 
 } // namespace
 
-CVSignature::CVSignature(std::string path, std::uint64_t size, std::int32_t nodeType, const std::string& uti)
+CVSignature::CVSignature(std::string path, std::uint64_t size, NodeType nodeType, const std::string& uti)
     : m_type(getSignatureTypeWithUTI(uti, size, nodeType)), m_nodePath(std::move(path)), m_nodeSize(size) {
     calculateSignature();
 }
 
 CVSignature::Kind CVSignature::getSignatureTypeWithUTI(const std::string& uti, std::uint64_t size,
-                                                       std::int32_t nodeType) {
+                                                       NodeType nodeType) {
     if (nodeType == kNodeTypeApplication)
         return Bundle;
     if (nodeType == kNodeTypeDocument && TypeIdentifiers::shared().conformsTo(uti, "public.text"))
@@ -112,7 +112,7 @@ int readPlan(int fd, const ReadPlan& plan, std::uint8_t* into) {
 
 } // namespace
 
-std::uint64_t CVSignature::expectedLength(std::uint64_t size, std::int32_t nodeType, const std::string& uti) {
+std::uint64_t CVSignature::expectedLength(std::uint64_t size, NodeType nodeType, const std::string& uti) {
     switch (getSignatureTypeWithUTI(uti, size, nodeType)) {
     case Bundle:
         return UINT64_MAX;
@@ -124,7 +124,7 @@ std::uint64_t CVSignature::expectedLength(std::uint64_t size, std::int32_t nodeT
     return planFor(size, 1, size).total;
 }
 
-std::uint64_t CVSignature::readInto(const std::string& path, std::uint64_t size, std::int32_t nodeType,
+std::uint64_t CVSignature::readInto(const std::string& path, std::uint64_t size, NodeType nodeType,
                                     const std::string& uti, std::vector<std::uint8_t>& scratch,
                                     bool& streamed, int* error) {
     streamed = false;

@@ -17,6 +17,8 @@
 #include <string>
 #include <vector>
 
+#include "node_type.h"
+
 namespace corvel {
 
 class CVSignature {
@@ -30,11 +32,11 @@ public:
     static constexpr std::uint64_t kMaxBufferedSignature = std::uint64_t{16} << 20;
 
     // Reads the signature of the node at path (size in bytes from the walk, node type, type identifier).
-    CVSignature(std::string path, std::uint64_t size, std::int32_t nodeType, const std::string& uti);
+    CVSignature(std::string path, std::uint64_t size, NodeType nodeType, const std::string& uti);
 
     // The kind a node gets: bundles (node type 9) 2; documents conforming to public.text 0;
     // others 1 from kSampledKindMinimumSize bytes on, else 0.
-    static Kind getSignatureTypeWithUTI(const std::string& uti, std::uint64_t size, std::int32_t nodeType);
+    static Kind getSignatureTypeWithUTI(const std::string& uti, std::uint64_t size, NodeType nodeType);
 
     // The reader: count pieces of pieceSize bytes after a head, as described above; when
     // count * pieceSize + 10000 > size the whole file is one piece of (size mod 2^32)
@@ -47,14 +49,14 @@ public:
 
     // How many bytes the signature of such a node holds; UINT64_MAX for a bundle, whose
     // length is that of a file inside it.
-    static std::uint64_t expectedLength(std::uint64_t size, std::int32_t nodeType, const std::string& uti);
+    static std::uint64_t expectedLength(std::uint64_t size, NodeType nodeType, const std::string& uti);
 
     // Reads what the signature of such a node would hold into scratch, reusing its
     // memory, without making a signature. Answers the length (0: no signature); for a
     // signature that would compare from disk nothing is read and streamed is set.
     // error (when given) gets the errno of a failed open or read of the node's file, else
     // 0 (also for a bundle, whose "Info.plist" may simply be missing).
-    static std::uint64_t readInto(const std::string& path, std::uint64_t size, std::int32_t nodeType,
+    static std::uint64_t readInto(const std::string& path, std::uint64_t size, NodeType nodeType,
                                   const std::string& uti, std::vector<std::uint8_t>& scratch, bool& streamed,
                                   int* error = nullptr);
 

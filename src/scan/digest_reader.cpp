@@ -18,7 +18,7 @@ SignatureDigest digestOfFile(CVFile& file, KeptBytesBudget* budget) {
     thread_local std::vector<std::uint8_t> scratch;
     SignatureDigest digest;
     // The type identifier matters only for documents (text is read whole); others skip it.
-    const std::int32_t type = file.type();
+    const NodeType type = file.type();
     const std::string uti = type == kNodeTypeDocument ? file.uti() : std::string();
     const std::uint64_t size = file.size();
     const CVSignature::Kind kind = CVSignature::getSignatureTypeWithUTI(uti, size, type);
@@ -81,7 +81,7 @@ std::vector<std::vector<std::size_t>> confirmEqual(const std::vector<CVFile*>& f
         const std::uint8_t* bytes = digest.bytes.get();
         std::uint64_t length = digest.keptLength();
         if (length == 0) {
-            const std::int32_t type = file->type();
+            const NodeType type = file->type();
             const std::string uti = type == kNodeTypeDocument ? file->uti() : std::string();
             bool streamed = false;
             int error = 0;

@@ -105,7 +105,7 @@ TEST(Signature, KindsFollowTypeAndSize) {
     struct Case {
         std::string uti;
         std::uint64_t size;
-        std::int32_t nodeType;
+        NodeType nodeType;
         CVSignature::Kind kind;
     };
     const Case cases[] = {

@@ -151,8 +151,8 @@ Built largeFilesEqualWhereSampled(RemovalHarness& h) {
     const std::string copy = h.tree.file("files/copy.bin", bytes);
     for (std::size_t offset = 12345;; offset += 997) {
         editKeepingSizeAndTime(copy, offset);
-        CVSignature a(kept, bytes.size(), 1, "dyn.bin");
-        CVSignature b(copy, bytes.size(), 1, "dyn.bin");
+        CVSignature a(kept, bytes.size(), kNodeTypeOther, "dyn.bin");
+        CVSignature b(copy, bytes.size(), kNodeTypeOther, "dyn.bin");
         if (a.type() == CVSignature::Sampled && a.isEqualTo(b))
             break;
         editKeepingSizeAndTime(copy, offset); // put the byte back, try the next place
