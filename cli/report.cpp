@@ -80,67 +80,57 @@ std::string escapedForTerminal(std::string_view text) {
     return out;
 }
 
-void writeJsonReport(const std::vector<std::string>& roots, CVDuplicatesController& results, std::FILE* out,
-                     const std::function<void(JsonWriter&)>& extra) {
-    JsonWriter json;
+namespace {
+
+void writeJsonFile(JsonWriter& json, const CVFile& file) {
     json.beginObject();
-    json.key("roots");
+    json.key("path");
+    json.value(file.path());
+    json.key("isFolder");
+    json.value(dynamic_cast<const CVFolder*>(&file) != nullptr);
+    json.key("size");
+    json.value(file.size());
+    json.key("sizeOnDisk");
+    json.value(file.sizeOnDisk());
+    json.key("removeForbidden");
+    json.value(file.removeForbidden());
+    json.key("needToRemove");
+    json.value(file.needToRemove());
+    json.key("selectionType");
+    json.value(CVFile::stringSelectionType(file.selectionType()));
+    json.key("device");
+    json.value(file.device());
+    json.key("inode");
+    json.value(file.inodeNumber());
+    json.key("mtime");
+    json.value(file.statMTimeNanoseconds());
+    json.endObject();
+}
+
+void writeJsonGroup(JsonWriter& json, const CVGroup& group) {
+    json.beginObject();
+    json.key("category");
+    json.value(CVMetaGroup::stringType(group.metaGroupType()));
+    json.key("categoryId");
+    json.value(group.metaGroupType());
+    json.key("nodeType");
+    json.value(group.type());
+    json.key("size");
+    json.value(group.size());
+    json.key("totalSize");
+    json.value(group.totalSize());
+    json.key("verified");
+    json.value(group.isVerified());
+    json.key("files");
     json.beginArray();
-    for (const auto& root : roots)
-        json.value(root);
+    for (const auto& child : group.children())
+        if (const auto* file = dynamic_cast<const CVFile*>(child.get()))
+            writeJsonFile(json, *file);
     json.endArray();
-    json.key("groups");
-    json.beginArray();
-    const auto groups = results.duplicatesGroups();
-    for (const auto& group : groups) {
-        json.beginObject();
-        json.key("category");
-        json.value(CVMetaGroup::stringType(group->metaGroupType()));
-        json.key("categoryId");
-        json.value(group->metaGroupType());
-        json.key("nodeType");
-        json.value(group->type());
-        json.key("size");
-        json.value(group->size());
-        json.key("totalSize");
-        json.value(group->totalSize());
-        json.key("verified");
-        json.value(group->isVerified());
-        json.key("files");
-        json.beginArray();
-        for (const auto& child : group->children()) {
-            const auto* file = dynamic_cast<const CVFile*>(child.get());
-            if (!file)
-                continue;
-            json.beginObject();
-            json.key("path");
-            json.value(file->path());
-            json.key("isFolder");
-            json.value(dynamic_cast<const CVFolder*>(file) != nullptr);
-            json.key("size");
-            json.value(file->size());
-            json.key("sizeOnDisk");
-            json.value(file->sizeOnDisk());
-            json.key("removeForbidden");
-            json.value(file->removeForbidden());
-            json.key("needToRemove");
-            json.value(file->needToRemove());
-            json.key("selectionType");
-            json.value(CVFile::stringSelectionType(file->selectionType()));
-            json.key("device");
-            json.value(file->device());
-            json.key("inode");
-            json.value(file->inodeNumber());
-            json.key("mtime");
-            json.value(file->statMTimeNanoseconds());
-            json.endObject();
-        }
-        json.endArray();
-        json.endObject();
-        json.flushTo(out);
-    }
-    json.endArray();
-    const ResultsSummary summary = summarise(results);
+    json.endObject();
+}
+
+void writeJsonSummary(JsonWriter& json, const ResultsSummary& summary) {
     json.key("summary");
     json.beginObject();
     json.key("groups");
@@ -156,6 +146,27 @@ void writeJsonReport(const std::vector<std::string>& roots, CVDuplicatesControll
     json.key("selectedSize");
     json.value(summary.selected);
     json.endObject();
+}
+
+} // namespace
+
+void writeJsonReport(const std::vector<std::string>& roots, CVDuplicatesController& results, std::FILE* out,
+                     const std::function<void(JsonWriter&)>& extra) {
+    JsonWriter json;
+    json.beginObject();
+    json.key("roots");
+    json.beginArray();
+    for (const auto& root : roots)
+        json.value(root);
+    json.endArray();
+    json.key("groups");
+    json.beginArray();
+    for (const auto& group : results.duplicatesGroups()) {
+        writeJsonGroup(json, *group);
+        json.flushTo(out);
+    }
+    json.endArray();
+    writeJsonSummary(json, summarise(results));
     if (extra)
         extra(json);
     json.endObject();
