@@ -53,6 +53,7 @@
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <utility>
 
 #include "engine/folder.h"
 #include "engine/node_cache.h"
@@ -97,7 +98,7 @@ CVDuplicatesLocator::CVDuplicatesLocator()
     : CVDuplicatesLocator(Services{CVIgnoreList::sharedIgnoreList(), CVPreferences::sharedInstance(),
                                    UserDefaults::standardUserDefaults(), defaultNodeServices()}) {}
 
-CVDuplicatesLocator::CVDuplicatesLocator(Services services) : m_services(services) {
+CVDuplicatesLocator::CVDuplicatesLocator(Services services) : m_services(std::move(services)) {
     m_showFilesWOPermissions = m_services.defaults.boolForKey(kShowFilesWithNoPermissionsKey);
 }
 

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <utility>
 
 #include "engine/node_type.h"
 #include "engine/node_type_generator.h"
@@ -98,7 +99,7 @@ struct CVFilesHierarchy::Walk {
 };
 
 CVFilesHierarchy::CVFilesHierarchy(std::vector<CVScanPath> rootPaths, Services services)
-    : m_rootPaths(std::move(rootPaths)), m_services(services) {}
+    : m_rootPaths(std::move(rootPaths)), m_services(std::move(services)) {}
 
 std::string CVFilesHierarchy::correctedPath(const std::string& path) const {
     return m_services.preferences.isAllFilesPath(path) ? std::string("/") : path;

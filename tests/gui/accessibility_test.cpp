@@ -25,9 +25,9 @@
 #include <QTest>
 #include <QTextEdit>
 #include <QTimer>
+#include <cstdlib>
 #include <filesystem>
 #include <set>
-#include <stdlib.h>
 
 #include "app/app_delegate.h"
 #include "app/results_view_controller.h"
@@ -89,7 +89,7 @@ QString accessibleNameOf(QWidget* w) {
 // The control a focused widget belongs to (itself, or the control it is a part of).
 QWidget* controlOf(QWidget* focused, const std::set<QWidget*>& controls) {
     for (QWidget* w = focused; w; w = w->parentWidget())
-        if (controls.count(w))
+        if (controls.contains(w))
             return w;
     return focused;
 }
@@ -146,7 +146,7 @@ QStringList audit(QWidget* root, const char* page) {
         return false;
     };
     for (QWidget* w : expected)
-        if (!reached.count(w) && !reachedThroughItsSet(w))
+        if (!reached.contains(w) && !reachedThroughItsSet(w))
             problems << QString("%1: Tab never reaches %2").arg(page, describe(w));
     return problems;
 }
