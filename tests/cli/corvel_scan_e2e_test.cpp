@@ -14,6 +14,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "corvel_runner.h"
 #include "json_writer.h"
 #include "platform/file_io.h"
 #include "platform/property_list.h"
@@ -42,7 +43,13 @@ Outcome corvelWith(const std::string& environment, const std::string& arguments,
                                 environment + " " + CORVEL_BINARY + " " + arguments + " >'" + outFile +
                                 "' 2>'" + errFile + "'";
     Outcome run{};
-    if (asAnotherUser) {
+    if (asAnotherUser && ::geteuid() == 0) {
+        // As root, through setpriv(1) to the unprivileged "nobody" account, as a user would.
+        const std::string dropped =
+            "setpriv --reuid=65534 --regid=65534 --clear-groups /bin/sh -c " + test::shellQuoted(command);
+        const int status = std::system(dropped.c_str());
+        run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    } else if (asAnotherUser) {
         run.status = test::runAsAnotherUser([&] {
             ::execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
             return 127;
