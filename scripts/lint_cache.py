@@ -2,7 +2,9 @@
 skips them while nothing they are made of has changed (as ccache does for the compiler).
 
 A source's key is a SHA-256 over the check's name and settings, the tool's version, the
-source's compile options and its preprocessed text (every header it includes, expanded).
+source's compile options and its preprocessed text (every header it includes, expanded),
+kept with its comments (NOLINT marks, argument comments), its #define lines and its
+#include lines, which the checks read too.
 The tree's own folder is replaced by a fixed word in the options and the text, so a clone
 elsewhere (CI's) finds what a run in another folder stored. Only clean results are kept:
 a source with findings is checked again every time. Folder: $CORVEL_LINT_CACHE, else
@@ -46,7 +48,7 @@ def source_key(entry, root, settings):
     """The key of one source for a check described by settings (a list of strings), or
     None when the source cannot be preprocessed."""
     args = compile_arguments(entry)
-    result = subprocess.run(["clang++", *args, "-E", entry["file"]], cwd=entry["directory"],
+    result = subprocess.run(["clang++", *args, "-E", "-C", "-dD", "-dI", entry["file"]], cwd=entry["directory"],
                             capture_output=True)
     if result.returncode != 0:
         return None

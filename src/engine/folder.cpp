@@ -61,7 +61,7 @@ CVFolder::CVFolder(std::string path, std::string name, std::uint64_t size, std::
 CVFolder::~CVFolder() {
     // Services other than the defaults go down with the tree, so that a node that outlives
     // this folder, or lies in a sub-folder that does, still finds them.
-    NodeServicesPtr handedDown = services();
+    NodeServicesPtr handedDown = sharedServices();
     if (handedDown == defaultNodeServices())
         handedDown = nullptr;
     for (const auto& child : children())
@@ -84,7 +84,7 @@ void CVFolder::addChildFile(const NodePtr& child) {
     addChild(child);
     file->setParentFolder(this);
     setFlag(kAllChildrenIgnored, allChildrenIgnored() && file->ignore());
-    const std::int32_t ownType = type();
+    const NodeType ownType = type();
     if (ownType != kNodeTypePlainFolder && ownType != kNodeTypePackage)
         file->setRootFolder(std::static_pointer_cast<CVFolder>(shared_from_this()));
     else if (auto root = rootFolder())
@@ -141,7 +141,7 @@ bool CVFolder::childrenAreEqual(CVFolder& other) {
     const auto& theirs = other.children();
     if (mine.size() != theirs.size())
         return false;
-    auto& cache = services()->nodeCache;
+    auto& cache = services().nodeCache;
     for (std::size_t i = 0; i < mine.size(); ++i) {
         if (stopRequested() || !childrenMatch(*mine[i], *theirs[i], cache, m_delegate))
             return false;
@@ -156,7 +156,7 @@ bool CVFolder::childrenHaveEqualSize(CVFolder& other) {
     const auto& theirs = other.children();
     if (mine.size() != theirs.size())
         return false;
-    auto& cache = services()->nodeCache;
+    auto& cache = services().nodeCache;
     for (std::size_t i = 0; i < mine.size(); ++i) {
         CVNode* a = mine[i].get();
         CVNode* b = theirs[i].get();

@@ -27,7 +27,10 @@ struct CVNode::Extras {
     bool infoKnown = false;
     std::unique_ptr<ChangeNotifier> notifier;
     std::uint64_t device = 0; // of a file without a parent folder
-    NodeServicesPtr services; // the top of a tree, or a node that outlived it
+    // Services of the top of a tree, or of a node that outlived it: the pointer is
+    // published (release) after its owner is set, and never changes afterwards.
+    NodeServicesPtr servicesOwner;
+    std::atomic<const CVNodeServices*> services{nullptr};
 };
 
 namespace {
@@ -300,7 +303,7 @@ NodeType CVFile::type() const {
     NodeType stored = CVNode::type();
     if (stored == kNodeTypeUnknown) {
         // The stored name has the path's extension.
-        stored = services()->typeGenerator.nodeTypeOfFile(storedPath());
+        stored = services().typeGenerator.nodeTypeOfFile(storedPath());
         const_cast<CVFile*>(this)->setType(stored);
     }
     return stored;
@@ -344,7 +347,7 @@ PropertyValue CVFile::info() const {
     PropertyValue record;
     if (const auto& root = rootFolder()) {
         const NodeType rootType = root->type();
-        auto& manager = services()->mediaManager;
+        auto& manager = services().mediaManager;
         if (isIPhotoLibFileType(rootType)) {
             record = manager.iPhotoLibraryEventOfPhotoAtPath(path(), root->path() + "/AlbumData.xml");
         } else if (isITunesLibFileType(rootType)) {
@@ -363,22 +366,34 @@ PropertyValue CVFile::info() const {
     return e.info;
 }
 
-NodeServicesPtr CVFile::services() const {
+const CVNode::Extras* CVFile::servicesCarrier() const {
     for (const CVFile* node = this; node; node = node->parentFolder())
-        if (const Extras* e = node->extrasIfAny(); e && e->services)
-            return e->services;
-    if (const auto root = rootFolder(); root && root.get() != this)
-        return root->services();
-    return defaultNodeServices();
+        if (const Extras* e = node->extrasIfAny(); e && e->services.load(std::memory_order_acquire))
+            return e;
+    return nullptr;
+}
+
+const CVNodeServices& CVFile::services() const {
+    const Extras* carrier = servicesCarrier();
+    return carrier ? *carrier->services.load(std::memory_order_acquire) : *defaultNodeServices();
+}
+
+NodeServicesPtr CVFile::sharedServices() const {
+    const Extras* carrier = servicesCarrier();
+    return carrier ? carrier->servicesOwner : nullptr;
 }
 
 void CVFile::setServices(NodeServicesPtr services) {
-    extras().services = std::move(services);
+    if (!services || hasOwnServices())
+        return;
+    Extras& e = extras();
+    e.servicesOwner = std::move(services);
+    e.services.store(e.servicesOwner.get(), std::memory_order_release);
 }
 
 bool CVFile::hasOwnServices() const {
     const Extras* e = extrasIfAny();
-    return e && e->services;
+    return e && e->services.load(std::memory_order_acquire);
 }
 
 void CVFile::setInfo(PropertyValue info) {

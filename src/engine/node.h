@@ -244,15 +244,22 @@ public:
     void setInfo(PropertyValue info);
 
     // The services the node was made with (node_services.h): its own, else those of the
-    // nearest folder above it that has some, else those of its library folder, else the
-    // defaults. Never null.
-    NodeServicesPtr services() const;
-    // Gives the node its own services: the maker of a tree calls it on the top node
-    // before anyone else sees the tree.
+    // nearest folder above it that has some, else the defaults. Valid while the node lives.
+    const CVNodeServices& services() const;
+    // The shared pointer behind services(), to hand them on; null for the defaults.
+    NodeServicesPtr sharedServices() const;
+    // Gives the node its own services (nothing for null). At most once per node: the maker
+    // of a tree calls it on the top node before anyone else sees the tree, a dying folder
+    // on a child that has none. Readers on other threads see either none or these.
     void setServices(NodeServicesPtr services);
     // Whether the node carries services of its own.
     bool hasOwnServices() const;
 
+private:
+    // The extras of the nearest node, from this one up, that carries services; null if none.
+    const Extras* servicesCarrier() const;
+
+public:
     // The display components of the path, deepest last: inside an iTunes library the
     // track's artist and album, inside a photo library the photo's event (each when the
     // library lists it), otherwise the folders between the group's base path (the root

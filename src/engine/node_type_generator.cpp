@@ -207,6 +207,11 @@ NodeType CVNodeTypeGenerator::nodeTypeOfFile(std::string_view path) const {
     return type;
 }
 
+std::size_t CVNodeTypeGenerator::knownExtensionsCount() const {
+    std::shared_lock lock(m_typeCacheMutex);
+    return m_typeByExtension.size();
+}
+
 NodeType CVNodeTypeGenerator::typeOfExtension(std::string_view extension) const {
     const auto& types = TypeIdentifiers::shared();
     const std::string id = types.preferredIdentifierForExtension(extension);

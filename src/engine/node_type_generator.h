@@ -63,6 +63,8 @@ public:
 
     // A file's type depends on its extension alone; answers are remembered per extension.
     NodeType nodeTypeOfFile(std::string_view path) const;
+    // How many extensions have a remembered answer (for tests).
+    std::size_t knownExtensionsCount() const;
     NodeType nodeTypeOfFolder(std::string_view path, const FolderListing* listing = nullptr);
 
     // Node type from an extension pattern (step 6 of file typing), or nothing.

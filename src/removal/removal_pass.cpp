@@ -307,7 +307,7 @@ bool CVRemovalPass::stoppedDuringCheck(const CVError& error) const {
 
 bool CVRemovalPass::goesToTrashDirectly(const CVFile& file) const {
     const auto root = file.rootFolder();
-    const std::int32_t rootType = root ? root->type() : kNodeTypeUnknown;
+    const NodeType rootType = root ? root->type() : kNodeTypeUnknown;
     return rootType != kNodeTypeCurrentIPhotoLibrary && rootType != kNodeTypeCurrentITunesLibrary;
 }
 
@@ -484,7 +484,7 @@ bool CVRemovalPass::shredDuplicateFile(CVFile& file, bool toTrash, CVError* erro
     if (!checkCopy(file, !toTrash, error))
         return false;
     const auto root = file.rootFolder();
-    const std::int32_t rootType = root ? root->type() : kNodeTypeUnknown;
+    const NodeType rootType = root ? root->type() : kNodeTypeUnknown;
     if (rootType == kNodeTypeCurrentIPhotoLibrary) {
         if (m_options.dryRun) {
             setError(error, CVError(kIPhotoLaunchErrorDomain, kLibraryLaunchErrorCode,

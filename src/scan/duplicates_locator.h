@@ -53,7 +53,8 @@ public:
         UserDefaults& defaults;
         // Given to every tree the scan makes: its nodes are typed by its type generator,
         // read library records through its media manager and memoise folder comparisons
-        // in its node cache (cleared at the start of every scan).
+        // in its node cache (cleared at the start of every scan). Its type generator must
+        // be the ignore list's.
         NodeServicesPtr nodes;
     };
 

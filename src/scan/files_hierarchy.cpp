@@ -10,6 +10,7 @@
 #include "engine/node_type.h"
 #include "engine/node_type_generator.h"
 #include "platform/file_io.h"
+#include "platform/invariant.h"
 #include "platform/notification_center.h"
 #include "platform/system_log.h"
 #include "platform/user_paths.h"
@@ -99,7 +100,11 @@ struct CVFilesHierarchy::Walk {
 };
 
 CVFilesHierarchy::CVFilesHierarchy(std::vector<CVScanPath> rootPaths, Services services)
-    : m_rootPaths(std::move(rootPaths)), m_services(std::move(services)) {}
+    : m_rootPaths(std::move(rootPaths)), m_services(std::move(services)) {
+    // The walk types folders through the ignore list, files through the node services:
+    // one generator, prepared and stopped as one.
+    CORVEL_ASSERT(&m_services.ignoreList.typeGenerator() == &m_services.nodes->typeGenerator);
+}
 
 std::string CVFilesHierarchy::correctedPath(const std::string& path) const {
     return m_services.preferences.isAllFilesPath(path) ? std::string("/") : path;

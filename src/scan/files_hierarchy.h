@@ -51,7 +51,8 @@ public:
     struct Services {
         CVIgnoreList& ignoreList;
         CVPreferences& preferences;
-        // Given to the top node of every root walked (node_services.h).
+        // Given to the top node of every root walked (node_services.h). Its type generator
+        // must be the ignore list's.
         NodeServicesPtr nodes;
     };
 

@@ -1,5 +1,6 @@
 #include "unread_files.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -28,8 +29,15 @@ void UnreadFiles::note(CVFile& file, int error) {
 }
 
 std::vector<UnreadFile> UnreadFiles::named() const {
-    MutexLock lock(m_mutex);
-    return m_named;
+    std::vector<UnreadFile> named;
+    {
+        MutexLock lock(m_mutex);
+        named = m_named;
+    }
+    // By path: the readers meet the files in no fixed order.
+    std::sort(named.begin(), named.end(),
+              [](const UnreadFile& a, const UnreadFile& b) { return a.path < b.path; });
+    return named;
 }
 
 std::uint64_t UnreadFiles::count() const {

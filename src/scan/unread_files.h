@@ -36,7 +36,7 @@ public:
     // was noted before, or when its path is too long (ENAMETOOLONG): the walk names the
     // folder where paths grow past PATH_MAX, and every file below it fails so. Any thread.
     void note(CVFile& file, int error) EXCLUDES(m_mutex);
-    // The files kept by name, in the order they were noted.
+    // The files kept by name, sorted by path.
     std::vector<UnreadFile> named() const EXCLUDES(m_mutex);
     // How many files were noted, named or not.
     std::uint64_t count() const EXCLUDES(m_mutex);

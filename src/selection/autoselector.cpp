@@ -290,7 +290,7 @@ CVSelectionResult CVAutoselector::autoselect() {
         rest = undefinedTypeItemsSelector(rest);
         if (!rest.empty()) {
             const CVGroup* group = rest.front()->parentGroup();
-            const std::int32_t groupType = group ? group->type() : 0;
+            const NodeType groupType = group ? group->type() : kNodeTypeUnknown;
             if (groupType == kNodeTypeImage || groupType == kNodeTypeAudio || groupType == kNodeTypeVideo)
                 rest = librariesItemsSelector(rest);
         }

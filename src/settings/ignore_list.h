@@ -98,6 +98,8 @@ public:
     bool isPathContentHidden(const std::string& folder, NodeType& type,
                              const FolderListing* listing = nullptr);
     bool isPathContentForbiddenToRemove(const std::string& path);
+    // The generator that types the folders the walk meets.
+    CVNodeTypeGenerator& typeGenerator() const { return m_typeGenerator; }
     bool isFolderForbiddenToRemove(const std::string& path);
     const std::vector<std::string>& unremovableFolders();
 

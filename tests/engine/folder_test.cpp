@@ -249,14 +249,17 @@ TEST_F(FolderComparison, FilesThatOutliveTheirTreeKeepItsServices) {
     NodePtr deepFile = file(std::dynamic_pointer_cast<CVFolder>(file(sub, "deeper")), "deep.txt");
     ASSERT_TRUE(deepFile);
     sub.reset();
-    EXPECT_EQ(dynamic_cast<CVFile&>(*deepFile).services(), services) << "found through its folders";
+    EXPECT_EQ(&dynamic_cast<CVFile&>(*deepFile).services(), services.get()) << "found through its folders";
     top.reset();
     for (const auto& node : {topFile, deepFile}) {
         const auto& survivor = dynamic_cast<CVFile&>(*node);
         EXPECT_EQ(survivor.parentFolder(), nullptr);
-        EXPECT_EQ(survivor.services(), services) << survivor.path();
+        EXPECT_EQ(&survivor.services(), services.get()) << survivor.path();
+        EXPECT_EQ(survivor.sharedServices(), services) << survivor.path();
     }
-    EXPECT_EQ(CVFile(tree / "T/top.txt", "", 3).services(), defaultNodeServices());
+    const CVFile loose(tree / "T/top.txt", "", 3);
+    EXPECT_EQ(&loose.services(), defaultNodeServices().get());
+    EXPECT_EQ(loose.sharedServices(), nullptr);
 }
 
 } // namespace

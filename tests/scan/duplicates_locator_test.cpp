@@ -451,8 +451,8 @@ TEST_F(Locator, APhotoLibraryFileThatTheLibraryDoesNotListTakesNoPart) {
 }
 
 // The scan's nodes use the services the locator was given: the library is parsed by its
-// media manager and the folder comparisons are memoised in its cache, never in the shared
-// ones, and two scans on services of their own find the same.
+// media manager, its files are typed by its generator and the folder comparisons are
+// memoised in its cache, never in the shared ones, and two scans on services of their own find the same.
 TEST_F(Locator, NodesUseTheServicesTheLocatorWasGiven) {
     const std::string photo = tree.file("Photos/Masters/listed.jpg", content('l', 60000));
     tree.file("Photos/AlbumData.xml", albumDataListing(photo));
@@ -461,7 +461,11 @@ TEST_F(Locator, NodesUseTheServicesTheLocatorWasGiven) {
         tree.file(std::string(side) + "/sub/x.bin", content('x', 9000));
         tree.file(std::string(side) + "/y.bin", content('y', 8000));
     }
+    // An extension no other test uses, so that typing it through the shared generator shows.
+    const std::string probe = tree.file("probe/one.servicesprobe", content('s', 3000));
+    tree.file("probe/two.servicesprobe", content('s', 3000));
     const std::size_t sharedLibraries = CViMediaManager::sharedInstance().parsedLibrariesCount();
+    const std::size_t sharedExtensions = CVNodeTypeGenerator::sharedGenerator().knownExtensionsCount();
 
     auto found = [&](test::ScanHarness& own) {
         auto locator = own.locator();
@@ -473,6 +477,8 @@ TEST_F(Locator, NodesUseTheServicesTheLocatorWasGiven) {
     const Outcome first = found(harness);
     EXPECT_EQ(harness.media.parsedLibrariesCount(), 1U) << "the library is read through the given manager";
     EXPECT_EQ(CViMediaManager::sharedInstance().parsedLibrariesCount(), sharedLibraries);
+    EXPECT_GE(harness.generator.knownExtensionsCount(), 3U) << "files are typed by the given generator";
+    EXPECT_EQ(CVNodeTypeGenerator::sharedGenerator().knownExtensionsCount(), sharedExtensions);
     EXPECT_TRUE(harness.cache.duplicatedFolder(tree / "A/sub", tree / "B/sub").value_or(false));
     EXPECT_FALSE(CVNodeCache::sharedCache().duplicatedFolder(tree / "A/sub", tree / "B/sub").has_value());
 
@@ -480,7 +486,8 @@ TEST_F(Locator, NodesUseTheServicesTheLocatorWasGiven) {
     EXPECT_EQ(found(other), first);
     EXPECT_EQ(other.media.parsedLibrariesCount(), 1U);
     const Outcome expected{{{photo, true}, {tree / "loose/a.jpg", false}},
-                           {{tree / "A", false}, {tree / "B", false}}};
+                           {{tree / "A", false}, {tree / "B", false}},
+                           {{probe, false}, {tree / "probe/two.servicesprobe", false}}};
     EXPECT_EQ(first, expected);
 }
 
