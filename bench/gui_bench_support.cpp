@@ -7,25 +7,12 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "platform/user_defaults.h"
+#include "private_home.h"
 
 namespace corvel::bench {
 
 std::string isolateHome(const char* label) {
-    std::string root = QDir::tempPath().toStdString() + "/" + label + "-XXXXXX";
-    if (!::mkdtemp(root.data()))
-        return {};
-    QDir().mkpath(QString::fromStdString(root + "/.config"));
-    ::setenv("HOME", root.c_str(), 1);
-    ::setenv("XDG_CONFIG_HOME", (root + "/.config").c_str(), 1);
-    ::setenv("XDG_DATA_HOME", (root + "/.local/share").c_str(), 1);
-    ::setenv("XDG_STATE_HOME", (root + "/.local/state").c_str(), 1);
-    ::setenv("XDG_CACHE_HOME", (root + "/.cache").c_str(), 1);
-    ::setenv("XDG_RUNTIME_DIR", root.c_str(), 1);
-    ::setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + root + "/no-bus").c_str(), 1);
-    ::setenv("CORVEL_SETTINGS", (root + "/.config/bench.plist").c_str(), 1);
-    UserDefaults::setStandardPath(root + "/.config/bench.plist");
-    return root;
+    return makePrivateHome(label);
 }
 
 void useOffscreenPlatform() {

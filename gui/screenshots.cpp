@@ -32,6 +32,7 @@
 #include "platform/main_queue.h"
 #include "platform/user_defaults.h"
 #include "preferences_window.h"
+#include "private_home.h"
 #include "results/duplicates_controller.h"
 #include "results_page.h"
 
@@ -64,23 +65,6 @@ bool save(QWidget* widget, const QString& folder, const char* name) {
     const bool ok = widget->grab().save(path);
     std::fprintf(stderr, "%s %s\n", ok ? "wrote" : "could not write", qPrintable(path));
     return ok;
-}
-
-// A private home for this run: nothing of the user's is read or written.
-std::string isolate() {
-    std::string root = QDir::tempPath().toStdString() + "/corvel-screenshots-XXXXXX";
-    if (!::mkdtemp(root.data()))
-        return {};
-    QDir().mkpath(QString::fromStdString(root + "/.config"));
-    ::setenv("HOME", root.c_str(), 1);
-    ::setenv("XDG_CONFIG_HOME", (root + "/.config").c_str(), 1);
-    ::setenv("XDG_DATA_HOME", (root + "/.local/share").c_str(), 1);
-    ::setenv("XDG_STATE_HOME", (root + "/.local/state").c_str(), 1);
-    ::setenv("XDG_RUNTIME_DIR", root.c_str(), 1);
-    ::setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + root + "/no-bus").c_str(), 1);
-    ::setenv("CORVEL_SETTINGS", (root + "/.config/screenshots.plist").c_str(), 1);
-    UserDefaults::setStandardPath(root + "/.config/screenshots.plist");
-    return root;
 }
 
 // A real picture and its copy, so the preview pane has an image to show.
@@ -140,7 +124,8 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "usage: corvel-screenshots OUT_DIR TREE\n");
         return 2;
     }
-    const std::string home = isolate();
+    // A private home for this run: nothing of the user's is read or written.
+    const std::string home = makePrivateHome("corvel-screenshots");
     if (home.empty()) {
         std::fprintf(stderr, "corvel-screenshots: cannot make a private home\n");
         return 1;
@@ -273,5 +258,7 @@ int main(int argc, char** argv) {
     collector->removeButton()->click();
     waitFor([&] { return collector->page() != CollectorPanel::Page::List; }, 60000);
     shot(&window, collector->page() == CollectorPanel::Page::Errors ? "errors" : "errors-not-shown");
+    std::error_code ignored;
+    std::filesystem::remove_all(home, ignored); // the private home, with the Trash the pass filled
     return failures == 0 ? 0 : 1;
 }
