@@ -2,11 +2,11 @@
 
 #include <QApplication>
 #include <QDir>
-#include <QElapsedTimer>
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
+#include "event_wait.h"
 #include "private_home.h"
 
 namespace corvel::bench {
@@ -28,14 +28,7 @@ void useOffscreenPlatform() {
 }
 
 bool waitFor(const std::function<bool()>& condition, int timeoutMs) {
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > timeoutMs)
-            return false;
-        QApplication::processEvents(QEventLoop::AllEvents, 5);
-    }
-    return true;
+    return processEventsUntil(condition, timeoutMs);
 }
 
 double median(std::vector<double> values) {

@@ -27,6 +27,7 @@
 #include "app_shell.h"
 #include "collector_panel.h"
 #include "engine/group.h"
+#include "event_wait.h"
 #include "gui_application.h"
 #include "main_window.h"
 #include "platform/main_queue.h"
@@ -42,14 +43,7 @@ using namespace corvel::gui;
 namespace {
 
 bool waitFor(const std::function<bool()>& condition, int timeoutMs) {
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > timeoutMs)
-            return false;
-        QApplication::processEvents(QEventLoop::AllEvents, 10);
-    }
-    return true;
+    return processEventsUntil(condition, timeoutMs, 10);
 }
 
 void settle() {

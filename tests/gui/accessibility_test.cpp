@@ -42,6 +42,7 @@
 #include "scan_page.h"
 #include "settings/preferences.h"
 #include "support/temp_tree.h"
+#include "trash_inside.h"
 
 using namespace corvel;
 using namespace corvel::gui;
@@ -151,21 +152,6 @@ QStringList audit(QWidget* root, const char* page) {
     return problems;
 }
 
-class TrashInside {
-public:
-    explicit TrashInside(const test::TempTree& tree) : m_data(tree / "data") {
-        const char* old = std::getenv("XDG_DATA_HOME");
-        m_old = old ? old : "";
-        fs::create_directories(m_data);
-        ::setenv("XDG_DATA_HOME", m_data.c_str(), 1);
-    }
-    ~TrashInside() { ::setenv("XDG_DATA_HOME", m_old.c_str(), 1); }
-
-private:
-    std::string m_data;
-    std::string m_old;
-};
-
 } // namespace
 
 class AccessibilityTest : public QObject {
@@ -183,7 +169,7 @@ void AccessibilityTest::everyPageNamesItsControlsAndTabReachesThem() {
     tree.file("b/photo copy.jpg", picture);
     tree.file("a/report.txt", std::string(70000, 'd'));
     const std::string reportCopy = tree.file("b/report copy.txt", std::string(70000, 'd'));
-    TrashInside trash(tree);
+    test::TrashInside trash(tree);
     CVPreferences::sharedInstance().setMoveDuplicatesToTrash(true);
     GuiApplication app({QString::fromStdString(tree / "corvel-gui.socket"), {}, {}});
     app.start();

@@ -36,30 +36,13 @@
 #include "settings/preferences.h"
 #include "size_diagram.h"
 #include "support/temp_tree.h"
+#include "trash_inside.h"
 
 using namespace corvel;
 using namespace corvel::gui;
 namespace fs = std::filesystem;
 
 namespace {
-
-// XDG_DATA_HOME (and so the home Trash) inside the tree while a test runs.
-class TrashInside {
-public:
-    explicit TrashInside(const test::TempTree& tree) : m_data(tree / "data") {
-        const char* old = std::getenv("XDG_DATA_HOME");
-        m_old = old ? old : "";
-        fs::create_directories(m_data);
-        ::setenv("XDG_DATA_HOME", m_data.c_str(), 1);
-    }
-    ~TrashInside() { ::setenv("XDG_DATA_HOME", m_old.c_str(), 1); }
-    std::string files() const { return m_data + "/Trash/files"; }
-    std::string info() const { return m_data + "/Trash/info"; }
-
-private:
-    std::string m_data;
-    std::string m_old;
-};
 
 // Three copies of a picture, two of a document, files of their own; all above the
 // automatic minimum size.
@@ -155,7 +138,7 @@ void ResultsPageTest::init() {
 void ResultsPageTest::browseSelectKeepAndRemoveToTheTrash() {
     test::TempTree tree;
     writeTree(tree);
-    TrashInside trash(tree);
+    test::TrashInside trash(tree);
     GuiApplication app({socketIn(tree), {}, {}});
     ResultsPage* page = scanAndShowResults(app, tree);
     QVERIFY(page);
