@@ -574,6 +574,26 @@ TEST(MusicLibraryCopies, AreDeletedFromTheLibraryThenTrashed) {
     EXPECT_FALSE(h.scan.defaults.arrayForKey(kRemovedPhotosKey).has_value());
 }
 
+// Without a usable Trash a copy fails and stays: nothing falls back to deleting it, neither a
+// plain copy (moved in windows) nor a music-library copy (moved one at a time).
+TEST(RemovalWithoutATrash, FailsEveryCopyAndDeletesNothing) {
+    RemovalHarness h;
+    auto plain = h.copies("kept.txt", {"plain.txt"}, "text");
+    auto music = h.copies("kept.mp3", {"iTunes Media/Music/song.mp3"}, "mp3 bytes");
+    h.putInLibrary(*music->files()[1], kNodeTypeCurrentITunesLibrary);
+    h.tree.file("data", "a file where the Trash's folder would be");
+    auto pass = h.pass(true);
+    runPass(*pass);
+
+    for (const auto& copy : {plain->files()[1], music->files()[1]}) {
+        EXPECT_TRUE(exists(copy->path())) << copy->path();
+        const auto* record = recordOf(*pass, copy->path());
+        ASSERT_NE(record, nullptr) << copy->path();
+        EXPECT_EQ(record->outcome, Outcome::Failed) << copy->path();
+        EXPECT_FALSE(record->error.empty()) << copy->path();
+    }
+}
+
 TEST(MusicLibraryCopies, AFailedScriptLeavesTheFile) {
     for (const bool launches : {true, false}) {
         RemovalHarness h;

@@ -493,6 +493,17 @@ TEST(RemovalVerifier, SaysWhyACopyIsNotWhatTheScanSaw) {
              ::mkdir(p.c_str(), 0700);
          },
          false, kReasonChanged},
+        {"replaced, size and time kept",
+         [](const std::string& p) {
+             struct stat st {};
+             ::stat(p.c_str(), &st);
+             const std::string other = p + ".new";
+             std::ofstream(other) << "contents";
+             const struct timespec times[2] = {st.st_atim, st.st_mtim};
+             ::utimensat(AT_FDCWD, other.c_str(), times, 0);
+             ::rename(other.c_str(), p.c_str());
+         },
+         false, kReasonChanged},
     };
     for (const auto& c : cases) {
         const std::string path = tree.file(std::string(c.name) + ".txt", "contents");
