@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdio>
 #include <mutex>
+#include <sys/stat.h>
 #include <syslog.h>
 
 #include "text_format.h"
@@ -29,12 +30,23 @@ std::vector<std::vector<std::string>*>& captureStack() {
     return stack;
 }
 
+// Whether the system log's socket is there. Without it (a container, a minimal system)
+// the C library would try to connect again for every line, four system calls each time;
+// the lines then go only to stderr and the captures. Looked at once per process.
+bool syslogSocketPresent() {
+    static const bool present = [] {
+        struct stat st {};
+        const bool found = ::stat(_PATH_LOG, &st) == 0 && S_ISSOCK(st.st_mode);
+        if (found)
+            openlog("corvel", LOG_PID, LOG_USER);
+        return found;
+    }();
+    return present;
+}
+
 void logLine(const std::string& text, bool echoOnStderr) {
-    if (g_toSyslog) {
-        static std::once_flag opened;
-        std::call_once(opened, [] { openlog("corvel", LOG_PID, LOG_USER); });
+    if (g_toSyslog && syslogSocketPresent())
         syslog(LOG_USER | LOG_NOTICE, "%s", text.c_str());
-    }
     std::lock_guard lock(logMutex());
     if (g_toStderr && echoOnStderr)
         std::fprintf(stderr, "%s\n", text.c_str());

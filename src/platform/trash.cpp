@@ -78,8 +78,12 @@ bool isItemName(const std::string& path) {
 }
 
 bool hasIdentity(const struct stat& st, const TrashItemIdentity& identity) {
+    constexpr std::int64_t kNanosecondsPerSecond = 1000000000;
+    const std::int64_t mtime = st.st_mtim.tv_sec * kNanosecondsPerSecond + st.st_mtim.tv_nsec;
     return static_cast<std::uint64_t>(st.st_dev) == identity.device &&
-           static_cast<std::uint64_t>(st.st_ino) == identity.inode;
+           static_cast<std::uint64_t>(st.st_ino) == identity.inode &&
+           (!identity.size || static_cast<std::uint64_t>(st.st_size) == *identity.size) &&
+           (!identity.modificationTime || mtime == *identity.modificationTime);
 }
 
 // Refuses to move the Trash folder into itself, or an item out of its own Trash folder.

@@ -50,10 +50,14 @@ enum TrashErrorCode : int {
     kTrashErrorItemChanged = 6,     // another item than the expected one is at the path
 };
 
-// Which item a caller means: the device and inode it saw (lstat).
+// Which item a caller means: the device and inode it saw (lstat), and when given, the
+// size and the modification time (nanoseconds) it saw, so that an item edited in place
+// since is not taken for the one the caller checked.
 struct TrashItemIdentity {
     std::uint64_t device = 0;
     std::uint64_t inode = 0;
+    std::optional<std::uint64_t> size;
+    std::optional<std::int64_t> modificationTime;
 };
 
 // Where a moved item went.
@@ -77,9 +81,10 @@ public:
     // information file is written, no permission to move the item out of its folder,
     // the item missing); the user info holds the path (kFilePathErrorKey). After a
     // failure the item is at its path and no information file of it was left behind.
-    // With expected given, the item's device and inode are checked again just before the
-    // rename (after the information file is synced); another item there fails
-    // kTrashErrorItemChanged, "changed since the scan", and stays where it is.
+    // With expected given, the item's identity is checked again just before the rename
+    // (after the information file is synced); another item there, or the same one with
+    // another size or time than expected, fails kTrashErrorItemChanged, "changed since
+    // the scan", and stays where it is.
     [[nodiscard]] bool moveToTrash(const std::string& path, TrashedItem* trashed, CVError* error,
                                    const std::optional<TrashItemIdentity>& expected = std::nullopt);
 

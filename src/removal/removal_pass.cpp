@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <dirent.h>
 #include <filesystem>
+#include <future>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -34,8 +35,8 @@ namespace {
 constexpr std::uint64_t kTicks = 20;
 constexpr auto kMinimumTickInterval = std::chrono::milliseconds(200);
 constexpr auto kClosingPause = std::chrono::milliseconds(500);
-// A window of copies moved to the Trash together: at most this many, checked within this time.
-constexpr std::size_t kWindowCopies = 1024;
+// A window of copies moved to the Trash together is checked within this time (and holds at
+// most Options::windowCopies copies).
 constexpr auto kWindowTime = std::chrono::milliseconds(250);
 
 std::string humanDuration(std::chrono::system_clock::duration elapsed) {
@@ -88,7 +89,8 @@ const char* CVRemovalPass::outcomeName(Outcome outcome) {
 
 CVRemovalPass::CVRemovalPass(Services services, Options options)
     : m_services(services), m_options(std::move(options)),
-      m_verifier([this] { return !m_shredInProgress.load(); }) {
+      m_verifier([this] { return !m_shredInProgress.load(); }),
+      m_windowVerifier([this] { return !m_shredInProgress.load(); }) {
     countDuplicates();
 }
 
@@ -232,12 +234,43 @@ void CVRemovalPass::beginPass(const MarkedFiles& marked) {
     }
 }
 
+struct CVRemovalPass::TrashWindow {
+    struct Entry {
+        std::size_t index = 0;
+        std::string path;
+        std::optional<std::size_t> ticket; // claimed in the batch; else failure says why not
+        CVError failure;
+        std::string keptCopy;
+        bool unlocked = false; // an immutable copy unlocked for its move
+        bool handled = false;  // moved, or failed and reported: nothing left to undo
+    };
+    std::size_t begin = 0; // marked[begin, end) were looked at
+    std::size_t end = 0;
+    std::vector<Entry> entries;
+    std::unique_ptr<TrashBatch> batch;
+
+    TrashWindow() = default;
+    TrashWindow(const TrashWindow&) = delete;
+    TrashWindow& operator=(const TrashWindow&) = delete;
+    // The claims of copies never moved are undone (their information files removed),
+    // then those copies are locked again.
+    ~TrashWindow() {
+        batch.reset();
+        for (const Entry& entry : entries)
+            if (entry.unlocked && !entry.handled)
+                lockAgain(entry.path);
+    }
+};
+
 void CVRemovalPass::removeMarkedFiles(const MarkedFiles& marked, std::uint64_t& completedGroups) {
     const bool toTrash = moveToTrash();
     auto lastTick = std::chrono::steady_clock::now();
     // Plain copies going to the Trash are moved in windows whose information files are
-    // made durable together; everything else goes one copy at a time.
+    // made durable together, the next window being prepared while one is moved;
+    // everything else goes one copy at a time. The worker ends before this returns (the
+    // future waits for it), and a window prepared but never moved undoes its claims.
     const bool inWindows = toTrash && !m_options.dryRun;
+    std::future<std::unique_ptr<TrashWindow>> ahead;
     for (std::size_t i = 0; i < marked.size();) {
         if (!m_shredInProgress)
             break;
@@ -247,8 +280,19 @@ void CVRemovalPass::removeMarkedFiles(const MarkedFiles& marked, std::uint64_t& 
             continue;
         }
         if (inWindows && goesToTrashDirectly(*file)) {
-            if (!trashWindow(marked, i, lastTick, completedGroups))
+            // The window prepared ahead serves when it starts with this copy; else it is
+            // undone before this copy is claimed again.
+            std::unique_ptr<TrashWindow> window = ahead.valid() ? ahead.get() : nullptr;
+            if (!window || window->begin > i || window->entries.empty() || window->entries.front().index != i) {
+                window.reset();
+                window = prepareWindow(marked, i);
+            }
+            if (window->end < marked.size() && m_shredInProgress)
+                ahead = std::async(std::launch::async,
+                                   [this, &marked, from = window->end] { return prepareWindow(marked, from); });
+            if (!moveWindow(*window, marked, lastTick, completedGroups))
                 break;
+            i = window->end;
             continue;
         }
         m_current = &m_records[i];
@@ -257,9 +301,13 @@ void CVRemovalPass::removeMarkedFiles(const MarkedFiles& marked, std::uint64_t& 
         if (!ok && stoppedDuringCheck(error))
             break; // it stays marked and in the collector
         report(file, ok, error, toTrash);
+        flushReports();
         settle(*file, completedGroups, lastTick);
         ++i;
     }
+    if (ahead.valid())
+        ahead.get(); // a window never moved: its claims are undone as it goes
+    flushReports();
 }
 
 void CVRemovalPass::endPass(std::uint64_t total, std::uint64_t completedGroups) {
@@ -311,79 +359,87 @@ bool CVRemovalPass::goesToTrashDirectly(const CVFile& file) const {
     return rootType != kNodeTypeCurrentIPhotoLibrary && rootType != kNodeTypeCurrentITunesLibrary;
 }
 
-bool CVRemovalPass::trashWindow(const MarkedFiles& marked, std::size_t& next,
-                                std::chrono::steady_clock::time_point& lastTick,
-                                std::uint64_t& completedGroups) {
-    struct Entry {
-        std::size_t index = 0;
-        std::optional<std::size_t> ticket; // claimed in the batch; else failure says why not
-        CVError failure;
-        bool unlocked = false; // an immutable copy unlocked for its move
-    };
-    TrashBatch batch(m_services.trash);
-    std::vector<Entry> window;
+std::unique_ptr<CVRemovalPass::TrashWindow> CVRemovalPass::prepareWindow(const MarkedFiles& marked,
+                                                                          std::size_t from) {
+    auto window = std::make_unique<TrashWindow>();
+    window->begin = from;
+    window->batch = std::make_unique<TrashBatch>(m_services.trash);
     const auto started = std::chrono::steady_clock::now();
-    std::size_t i = next;
-    // Checks, unlocking and claims, up to a bounded window so progress and Stop stay prompt.
-    for (; i < marked.size() && window.size() < kWindowCopies &&
-           std::chrono::steady_clock::now() - started < kWindowTime;
-         ++i) {
+    std::size_t i = from;
+    // Bounded, so progress and Stop stay prompt; a window holds at least one copy.
+    for (; i < marked.size(); ++i) {
+        if (!window->entries.empty() && (window->entries.size() >= m_options.windowCopies ||
+                                         std::chrono::steady_clock::now() - started >= kWindowTime))
+            break;
         CVFile& file = *marked[i].first;
         if (!file.needToRemove())
             continue;
         if (!goesToTrashDirectly(file) || !m_shredInProgress)
             break;
-        m_current = &m_records[i];
-        Entry entry{i, std::nullopt, CVError(), false};
-        if (checkCopy(file, false, &entry.failure)) {
-            const std::string path = file.path();
-            entry.unlocked = isImmutable(path).value_or(false) && setImmutable(path, false, nullptr);
-            entry.ticket =
-                batch.add(path, TrashItemIdentity{file.device(), file.inodeNumber()}, &entry.failure);
-            if (!entry.ticket && entry.unlocked)
-                lockAgain(path);
+        TrashWindow::Entry entry;
+        entry.index = i;
+        entry.path = file.path();
+        if (checkCopy(file, false, m_windowVerifier, &entry.keptCopy, &entry.failure)) {
+            entry.unlocked = isImmutable(entry.path).value_or(false) && setImmutable(entry.path, false, nullptr);
+            entry.ticket = window->batch->add(entry.path, identityOf(file), &entry.failure);
+            if (!entry.ticket && entry.unlocked) {
+                lockAgain(entry.path);
+                entry.unlocked = false;
+            }
         } else if (stoppedDuringCheck(entry.failure)) {
             break;
         }
-        window.push_back(std::move(entry));
+        window->entries.push_back(std::move(entry));
     }
+    window->end = i;
+    return window;
+}
+
+bool CVRemovalPass::moveWindow(TrashWindow& window, const MarkedFiles& marked,
+                               std::chrono::steady_clock::time_point& lastTick, std::uint64_t& completedGroups) {
     CVError syncError;
-    const bool anyClaimed =
-        std::any_of(window.begin(), window.end(), [](const Entry& e) { return e.ticket; });
-    const bool synced = !anyClaimed || batch.sync(&syncError);
-    // The moves, in order; a stop leaves the rest where they are (the batch removes their
-    // information files) and marked.
-    for (std::size_t w = 0; w < window.size(); ++w) {
-        Entry& entry = window[w];
-        const auto& file = marked[entry.index].first;
+    const bool anyClaimed = std::any_of(window.entries.begin(), window.entries.end(),
+                                        [](const TrashWindow::Entry& e) { return e.ticket; });
+    const bool synced = !anyClaimed || window.batch->sync(&syncError);
+    // The moves, in order; a stop leaves the rest where they are and marked (the window
+    // undoes their claims and locks them again as it goes).
+    for (TrashWindow::Entry& entry : window.entries) {
         if (!m_shredInProgress) {
-            for (std::size_t rest = w; rest < window.size(); ++rest)
-                if (window[rest].unlocked)
-                    lockAgain(marked[window[rest].index].first->path());
+            flushReports();
             return false;
         }
+        const auto& file = marked[entry.index].first;
+        if (!file->needToRemove()) { // unmarked since its window was prepared: left alone
+            if (entry.ticket)
+                window.batch->drop(*entry.ticket);
+            if (entry.unlocked)
+                lockAgain(entry.path);
+            entry.handled = true;
+            continue;
+        }
         m_current = &m_records[entry.index];
-        const std::string path = file->path();
+        m_current->keptCopy = entry.keptCopy;
         bool ok = false;
         CVError error = entry.failure;
         if (entry.ticket && !synced) {
             error = syncError;
         } else if (entry.ticket) {
             TrashedItem trashed;
-            ok = batch.commit(*entry.ticket, &trashed, &error);
+            ok = window.batch->commit(*entry.ticket, &trashed, &error);
             if (ok) {
                 m_current->trashFile = trashed.trashFile;
                 m_current->trashInfo = trashed.trashInfo;
             }
         }
         if (!ok && entry.unlocked)
-            lockAgain(path);
+            lockAgain(entry.path);
+        entry.handled = true;
         if (entry.ticket && removeEmptyFolders())
-            removeParentFolderIfEmpty(path, true);
+            removeParentFolderIfEmpty(entry.path, true);
         report(file, ok, error, true);
         settle(*file, completedGroups, lastTick);
     }
-    next = i;
+    flushReports();
     return true;
 }
 
@@ -411,20 +467,32 @@ void CVRemovalPass::report(const std::shared_ptr<CVFile>& file, bool ok, const C
         systemLogf("Failed to remove file %@ = %@ size = %llu type = %@", path, record.error, file->size(),
                    std::string(CVFile::stringSelectionType(file->selectionType())));
     }
-    const std::string reason = record.error;
-    runOnMain(
-        [this, file, ok, fileSize, reason] {
-            m_size = m_size >= fileSize ? m_size - fileSize : 0;
-            if (m_count > 0)
-                --m_count;
-            if (!ok) {
-                ++m_errorFilesCount;
-                m_failedFiles.push_back(file);
-                m_failedSize += fileSize;
-            }
-            m_services.view.fileHandled(*file, ok, reason);
-        },
-        false);
+    m_unreported.push_back(Handled{file, ok, record.error});
+}
+
+void CVRemovalPass::flushReports() {
+    if (!m_unreported.empty())
+        runOnMain(
+            [this, handled = std::move(m_unreported)] {
+                for (const Handled& copy : handled) {
+                    const std::uint64_t fileSize = copy.file->sizeOnDisk();
+                    m_size = m_size >= fileSize ? m_size - fileSize : 0;
+                    if (m_count > 0)
+                        --m_count;
+                    if (!copy.ok) {
+                        ++m_errorFilesCount;
+                        m_failedFiles.push_back(copy.file);
+                        m_failedSize += fileSize;
+                    }
+                    m_services.view.fileHandled(*copy.file, copy.ok, copy.reason);
+                }
+            },
+            false);
+    m_unreported.clear();
+    // Then the groups' counts, each group once, as they stand now.
+    for (CVGroup* group : m_unmanifested)
+        group->manifest();
+    m_unmanifested.clear();
 }
 
 void CVRemovalPass::settle(CVFile& file, std::uint64_t& completedGroups,
@@ -433,7 +501,8 @@ void CVRemovalPass::settle(CVFile& file, std::uint64_t& completedGroups,
         file.setWasRemoved(true);
         if (CVGroup* owner = file.parentGroup()) {
             owner->setSilentFilesToRemoveCount(owner->silentFilesToRemoveCount() - 1);
-            owner->manifest();
+            if (m_unmanifested.empty() || m_unmanifested.back() != owner)
+                m_unmanifested.push_back(owner);
             owner->setRemovedFilesCount(owner->removedFilesCount() + 1);
             if (owner->childrenCount() == owner->removedFilesCount() + 1)
                 ++completedGroups;
@@ -448,6 +517,7 @@ void CVRemovalPass::tick(std::chrono::steady_clock::time_point& lastTick) {
         --m_countdown;
         return;
     }
+    flushReports();
     const std::uint64_t handled = m_handled;
     const std::uint64_t total = m_markedAtStart;
     runOnMain([this, handled, total] { m_services.view.advanceShredderAnimation(handled, total); }, true);
@@ -464,14 +534,15 @@ CVError CVRemovalPass::checkError(const std::string& reason) const {
     return CVError(kRemovalCheckErrorDomain, 1, reason);
 }
 
-bool CVRemovalPass::checkCopy(CVFile& file, bool permanently, CVError* error) {
+bool CVRemovalPass::checkCopy(CVFile& file, bool permanently, RemovalVerifier& verifier, std::string* keptCopy,
+                              CVError* error) {
     if (file.removeForbidden()) {
         setError(error, checkError("it may not be removed"));
         return false;
     }
-    const RemovalCheck check = m_verifier.checkBeforeRemoval(file, permanently);
-    if (m_current)
-        m_current->keptCopy = check.keptCopy;
+    const RemovalCheck check = verifier.checkBeforeRemoval(file, permanently);
+    if (keptCopy)
+        *keptCopy = check.keptCopy;
     if (!check.ok) {
         setError(error, checkError(check.reason));
         return false;
@@ -479,9 +550,20 @@ bool CVRemovalPass::checkCopy(CVFile& file, bool permanently, CVError* error) {
     return true;
 }
 
+TrashItemIdentity CVRemovalPass::identityOf(const CVFile& file) {
+    TrashItemIdentity identity{file.device(), file.inodeNumber(), std::nullopt, file.statMTimeNanoseconds()};
+    if (dynamic_cast<const CVFolder*>(&file) == nullptr)
+        identity.size = file.size();
+    return identity;
+}
+
 bool CVRemovalPass::shredDuplicateFile(CVFile& file, bool toTrash, CVError* error) {
     // Nothing is touched before the copy passes its checks.
-    if (!checkCopy(file, !toTrash, error))
+    std::string keptCopy;
+    const bool checked = checkCopy(file, !toTrash, m_verifier, &keptCopy, error);
+    if (m_current)
+        m_current->keptCopy = keptCopy;
+    if (!checked)
         return false;
     const auto root = file.rootFolder();
     const NodeType rootType = root ? root->type() : kNodeTypeUnknown;
@@ -555,7 +637,7 @@ bool CVRemovalPass::removeItemAtPath(const std::string& path, bool toTrash, CVEr
         TrashedItem trashed;
         std::optional<TrashItemIdentity> expected;
         if (m_current && m_current->file && m_current->file->path() == path)
-            expected = TrashItemIdentity{m_current->file->device(), m_current->file->inodeNumber()};
+            expected = identityOf(*m_current->file);
         if (!m_services.trash.moveToTrash(path, &trashed, error, expected))
             return false;
         if (m_current && m_current->file && m_current->file->path() == path) {

@@ -47,6 +47,7 @@ class HVAchievementsController;
 class LibraryAppDriver;
 class Trash;
 class TrashBatch;
+struct TrashItemIdentity;
 class UserDefaults;
 
 inline constexpr const char* kIPhotoLaunchErrorDomain = "com.halvik.Corvel.iPhotoLaunchError";
@@ -79,6 +80,7 @@ public:
         bool dryRun = false;                    // decide and report, change nothing (files, Trash, settings)
         bool tickPacing = true;                 // at least 0.2 s between ticks and a pause at the end
         std::vector<std::string> scanRoots;     // never removed by the clean-up
+        std::size_t windowCopies = 1024;        // at most this many copies moved to the Trash together
     };
 
     enum class Outcome { Trashed, Deleted, Failed, NotHandled, WouldTrash, WouldDelete, WouldFail };
@@ -163,8 +165,13 @@ private:
     void removeMarkedFiles(const MarkedFiles& marked, std::uint64_t& completedGroups);
     void endPass(std::uint64_t total, std::uint64_t completedGroups);
     void runOnMain(const std::function<void()>& work, bool wait);
-    // The checks before a copy is touched; false with *error (kRemovalCheckErrorDomain).
-    [[nodiscard]] bool checkCopy(CVFile& file, bool permanently, CVError* error);
+    // The checks before a copy is touched, by the given verifier; false with *error
+    // (kRemovalCheckErrorDomain). *keptCopy names the copy that stays.
+    [[nodiscard]] bool checkCopy(CVFile& file, bool permanently, RemovalVerifier& verifier, std::string* keptCopy,
+                                 CVError* error);
+    // What the Trash checks again just before a copy is moved: its device, inode and time,
+    // and a file's size, as the scan recorded them.
+    static TrashItemIdentity identityOf(const CVFile& file);
     // Whether a failed check means a stop came meanwhile: nothing was done to the copy.
     bool stoppedDuringCheck(const CVError& error) const;
     // Whether the copy is moved by the pass itself (not through a library application).
@@ -172,13 +179,22 @@ private:
     // Sets the immutable flag of a copy unlocked for a removal that did not happen again;
     // a failure is logged.
     static void lockAgain(const std::string& path);
-    // Moves the copies from marked[next] on to the Trash as one batch, up to a copy that is
-    // not goesToTrashDirectly or the window's bounds; next moves past them. False when a
-    // stop ended the pass: the copies not moved stay where they are, marked.
-    bool trashWindow(const MarkedFiles& marked, std::size_t& next,
-                     std::chrono::steady_clock::time_point& lastTick, std::uint64_t& completedGroups);
-    // Records a handled copy and tells the view; settle then marks it removed and ticks.
+    // Plain copies going to the Trash are moved in windows. prepareWindow takes the copies
+    // from marked[from] on, up to a copy that is not goesToTrashDirectly or the window's
+    // bounds: checks each, unlocks an immutable one and claims its Trash name with a
+    // written information file. It runs on a worker while the window before it is moved,
+    // never twice at once, and touches no counter or record. moveWindow makes the window's
+    // information files durable and moves its copies in order, on the pass's thread; false
+    // when a stop ended the pass (the copies not moved stay where they are, marked).
+    struct TrashWindow;
+    std::unique_ptr<TrashWindow> prepareWindow(const MarkedFiles& marked, std::size_t from);
+    bool moveWindow(TrashWindow& window, const MarkedFiles& marked,
+                    std::chrono::steady_clock::time_point& lastTick, std::uint64_t& completedGroups);
+    // Records a handled copy; settle then marks it removed and ticks. The counters and the
+    // view learn of handled copies in batches (flushReports), at each tick, after each
+    // window and after a copy handled alone.
     void report(const std::shared_ptr<CVFile>& file, bool ok, const CVError& error, bool toTrash);
+    void flushReports();
     void settle(CVFile& file, std::uint64_t& completedGroups,
                 std::chrono::steady_clock::time_point& lastTick);
     void tick(std::chrono::steady_clock::time_point& lastTick);
@@ -189,6 +205,14 @@ private:
     Services m_services;
     Options m_options;
     RemovalVerifier m_verifier;
+    RemovalVerifier m_windowVerifier; // prepareWindow's, which may run beside the pass's thread
+    struct Handled {
+        std::shared_ptr<CVFile> file;
+        bool ok = false;
+        std::string reason;
+    };
+    std::vector<Handled> m_unreported;   // the pass's thread's, until flushReports
+    std::vector<CVGroup*> m_unmanifested; // groups whose counts changed since flushReports
     std::atomic<bool> m_shredInProgress{false};
     std::uint64_t m_count = 0;
     std::uint64_t m_size = 0;

@@ -4,10 +4,12 @@
 #include <ctime>
 #include <dirent.h>
 #include <fcntl.h>
+#include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
 #include <map>
 #include <set>
+#include <vector>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -287,7 +289,8 @@ TEST_F(TrashTest, BatchItemReplacedAfterItsClaimStays) {
     TrashBatch batch(trash);
     CVError error;
     const auto ticket = batch.add(
-        item, TrashItemIdentity{static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino)},
+        item,
+        TrashItemIdentity{static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino), {}, {}},
         &error);
     ASSERT_TRUE(ticket);
     ASSERT_TRUE(batch.sync(&error));
@@ -296,6 +299,42 @@ TEST_F(TrashTest, BatchItemReplacedAfterItsClaimStays) {
     EXPECT_EQ(error.code, kTrashErrorItemChanged);
     EXPECT_EQ(test::TempTree::read(item), "another file");
     EXPECT_EQ(listFolder(homeTrash() + "/info"), std::set<std::string>{});
+}
+
+TEST_F(TrashTest, BatchItemEditedInPlaceAfterItsClaimStays) {
+    struct Edit {
+        const char* name;
+        std::function<void(const std::string&)> apply;
+    };
+    const std::vector<Edit> edits = {
+        {"appended to", [](const std::string& path) { std::ofstream(path, std::ios::app) << " and more"; }},
+        {"rewritten at the same size, later",
+         [](const std::string& path) {
+             std::ofstream(path, std::ios::in | std::ios::out) << "SCANNED";
+             const timespec later[2] = {{0, UTIME_OMIT}, {2000000000, 0}};
+             ::utimensat(AT_FDCWD, path.c_str(), later, 0);
+         }},
+    };
+    for (const Edit& edit : edits) {
+        SCOPED_TRACE(edit.name);
+        const std::string item = tree.file(std::string("a/") + edit.name + ".txt", "scanned");
+        struct stat st {};
+        ASSERT_EQ(::lstat(item.c_str(), &st), 0);
+        const TrashItemIdentity scanned{st.st_dev, st.st_ino, static_cast<std::uint64_t>(st.st_size),
+                                        st.st_mtim.tv_sec * 1000000000LL + st.st_mtim.tv_nsec};
+        Trash trash(environment());
+        TrashBatch batch(trash);
+        CVError error;
+        const auto ticket = batch.add(item, scanned, &error);
+        ASSERT_TRUE(ticket) << error.localizedDescription();
+        ASSERT_TRUE(batch.sync(&error));
+        edit.apply(item);
+        EXPECT_FALSE(batch.commit(*ticket, nullptr, &error));
+        EXPECT_EQ(error.code, kTrashErrorItemChanged);
+        EXPECT_TRUE(exists(item));
+        EXPECT_EQ(listFolder(homeTrash() + "/info"), std::set<std::string>{});
+        EXPECT_EQ(listFolder(homeTrash() + "/files"), std::set<std::string>{});
+    }
 }
 
 TEST_F(TrashTest, FailedMoveLeavesNoInformationFile) {
@@ -314,7 +353,7 @@ TEST_F(TrashTest, AnotherItemAtThePathIsNeverMoved) {
     const std::string item = tree.file("a/copy.txt", "scanned");
     struct stat st {};
     ASSERT_EQ(::lstat(item.c_str(), &st), 0);
-    const TrashItemIdentity scanned{st.st_dev, st.st_ino};
+    const TrashItemIdentity scanned{st.st_dev, st.st_ino, {}, {}};
 
     // Replaced before the move starts: refused before anything is made.
     ASSERT_EQ(::rename(item.c_str(), (tree / "a/aside.txt").c_str()), 0);

@@ -574,6 +574,117 @@ TEST(MusicLibraryCopies, AreDeletedFromTheLibraryThenTrashed) {
     EXPECT_FALSE(h.scan.defaults.arrayForKey(kRemovedPhotosKey).has_value());
 }
 
+// ---------------------------------------------------------------------------------------
+// Copies moved to the Trash in windows: each window's copies are checked and their names
+// claimed (the next window while one is moved), then moved one by one.
+
+std::size_t countIn(const std::string& folder, const std::string& extension = {}) {
+    std::size_t count = 0;
+    if (exists(folder))
+        for (const auto& entry : std::filesystem::directory_iterator(folder))
+            count += extension.empty() || entry.path().extension() == extension;
+    return count;
+}
+
+// Something done to the copies of a window after it was checked, just before its first
+// copy (c0) moves; what the later copies must then become.
+struct MeanwhileCase {
+    const char* name;
+    std::function<void(CVFile& copy)> change; // done to c1 and c2
+    Outcome outcome;
+    std::string error;
+    friend void PrintTo(const MeanwhileCase& c, std::ostream* os) { *os << c.name; }
+};
+
+class RemovalWindowMeanwhile : public testing::TestWithParam<MeanwhileCase> {};
+
+TEST_P(RemovalWindowMeanwhile, LeavesAChangedCopyWhereItIs) {
+    const auto& c = GetParam();
+    RemovalHarness h;
+    std::vector<std::shared_ptr<CVFile>> copies;
+    for (int i = 0; i < 3; ++i)
+        copies.push_back(h.copies("k" + std::to_string(i), {"c" + std::to_string(i)}, "contents " +
+                                  std::to_string(i))->files()[1]);
+    h.trash.setBeforeMoveHook([&](const std::string& trashFile) {
+        if (trashFile.ends_with("/c0"))
+            for (int i = 1; i < 3; ++i)
+                c.change(*copies[i]);
+    });
+    auto pass = h.pass(true);
+    runPass(*pass);
+    EXPECT_FALSE(exists(copies[0]->path()));
+    for (int i = 1; i < 3; ++i) {
+        EXPECT_TRUE(exists(copies[i]->path()));
+        const auto* record = recordOf(*pass, copies[i]->path());
+        ASSERT_NE(record, nullptr);
+        EXPECT_EQ(record->outcome, c.outcome);
+        EXPECT_EQ(record->error, c.error);
+    }
+    EXPECT_EQ(countIn(h.homeTrash() + "/info"), 1u);
+    EXPECT_EQ(countIn(h.homeTrash() + "/files"), 1u);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Windows, RemovalWindowMeanwhile,
+    testing::Values(
+        MeanwhileCase{"EditedInPlace",
+                      [](CVFile& copy) { std::ofstream(copy.path(), std::ios::app) << " edited"; },
+                      Outcome::Failed, "changed since the scan"},
+        MeanwhileCase{"TouchedAtTheSameSize",
+                      [](CVFile& copy) {
+                          const timespec later[2] = {{0, UTIME_OMIT}, {2000000000, 0}};
+                          ::utimensat(AT_FDCWD, copy.path().c_str(), later, 0);
+                      },
+                      Outcome::Failed, "changed since the scan"},
+        MeanwhileCase{"Unmarked", [](CVFile& copy) { copy.setNeedToRemove(false); }, Outcome::NotHandled, ""}),
+    [](const auto& param) { return std::string(param.param.name); });
+
+// Windows of four copies: the second is checked and claimed while the first moves; a stop
+// in the first undoes the claims of both.
+TEST(RemovalWindows, AStopLeavesTheWindowPreparedAheadWhereItWas) {
+    RemovalHarness h;
+    constexpr std::size_t kCopies = 10;
+    std::vector<std::shared_ptr<CVFile>> copies;
+    for (std::size_t i = 0; i < kCopies; ++i)
+        copies.push_back(
+            h.copies("k" + std::to_string(i), {"c" + std::to_string(i)}, "n " + std::to_string(i))->files()[1]);
+    // A locked copy of the second window is unlocked for its claim, and locked again.
+    test::ImmutableFlags flags;
+    const bool canLock = test::immutableFlagUnavailable(h.tree).empty();
+    if (canLock) {
+        ASSERT_TRUE(flags.lock(copies[5]->path()));
+    }
+    auto options = h.options(true);
+    options.windowCopies = 4;
+    auto pass = h.pass(options);
+    bool secondWindowClaimed = false;
+    h.view.onTick = [&](std::uint64_t handled, std::uint64_t) {
+        if (handled != 2)
+            return;
+        // The worker claims the second window meanwhile: four more information files.
+        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (countIn(h.homeTrash() + "/info") < 8 && std::chrono::steady_clock::now() < until)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        secondWindowClaimed = countIn(h.homeTrash() + "/info") == 8;
+        pass->requestStop();
+    };
+    runPass(*pass);
+    ASSERT_TRUE(pass->stopped());
+    EXPECT_TRUE(secondWindowClaimed);
+    for (std::size_t i = 0; i < kCopies; ++i) {
+        const auto* record = recordOf(*pass, copies[i]->path());
+        EXPECT_EQ(record->outcome, i < 2 ? Outcome::Trashed : Outcome::NotHandled) << i;
+        EXPECT_EQ(exists(copies[i]->path()), i >= 2) << i;
+        EXPECT_TRUE(copies[i]->needToRemove()) << i;
+    }
+    EXPECT_EQ(countIn(h.homeTrash() + "/info", ".trashinfo"), 2u);
+    EXPECT_EQ(countIn(h.homeTrash() + "/files"), 2u);
+    EXPECT_EQ(pass->count(), kCopies - 2);
+    if (canLock) {
+        EXPECT_EQ(isImmutable(copies[5]->path()), std::optional<bool>(true));
+    }
+}
+
 // Without a usable Trash a copy fails and stays: nothing falls back to deleting it, neither a
 // plain copy (moved in windows) nor a music-library copy (moved one at a time).
 TEST(RemovalWithoutATrash, FailsEveryCopyAndDeletesNothing) {
