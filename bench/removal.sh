@@ -5,11 +5,16 @@
 # copy) against `cat` of the same files. Warm cache; medians of ROUNDS runs.
 #
 #   bench/removal.sh [COUNT] [ROUNDS]
+#
+# BASELINE=another corvel build (with CORVEL_RESOURCES set for it) adds a pass of that
+# build on its own new set of copies in each round, for a before-and-after comparison
+# within one run: a later run would meet the inodes this one freed at its end.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 count=${1:-10000}
 rounds=${2:-3}
 corvel=$(pwd)/build/bin/corvel
+baseline=${BASELINE:-}
 make -s build >/dev/null
 scratch=$(mktemp -d /tmp/corvel-removal-bench.XXXXXX)
 trap 'rm -rf "$scratch"' EXIT
@@ -44,8 +49,15 @@ make_plan() {
     "$corvel" scan --quiet --json --min-size 1 --settings "$settings" --select "$scratch/list" "$tree" >"$scratch/plan.json"
 }
 
-pass="" mv="" dry="" cat=""
+pass="" mv="" dry="" cat="" before=""
 for ((r = 0; r < rounds; r++)); do
+    if [[ -n $baseline ]]; then
+        make_copies
+        make_plan
+        sync
+        cat "$tree"/keep/* "$tree"/copies/* >/dev/null
+        before+="$(seconds "$baseline" remove --quiet --yes --settings "$settings" "$scratch/plan.json") "
+    fi
     make_copies
     make_plan
     sync
@@ -60,6 +72,7 @@ for ((r = 0; r < rounds; r++)); do
 done
 printf '%-34s %8s\n' "$count copies" seconds
 printf '%-34s %8.2f\n' "corvel remove (to the Trash)" "$(tr ' ' '\n' <<<"$pass" | grep . | median)"
+[[ -z $baseline ]] || printf '%-34s %8.2f\n' "the baseline build's pass" "$(tr ' ' '\n' <<<"$before" | grep . | median)"
 printf '%-34s %8.2f\n' "mv into one folder" "$(tr ' ' '\n' <<<"$mv" | grep . | median)"
 printf '%-34s %8.2f\n' "corvel remove --dry-run (checks)" "$(tr ' ' '\n' <<<"$dry" | grep . | median)"
 printf '%-34s %8.2f\n' "cat of the same files" "$(tr ' ' '\n' <<<"$cat" | grep . | median)"
