@@ -1,8 +1,8 @@
 #include "plan_reader.h"
 
+#include <array>
 #include <fstream>
 #include <nlohmann/json.hpp>
-#include <sstream>
 
 #include "engine/folder.h"
 #include "engine/group.h"
@@ -21,7 +21,9 @@ namespace {
 // U+00XX for the parse, and the byte again afterwards.
 constexpr std::string_view kByteMarker = "\xEF\xB7\x90"; // U+FDD0 in UTF-8
 
-std::string markSurrogateEscapes(const std::string& text) {
+std::string markSurrogateEscapes(std::string text) {
+    if (text.find("\\udc") == std::string::npos && text.find("\\uDC") == std::string::npos)
+        return text; // the usual case: every path was UTF-8
     std::string out;
     out.reserve(text.size());
     for (std::size_t i = 0; i < text.size(); ++i) {
@@ -69,11 +71,13 @@ bool readPlan(const std::string& file, bool allowAllCopies, Plan* plan, std::str
     std::ifstream in(file, std::ios::binary);
     if (!in)
         return fail(message, "cannot read " + file);
-    std::stringstream text;
-    text << in.rdbuf();
+    std::string text;
+    std::array<char, 1 << 16> buffer{};
+    while (in.read(buffer.data(), buffer.size()) || in.gcount() > 0)
+        text.append(buffer.data(), static_cast<std::size_t>(in.gcount()));
     nlohmann::json doc;
     try {
-        doc = nlohmann::json::parse(markSurrogateEscapes(text.str()));
+        doc = nlohmann::json::parse(markSurrogateEscapes(std::move(text)));
     } catch (const nlohmann::json::exception& error) {
         return fail(message, file + " is not a scan document: " + error.what());
     }

@@ -6,7 +6,9 @@
 #include <cstring>
 #include <functional>
 #include <mutex>
+#include <deque>
 #include <set>
+#include <string_view>
 #include <unicode/numberformatter.h>
 
 #include "platform/string_tables.h"
@@ -31,15 +33,33 @@ icu::Locale numberLocale() {
     return std::string_view(locale.getName()) == "en_US_POSIX" ? icu::Locale::getRoot() : locale;
 }
 
-std::string formatNumber(double value, int maxFraction, UNumberFormatRoundingMode mode) {
+// Making a formatter costs many times what formatting with it does, and a results list
+// formats a size for every row: each thread keeps one per locale, precision and rounding.
+const icu::number::LocalizedNumberFormatter& numberFormatter(int maxFraction, UNumberFormatRoundingMode mode) {
+    struct Kept {
+        std::string locale;
+        int maxFraction;
+        UNumberFormatRoundingMode mode;
+        icu::number::LocalizedNumberFormatter formatter;
+    };
+    thread_local std::deque<Kept> kept; // a deque: a formatter handed out never moves
+    const icu::Locale locale = numberLocale();
+    const std::string_view name = locale.getName();
+    for (const Kept& k : kept)
+        if (k.maxFraction == maxFraction && k.mode == mode && k.locale == name)
+            return k.formatter;
     using namespace icu::number;
+    kept.push_back({std::string(name), maxFraction, mode,
+                    NumberFormatter::withLocale(locale)
+                        .precision(Precision::minMaxFraction(0, maxFraction))
+                        .roundingMode(mode)
+                        .grouping(UNUM_GROUPING_OFF)});
+    return kept.back().formatter;
+}
+
+std::string formatNumber(double value, int maxFraction, UNumberFormatRoundingMode mode) {
     UErrorCode status = U_ZERO_ERROR;
-    const icu::UnicodeString text = NumberFormatter::withLocale(numberLocale())
-                                        .precision(Precision::minMaxFraction(0, maxFraction))
-                                        .roundingMode(mode)
-                                        .grouping(UNUM_GROUPING_OFF)
-                                        .formatDouble(value, status)
-                                        .toString(status);
+    const icu::UnicodeString text = numberFormatter(maxFraction, mode).formatDouble(value, status).toString(status);
     if (U_FAILURE(status))
         return formatf("%.*f", maxFraction, value);
     std::string out;
