@@ -4,9 +4,9 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <deque>
 #include <functional>
 #include <mutex>
-#include <deque>
 #include <set>
 #include <string_view>
 #include <unicode/numberformatter.h>
@@ -35,7 +35,8 @@ icu::Locale numberLocale() {
 
 // Making a formatter costs many times what formatting with it does, and a results list
 // formats a size for every row: each thread keeps one per locale, precision and rounding.
-const icu::number::LocalizedNumberFormatter& numberFormatter(int maxFraction, UNumberFormatRoundingMode mode) {
+const icu::number::LocalizedNumberFormatter& numberFormatter(int maxFraction,
+                                                             UNumberFormatRoundingMode mode) {
     struct Kept {
         std::string locale;
         int maxFraction;
@@ -59,7 +60,8 @@ const icu::number::LocalizedNumberFormatter& numberFormatter(int maxFraction, UN
 
 std::string formatNumber(double value, int maxFraction, UNumberFormatRoundingMode mode) {
     UErrorCode status = U_ZERO_ERROR;
-    const icu::UnicodeString text = numberFormatter(maxFraction, mode).formatDouble(value, status).toString(status);
+    const icu::UnicodeString text =
+        numberFormatter(maxFraction, mode).formatDouble(value, status).toString(status);
     if (U_FAILURE(status))
         return formatf("%.*f", maxFraction, value);
     std::string out;

@@ -120,8 +120,8 @@ private:
 // Trash, as between steps 2 and 3 of a single move. An item never committed (dropped,
 // failed, or still pending when the batch is destroyed) stays where it is and its
 // information file is removed again. The item folders and Trash folders are looked up
-// once per batch, so a batch is meant for one short run of moves. One thread; the Trash
-// must outlive the batch.
+// once per batch, so a batch is meant for one short run of moves. One thread at a time
+// (a batch may be handed to another thread as a whole); the Trash must outlive the batch.
 class TrashBatch {
 public:
     explicit TrashBatch(Trash& trash);

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <future>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 
 #include "achievements_controller.h"
@@ -240,7 +241,7 @@ struct CVRemovalPass::TrashWindow {
         std::string path;
         std::optional<std::size_t> ticket; // claimed in the batch; else failure says why not
         CVError failure;
-        std::string keptCopy;
+        RemovalCheck check;    // what the copy was compared with
         bool unlocked = false; // an immutable copy unlocked for its move
         bool handled = false;  // moved, or failed and reported: nothing left to undo
     };
@@ -283,13 +284,22 @@ void CVRemovalPass::removeMarkedFiles(const MarkedFiles& marked, std::uint64_t& 
             // The window prepared ahead serves when it starts with this copy; else it is
             // undone before this copy is claimed again.
             std::unique_ptr<TrashWindow> window = ahead.valid() ? ahead.get() : nullptr;
-            if (!window || window->begin > i || window->entries.empty() || window->entries.front().index != i) {
+            if (!window || window->begin > i || window->entries.empty() ||
+                window->entries.front().index != i) {
                 window.reset();
                 window = prepareWindow(marked, i);
             }
-            if (window->end < marked.size() && m_shredInProgress)
-                ahead = std::async(std::launch::async,
-                                   [this, &marked, from = window->end] { return prepareWindow(marked, from); });
+            if (window->end < marked.size() && m_shredInProgress) {
+                try {
+                    ahead = std::async(std::launch::async, [this, &marked, from = window->end] {
+                        return prepareWindow(marked, from);
+                    });
+                } catch (const std::system_error& error) {
+                    // No thread to be had: the next window is prepared when it is reached.
+                    systemLogf("Could not prepare the next removal window ahead = %@",
+                               std::string(error.what()));
+                }
+            }
             if (!moveWindow(*window, marked, lastTick, completedGroups))
                 break;
             i = window->end;
@@ -360,7 +370,7 @@ bool CVRemovalPass::goesToTrashDirectly(const CVFile& file) const {
 }
 
 std::unique_ptr<CVRemovalPass::TrashWindow> CVRemovalPass::prepareWindow(const MarkedFiles& marked,
-                                                                          std::size_t from) {
+                                                                         std::size_t from) {
     auto window = std::make_unique<TrashWindow>();
     window->begin = from;
     window->batch = std::make_unique<TrashBatch>(m_services.trash);
@@ -379,8 +389,9 @@ std::unique_ptr<CVRemovalPass::TrashWindow> CVRemovalPass::prepareWindow(const M
         TrashWindow::Entry entry;
         entry.index = i;
         entry.path = file.path();
-        if (checkCopy(file, false, m_windowVerifier, &entry.keptCopy, &entry.failure)) {
-            entry.unlocked = isImmutable(entry.path).value_or(false) && setImmutable(entry.path, false, nullptr);
+        if (checkCopy(file, false, m_windowVerifier, &entry.check, &entry.failure)) {
+            entry.unlocked =
+                isImmutable(entry.path).value_or(false) && setImmutable(entry.path, false, nullptr);
             entry.ticket = window->batch->add(entry.path, identityOf(file), &entry.failure);
             if (!entry.ticket && entry.unlocked) {
                 lockAgain(entry.path);
@@ -396,7 +407,8 @@ std::unique_ptr<CVRemovalPass::TrashWindow> CVRemovalPass::prepareWindow(const M
 }
 
 bool CVRemovalPass::moveWindow(TrashWindow& window, const MarkedFiles& marked,
-                               std::chrono::steady_clock::time_point& lastTick, std::uint64_t& completedGroups) {
+                               std::chrono::steady_clock::time_point& lastTick,
+                               std::uint64_t& completedGroups) {
     CVError syncError;
     const bool anyClaimed = std::any_of(window.entries.begin(), window.entries.end(),
                                         [](const TrashWindow::Entry& e) { return e.ticket; });
@@ -418,11 +430,15 @@ bool CVRemovalPass::moveWindow(TrashWindow& window, const MarkedFiles& marked,
             continue;
         }
         m_current = &m_records[entry.index];
-        m_current->keptCopy = entry.keptCopy;
+        m_current->keptCopy = entry.check.keptCopy;
         bool ok = false;
         CVError error = entry.failure;
         if (entry.ticket && !synced) {
             error = syncError;
+        } else if (entry.ticket && entry.check.kept && !keptCopyRemains(*entry.check.kept)) {
+            window.batch->drop(*entry.ticket);
+            m_current->keptCopy.clear();
+            error = checkError(kReasonNoKeptCopy);
         } else if (entry.ticket) {
             TrashedItem trashed;
             ok = window.batch->commit(*entry.ticket, &trashed, &error);
@@ -489,7 +505,7 @@ void CVRemovalPass::flushReports() {
             },
             false);
     m_unreported.clear();
-    // Then the groups' counts, each group once, as they stand now.
+    // Then the groups' counts as they stand now (a run of copies of one group asks once).
     for (CVGroup* group : m_unmanifested)
         group->manifest();
     m_unmanifested.clear();
@@ -534,20 +550,23 @@ CVError CVRemovalPass::checkError(const std::string& reason) const {
     return CVError(kRemovalCheckErrorDomain, 1, reason);
 }
 
-bool CVRemovalPass::checkCopy(CVFile& file, bool permanently, RemovalVerifier& verifier, std::string* keptCopy,
+bool CVRemovalPass::checkCopy(CVFile& file, bool permanently, RemovalVerifier& verifier, RemovalCheck* check,
                               CVError* error) {
     if (file.removeForbidden()) {
         setError(error, checkError("it may not be removed"));
         return false;
     }
-    const RemovalCheck check = verifier.checkBeforeRemoval(file, permanently);
-    if (keptCopy)
-        *keptCopy = check.keptCopy;
-    if (!check.ok) {
-        setError(error, checkError(check.reason));
-        return false;
-    }
-    return true;
+    RemovalCheck checked = verifier.checkBeforeRemoval(file, permanently);
+    const bool ok = checked.ok;
+    if (!ok)
+        setError(error, checkError(checked.reason));
+    if (check)
+        *check = std::move(checked);
+    return ok;
+}
+
+bool CVRemovalPass::keptCopyRemains(const CVFile& kept) {
+    return !kept.needToRemove() && !kept.wasRemoved() && RemovalVerifier::isUnchangedSinceScan(kept, nullptr);
 }
 
 TrashItemIdentity CVRemovalPass::identityOf(const CVFile& file) {
@@ -559,10 +578,10 @@ TrashItemIdentity CVRemovalPass::identityOf(const CVFile& file) {
 
 bool CVRemovalPass::shredDuplicateFile(CVFile& file, bool toTrash, CVError* error) {
     // Nothing is touched before the copy passes its checks.
-    std::string keptCopy;
-    const bool checked = checkCopy(file, !toTrash, m_verifier, &keptCopy, error);
+    RemovalCheck check;
+    const bool checked = checkCopy(file, !toTrash, m_verifier, &check, error);
     if (m_current)
-        m_current->keptCopy = keptCopy;
+        m_current->keptCopy = check.keptCopy;
     if (!checked)
         return false;
     const auto root = file.rootFolder();

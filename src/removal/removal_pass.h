@@ -18,8 +18,10 @@
 //
 // Threads: shreddList, removeFinishedWithSize and the accessors on the main thread;
 // cleanDuplicates on the pass's own thread (startPass makes it), which waits for the main
-// thread at the start and at each progress tick. The counters are changed on the main
-// thread. requestStop may be called from any thread (a signal handler's flag poller).
+// thread at the start and at each progress tick, and prepares the next window of copies
+// going to the Trash on a worker thread while it moves one (see prepareWindow). The
+// counters are changed on the main thread. requestStop may be called from any thread (a
+// signal handler's flag poller).
 
 #include <atomic>
 #include <chrono>
@@ -166,9 +168,13 @@ private:
     void endPass(std::uint64_t total, std::uint64_t completedGroups);
     void runOnMain(const std::function<void()>& work, bool wait);
     // The checks before a copy is touched, by the given verifier; false with *error
-    // (kRemovalCheckErrorDomain). *keptCopy names the copy that stays.
-    [[nodiscard]] bool checkCopy(CVFile& file, bool permanently, RemovalVerifier& verifier, std::string* keptCopy,
-                                 CVError* error);
+    // (kRemovalCheckErrorDomain). *check names the copy that stays.
+    [[nodiscard]] bool checkCopy(CVFile& file, bool permanently, RemovalVerifier& verifier,
+                                 RemovalCheck* check, CVError* error);
+    // Whether the kept copy a copy was compared with is still there as the scan saw it and
+    // stays (a window's copy is moved a little after its check, and an earlier move of the
+    // pass may have taken its kept copy).
+    static bool keptCopyRemains(const CVFile& kept);
     // What the Trash checks again just before a copy is moved: its device, inode and time,
     // and a file's size, as the scan recorded them.
     static TrashItemIdentity identityOf(const CVFile& file);
@@ -211,7 +217,7 @@ private:
         bool ok = false;
         std::string reason;
     };
-    std::vector<Handled> m_unreported;   // the pass's thread's, until flushReports
+    std::vector<Handled> m_unreported;    // the pass's thread's, until flushReports
     std::vector<CVGroup*> m_unmanifested; // groups whose counts changed since flushReports
     std::atomic<bool> m_shredInProgress{false};
     std::uint64_t m_count = 0;

@@ -82,6 +82,7 @@ RemovalCheck RemovalVerifier::checkBeforeRemoval(const CVFile& copy, bool perman
         if (comparison.isEqual() && !comparison.sameFile) {
             check.ok = true;
             check.keptCopy = keptPath;
+            check.kept = member;
             return check;
         }
         if (comparison.outcome == ContentComparison::Stopped) {

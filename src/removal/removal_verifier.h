@@ -13,8 +13,10 @@
 // may go only to the Trash. A copy that is a hard link of a kept copy is refused: removing
 // it would free nothing.
 //
-// Threads: one verifier per removal pass, used on the pass's thread.
+// Threads: a verifier is used by one thread at a time (the removal pass keeps one for the
+// copies it handles alone and one for the windows its worker prepares).
 
+#include <memory>
 #include <string>
 
 #include "engine/content_comparison.h"
@@ -24,8 +26,9 @@ namespace corvel {
 
 struct RemovalCheck {
     bool ok = false;
-    std::string reason;   // why the copy may not go (empty when ok)
-    std::string keptCopy; // the copy that stays, compared with it (empty for a forced group)
+    std::string reason;           // why the copy may not go (empty when ok)
+    std::string keptCopy;         // the copy that stays, compared with it (empty for a forced group)
+    std::shared_ptr<CVFile> kept; // its node (null for a forced group)
 };
 
 class RemovalVerifier {

@@ -9,10 +9,10 @@
 #include <gtest/gtest.h>
 #include <map>
 #include <set>
-#include <vector>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 #include "platform/file_io.h"
 #include "platform/trash.h"
@@ -288,10 +288,11 @@ TEST_F(TrashTest, BatchItemReplacedAfterItsClaimStays) {
     Trash trash(environment());
     TrashBatch batch(trash);
     CVError error;
-    const auto ticket = batch.add(
-        item,
-        TrashItemIdentity{static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino), {}, {}},
-        &error);
+    const auto ticket =
+        batch.add(item,
+                  TrashItemIdentity{
+                      static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino), {}, {}},
+                  &error);
     ASSERT_TRUE(ticket);
     ASSERT_TRUE(batch.sync(&error));
     ASSERT_EQ(::rename(tree.file("a/other.txt", "another file").c_str(), item.c_str()), 0);

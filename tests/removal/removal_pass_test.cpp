@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <iostream>
 #include <sys/mount.h>
 #include <sys/wait.h>
 #include <thread>
@@ -586,8 +587,18 @@ std::size_t countIn(const std::string& folder, const std::string& extension = {}
     return count;
 }
 
-// Something done to the copies of a window after it was checked, just before its first
-// copy (c0) moves; what the later copies must then become.
+// Waits until the Trash holds count information files (claims made by the pass's worker).
+bool claimsReach(const RemovalHarness& h, std::size_t count) {
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (countIn(h.homeTrash() + "/info") < count && std::chrono::steady_clock::now() < until)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return countIn(h.homeTrash() + "/info") >= count;
+}
+
+// Something done to the later copies after the next one was checked and claimed, just
+// before the first copy (c0) moves; what they must then become. With windows of one copy
+// c1 was prepared by the worker and c2 is checked after the change; with one window all
+// three were checked before it.
 struct MeanwhileCase {
     const char* name;
     std::function<void(CVFile& copy)> change; // done to c1 and c2
@@ -596,22 +607,29 @@ struct MeanwhileCase {
     friend void PrintTo(const MeanwhileCase& c, std::ostream* os) { *os << c.name; }
 };
 
-class RemovalWindowMeanwhile : public testing::TestWithParam<MeanwhileCase> {};
+class RemovalWindowMeanwhile : public testing::TestWithParam<std::tuple<MeanwhileCase, std::size_t>> {};
 
 TEST_P(RemovalWindowMeanwhile, LeavesAChangedCopyWhereItIs) {
-    const auto& c = GetParam();
+    const auto& [c, windowCopies] = GetParam();
     RemovalHarness h;
     std::vector<std::shared_ptr<CVFile>> copies;
     for (int i = 0; i < 3; ++i)
-        copies.push_back(h.copies("k" + std::to_string(i), {"c" + std::to_string(i)}, "contents " +
-                                  std::to_string(i))->files()[1]);
+        copies.push_back(
+            h.copies("k" + std::to_string(i), {"c" + std::to_string(i)}, "contents " + std::to_string(i))
+                ->files()[1]);
+    bool nextClaimed = false;
     h.trash.setBeforeMoveHook([&](const std::string& trashFile) {
-        if (trashFile.ends_with("/c0"))
-            for (int i = 1; i < 3; ++i)
-                c.change(*copies[i]);
+        if (!trashFile.ends_with("/c0"))
+            return;
+        nextClaimed = claimsReach(h, 2);
+        for (int i = 1; i < 3; ++i)
+            c.change(*copies[i]);
     });
-    auto pass = h.pass(true);
+    auto options = h.options(true);
+    options.windowCopies = windowCopies;
+    auto pass = h.pass(options);
     runPass(*pass);
+    EXPECT_TRUE(nextClaimed);
     EXPECT_FALSE(exists(copies[0]->path()));
     for (int i = 1; i < 3; ++i) {
         EXPECT_TRUE(exists(copies[i]->path()));
@@ -626,18 +644,57 @@ TEST_P(RemovalWindowMeanwhile, LeavesAChangedCopyWhereItIs) {
 
 INSTANTIATE_TEST_SUITE_P(
     Windows, RemovalWindowMeanwhile,
-    testing::Values(
-        MeanwhileCase{"EditedInPlace",
-                      [](CVFile& copy) { std::ofstream(copy.path(), std::ios::app) << " edited"; },
-                      Outcome::Failed, "changed since the scan"},
-        MeanwhileCase{"TouchedAtTheSameSize",
-                      [](CVFile& copy) {
-                          const timespec later[2] = {{0, UTIME_OMIT}, {2000000000, 0}};
-                          ::utimensat(AT_FDCWD, copy.path().c_str(), later, 0);
-                      },
-                      Outcome::Failed, "changed since the scan"},
-        MeanwhileCase{"Unmarked", [](CVFile& copy) { copy.setNeedToRemove(false); }, Outcome::NotHandled, ""}),
-    [](const auto& param) { return std::string(param.param.name); });
+    testing::Combine(
+        testing::Values(MeanwhileCase{"EditedInPlace",
+                                      [](CVFile& copy) {
+                                          std::ofstream(copy.path(), std::ios::app) << " edited";
+                                      },
+                                      Outcome::Failed, "changed since the scan"},
+                        MeanwhileCase{"TouchedAtTheSameSize",
+                                      [](CVFile& copy) {
+                                          const timespec later[2] = {{0, UTIME_OMIT}, {2000000000, 0}};
+                                          ::utimensat(AT_FDCWD, copy.path().c_str(), later, 0);
+                                      },
+                                      Outcome::Failed, "changed since the scan"},
+                        MeanwhileCase{"Unmarked", [](CVFile& copy) { copy.setNeedToRemove(false); },
+                                      Outcome::NotHandled, ""}),
+        testing::Values(std::size_t{1}, std::size_t{1024})),
+    [](const auto& param) {
+        return std::string(std::get<0>(param.param).name) + "InWindowsOf" +
+               std::to_string(std::get<1>(param.param));
+    });
+
+// Two groups that keep each other's copy (a plan can say so): the first move takes the
+// kept copy of the second, which must then stay, checked before or not.
+class RemovalKeptCopyTaken : public testing::TestWithParam<std::size_t> {};
+
+TEST_P(RemovalKeptCopyTaken, ByAnEarlierMoveLeavesTheCopyWhereItIs) {
+    RemovalHarness h;
+    const std::string p = h.tree.file("files/p.txt", "same bytes");
+    const std::string q = h.tree.file("files/q.txt", "same bytes");
+    h.group({p, q}, {1}); // p stays, q goes
+    h.group({q, p}, {1}); // q stays, p goes
+    bool secondClaimed = false;
+    h.trash.setBeforeMoveHook([&](const std::string& trashFile) {
+        if (trashFile.ends_with("/q.txt"))
+            secondClaimed = claimsReach(h, 2);
+    });
+    auto options = h.options(true);
+    options.windowCopies = GetParam();
+    auto pass = h.pass(options);
+    runPass(*pass);
+    EXPECT_TRUE(secondClaimed) << "p was checked while q was still there";
+    EXPECT_FALSE(exists(q));
+    EXPECT_EQ(test::TempTree::read(p), "same bytes");
+    ASSERT_EQ(pass->records().size(), 2u);
+    EXPECT_EQ(pass->records()[0].outcome, Outcome::Trashed);
+    EXPECT_EQ(pass->records()[1].outcome, Outcome::Failed);
+    EXPECT_EQ(pass->records()[1].error, kReasonNoKeptCopy);
+    EXPECT_EQ(countIn(h.homeTrash() + "/info"), 1u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Windows, RemovalKeptCopyTaken, testing::Values(std::size_t{1}, std::size_t{1024}),
+                         [](const auto& param) { return "InWindowsOf" + std::to_string(param.param); });
 
 // Windows of four copies: the second is checked and claimed while the first moves; a stop
 // in the first undoes the claims of both.
@@ -647,7 +704,8 @@ TEST(RemovalWindows, AStopLeavesTheWindowPreparedAheadWhereItWas) {
     std::vector<std::shared_ptr<CVFile>> copies;
     for (std::size_t i = 0; i < kCopies; ++i)
         copies.push_back(
-            h.copies("k" + std::to_string(i), {"c" + std::to_string(i)}, "n " + std::to_string(i))->files()[1]);
+            h.copies("k" + std::to_string(i), {"c" + std::to_string(i)}, "n " + std::to_string(i))
+                ->files()[1]);
     // A locked copy of the second window is unlocked for its claim, and locked again.
     test::ImmutableFlags flags;
     const bool canLock = test::immutableFlagUnavailable(h.tree).empty();
@@ -662,10 +720,7 @@ TEST(RemovalWindows, AStopLeavesTheWindowPreparedAheadWhereItWas) {
         if (handled != 2)
             return;
         // The worker claims the second window meanwhile: four more information files.
-        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (countIn(h.homeTrash() + "/info") < 8 && std::chrono::steady_clock::now() < until)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        secondWindowClaimed = countIn(h.homeTrash() + "/info") == 8;
+        secondWindowClaimed = claimsReach(h, 8) && countIn(h.homeTrash() + "/info") == 8;
         pass->requestStop();
     };
     runPass(*pass);
@@ -673,6 +728,7 @@ TEST(RemovalWindows, AStopLeavesTheWindowPreparedAheadWhereItWas) {
     EXPECT_TRUE(secondWindowClaimed);
     for (std::size_t i = 0; i < kCopies; ++i) {
         const auto* record = recordOf(*pass, copies[i]->path());
+        ASSERT_NE(record, nullptr) << i;
         EXPECT_EQ(record->outcome, i < 2 ? Outcome::Trashed : Outcome::NotHandled) << i;
         EXPECT_EQ(exists(copies[i]->path()), i >= 2) << i;
         EXPECT_TRUE(copies[i]->needToRemove()) << i;
@@ -682,6 +738,8 @@ TEST(RemovalWindows, AStopLeavesTheWindowPreparedAheadWhereItWas) {
     EXPECT_EQ(pass->count(), kCopies - 2);
     if (canLock) {
         EXPECT_EQ(isImmutable(copies[5]->path()), std::optional<bool>(true));
+    } else {
+        std::cout << "[ NOTE     ] the immutable flag is not available here: locking again not checked\n";
     }
 }
 
