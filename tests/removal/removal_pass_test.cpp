@@ -610,7 +610,8 @@ struct MeanwhileCase {
 class RemovalWindowMeanwhile : public testing::TestWithParam<std::tuple<MeanwhileCase, std::size_t>> {};
 
 TEST_P(RemovalWindowMeanwhile, LeavesAChangedCopyWhereItIs) {
-    const auto& [c, windowCopies] = GetParam();
+    const MeanwhileCase& c = std::get<0>(GetParam());
+    const std::size_t windowCopies = std::get<1>(GetParam());
     RemovalHarness h;
     std::vector<std::shared_ptr<CVFile>> copies;
     for (int i = 0; i < 3; ++i)
