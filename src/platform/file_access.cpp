@@ -98,6 +98,13 @@ bool isDeletableByUser(const std::string& path) {
 }
 
 std::optional<bool> isImmutable(const std::string& path) {
+    // statx answers without opening the item where the file system reports the flag
+    // (ext4, btrfs, XFS); elsewhere the flags are asked of an open descriptor.
+    struct statx item {};
+    if (!statWithAttributes(path, false, item) || !(S_ISREG(item.stx_mode) || S_ISDIR(item.stx_mode)))
+        return std::nullopt;
+    if ((item.stx_attributes_mask & STATX_ATTR_IMMUTABLE) != 0)
+        return (item.stx_attributes & STATX_ATTR_IMMUTABLE) != 0;
     const auto flags = readFlags(path);
     if (!flags)
         return std::nullopt;
