@@ -1,6 +1,8 @@
 #include "plan_reader.h"
 
 #include <array>
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <nlohmann/json.hpp>
 
@@ -73,8 +75,13 @@ bool readPlan(const std::string& file, bool allowAllCopies, Plan* plan, std::str
         return fail(message, "cannot read " + file);
     std::string text;
     std::array<char, 1 << 16> buffer{};
+    errno = 0;
     while (in.read(buffer.data(), buffer.size()) || in.gcount() > 0)
         text.append(buffer.data(), static_cast<std::size_t>(in.gcount()));
+    // A folder, or a read error part way: what was read is not the whole document.
+    if (in.bad())
+        return fail(message,
+                    "cannot read " + file + (errno != 0 ? std::string(": ") + std::strerror(errno) : ""));
     nlohmann::json doc;
     try {
         doc = nlohmann::json::parse(markSurrogateEscapes(std::move(text)));

@@ -297,6 +297,26 @@ TEST_F(CorvelRemove, APlanIsCheckedAgainstWhatTheScanRecorded) {
     EXPECT_EQ(refused.status, 2) << refused.err;
 }
 
+TEST_F(CorvelRemove, APlanThatCannotBeReadIsRefusedWithItsReason) {
+    const std::string folder = home / "folder.json";
+    fs::create_directories(folder);
+    const struct {
+        std::string plan;
+        std::string message;
+    } cases[] = {
+        {home / "missing.json", "cannot read " + (home / "missing.json")},
+        {folder, "cannot read " + folder + ": Is a directory"},
+        {home.file("text.json", "not json"), "is not a scan document: "},
+        {home.file("list.json", "[]"), "is not a scan document (no \"groups\")"},
+    };
+    for (const auto& c : cases) {
+        const auto refused = run("remove --yes " + shellQuoted(c.plan));
+        EXPECT_EQ(refused.status, 2) << c.plan;
+        EXPECT_NE(refused.err.find(c.message), std::string::npos) << refused.err;
+        EXPECT_NE(refused.err.find("; nothing was removed"), std::string::npos) << refused.err;
+    }
+}
+
 // Many copies, so that a pass lasts long enough to be interrupted.
 std::string buildManyCopies(const test::TempTree& tree, int count) {
     for (int i = 0; i < count; ++i) {
