@@ -70,18 +70,21 @@ std::string restoreBytes(const std::string& text) {
 } // namespace
 
 bool readPlan(const std::string& file, bool allowAllCopies, Plan* plan, std::string* message) {
+    errno = 0;
     std::ifstream in(file, std::ios::binary);
+    const auto cannotRead = [&] {
+        return fail(message,
+                    "cannot read " + file + (errno != 0 ? std::string(": ") + std::strerror(errno) : ""));
+    };
     if (!in)
-        return fail(message, "cannot read " + file);
+        return cannotRead();
     std::string text;
     std::array<char, 1 << 16> buffer{};
-    errno = 0;
     while (in.read(buffer.data(), buffer.size()) || in.gcount() > 0)
         text.append(buffer.data(), static_cast<std::size_t>(in.gcount()));
     // A folder, or a read error part way: what was read is not the whole document.
     if (in.bad())
-        return fail(message,
-                    "cannot read " + file + (errno != 0 ? std::string(": ") + std::strerror(errno) : ""));
+        return cannotRead();
     nlohmann::json doc;
     try {
         doc = nlohmann::json::parse(markSurrogateEscapes(std::move(text)));

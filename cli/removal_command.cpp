@@ -214,6 +214,19 @@ std::optional<int> confirmRemoval(CVDuplicatesController& results, const CVRemov
                "(in a scan document, \"needToRemove\": true)\n";
     if (pass.count() == 0 || options.dryRun)
         return std::nullopt;
+    if (!toTrash) {
+        // Each such copy would fail its check; the run is refused before anything starts.
+        std::size_t forced = 0;
+        for (const auto& group : results.duplicatesGroups())
+            forced += group->userForcedAllCopies() ? 1 : 0;
+        if (forced > 0) {
+            std::cerr
+                << "corvel: every copy of " << forced << (forced == 1 ? " group is" : " groups are")
+                << " chosen (--allow-all-copies), and such copies may only go to the Trash: remove with "
+                   "--trash, or choose fewer copies; nothing was removed\n";
+            return 2;
+        }
+    }
     std::FILE* summaryStream = options.json ? stderr : stdout;
     const std::string summary = collectorSummary(results, toTrash, pass.count(), pass.size());
     std::fwrite(summary.data(), 1, summary.size(), summaryStream);

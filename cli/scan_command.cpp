@@ -294,7 +294,8 @@ std::optional<int> chooseCopies(CVDuplicatesController& results, const ScanOptio
             std::cerr << "corvel: --keep " << options.keep << ": in " << undecided
                       << (undecided == 1 ? " group" : " groups") << " no copy is "
                       << (options.keep == "newest" ? "newer" : "older")
-                      << " than the others (the same modification time), so none was selected there\n";
+                      << " than the others to the second, or the copies to select may not be removed, "
+                         "so none was selected there\n";
     }
     if (!options.selectFile.empty()) {
         std::string message;
@@ -332,6 +333,16 @@ int exportSelection(CVDuplicatesController& results, const ScanOptions& options)
     if (!results.exportSelectedDupesToPath(options.exportFile, &exportError, options.nullSeparated)) {
         std::cerr << "corvel: " << exportError.localizedDescription() << "\n";
         return kExitFailure;
+    }
+    if (!options.nullSeparated) {
+        std::size_t broken = 0;
+        for (const auto& group : results.duplicatesGroups())
+            for (const auto& file : group->files())
+                broken += file->needToRemove() && file->path().find('\n') != std::string::npos ? 1 : 0;
+        if (broken > 0)
+            std::cerr << "corvel: --export: " << broken << (broken == 1 ? " path holds" : " paths hold")
+                      << " a line break, which a list of one path per line cannot keep; -0 writes the paths "
+                         "ended by NUL bytes, and --select -0 reads them back\n";
     }
     if (summarise(results).selectedFiles == 0)
         std::cerr << "corvel: --export: no copy was selected, so " << escapedForTerminal(options.exportFile)

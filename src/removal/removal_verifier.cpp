@@ -60,13 +60,20 @@ RemovalCheck RemovalVerifier::checkBeforeRemoval(const CVFile& copy, bool perman
     const std::string copyPath = copy.path();
     const Identity copyIdentity{copy.device(), copy.inodeNumber()};
     CVGroup* group = copy.parentGroup();
-    // The members that stay and still are what the scan saw.
+    // The members that stay and still are what the scan saw; the first that stays but
+    // cannot serve is named when no kept copy is found.
     std::vector<std::shared_ptr<CVFile>> kept;
+    std::string unusable;
     if (group)
-        for (const auto& member : group->files())
-            if (member.get() != &copy && !member->needToRemove() && !member->wasRemoved() &&
-                isUnchangedSinceScan(*member, nullptr))
+        for (const auto& member : group->files()) {
+            if (member.get() == &copy || member->needToRemove() || member->wasRemoved())
+                continue;
+            std::string why;
+            if (isUnchangedSinceScan(*member, &why))
                 kept.push_back(member);
+            else if (unusable.empty())
+                unusable = member->path() + ": " + why;
+        }
     for (const auto& member : kept)
         if (sameItem({member->device(), member->inodeNumber()}, copyIdentity)) {
             check.reason = kReasonHardLink;
@@ -76,8 +83,12 @@ RemovalCheck RemovalVerifier::checkBeforeRemoval(const CVFile& copy, bool perman
     std::string uncertainty;
     for (const auto& member : kept) {
         const std::string keptPath = member->path();
-        if (nested(keptPath, copyPath))
+        if (nested(keptPath, copyPath)) {
+            if (unusable.empty())
+                unusable = keptPath + ": " +
+                           (keptPath.size() < copyPath.size() ? "holds the copy" : "lies inside the copy");
             continue;
+        }
         const ContentComparison comparison = m_comparer.compareTrees(copyPath, keptPath);
         if (comparison.isEqual() && !comparison.sameFile) {
             check.ok = true;
@@ -102,6 +113,8 @@ RemovalCheck RemovalVerifier::checkBeforeRemoval(const CVFile& copy, bool perman
             check.ok = true;
     } else {
         check.reason = kReasonNoKeptCopy;
+        if (!unusable.empty())
+            check.reason += " (" + unusable + ")";
     }
     return check;
 }

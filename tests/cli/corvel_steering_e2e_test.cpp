@@ -328,6 +328,12 @@ TEST_F(CorvelSteering, SelectReadsWhatExportWrites) {
     ASSERT_EQ(fromNul.status, 0) << fromNul.err;
     EXPECT_EQ(selected(fromNul.out), selected(runCorvel("scan --json --keep newest " + scan, home).out));
     EXPECT_FALSE(selected(fromNul.out).empty());
+    // One path per line cannot hold that name: the export says so, and -0 does not.
+    const auto perLine =
+        runCorvel("scan --export " + shellQuoted(home / "lines") + " --keep newest " + scan, home);
+    ASSERT_EQ(perLine.status, 0) << perLine.err;
+    EXPECT_NE(perLine.err.find("--export: 1 path holds a line break"), std::string::npos) << perLine.err;
+    EXPECT_EQ(exported.err.find("line break"), std::string::npos) << exported.err;
     // A relative path is taken from the working folder.
     const std::string relative =
         std::filesystem::relative(tree / "b/x.bin", std::filesystem::current_path()).string();

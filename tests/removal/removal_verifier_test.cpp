@@ -111,6 +111,7 @@ struct StayCase {
     bool toTrash;
     const char* reason; // the start of the failure reason
     std::function<Built(RemovalHarness&)> build;
+    const char* detail = ""; // found in the reason after it
     friend void PrintTo(const StayCase& c, std::ostream* os) { *os << c.name; }
 };
 
@@ -132,6 +133,7 @@ TEST_P(CopyThatFailsTheChecks, StaysWhereItIs) {
         ASSERT_NE(record, nullptr) << path;
         EXPECT_EQ(record->outcome, Outcome::Failed) << path;
         EXPECT_TRUE(record->error.starts_with(c.reason)) << record->error;
+        EXPECT_NE(record->error.find(c.detail, std::strlen(c.reason)), std::string::npos) << record->error;
     }
     std::map<std::string, std::string> after;
     for (const auto& path : built.staying)
@@ -264,6 +266,7 @@ std::vector<StayCase> stayCases() {
         const char* name;
         const char* reason;
         Built (*build)(RemovalHarness&);
+        const char* detail = "";
     };
     const Named both[] = {
         {"LargeFilesEqualWhereSampled", kReasonDiffers, largeFilesEqualWhereSampled},
@@ -272,18 +275,18 @@ std::vector<StayCase> stayCases() {
         {"CopyEditedWithItsTimePutBack", kReasonDiffers, copyEditedTimeKept},
         {"CopyReplacedAfterTheScan", kReasonChanged, copyReplaced},
         {"CopyNowALinkToTheKeptCopy", kReasonChanged, copyNowALink},
-        {"KeptCopyEditedAfterTheScan", kReasonNoKeptCopy, keptEdited},
-        {"KeptCopyGone", kReasonNoKeptCopy, keptGone},
-        {"KeptCopyNowALinkToTheCopy", kReasonNoKeptCopy, keptNowALink},
+        {"KeptCopyEditedAfterTheScan", kReasonNoKeptCopy, keptEdited, "kept.txt: changed since the scan)"},
+        {"KeptCopyGone", kReasonNoKeptCopy, keptGone, "kept.txt: missing)"},
+        {"KeptCopyNowALinkToTheCopy", kReasonNoKeptCopy, keptNowALink, "kept.txt: changed since the scan)"},
         {"HardLinkOfTheKeptCopy", kReasonHardLink, hardLinkOfTheKept},
         {"SamePathTwice", kReasonHardLink, samePathTwice},
         {"EveryCopyMarkedWithoutConsent", kReasonNoKeptCopy, everyCopyMarked},
-        {"KeptCopyInsideTheCopy", kReasonNoKeptCopy, keptInsideTheCopy},
+        {"KeptCopyInsideTheCopy", kReasonNoKeptCopy, keptInsideTheCopy, "outer/inner: lies inside the copy)"},
     };
     std::vector<StayCase> cases;
     for (const bool toTrash : {true, false})
         for (const auto& n : both)
-            cases.push_back({n.name, toTrash, n.reason, n.build});
+            cases.push_back({n.name, toTrash, n.reason, n.build, n.detail});
     cases.push_back({"EveryCopyForced", false, kReasonAllCopiesPermanently, everyCopyForced});
     return cases;
 }
