@@ -188,6 +188,8 @@ std::string removalTextReport(const CVRemovalPass& pass, const HVAchievementsCon
         out += "Dry run: nothing was changed.\n";
         return out;
     }
+    if (pass.markedFilesAtStart() == 0)
+        return out + "Nothing was removed.\n"; // stderr says how to choose copies
     out += "Removed " + std::to_string(pass.removedFiles()) + " of " +
            std::to_string(pass.markedFilesAtStart()) + " copies, " + sizeText(pass.removedSize()) +
            (pass.moveToTrash() ? " moved to the Trash" : " deleted");
@@ -364,10 +366,16 @@ int removeMarkedCopies(CVDuplicatesController& results, const std::vector<std::s
         const std::string report = removalTextReport(pass, achievements, options.dryRun);
         std::fwrite(report.data(), 1, report.size(), stdout);
     }
+    std::size_t withoutTrash = 0;
     for (const auto& record : pass.records())
-        if (record.outcome == CVRemovalPass::Outcome::Failed)
+        if (record.outcome == CVRemovalPass::Outcome::Failed) {
             std::cerr << "corvel: cannot remove " << fileLine(record.file->path()) << ": "
                       << escapedForTerminal(record.error) << "\n";
+            withoutTrash += record.noTrashOnVolume ? 1 : 0;
+        }
+    if (withoutTrash > 0)
+        std::cerr << "corvel: " << withoutTrash << (withoutTrash == 1 ? " copy lies" : " copies lie")
+                  << " on a volume without a Trash and stayed; --delete removes such copies permanently\n";
     std::fflush(stdout);
     if (stoppedBySignal || (interrupted && pass.stopped()))
         return kExitStoppedBySignal;

@@ -480,6 +480,8 @@ void CVRemovalPass::report(const std::shared_ptr<CVFile>& file, bool ok, const C
     } else {
         record.outcome = Outcome::Failed;
         record.error = error.localizedDescription();
+        record.noTrashOnVolume =
+            error.domain == kTrashErrorDomain && error.code == kTrashErrorNoTrashOnVolume;
         systemLogf("Failed to remove file %@ = %@ size = %llu type = %@", path, record.error, file->size(),
                    std::string(CVFile::stringSelectionType(file->selectionType())));
     }

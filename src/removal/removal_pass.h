@@ -98,6 +98,7 @@ public:
         std::string trashInfo;
         std::string trashDirectory; // a dry run: where it would go
         std::string error;
+        bool noTrashOnVolume = false; // failed because its volume has no usable Trash
     };
 
     CVRemovalPass(Services services, Options options);

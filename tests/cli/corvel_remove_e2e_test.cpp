@@ -164,6 +164,33 @@ TEST_F(CorvelRemove, WithoutATerminalOrYesNothingIsTouched) {
     EXPECT_FALSE(fs::exists(trashFolder()));
 }
 
+TEST_F(CorvelRemove, WithNothingMarkedNothingIsTouchedAndTheRunSaysHowToChoose) {
+    buildCopies();
+    const auto before = snapshot(tree.path());
+    const auto run0 = run("scan --remove --yes " + shellQuoted(tree.path()));
+    EXPECT_EQ(run0.status, 0) << run0.err;
+    EXPECT_NE(run0.err.find("no copy is marked for removal: choose copies with --autoselect"),
+              std::string::npos)
+        << run0.err;
+    EXPECT_TRUE(run0.out.ends_with("\nNothing was removed.\n")) << run0.out;
+    EXPECT_EQ(snapshot(tree.path()), before);
+    EXPECT_FALSE(fs::exists(trashFolder()));
+}
+
+TEST_F(CorvelRemove, CopiesWithoutATrashStayAndTheRunSaysWhatElseCanBeDone) {
+    buildCopies();
+    home.file(".local/share", "a file where the Trash's folder would be");
+    const auto before = snapshot(tree.path());
+    const auto refused = run("scan --autoselect --remove --yes " + shellQuoted(tree.path()));
+    EXPECT_EQ(refused.status, 4) << refused.err;
+    EXPECT_NE(refused.err.find("no Trash on this volume"), std::string::npos) << refused.err;
+    EXPECT_NE(
+        refused.err.find("corvel: 2 copies lie on a volume without a Trash and stayed; --delete removes"),
+        std::string::npos)
+        << refused.err;
+    EXPECT_EQ(snapshot(tree.path()), before);
+}
+
 TEST_F(CorvelRemove, OnATerminalTheAnswerDecides) {
     if (std::system("command -v script >/dev/null 2>&1") != 0)
         GTEST_SKIP() << "script(1) is needed to give corvel a terminal";

@@ -762,6 +762,7 @@ TEST(RemovalWithoutATrash, FailsEveryCopyAndDeletesNothing) {
         EXPECT_EQ(record->outcome, Outcome::Failed) << copy->path();
         EXPECT_FALSE(record->error.empty()) << copy->path();
     }
+    EXPECT_TRUE(recordOf(*pass, plain->files()[1]->path())->noTrashOnVolume);
 }
 
 TEST(MusicLibraryCopies, AFailedScriptLeavesTheFile) {
