@@ -318,6 +318,9 @@ int main(int argc, char** argv) {
     CommandLine line;
     line.app.set_version_flag("--version", corvel::applicationName() + " " + corvel::applicationVersion());
     line.app.require_subcommand(1);
+    line.app.failure_message([](const CLI::App* app, const CLI::Error& e) {
+        return "corvel: " + CLI::FailureMessage::simple(app, e);
+    });
     addScanCommand(line);
     addRemoveCommand(line);
     addStatsCommand(line);

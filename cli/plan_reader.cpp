@@ -89,7 +89,11 @@ bool readPlan(const std::string& file, bool allowAllCopies, Plan* plan, std::str
     try {
         doc = nlohmann::json::parse(markSurrogateEscapes(std::move(text)));
     } catch (const nlohmann::json::exception& error) {
-        return fail(message, file + " is not a scan document: " + error.what());
+        // The parser's own tag ("[json.exception.parse_error.101] ") says nothing to a reader.
+        std::string_view why = error.what();
+        if (why.starts_with('[') && why.find("] ") != std::string_view::npos)
+            why.remove_prefix(why.find("] ") + 2);
+        return fail(message, file + " is not a scan document: " + std::string(why));
     }
     if (!doc.is_object() || !doc.contains("groups") || !doc["groups"].is_array())
         return fail(message, file + " is not a scan document (no \"groups\")");

@@ -339,7 +339,7 @@ TEST_F(CorvelRemove, APlanThatCannotBeReadIsRefusedWithItsReason) {
     } cases[] = {
         {home / "missing.json", "cannot read " + (home / "missing.json") + ": No such file or directory"},
         {folder, "cannot read " + folder + ": Is a directory"},
-        {home.file("text.json", "not json"), "is not a scan document: "},
+        {home.file("text.json", "not json"), "is not a scan document: parse error at line 1"},
         {home.file("list.json", "[]"), "is not a scan document (no \"groups\")"},
     };
     for (const auto& c : cases) {

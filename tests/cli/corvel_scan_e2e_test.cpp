@@ -670,6 +670,7 @@ TEST_F(CorvelScan, SizesTakeSuffixesAndBadSizesAreUsageErrors) {
         const Outcome run = corvel("scan " + bad + " " + settings() + " " + quoted(tree.path()), home);
         EXPECT_EQ(run.status, 2) << bad << "\n" << run.out << run.err;
         EXPECT_NE(run.err.find("size"), std::string::npos) << bad << "\n" << run.err;
+        EXPECT_TRUE(run.err.starts_with("corvel: ")) << bad << "\n" << run.err;
         EXPECT_EQ(run.out, "") << bad;
     }
 }
