@@ -85,7 +85,8 @@ bool readPlan(const std::string& file, bool allowAllCopies, Plan* plan, std::str
     // A folder, or a read error part way: what was read is not the whole document.
     if (in.bad())
         return cannotRead();
-    nlohmann::json doc;
+    const auto parsed = std::make_shared<nlohmann::json>();
+    nlohmann::json& doc = *parsed;
     try {
         doc = nlohmann::json::parse(markSurrogateEscapes(std::move(text)));
     } catch (const nlohmann::json::exception& error) {
@@ -161,6 +162,7 @@ bool readPlan(const std::string& file, bool allowAllCopies, Plan* plan, std::str
     for (const auto& [group, node] : toMark)
         selecting.selectItem(node, group, true);
     MainQueue::shared().drain();
+    plan->document = parsed;
     return true;
 }
 

@@ -17,6 +17,9 @@ namespace corvel::cli {
 struct Plan {
     std::vector<std::string> roots;
     std::shared_ptr<CVDuplicatesController> results;
+    // The parsed document, freed with the plan (a command may keep the plan to its end
+    // rather than pay for freeing a large document).
+    std::shared_ptr<const void> document;
 };
 
 // The plan in the file, marks included. A file that cannot be read, is not such a

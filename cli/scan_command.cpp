@@ -413,7 +413,10 @@ int runRemove(const RemoveOptions& options) {
     if (options.verbose)
         setLogToStderr(true);
     MainQueue::shared().setMainThread();
-    Plan plan;
+    // Kept alive to the end of the process (held by a static, so that it is not a leak):
+    // freeing the parsed document and the plan's nodes would only cost time.
+    static Plan* const kept = new Plan();
+    Plan& plan = *kept;
     std::string message;
     if (!readPlan(options.plan, options.allowAllCopies, &plan, &message)) {
         std::cerr << "corvel: " << message << "; nothing was removed\n";
