@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "engine/content_comparison.h"
+#include "support/scoped_mount.h"
 #include "support/temp_tree.h"
 
 namespace corvel {
@@ -493,27 +494,11 @@ TEST(TreeComparisonChanges, AnEntryRemovedDuringTheWalkCannotBeRead) {
     EXPECT_EQ(result.message, "cannot read " + (tree / "a/f") + ": No such file or directory");
 }
 
-// Unmounts (lazily) when dropped, so a failing test leaves no mount behind.
-class Mount {
-public:
-    Mount(const char* source, const std::string& target, const char* type, unsigned long flags)
-        : m_target(target), m_mounted(::mount(source, target.c_str(), type, flags, nullptr) == 0) {}
-    ~Mount() {
-        if (m_mounted)
-            ::umount2(m_target.c_str(), MNT_DETACH);
-    }
-    bool mounted() const { return m_mounted; }
-
-private:
-    std::string m_target;
-    bool m_mounted;
-};
-
 TEST(TreeComparisonMounts, AnotherFileSystemInsideRefuses) {
     TempTree tree;
     tree.folder("a/m");
     tree.folder("b/m");
-    Mount tmpfs("corvel-test", tree / "a/m", "tmpfs", 0);
+    test::ScopedMount tmpfs("corvel-test", tree / "a/m", "tmpfs", 0);
     if (!tmpfs.mounted())
         GTEST_SKIP() << "mounting a tmpfs needs CAP_SYS_ADMIN";
     const ContentComparison result = compareTrees(tree / "a", tree / "b");
@@ -525,7 +510,7 @@ TEST(TreeComparisonMounts, ABindMountOfTheSameFileSystemInsideRefuses) {
     TempTree tree;
     tree.folder("a/m");
     both(tree, "m/f", "same");
-    Mount bind((tree / "b/m").c_str(), tree / "a/m", nullptr, MS_BIND);
+    test::ScopedMount bind(tree / "b/m", tree / "a/m", nullptr, MS_BIND);
     if (!bind.mounted())
         GTEST_SKIP() << "bind mounts need CAP_SYS_ADMIN";
     ASSERT_EQ(TempTree::read(tree / "a/m/f"), "same");
@@ -590,7 +575,7 @@ std::string chainOf(unsigned depth) {
 TEST(TreeComparisonDepth, ReachesTheBoundAndRefusesBeyondIt) {
     TempTree tree;
     const std::string scratch = tree.folder("scratch");
-    Mount tmpfs("corvel-test", scratch, "tmpfs", 0);
+    test::ScopedMount tmpfs("corvel-test", scratch, "tmpfs", 0);
     const std::string a = scratch + "/a";
     const std::string b = scratch + "/b";
     ASSERT_EQ(::mkdir(a.c_str(), 0700), 0);

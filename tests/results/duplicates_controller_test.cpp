@@ -10,6 +10,7 @@
 #include "platform/user_paths.h"
 #include "results/duplicates_controller.h"
 #include "support/other_user.h"
+#include "support/scoped_mount.h"
 #include "support/temp_tree.h"
 
 namespace corvel {
@@ -179,28 +180,10 @@ std::vector<std::string> namesIn(const std::string& folder) {
     return names;
 }
 
-// A small tmpfs of its own, unmounted before the tree that holds it is removed.
-class SmallFileSystem {
-public:
-    explicit SmallFileSystem(std::string folder) : m_folder(std::move(folder)) {
-        m_mounted =
-            ::mount("tmpfs", m_folder.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, "size=32k,mode=0755") == 0;
-    }
-    ~SmallFileSystem() {
-        if (m_mounted)
-            ::umount2(m_folder.c_str(), MNT_DETACH);
-    }
-    bool mounted() const { return m_mounted; }
-
-private:
-    std::string m_folder;
-    bool m_mounted = false;
-};
-
 TEST(DuplicatesController, ExportOnAFullDiskLeavesTheOldListAsItWas) {
     test::TempTree tree;
     const std::string disk = tree.folder("disk");
-    SmallFileSystem small(disk);
+    test::ScopedMount small("tmpfs", disk, "tmpfs", MS_NOSUID | MS_NODEV, "size=32k,mode=0755");
     if (!small.mounted())
         GTEST_SKIP()
             << "mounting a 32 KiB tmpfs needs root (CAP_SYS_ADMIN); the read-only folder test covers the "

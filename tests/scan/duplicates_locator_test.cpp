@@ -262,27 +262,6 @@ TEST_F(Locator, StoppingMidScanKeepsWhatWasFoundAndPostsNoFinish) {
     EXPECT_LT(results->count(), 40u);
 }
 
-TEST_F(Locator, FilesThatChangeBetweenWalkAndComparisonMatchNothing) {
-    tree.file("a/vanish", content('v', 70000));
-    tree.file("b/vanish", content('v', 70000));
-    tree.file("a/shrink", content('s', 80000));
-    tree.file("b/shrink", content('s', 80000));
-    tree.file("a/stays", content('k', 90000));
-    tree.file("b/stays", content('k', 90000));
-    // Unequal extras keep the folders apart (their sampled comparison could miss the changes).
-    tree.file("a/extra", content('1', 10));
-    tree.file("b/extra", content('2', 20));
-    auto locator = harness.locator();
-    auto hierarchy = harness.walk({tree.path()}, locator.get());
-    ::unlink((tree / "b/vanish").c_str());
-    ::truncate((tree / "b/shrink").c_str(), 100);
-    locator->startSearching();
-    locator->locateDuplicatesInDictionary(hierarchy->filesGroupedBySize());
-    const Outcome found = outcome(locator->duplicatesController()->duplicatesGroups());
-    ASSERT_EQ(found.size(), 1u);
-    EXPECT_EQ(found[0][0].first.substr(found[0][0].first.size() - 5), "stays");
-}
-
 // Every node of a walk, once (sub-folders stand twice in their parents).
 std::vector<NodePtr> walkedNodes(const CVFilesHierarchy& hierarchy) {
     std::vector<NodePtr> nodes;
@@ -378,29 +357,6 @@ TEST_F(Locator, AFolderComparisonNamesTheChildItCouldNotRead) {
     ASSERT_EQ(named.size(), 1u);
     EXPECT_EQ(named[0].path, b[1]);
     EXPECT_EQ(named[0].reason, "No such file or directory");
-}
-
-TEST_F(Locator, AFolderAndAFolderInsideItAreNeverGroupedThoughEveryChildMatches) {
-    // A walk cannot give a folder and its own sub-folder equal children (the outer one
-    // holds the inner one), so the nodes are made by hand: the outer folder holding
-    // only its file f, the inner one its own file f of the same content.
-    struct Case {
-        const char* second;
-        std::size_t groups;
-    };
-    for (const Case c : {Case{"X/Y", 0}, Case{"X/a/b/Y", 0}, Case{"Z", 1}}) {
-        SCOPED_TRACE(c.second);
-        test::TempTree place;
-        const std::string outerFile = place.file("X/f", content('n', 5000));
-        const std::string innerFile = place.file(std::string(c.second) + "/f", content('n', 5000));
-        auto locator = harness.locator();
-        locator->startSearching();
-        harness.cache.resetCache();
-        std::vector<NodePtr> sizeGroup{
-            handBuiltFolder(place / "X", {outerFile}, locator.get(), harness.nodes),
-            handBuiltFolder(place / c.second, {innerFile}, locator.get(), harness.nodes)};
-        EXPECT_EQ(locator->findDuplicatesInSizeGroup(sizeGroup).size(), c.groups);
-    }
 }
 
 // An AlbumData.xml laid out as the photo application writes it (the list of rolls, a

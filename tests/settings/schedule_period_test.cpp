@@ -46,12 +46,5 @@ TEST(SchedulePeriod, CommandLineNamesGiveTheirOptions) {
         EXPECT_FALSE(CVSchedulePeriod::optionForName(unknown)) << unknown;
 }
 
-TEST(SchedulePeriod, SetOptionChangesTheObjectItself) {
-    CVSchedulePeriod period(1);
-    period.setOption(6);
-    EXPECT_EQ(period.option(), 6u);
-    EXPECT_EQ(period.repeatInterval(), (CalendarInterval{1, 0, 0}));
-}
-
 } // namespace
 } // namespace corvel
