@@ -191,11 +191,12 @@ std::string removalTextReport(const CVRemovalPass& pass, const HVAchievementsCon
     if (pass.markedFilesAtStart() == 0)
         return out + "Nothing was removed.\n"; // stderr says how to choose copies
     out += "Removed " + std::to_string(pass.removedFiles()) + " of " +
-           std::to_string(pass.markedFilesAtStart()) + " copies, " + sizeText(pass.removedSize()) +
+           std::to_string(pass.markedFilesAtStart()) + " copies, " +
+           plainSpaces(stringWithSize(pass.removedSize())) +
            (pass.moveToTrash() ? " moved to the Trash" : " deleted");
     if (pass.errorFilesCount() > 0)
         out += "; " + std::to_string(pass.errorFilesCount()) + " could not be removed (" +
-               sizeText(pass.failedSize()) + ")";
+               plainSpaces(stringWithSize(pass.failedSize())) + ")";
     if (pass.stopped())
         out += "; stopped";
     out += ".\n";

@@ -91,6 +91,19 @@ TEST_F(CorvelRemove, MarkedCopiesGoToTheTrashAndOneOfEachGroupStays) {
     EXPECT_EQ(statsDoc["scans"].back()["RemovedFiles"], 2);
 }
 
+TEST_F(CorvelRemove, TheTextReportGivesTheSizeAsTheSummaryBeforeItDid) {
+    buildCopies();
+    const auto removal = run("scan --autoselect --remove --yes " + shellQuoted(tree.path()));
+    ASSERT_EQ(removal.status, 0) << removal.err;
+    const auto end = removal.out.find(" in 2 duplicates");
+    ASSERT_NE(end, std::string::npos) << removal.out;
+    const auto start = removal.out.rfind('\n', end) + 1;
+    const std::string size = removal.out.substr(start, end - start);
+    EXPECT_NE(removal.out.find("\nRemoved 2 of 2 copies, " + size + " moved to the Trash.\n"),
+              std::string::npos)
+        << removal.out;
+}
+
 TEST_F(CorvelRemove, ADryRunChangesNothing) {
     buildCopies();
     ASSERT_EQ(run("scan --min-size 1 " + shellQuoted(tree.path())).status, 0); // creates the settings file
