@@ -301,7 +301,8 @@ std::optional<int> chooseCopies(CVDuplicatesController& results, const ScanOptio
         std::string message;
         if (!selectListedCopies(results, options.selectFile, options.allowAllCopies, options.nullSeparated,
                                 &message)) {
-            std::cerr << "corvel: --select: " << message << "; nothing was removed\n";
+            std::cerr << "corvel: --select: " << message
+                      << (options.removal.remove ? "; nothing was removed\n" : "\n");
             return kExitUsage;
         }
     }

@@ -255,6 +255,13 @@ TEST_F(CorvelRemove, ASelectListMarksByHandAndIsCheckedFirst) {
         EXPECT_NE(refused.err.find(c.message), std::string::npos) << refused.err;
         EXPECT_EQ(snapshot(tree.path()), before);
     }
+    // Without --remove nothing was to be removed, and the message does not say so.
+    home.file("refused.txt", refusals[0].contents);
+    const auto listing =
+        run("scan --select " + shellQuoted(home / "refused.txt") + " " + shellQuoted(tree.path()));
+    EXPECT_EQ(listing.status, 2) << listing.err;
+    EXPECT_NE(listing.err.find("is not a copy"), std::string::npos) << listing.err;
+    EXPECT_EQ(listing.err.find("nothing was removed"), std::string::npos) << listing.err;
     const auto removed =
         run("scan --json --remove --yes --select " + shellQuoted(list) + " " + shellQuoted(tree.path()));
     ASSERT_EQ(removed.status, 0) << removed.err;
