@@ -233,7 +233,8 @@ void addFooter(CLI::App& app) {
     app.footer(R"(Exit status:
   0  the scan completed (duplicates or not); every marked copy removed, or a dry run
   1  a failure: no folder could be read, the scan was interrupted
-  2  a usage error: an unknown option, a bad size, a path that does not exist
+  2  a usage error: an unknown option, a bad size, a path that does not exist; a removal
+     not confirmed, or refused before it started (--delete with every copy of a group chosen)
   3  a folder refused by the ignore list (a protected system folder, a hidden folder)
   4  some marked copies could not be removed (each is named on stderr)
   130  a removal stopped by Ctrl-C

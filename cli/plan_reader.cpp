@@ -1,14 +1,13 @@
 #include "plan_reader.h"
 
-#include <array>
-#include <cerrno>
 #include <cstring>
-#include <fstream>
+#include <limits>
 #include <nlohmann/json.hpp>
 
 #include "engine/folder.h"
 #include "engine/group.h"
 #include "engine/node_type.h"
+#include "platform/file_io.h"
 #include "platform/main_queue.h"
 #include "platform/user_defaults.h"
 #include "results/duplicates_controller.h"
@@ -70,21 +69,13 @@ std::string restoreBytes(const std::string& text) {
 } // namespace
 
 bool readPlan(const std::string& file, bool allowAllCopies, Plan* plan, std::string* message) {
-    errno = 0;
-    std::ifstream in(file, std::ios::binary);
-    const auto cannotRead = [&] {
-        return fail(message,
-                    "cannot read " + file + (errno != 0 ? std::string(": ") + std::strerror(errno) : ""));
-    };
-    if (!in)
-        return cannotRead();
     std::string text;
-    std::array<char, 1 << 16> buffer{};
-    while (in.read(buffer.data(), buffer.size()) || in.gcount() > 0)
-        text.append(buffer.data(), static_cast<std::size_t>(in.gcount()));
-    // A folder, or a read error part way: what was read is not the whole document.
-    if (in.bad())
-        return cannotRead();
+    CVError readError;
+    if (!readFileContents(file, text, std::numeric_limits<std::size_t>::max(), &readError))
+        return fail(message, "cannot read " + file + ": " +
+                                 (readError.domain == kPosixErrorDomain
+                                      ? std::string(std::strerror(static_cast<int>(readError.code)))
+                                      : readError.localizedDescription()));
     const auto parsed = std::make_shared<nlohmann::json>();
     nlohmann::json& doc = *parsed;
     try {

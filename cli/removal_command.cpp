@@ -220,7 +220,7 @@ std::optional<int> confirmRemoval(CVDuplicatesController& results, const CVRemov
     if (!toTrash) {
         // Each such copy would fail its check; the run is refused before anything starts.
         std::size_t forced = 0;
-        for (const auto& group : results.duplicatesGroups())
+        for (const auto& group : results.allDuplicatesGroups())
             forced += group->userForcedAllCopies() ? 1 : 0;
         if (forced > 0) {
             std::cerr
@@ -372,7 +372,9 @@ int removeMarkedCopies(CVDuplicatesController& results, const std::vector<std::s
         if (record.outcome == CVRemovalPass::Outcome::Failed) {
             std::cerr << "corvel: cannot remove " << fileLine(record.file->path()) << ": "
                       << escapedForTerminal(record.error) << "\n";
-            withoutTrash += record.noTrashOnVolume ? 1 : 0;
+            // A copy of a group whose every copy is chosen may not be deleted either.
+            const CVGroup* group = record.file->parentGroup();
+            withoutTrash += record.noTrashOnVolume && !(group && group->userForcedAllCopies()) ? 1 : 0;
         }
     if (withoutTrash > 0)
         std::cerr << "corvel: " << withoutTrash << (withoutTrash == 1 ? " copy lies" : " copies lie")

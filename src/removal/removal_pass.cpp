@@ -435,10 +435,11 @@ bool CVRemovalPass::moveWindow(TrashWindow& window, const MarkedFiles& marked,
         CVError error = entry.failure;
         if (entry.ticket && !synced) {
             error = syncError;
-        } else if (entry.ticket && entry.check.kept && !keptCopyRemains(*entry.check.kept)) {
+        } else if (std::string why;
+                   entry.ticket && entry.check.kept && !keptCopyRemains(*entry.check.kept, &why)) {
             window.batch->drop(*entry.ticket);
             m_current->keptCopy.clear();
-            error = checkError(kReasonNoKeptCopy);
+            error = checkError(std::string(kReasonNoKeptCopy) + " (" + why + ")");
         } else if (entry.ticket) {
             TrashedItem trashed;
             ok = window.batch->commit(*entry.ticket, &trashed, &error);
@@ -567,8 +568,14 @@ bool CVRemovalPass::checkCopy(CVFile& file, bool permanently, RemovalVerifier& v
     return ok;
 }
 
-bool CVRemovalPass::keptCopyRemains(const CVFile& kept) {
-    return !kept.needToRemove() && !kept.wasRemoved() && RemovalVerifier::isUnchangedSinceScan(kept, nullptr);
+bool CVRemovalPass::keptCopyRemains(const CVFile& kept, std::string* why) {
+    std::string reason;
+    if (kept.needToRemove() || kept.wasRemoved())
+        reason = "chosen for removal too";
+    else if (RemovalVerifier::isUnchangedSinceScan(kept, &reason))
+        return true;
+    *why = kept.path() + ": " + reason;
+    return false;
 }
 
 TrashItemIdentity CVRemovalPass::identityOf(const CVFile& file) {

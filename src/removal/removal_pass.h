@@ -174,8 +174,8 @@ private:
                                  RemovalCheck* check, CVError* error);
     // Whether the kept copy a copy was compared with is still there as the scan saw it and
     // stays (a window's copy is moved a little after its check, and an earlier move of the
-    // pass may have taken its kept copy).
-    static bool keptCopyRemains(const CVFile& kept);
+    // pass may have taken its kept copy); else false with *why ("PATH: missing", ...).
+    static bool keptCopyRemains(const CVFile& kept, std::string* why);
     // What the Trash checks again just before a copy is moved: its device, inode and time,
     // and a file's size, as the scan recorded them.
     static TrashItemIdentity identityOf(const CVFile& file);

@@ -358,7 +358,7 @@ TEST_F(CorvelRemove, APlanThatCannotBeReadIsRefusedWithItsReason) {
         std::string message;
     } cases[] = {
         {home / "missing.json", "cannot read " + (home / "missing.json") + ": No such file or directory"},
-        {folder, "cannot read " + folder + ": Is a directory"},
+        {folder, "cannot read " + folder + ": " + folder + " is a folder"},
         {home.file("text.json", "not json"), "is not a scan document: parse error at line 1"},
         {home.file("list.json", "[]"), "is not a scan document (no \"groups\")"},
     };

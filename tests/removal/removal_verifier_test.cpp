@@ -261,6 +261,12 @@ Built keptInsideTheCopy(RemovalHarness& h) {
     return {{h.files("outer")}, {h.files("outer/inner")}};
 }
 
+Built keptHoldsTheCopy(RemovalHarness& h) {
+    h.tree.file("files/outer/inner/x.txt", "x");
+    h.group({h.files("outer"), h.files("outer/inner")}, {1});
+    return {{h.files("outer/inner")}, {h.files("outer")}};
+}
+
 std::vector<StayCase> stayCases() {
     struct Named {
         const char* name;
@@ -282,6 +288,7 @@ std::vector<StayCase> stayCases() {
         {"SamePathTwice", kReasonHardLink, samePathTwice},
         {"EveryCopyMarkedWithoutConsent", kReasonNoKeptCopy, everyCopyMarked},
         {"KeptCopyInsideTheCopy", kReasonNoKeptCopy, keptInsideTheCopy, "outer/inner: lies inside the copy)"},
+        {"KeptCopyHoldsTheCopy", kReasonNoKeptCopy, keptHoldsTheCopy, "/outer: holds the copy)"},
     };
     std::vector<StayCase> cases;
     for (const bool toTrash : {true, false})
