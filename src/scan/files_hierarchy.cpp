@@ -128,6 +128,8 @@ void CVFilesHierarchy::sortFoldersBySize(const std::vector<std::shared_ptr<CVFol
 }
 
 void CVFilesHierarchy::fileComparableNodes() {
+    // The list grew by doubling; its spare room would stay beside the filing below.
+    m_comparable.shrink_to_fit();
     // Stable: nodes of one size keep the order in which the walk met them.
     std::stable_sort(m_comparable.begin(), m_comparable.end(),
                      [](const auto& a, const auto& b) { return a.first < b.first; });
