@@ -17,8 +17,8 @@ namespace corvel::cli {
 struct Plan {
     std::vector<std::string> roots;
     std::shared_ptr<CVDuplicatesController> results;
-    // The parsed document, freed with the plan (a command may keep the plan to its end
-    // rather than pay for freeing a large document).
+    // The parsed document, handed over so that the caller chooses when and where it is
+    // freed (corvel remove frees it on another thread while the pass runs).
     std::shared_ptr<const void> document;
 };
 
