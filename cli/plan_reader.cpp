@@ -3,6 +3,8 @@
 #include <cstring>
 #include <limits>
 #include <nlohmann/json.hpp>
+#include <optional>
+#include <variant>
 
 #include "engine/folder.h"
 #include "engine/group.h"
@@ -45,6 +47,8 @@ std::string markSurrogateEscapes(std::string text) {
 }
 
 std::string restoreBytes(const std::string& text) {
+    if (text.find(kByteMarker) == std::string::npos)
+        return text;
     std::string out;
     out.reserve(text.size());
     for (std::size_t i = 0; i < text.size(); ++i) {
@@ -61,99 +65,302 @@ std::string restoreBytes(const std::string& text) {
     return out;
 }
 
-[[nodiscard]] bool fail(std::string* message, std::string text) {
-    *message = std::move(text);
-    return false;
+// One file of a group as the document gives it. A member that is not an object, or a
+// known member of the wrong type, makes it malformed.
+struct Member {
+    bool malformed = false;
+    std::optional<std::string> path;
+    bool isFolder = false;
+    std::optional<std::uint64_t> size;
+    std::uint64_t sizeOnDisk = 0;
+    bool removeForbidden = false;
+    bool needToRemove = false;
+    std::optional<std::uint64_t> device;
+    std::optional<std::uint64_t> inode;
+    std::optional<std::int64_t> mtime;
+
+    bool complete() const { return !malformed && path && size && device && inode && mtime; }
+};
+
+// A scalar of the document, as the parser hands it over.
+using Scalar = std::variant<std::nullptr_t, bool, std::int64_t, std::uint64_t, double, std::string>;
+
+// Stores the value in the field when it has the field's type; else the member is malformed.
+template <typename Value, typename Field> void take(Member& member, const Scalar& value, Field& field) {
+    if (const auto* held = std::get_if<Value>(&value))
+        field = *held;
+    else
+        member.malformed = true;
 }
+
+// Sets the member named key (others are not read). Every member of a file is a string, a
+// truth value or a whole number, so null, or an object or list (given as null), is malformed.
+void setMember(Member& member, const std::string& key, const Scalar& value) {
+    if (key == "path") {
+        take<std::string>(member, value, member.path);
+        if (member.path)
+            member.path = restoreBytes(*member.path);
+    } else if (key == "isFolder") {
+        take<bool>(member, value, member.isFolder);
+    } else if (key == "removeForbidden") {
+        take<bool>(member, value, member.removeForbidden);
+    } else if (key == "needToRemove") {
+        take<bool>(member, value, member.needToRemove);
+    } else if (key == "size") {
+        take<std::uint64_t>(member, value, member.size);
+    } else if (key == "sizeOnDisk") {
+        take<std::uint64_t>(member, value, member.sizeOnDisk);
+    } else if (key == "device") {
+        take<std::uint64_t>(member, value, member.device);
+    } else if (key == "inode") {
+        take<std::uint64_t>(member, value, member.inode);
+    } else if (key == "mtime") {
+        // The parser hands over a non-negative number as unsigned.
+        const auto* after = std::get_if<std::uint64_t>(&value);
+        if (after && *after <= static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()))
+            member.mtime = static_cast<std::int64_t>(*after);
+        else
+            take<std::int64_t>(member, value, member.mtime);
+    }
+}
+
+// Builds the plan while the document is parsed, one group at a time, so that no tree of
+// the whole document is ever held: a plan of a large scan costs its nodes, not its text
+// many times over. The first problem found is kept; a syntax error anywhere in the
+// document still wins over it, as the document as a whole is then no scan document.
+class PlanBuilder final : public nlohmann::json_sax<nlohmann::json> {
+public:
+    PlanBuilder(const std::string& file, bool allowAllCopies, Plan& plan)
+        : m_file(file), m_allowAllCopies(allowAllCopies), m_plan(plan) {}
+
+    bool null() override { return scalar(nullptr); }
+    bool boolean(bool value) override { return scalar(value); }
+    bool number_integer(number_integer_t value) override { return scalar(std::int64_t{value}); }
+    bool number_unsigned(number_unsigned_t value) override { return scalar(std::uint64_t{value}); }
+    bool number_float(number_float_t value, const string_t&) override { return scalar(double{value}); }
+    bool string(string_t& value) override { return scalar(std::move(value)); }
+    bool binary(binary_t&) override { return scalar(nullptr); }
+    bool key(string_t& key) override {
+        m_key = std::move(key);
+        return true;
+    }
+    bool start_object(std::size_t) override { return open(false); }
+    bool start_array(std::size_t) override { return open(true); }
+    bool end_object() override { return close(); }
+    bool end_array() override { return close(); }
+    bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception& error) override {
+        // The parser's own tag ("[json.exception.parse_error.101] ") says nothing to a reader.
+        std::string_view why = error.what();
+        if (why.starts_with('[') && why.find("] ") != std::string_view::npos)
+            why.remove_prefix(why.find("] ") + 2);
+        m_syntaxError = m_file + " is not a scan document: " + std::string(why);
+        return false;
+    }
+
+    // The outcome once the whole document is parsed; true when the plan is complete.
+    bool finish(std::string* message) {
+        if (!m_syntaxError.empty())
+            return fail(message, m_syntaxError);
+        if (!m_sawGroups)
+            return fail(message, m_file + " is not a scan document (no \"groups\")");
+        if (!m_problem.empty())
+            return fail(message, m_problem);
+        return true;
+    }
+    // The copies the document marks, in order, with their groups.
+    const std::vector<std::pair<GroupPtr, std::shared_ptr<CVFile>>>& toMark() const { return m_toMark; }
+
+private:
+    // Where a value lies: the document's object, its "roots" and "groups" arrays, a group,
+    // its "files" array, a file; Ignored for everything this reader does not look at.
+    enum class Place { Document, Roots, Groups, Group, Files, File, Ignored };
+
+    static bool fail(std::string* message, std::string text) {
+        *message = std::move(text);
+        return false;
+    }
+
+    Place here() const { return m_places.empty() ? Place::Ignored : m_places.back(); }
+
+    bool scalar(Scalar value) {
+        switch (here()) {
+        case Place::Document:
+            if (m_key == "groups")
+                m_sawGroups = false; // not an array
+            break;
+        case Place::Roots:
+            if (const auto* root = std::get_if<std::string>(&value))
+                m_plan.roots.push_back(restoreBytes(*root));
+            break;
+        case Place::Groups:
+            startGroup();
+            finishGroup(); // not an object: no files to compare
+            break;
+        case Place::Group:
+            if (m_key == "files")
+                m_filesSeen = false;
+            break;
+        case Place::Files:
+            m_members.emplace_back().malformed = true;
+            break;
+        case Place::File:
+            setMember(m_members.back(), m_key, value);
+            break;
+        case Place::Ignored:
+            break;
+        }
+        return true;
+    }
+
+    bool open(bool array) {
+        Place next = Place::Ignored;
+        if (!m_opened) {
+            m_opened = true;
+            next = array ? Place::Ignored : Place::Document;
+        } else {
+            switch (here()) {
+            case Place::Document:
+                if (m_key == "roots" && array) {
+                    m_plan.roots.clear();
+                    next = Place::Roots;
+                } else if (m_key == "groups") {
+                    m_sawGroups = array;
+                    next = array ? Place::Groups : Place::Ignored;
+                }
+                break;
+            case Place::Groups:
+                startGroup();
+                next = array ? Place::Ignored : Place::Group;
+                break;
+            case Place::Group:
+                if (m_key == "files") {
+                    m_filesSeen = array;
+                    m_members.clear();
+                    next = array ? Place::Files : Place::Ignored;
+                }
+                break;
+            case Place::Files:
+                m_members.emplace_back().malformed = array;
+                next = array ? Place::Ignored : Place::File;
+                break;
+            case Place::File:
+                setMember(m_members.back(), m_key, nullptr);
+                break;
+            case Place::Roots:
+            case Place::Ignored:
+                break;
+            }
+        }
+        m_places.push_back(next);
+        return true;
+    }
+
+    bool close() {
+        const Place closed = here();
+        if (!m_places.empty())
+            m_places.pop_back();
+        if (closed == Place::Group || (closed == Place::Ignored && here() == Place::Groups))
+            finishGroup();
+        return true;
+    }
+
+    void startGroup() {
+        ++m_groupIndex;
+        m_filesSeen = false;
+        m_members.clear();
+    }
+
+    // Checks the group just read and adds it to the results; the first problem is kept.
+    void finishGroup() {
+        if (!m_problem.empty())
+            return;
+        const std::string where = "group " + std::to_string(m_groupIndex);
+        if (!m_filesSeen || m_members.size() < 2) {
+            m_problem = m_file + ": " + where + " has no files to compare";
+            return;
+        }
+        GroupPtr group;
+        std::size_t marked = 0;
+        for (const Member& member : m_members) {
+            if (!member.complete()) {
+                m_problem = m_file + ": a file of " + where +
+                            " lacks its path, size, device, inode or mtime (written by an older corvel?)";
+                return;
+            }
+            std::shared_ptr<CVFile> node;
+            if (member.isFolder) {
+                auto folder = std::make_shared<CVFolder>(*member.path, "", *member.size, member.sizeOnDisk);
+                folder->setType(kNodeTypePlainFolder);
+                node = folder;
+            } else {
+                node = std::make_shared<CVFile>(*member.path, "", *member.size, member.sizeOnDisk);
+            }
+            node->setDevice(*member.device);
+            node->setInodeNumber(*member.inode);
+            node->setStatMTimeNanoseconds(*member.mtime);
+            node->setRemoveForbidden(member.removeForbidden);
+            if (!group)
+                group = CVGroup::initWithCVFile(node);
+            else
+                group->addFile(node);
+            if (member.needToRemove) {
+                if (member.removeForbidden) {
+                    m_problem = *member.path + " is marked but may not be removed";
+                    return;
+                }
+                m_toMark.emplace_back(group, node);
+                ++marked;
+            }
+        }
+        if (marked == m_members.size()) {
+            if (!m_allowAllCopies) {
+                m_problem =
+                    m_file + ": " + where +
+                    " has every copy marked; add --allow-all-copies to remove them all (to the Trash only)";
+                return;
+            }
+            group->setUserForcedAllCopies(true);
+        }
+        m_plan.results->addGroup(group);
+    }
+
+    const std::string& m_file;
+    const bool m_allowAllCopies;
+    Plan& m_plan;
+    std::vector<Place> m_places;
+    bool m_opened = false;
+    std::string m_key;
+    bool m_sawGroups = false;
+    std::size_t m_groupIndex = 0;
+    bool m_filesSeen = false;
+    std::vector<Member> m_members;
+    std::vector<std::pair<GroupPtr, std::shared_ptr<CVFile>>> m_toMark;
+    std::string m_syntaxError;
+    std::string m_problem;
+};
 
 } // namespace
 
 bool readPlan(const std::string& file, bool allowAllCopies, Plan* plan, std::string* message) {
     std::string text;
     CVError readError;
-    if (!readFileContents(file, text, std::numeric_limits<std::size_t>::max(), &readError))
-        return fail(message, "cannot read " + file + ": " +
-                                 (readError.domain == kPosixErrorDomain
-                                      ? std::string(std::strerror(static_cast<int>(readError.code)))
-                                      : readError.localizedDescription()));
-    const auto parsed = std::make_shared<nlohmann::json>();
-    nlohmann::json& doc = *parsed;
-    try {
-        doc = nlohmann::json::parse(markSurrogateEscapes(std::move(text)));
-    } catch (const nlohmann::json::exception& error) {
-        // The parser's own tag ("[json.exception.parse_error.101] ") says nothing to a reader.
-        std::string_view why = error.what();
-        if (why.starts_with('[') && why.find("] ") != std::string_view::npos)
-            why.remove_prefix(why.find("] ") + 2);
-        return fail(message, file + " is not a scan document: " + std::string(why));
+    if (!readFileContents(file, text, std::numeric_limits<std::size_t>::max(), &readError)) {
+        *message = "cannot read " + file + ": " +
+                   (readError.domain == kPosixErrorDomain
+                        ? std::string(std::strerror(static_cast<int>(readError.code)))
+                        : readError.localizedDescription());
+        return false;
     }
-    if (!doc.is_object() || !doc.contains("groups") || !doc["groups"].is_array())
-        return fail(message, file + " is not a scan document (no \"groups\")");
     plan->roots.clear();
-    if (doc.contains("roots") && doc["roots"].is_array())
-        for (const auto& root : doc["roots"])
-            if (root.is_string())
-                plan->roots.push_back(restoreBytes(root.get<std::string>()));
     plan->results = std::make_shared<CVDuplicatesController>();
-    std::vector<std::pair<GroupPtr, std::shared_ptr<CVFile>>> toMark;
-    std::size_t index = 0;
-    for (const auto& entry : doc["groups"]) {
-        ++index;
-        const std::string where = "group " + std::to_string(index);
-        if (!entry.is_object() || !entry.contains("files") || !entry["files"].is_array() ||
-            entry["files"].size() < 2)
-            return fail(message, file + ": " + where + " has no files to compare");
-        GroupPtr group;
-        std::size_t marked = 0;
-        for (const auto& member : entry["files"]) {
-            try {
-                const std::string path = restoreBytes(member.at("path").get<std::string>());
-                const bool isFolder = member.value("isFolder", false);
-                std::shared_ptr<CVFile> node;
-                if (isFolder) {
-                    auto folder = std::make_shared<CVFolder>(path, "", member.at("size").get<std::uint64_t>(),
-                                                             member.value("sizeOnDisk", std::uint64_t{0}));
-                    folder->setType(kNodeTypePlainFolder);
-                    node = folder;
-                } else {
-                    node = std::make_shared<CVFile>(path, "", member.at("size").get<std::uint64_t>(),
-                                                    member.value("sizeOnDisk", std::uint64_t{0}));
-                }
-                node->setDevice(member.at("device").get<std::uint64_t>());
-                node->setInodeNumber(member.at("inode").get<std::uint64_t>());
-                node->setStatMTimeNanoseconds(member.at("mtime").get<std::int64_t>());
-                node->setRemoveForbidden(member.value("removeForbidden", false));
-                if (!group)
-                    group = CVGroup::initWithCVFile(node);
-                else
-                    group->addFile(node);
-                if (member.value("needToRemove", false)) {
-                    if (node->removeForbidden())
-                        return fail(message, path + " is marked but may not be removed");
-                    toMark.emplace_back(group, node);
-                    ++marked;
-                }
-            } catch (const nlohmann::json::exception&) {
-                return fail(
-                    message,
-                    file + ": a file of " + where +
-                        " lacks its path, size, device, inode or mtime (written by an older corvel?)");
-            }
-        }
-        if (marked == entry["files"].size()) {
-            if (!allowAllCopies)
-                return fail(message, file + ": " + where +
-                                         " has every copy marked; add --allow-all-copies to remove them all "
-                                         "(to the Trash only)");
-            group->setUserForcedAllCopies(true);
-        }
-        plan->results->addGroup(group);
-    }
+    PlanBuilder builder(file, allowAllCopies, *plan);
+    nlohmann::json::sax_parse(markSurrogateEscapes(std::move(text)), &builder);
+    if (!builder.finish(message))
+        return false;
     CVSelectingController selecting(nullptr, UserDefaults::standardUserDefaults());
-    for (const auto& [group, node] : toMark)
+    for (const auto& [group, node] : builder.toMark())
         selecting.selectItem(node, group, true);
     MainQueue::shared().drain();
-    plan->document = parsed;
     return true;
 }
 

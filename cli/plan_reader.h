@@ -2,7 +2,8 @@
 // Reads a removal plan: a document written by "corvel scan --json" (possibly edited by
 // the user, "needToRemove" flipped), back into groups of nodes that carry the identity
 // recorded at the scan (device, inode, size, modification time), so that the removal
-// pass checks every copy against what was recorded before touching it.
+// pass checks every copy against what was recorded before touching it. The document is
+// read in one pass, group by group: what it costs is its nodes, not a tree of its text.
 
 #include <memory>
 #include <string>
@@ -17,9 +18,6 @@ namespace corvel::cli {
 struct Plan {
     std::vector<std::string> roots;
     std::shared_ptr<CVDuplicatesController> results;
-    // The parsed document, handed over so that the caller chooses when and where it is
-    // freed (corvel remove frees it on another thread while the pass runs).
-    std::shared_ptr<const void> document;
 };
 
 // The plan in the file, marks included. A file that cannot be read, is not such a

@@ -423,13 +423,6 @@ int runRemove(const RemoveOptions& options) {
         std::cerr << "corvel: " << escapedForTerminal(message) << "; nothing was removed\n";
         return kExitUsage;
     }
-    // The parsed document is not needed any more. Freeing its many small blocks costs
-    // about as much as parsing them, so it is done beside the pass, not before it.
-    try {
-        std::thread([document = std::move(plan.document)]() mutable { document.reset(); }).detach();
-    } catch (const std::system_error&) {
-        plan.document.reset();
-    }
     struct sigaction action {};
     action.sa_handler = onInterrupt;
     ::sigaction(SIGINT, &action, nullptr);

@@ -1,0 +1,140 @@
+// Reading a removal plan: the groups, identities and marks it records, and a clear refusal
+// of every document that is not such a plan, whatever is wrong with it.
+
+#include <gtest/gtest.h>
+
+#include "engine/folder.h"
+#include "engine/group.h"
+#include "plan_reader.h"
+#include "platform/main_queue.h"
+#include "results/duplicates_controller.h"
+#include "support/temp_tree.h"
+
+namespace corvel::cli {
+namespace {
+
+// A file member of a plan; fields are spliced in as written (a test may break them).
+std::string member(const std::string& path, bool marked, const std::string& extra = "") {
+    return R"({"path": ")" + path + R"(", "isFolder": false, "size": 211, "sizeOnDisk": 4096, )" +
+           R"("removeForbidden": false, "needToRemove": )" + (marked ? "true" : "false") +
+           R"(, "selectionType": "manual", "device": 65024, "inode": 17, "mtime": 1795537290862670218)" +
+           extra + "}";
+}
+
+std::string group(const std::string& members) {
+    return R"({"category": "Documents", "size": 211, "files": [)" + members + "]}";
+}
+
+class PlanReader : public testing::Test {
+protected:
+    void SetUp() override { MainQueue::shared().setMainThread(); }
+
+    bool read(const std::string& text, bool allowAllCopies = false) {
+        plan = Plan();
+        message.clear();
+        return readPlan(tree.file("plan.json", text), allowAllCopies, &plan, &message);
+    }
+
+    test::TempTree tree;
+    Plan plan;
+    std::string message;
+};
+
+TEST_F(PlanReader, BuildsTheGroupsWithTheRecordedIdentitiesAndMarks) {
+    const std::string text =
+        R"({"roots": ["/r", 7, "/r\udcff"], "summary": {"groups": [1, {"x": []}]}, "groups": [)" +
+        group(member("/r/a", true) + ", " + member("/r/b", false)) + ", " +
+        group(member("/r/c\\udcff", false, R"(, "nested": {"path": 3})") + ", " +
+              R"({"path": "/r/d", "isFolder": true, "size": 9, "device": 1, "inode": 2, )" +
+              R"("mtime": -5, "needToRemove": true})") +
+        "]}";
+    ASSERT_TRUE(read(text)) << message;
+    EXPECT_EQ(plan.roots, (std::vector<std::string>{"/r", "/r\xff"}));
+    const auto groups = plan.results->allDuplicatesGroups();
+    ASSERT_EQ(groups.size(), 2u);
+    const auto first = groups[0]->files();
+    ASSERT_EQ(first.size(), 2u);
+    EXPECT_EQ(first[0]->path(), "/r/a");
+    EXPECT_TRUE(first[0]->needToRemove());
+    EXPECT_FALSE(first[1]->needToRemove());
+    EXPECT_EQ(first[0]->device(), 65024u);
+    EXPECT_EQ(first[0]->inodeNumber(), 17u);
+    EXPECT_EQ(first[0]->size(), 211u);
+    EXPECT_EQ(first[0]->sizeOnDisk(), 4096u);
+    EXPECT_EQ(first[0]->statMTimeNanoseconds(), 1795537290862670218);
+    const auto second = groups[1]->files();
+    ASSERT_EQ(second.size(), 2u);
+    EXPECT_EQ(second[0]->path(), "/r/c\xff"); // a byte that is not UTF-8 comes back as written
+    EXPECT_NE(dynamic_cast<CVFolder*>(second[1].get()), nullptr);
+    EXPECT_EQ(second[1]->statMTimeNanoseconds(), -5);
+    EXPECT_TRUE(second[1]->needToRemove());
+    EXPECT_FALSE(groups[1]->userForcedAllCopies());
+}
+
+TEST_F(PlanReader, EveryCopyOfAGroupMarkedNeedsTheUsersWord) {
+    const std::string text =
+        R"({"groups": [)" + group(member("/r/a", true) + ", " + member("/r/b", true)) + "]}";
+    EXPECT_FALSE(read(text));
+    EXPECT_NE(message.find("group 1 has every copy marked; add --allow-all-copies"), std::string::npos)
+        << message;
+    ASSERT_TRUE(read(text, true)) << message;
+    EXPECT_TRUE(plan.results->allDuplicatesGroups().at(0)->userForcedAllCopies());
+}
+
+TEST_F(PlanReader, RefusesWhatIsNoPlanWithTheFirstProblem) {
+    const std::string good = group(member("/r/a", true) + ", " + member("/r/b", false));
+    const std::string lacking = " lacks its path, size, device, inode or mtime";
+    const struct {
+        const char* name;
+        std::string text;
+        std::string message;
+    } cases[] = {
+        {"not JSON", "not json", "is not a scan document: parse error at line 1"},
+        {"a syntax error after a bad group", R"({"groups": [{"files": []}, )",
+         "is not a scan document: parse error"},
+        {"a list", "[]", R"(is not a scan document (no "groups"))"},
+        {"a number", "5", R"(is not a scan document (no "groups"))"},
+        {"no groups", R"({"roots": []})", R"(is not a scan document (no "groups"))"},
+        {"groups not a list", R"({"groups": {"files": []}})", R"(is not a scan document (no "groups"))"},
+        {"a group that is a number", R"({"groups": [)" + good + ", 3]}", "group 2 has no files to compare"},
+        {"a group that is a list", R"({"groups": [[], )" + good + "]}", "group 1 has no files to compare"},
+        {"one file", R"({"groups": [)" + group(member("/r/a", true)) + "]}",
+         "group 1 has no files to compare"},
+        {"files not a list", R"({"groups": [{"files": {"path": "/r/a"}}]})",
+         "group 1 has no files to compare"},
+        {"no inode",
+         R"({"groups": [)" + good + ", " + group(member("/r/c", true) + R"(, {"path": "/r/d"})") + "]}",
+         "group 2" + lacking},
+        {"a member that is a string", R"({"groups": [)" + group(member("/r/a", true) + R"(, "/r/b")") + "]}",
+         "group 1" + lacking},
+        {"a size in words",
+         R"({"groups": [)" +
+             group(member("/r/a", true, R"(, "size": "big")") + ", " + member("/r/b", false)) + "]}",
+         "group 1" + lacking},
+        {"a negative inode",
+         R"({"groups": [)" + group(member("/r/a", true, R"(, "inode": -1)") + ", " + member("/r/b", false)) +
+             "]}",
+         "group 1" + lacking},
+        {"a mark that is a number",
+         R"({"groups": [)" +
+             group(member("/r/a", true, R"(, "needToRemove": 1)") + ", " + member("/r/b", false)) + "]}",
+         "group 1" + lacking},
+        {"a path that is an object",
+         R"({"groups": [)" + group(member("/r/a", true, R"(, "path": {})") + ", " + member("/r/b", false)) +
+             "]}",
+         "group 1" + lacking},
+        {"a marked copy that may not be removed",
+         R"({"groups": [)" +
+             group(member("/r/a", true, R"(, "removeForbidden": true)") + ", " + member("/r/b", false)) +
+             "]}",
+         "/r/a is marked but may not be removed"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_FALSE(read(c.text)) << c.name;
+        EXPECT_NE(message.find(c.message), std::string::npos) << c.name << ": " << message;
+        EXPECT_EQ(message.find("[json.exception"), std::string::npos) << c.name << ": " << message;
+    }
+}
+
+} // namespace
+} // namespace corvel::cli
