@@ -137,18 +137,21 @@ public:
     bool boolean(bool value) override { return scalar(value); }
     bool number_integer(number_integer_t value) override { return scalar(std::int64_t{value}); }
     bool number_unsigned(number_unsigned_t value) override { return scalar(std::uint64_t{value}); }
-    bool number_float(number_float_t value, const string_t&) override { return scalar(double{value}); }
+    bool number_float(number_float_t value, const string_t& /*text*/) override {
+        return scalar(double{value});
+    }
     bool string(string_t& value) override { return scalar(std::move(value)); }
-    bool binary(binary_t&) override { return scalar(nullptr); }
+    bool binary(binary_t& /*value*/) override { return scalar(nullptr); }
     bool key(string_t& key) override {
         m_key = std::move(key);
         return true;
     }
-    bool start_object(std::size_t) override { return open(false); }
-    bool start_array(std::size_t) override { return open(true); }
+    bool start_object(std::size_t /*elements*/) override { return open(false); }
+    bool start_array(std::size_t /*elements*/) override { return open(true); }
     bool end_object() override { return close(); }
     bool end_array() override { return close(); }
-    bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception& error) override {
+    bool parse_error(std::size_t /*position*/, const std::string& /*lastToken*/,
+                     const nlohmann::detail::exception& error) override {
         // The parser's own tag ("[json.exception.parse_error.101] ") says nothing to a reader.
         std::string_view why = error.what();
         if (why.starts_with('[') && why.find("] ") != std::string_view::npos)
