@@ -144,6 +144,13 @@ public:
     bool binary(binary_t& /*value*/) override { return scalar(nullptr); }
     bool key(string_t& key) override {
         m_key = std::move(key);
+        if (here() == Place::Document && m_key == "groups") {
+            // Every reader of a document with two "groups" takes only the last, and what the
+            // user looked at must be what is removed: such a document is refused.
+            if (m_sawGroupsKey && m_problem.empty())
+                m_problem = m_file + ": \"groups\" is given twice";
+            m_sawGroupsKey = true;
+        }
         return true;
     }
     bool start_object(std::size_t /*elements*/) override { return open(false); }
@@ -224,7 +231,7 @@ private:
             switch (here()) {
             case Place::Document:
                 if (m_key == "roots" && array) {
-                    m_plan.roots.clear();
+                    // The roots of every "roots" list count: they are only kept from the clean-up.
                     next = Place::Roots;
                 } else if (m_key == "groups") {
                     m_sawGroups = array;
@@ -333,7 +340,8 @@ private:
     std::vector<Place> m_places;
     bool m_opened = false;
     std::string m_key;
-    bool m_sawGroups = false;
+    bool m_sawGroupsKey = false;
+    bool m_sawGroups = false; // and it was a list
     std::size_t m_groupIndex = 0;
     bool m_filesSeen = false;
     std::vector<Member> m_members;

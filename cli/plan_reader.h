@@ -20,10 +20,12 @@ struct Plan {
     std::shared_ptr<CVDuplicatesController> results;
 };
 
-// The plan in the file, marks included. A file that cannot be read, is not such a
-// document, or lacks a member's identity answers false with the message. Groups whose
-// every copy is marked need allowAllCopies (they are then forced by the user); without
-// it that is an error too.
+// The plan in the file, marks included. Refused with the message (false): a file that
+// cannot be read, a document that is no JSON or has no "groups" list (or two), a group
+// with fewer than two files, a file without its path, size, device, inode or mtime or
+// with a member of another type than written, a marked copy that may not be removed, and
+// a group whose every copy is marked unless allowAllCopies (such groups are then forced
+// by the user). Nothing is marked unless the whole plan is read.
 [[nodiscard]] bool readPlan(const std::string& file, bool allowAllCopies, Plan* plan, std::string* message);
 
 } // namespace corvel::cli

@@ -1,12 +1,15 @@
 // Reading a removal plan: the groups, identities and marks it records, and a clear refusal
 // of every document that is not such a plan, whatever is wrong with it.
 
+#include <cstdio>
 #include <gtest/gtest.h>
+#include <limits>
 
 #include "engine/folder.h"
 #include "engine/group.h"
 #include "plan_reader.h"
 #include "platform/main_queue.h"
+#include "report.h"
 #include "results/duplicates_controller.h"
 #include "support/temp_tree.h"
 
@@ -71,6 +74,63 @@ TEST_F(PlanReader, BuildsTheGroupsWithTheRecordedIdentitiesAndMarks) {
     EXPECT_FALSE(groups[1]->userForcedAllCopies());
 }
 
+// What corvel scan --json writes reads back as it was, extreme values included.
+TEST_F(PlanReader, ReadsBackWhatTheScanWrites) {
+    auto file = [](const std::string& path, std::uint64_t inode) {
+        auto node = std::make_shared<CVFile>(path, "", std::numeric_limits<std::uint64_t>::max(), 8192);
+        node->setDevice(std::numeric_limits<std::uint64_t>::max());
+        node->setInodeNumber(inode);
+        node->setStatMTimeNanoseconds(std::numeric_limits<std::int64_t>::min());
+        return node;
+    };
+    auto folder = [](const std::string& path, std::uint64_t inode) {
+        auto node = std::make_shared<CVFolder>(path, "", 0, 0);
+        node->setDevice(3);
+        node->setInodeNumber(inode);
+        node->setStatMTimeNanoseconds(std::numeric_limits<std::int64_t>::max());
+        return node;
+    };
+    CVDuplicatesController written;
+    const auto marked = file("/r/\xff \"quoted\"\n", 1);
+    const auto kept = file("/r/kept", 2);
+    kept->setRemoveForbidden(true);
+    const auto files = CVGroup::initWithCVFile(marked);
+    files->addFile(kept);
+    written.addGroup(files);
+    const auto folders = CVGroup::initWithCVFile(folder("/r/one", 3));
+    folders->addFile(folder("/r/two", 4));
+    written.addGroup(folders);
+    marked->setNeedToRemove(true);
+    const std::string path = tree / "written.json";
+    std::FILE* out = std::fopen(path.c_str(), "w");
+    ASSERT_NE(out, nullptr);
+    writeJsonReport({"/r", "/\xfe"}, written, out);
+    std::fclose(out);
+
+    ASSERT_TRUE(readPlan(path, false, &plan, &message)) << message;
+    EXPECT_EQ(plan.roots, (std::vector<std::string>{"/r", "/\xfe"}));
+    const auto groups = plan.results->allDuplicatesGroups();
+    ASSERT_EQ(groups.size(), 2u);
+    const auto back = groups[0]->files();
+    ASSERT_EQ(back.size(), 2u);
+    EXPECT_EQ(back[0]->path(), marked->path());
+    EXPECT_TRUE(back[0]->needToRemove());
+    EXPECT_FALSE(back[0]->removeForbidden());
+    EXPECT_EQ(back[1]->path(), "/r/kept");
+    EXPECT_FALSE(back[1]->needToRemove());
+    EXPECT_TRUE(back[1]->removeForbidden());
+    EXPECT_EQ(back[0]->size(), std::numeric_limits<std::uint64_t>::max());
+    EXPECT_EQ(back[0]->sizeOnDisk(), 8192u);
+    EXPECT_EQ(back[0]->device(), std::numeric_limits<std::uint64_t>::max());
+    EXPECT_EQ(back[1]->inodeNumber(), 2u);
+    EXPECT_EQ(back[0]->statMTimeNanoseconds(), std::numeric_limits<std::int64_t>::min());
+    const auto backFolders = groups[1]->files();
+    ASSERT_EQ(backFolders.size(), 2u);
+    EXPECT_NE(dynamic_cast<CVFolder*>(backFolders[1].get()), nullptr);
+    EXPECT_EQ(backFolders[1]->path(), "/r/two");
+    EXPECT_EQ(backFolders[1]->statMTimeNanoseconds(), std::numeric_limits<std::int64_t>::max());
+}
+
 TEST_F(PlanReader, EveryCopyOfAGroupMarkedNeedsTheUsersWord) {
     const std::string text =
         R"({"groups": [)" + group(member("/r/a", true) + ", " + member("/r/b", true)) + "]}";
@@ -123,6 +183,11 @@ TEST_F(PlanReader, RefusesWhatIsNoPlanWithTheFirstProblem) {
          R"({"groups": [)" + group(member("/r/a", true, R"(, "path": {})") + ", " + member("/r/b", false)) +
              "]}",
          "group 1" + lacking},
+        {"groups twice", R"({"groups": [)" + good + R"(], "groups": []})", R"("groups" is given twice)"},
+        {"a mark given twice, the last counts",
+         R"({"groups": [)" +
+             group(member("/r/a", true) + ", " + member("/r/b", false, R"(, "needToRemove": true)")) + "]}",
+         "group 1 has every copy marked"},
         {"a marked copy that may not be removed",
          R"({"groups": [)" +
              group(member("/r/a", true, R"(, "removeForbidden": true)") + ", " + member("/r/b", false)) +
