@@ -52,7 +52,7 @@ std::string fileTitle(std::string_view path) {
     return name;
 }
 
-CVNode::CVNode(std::string path) : m_path(std::move(path)) {}
+CVNode::CVNode(std::string path) : m_path(std::string_view(path)) {}
 
 struct CVNode::ChildList {
     std::vector<NodePtr> nodes;
@@ -127,17 +127,17 @@ ChangeNotifier* CVNode::changeNotifierIfAny() const {
 }
 
 std::string CVNode::path() const {
-    return m_path;
+    return std::string(m_path.view());
 }
 
 void CVNode::setPath(std::string path) {
     std::lock_guard guard(lock());
-    m_path = std::move(path);
+    m_path = std::string_view(path);
 }
 
 std::string CVFile::path() const {
     if (!flag(kRelativePath) || !m_parentFolder)
-        return storedPath();
+        return std::string(storedPath());
     // Names up to the first node that knows its full path, joined into one allocation.
     const CVFile* chain[256];
     std::size_t depth = 0;
@@ -247,7 +247,7 @@ std::string CVNode::uti() const {
     std::string extension;
     {
         std::lock_guard guard(lock());
-        extension = pathExtension(m_path); // name or path: same extension
+        extension = pathExtension(m_path.view()); // name or path: same extension
     }
     return TypeIdentifiers::shared().preferredIdentifierForExtension(extension);
 }

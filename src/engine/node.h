@@ -22,6 +22,7 @@
 #include <string_view>
 #include <vector>
 
+#include "compact_string.h"
 #include "node_services.h"
 #include "node_type.h"
 #include "path_component.h"
@@ -73,8 +74,9 @@ public:
     virtual std::string path() const;
     // Stores an absolute path (a rename, a group's first member).
     virtual void setPath(std::string path);
-    // The path as stored: absolute, or just the name for a walked node.
-    const std::string& storedPath() const { return m_path; }
+    // The path as stored: absolute, or just the name for a walked node. Valid until the
+    // path is set again.
+    std::string_view storedPath() const { return m_path.view(); }
     // Display name; empty unless set (groups take their first member's title).
     virtual std::string name() const;
     void setName(std::string name);
@@ -147,7 +149,7 @@ private:
     ChildList& childList();
     // The children and their count, made by the thread that adds the first child.
     std::atomic<ChildList*> m_children{nullptr};
-    std::string m_path;
+    CompactString m_path;
     std::atomic<std::uint64_t> m_size{0};
     std::uint64_t m_sizeOnDisk = 0;
     std::uint64_t m_inodeNumber = 0;
