@@ -53,8 +53,8 @@ bool childrenMatch(CVNode& a, CVNode& b, CVNodeCache& cache, CVNodeDelegate* del
 
 } // namespace
 
-CVFolder::CVFolder(std::string path, std::string name, std::uint64_t size, std::uint64_t sizeOnDisk)
-    : CVFile(std::move(path), std::move(name), size, sizeOnDisk) {
+CVFolder::CVFolder(std::string_view path, std::string name, std::uint64_t size, std::uint64_t sizeOnDisk)
+    : CVFile(path, std::move(name), size, sizeOnDisk) {
     setFlag(kAllChildrenIgnored, true);
 }
 

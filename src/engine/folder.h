@@ -15,7 +15,7 @@ namespace corvel {
 
 class CVFolder : public CVFile {
 public:
-    CVFolder(std::string path, std::string name, std::uint64_t size = 0, std::uint64_t sizeOnDisk = 0);
+    CVFolder(std::string_view path, std::string name, std::uint64_t size = 0, std::uint64_t sizeOnDisk = 0);
     // Children that outlive the folder (held by a group) lose their parent link and keep
     // their full path and device.
     ~CVFolder() override;

@@ -52,7 +52,7 @@ std::string fileTitle(std::string_view path) {
     return name;
 }
 
-CVNode::CVNode(std::string path) : m_path(std::string_view(path)) {}
+CVNode::CVNode(std::string_view path) : m_path(path) {}
 
 struct CVNode::ChildList {
     std::vector<NodePtr> nodes;
@@ -130,9 +130,9 @@ std::string CVNode::path() const {
     return std::string(m_path.view());
 }
 
-void CVNode::setPath(std::string path) {
+void CVNode::setPath(std::string_view path) {
     std::lock_guard guard(lock());
-    m_path = std::string_view(path);
+    m_path = path;
 }
 
 std::string CVFile::path() const {
@@ -181,13 +181,13 @@ bool CVFile::hasSamePathAs(const CVFile& other) const {
     return true;
 }
 
-void CVFile::setPath(std::string path) {
-    CVNode::setPath(std::move(path));
+void CVFile::setPath(std::string_view path) {
+    CVNode::setPath(path);
     setFlag(kRelativePath, false);
 }
 
-void CVFile::setNameRelativeToParent(std::string name) {
-    CVNode::setPath(std::move(name));
+void CVFile::setNameRelativeToParent(std::string_view name) {
+    CVNode::setPath(name);
     setFlag(kRelativePath, true);
 }
 
@@ -279,8 +279,8 @@ void CVNode::setSignature(std::shared_ptr<CVSignature> signature) {
         extras().signature = std::move(signature);
 }
 
-CVFile::CVFile(std::string path, std::string name, std::uint64_t size, std::uint64_t sizeOnDisk)
-    : CVNode(std::move(path)) {
+CVFile::CVFile(std::string_view path, std::string name, std::uint64_t size, std::uint64_t sizeOnDisk)
+    : CVNode(path) {
     if (!name.empty())
         setName(std::move(name));
     setSize(size);

@@ -64,7 +64,7 @@ enum SelectionType : std::int32_t {
 
 class CVNode : public std::enable_shared_from_this<CVNode> {
 public:
-    explicit CVNode(std::string path = {});
+    explicit CVNode(std::string_view path = {});
     virtual ~CVNode();
     CVNode(const CVNode&) = delete;
     CVNode& operator=(const CVNode&) = delete;
@@ -73,7 +73,7 @@ public:
     // for the rest, which keeps a million paths from being stored a million times.
     virtual std::string path() const;
     // Stores an absolute path (a rename, a group's first member).
-    virtual void setPath(std::string path);
+    virtual void setPath(std::string_view path);
     // The path as stored: absolute, or just the name for a walked node. Valid until the
     // path is set again.
     std::string_view storedPath() const { return m_path.view(); }
@@ -160,7 +160,7 @@ private:
 
 class CVFile : public CVNode {
 public:
-    CVFile(std::string path, std::string name, std::uint64_t size, std::uint64_t sizeOnDisk = 0);
+    CVFile(std::string_view path, std::string name, std::uint64_t size, std::uint64_t sizeOnDisk = 0);
     ~CVFile() override;
 
     // The stored type, or, while it is 0, the file's type from the node type generator.
@@ -227,11 +227,11 @@ public:
     std::string path() const override;
     // Whether the two nodes stand for the same path; cheap when their names differ.
     bool hasSamePathAs(const CVFile& other) const;
-    void setPath(std::string path) override;
+    void setPath(std::string_view path) override;
     // Stores only the name: the path is the parent folder's path and this name. Set
     // before the node is attached to its folder; a folder that dies gives its children
     // their full paths back.
-    void setNameRelativeToParent(std::string name);
+    void setNameRelativeToParent(std::string_view name);
 
     // The file name without its extension.
     virtual std::string title() const;

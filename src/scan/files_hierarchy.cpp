@@ -298,7 +298,7 @@ void CVFilesHierarchy::addFile(Walk& walk, const WalkEntry& entry) {
     auto file = std::make_shared<CVFile>(current ? std::string() : std::string(entry.path), std::string(),
                                          entry.size, entry.sizeOnDisk);
     if (current)
-        file->setNameRelativeToParent(std::string(entry.name));
+        file->setNameRelativeToParent(entry.name);
     file->setIgnore(entry.ignored);
     file->setStatCTime(entry.ctime);
     file->setStatMTimeNanoseconds(entry.mtimeNanoseconds);
@@ -324,7 +324,7 @@ void CVFilesHierarchy::addFolder(Walk& walk, const WalkEntry& entry) {
     const std::string path(entry.path);
     auto folder = std::make_shared<CVFolder>(walk.top && current ? std::string() : path, std::string());
     if (walk.top && current)
-        folder->setNameRelativeToParent(std::string(entry.name));
+        folder->setNameRelativeToParent(entry.name);
     folder->setStatCTime(entry.ctime);
     folder->setStatMTimeNanoseconds(entry.mtimeNanoseconds);
     folder->setDevice(entry.device);
