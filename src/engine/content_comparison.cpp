@@ -29,6 +29,7 @@ struct EntryStatus {
     bool hasMountId = false;
     std::uint64_t mountId = 0;
     bool isMountRoot = false;
+    std::int64_t modificationTime = 0; // nanoseconds
 
     bool sameObjectAs(const EntryStatus& other) const {
         return device == other.device && inode == other.inode;
@@ -38,13 +39,14 @@ struct EntryStatus {
 // statx of name relative to dirFd (AT_FDCWD with a path); answers 0 or the errno value.
 int statusOf(int dirFd, const char* name, EntryStatus& out) {
     struct statx stx {};
-    const unsigned mask = STATX_TYPE | STATX_INO | STATX_SIZE | STATX_MNT_ID;
+    const unsigned mask = STATX_TYPE | STATX_INO | STATX_SIZE | STATX_MTIME | STATX_MNT_ID;
     if (::statx(dirFd, name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, mask, &stx) != 0)
         return errno;
     out.type = stx.stx_mode & S_IFMT;
     out.size = stx.stx_size;
     out.device = makedev(stx.stx_dev_major, stx.stx_dev_minor);
     out.inode = stx.stx_ino;
+    out.modificationTime = stx.stx_mtime.tv_sec * std::int64_t{1000000000} + stx.stx_mtime.tv_nsec;
     out.hasMountId = (stx.stx_mask & STATX_MNT_ID) != 0;
     out.mountId = stx.stx_mnt_id;
     out.isMountRoot =
@@ -200,8 +202,10 @@ ContentComparison stopped() {
 // One comparison: the two roots, what is known of them, and the buffers of the comparer.
 class ContentComparer::Walk {
 public:
-    Walk(ContentComparer& owner, const std::string& rootA, const std::string& rootB)
-        : m_owner(owner), m_rootA(withoutTrailingSlashes(rootA)), m_rootB(withoutTrailingSlashes(rootB)) {}
+    Walk(ContentComparer& owner, const std::string& rootA, const std::string& rootB,
+         std::vector<ComparedEntry>* comparedA = nullptr)
+        : m_owner(owner), m_rootA(withoutTrailingSlashes(rootA)), m_rootB(withoutTrailingSlashes(rootB)),
+          m_comparedA(comparedA) {}
 
     std::uint64_t bytesCompared() const { return m_bytesCompared; }
 
@@ -242,6 +246,7 @@ public:
         }
         if (a.type != b.type)
             return differentTypes(m_rootA, a.type, m_rootB, b.type);
+        record(0, {}, a);
         if (a.type == S_IFREG)
             return openedFiles(AT_FDCWD, m_rootA.c_str(), a, m_rootA, AT_FDCWD, m_rootB.c_str(), b, m_rootB,
                                false);
@@ -251,6 +256,23 @@ public:
     }
 
 private:
+    // Lists an entry of the first tree, when asked to.
+    void record(unsigned depth, const std::string& name, const EntryStatus& a) {
+        if (!m_comparedA)
+            return;
+        ComparedEntry entry;
+        entry.depth = depth;
+        entry.name = name;
+        entry.type = a.type;
+        entry.device = a.device;
+        entry.inode = a.inode;
+        if (a.type == S_IFREG) {
+            entry.size = a.size;
+            entry.modificationTime = a.modificationTime;
+        }
+        m_comparedA->push_back(std::move(entry));
+    }
+
     struct Frame {
         std::vector<std::string> names;
         std::size_t next = 0;
@@ -475,6 +497,7 @@ private:
             return refusedType(pathB, b.type);
         if (a.type != b.type)
             return differentTypes(pathA, a.type, pathB, b.type);
+        record(frame.depth + 1, name, a);
         if (a.type == S_IFREG)
             return openedFiles(m_folderA.get(), name.c_str(), a, pathA, m_folderB.get(), name.c_str(), b,
                                pathB, false);
@@ -507,6 +530,7 @@ private:
     UniqueFd m_folderB;
     std::vector<Frame> m_frames;
     std::uint64_t m_bytesCompared = 0;
+    std::vector<ComparedEntry>* m_comparedA;
 };
 
 ContentComparer::ContentComparer(StopRequest stop, unsigned maxDepth)
@@ -529,8 +553,11 @@ ContentComparison ContentComparer::compareFileContents(const std::string& pathA,
     return result;
 }
 
-ContentComparison ContentComparer::compareTrees(const std::string& pathA, const std::string& pathB) {
-    Walk walk(*this, pathA, pathB);
+ContentComparison ContentComparer::compareTrees(const std::string& pathA, const std::string& pathB,
+                                                std::vector<ComparedEntry>* comparedA) {
+    if (comparedA)
+        comparedA->clear();
+    Walk walk(*this, pathA, pathB, comparedA);
     ContentComparison result = walk.trees();
     result.bytesCompared = walk.bytesCompared();
     return result;

@@ -40,6 +40,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace corvel {
 
@@ -62,6 +63,20 @@ struct ContentComparison {
     bool isEqual() const { return outcome == Equal; }
 };
 
+// One entry of the first tree as it was when compared, in walk order (a folder before its
+// entries): what a permanent removal of that tree may delete, each entry checked again
+// just before it goes. Files also carry their size and modification time; folders and
+// links only their identity.
+struct ComparedEntry {
+    unsigned depth = 0;     // 0: the compared path itself
+    std::string name;       // the last component; empty at depth 0
+    std::uint32_t type = 0; // S_IFREG, S_IFDIR or S_IFLNK
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
+    std::uint64_t size = 0;
+    std::int64_t modificationTime = 0; // nanoseconds since 1970
+};
+
 class ContentComparer {
 public:
     // Answers true when the comparison must stop; called on the comparing thread.
@@ -79,8 +94,10 @@ public:
     ContentComparison compareFileContents(const std::string& pathA, const std::string& pathB);
 
     // Compares two trees. A path naming a file compares as a file, a link by its target; a
-    // file against a folder (or a link) is different.
-    ContentComparison compareTrees(const std::string& pathA, const std::string& pathB);
+    // file against a folder (or a link) is different. With comparedA, the entries of the
+    // first tree that were compared are listed there (complete only when equal).
+    ContentComparison compareTrees(const std::string& pathA, const std::string& pathB,
+                                   std::vector<ComparedEntry>* comparedA = nullptr);
 
 private:
     class Walk;

@@ -77,15 +77,6 @@ bool isItemName(const std::string& path) {
     return !path.empty() && !name.empty() && name != "/" && name != "." && name != "..";
 }
 
-bool hasIdentity(const struct stat& st, const TrashItemIdentity& identity) {
-    constexpr std::int64_t kNanosecondsPerSecond = 1000000000;
-    const std::int64_t mtime = st.st_mtim.tv_sec * kNanosecondsPerSecond + st.st_mtim.tv_nsec;
-    return static_cast<std::uint64_t>(st.st_dev) == identity.device &&
-           static_cast<std::uint64_t>(st.st_ino) == identity.inode &&
-           (!identity.size || static_cast<std::uint64_t>(st.st_size) == *identity.size) &&
-           (!identity.modificationTime || mtime == *identity.modificationTime);
-}
-
 // Refuses to move the Trash folder into itself, or an item out of its own Trash folder.
 [[nodiscard]] bool checkPlace(const std::string& path, const TrashItemName& item,
                               const std::string& trashFolder, CVError* error) {
@@ -114,6 +105,15 @@ std::string originalPath(const TrashItemName& item, const TrashFolder& trash) {
 }
 
 } // namespace
+
+bool hasIdentity(const struct stat& st, const TrashItemIdentity& identity) {
+    constexpr std::int64_t kNanosecondsPerSecond = 1000000000;
+    const std::int64_t mtime = st.st_mtim.tv_sec * kNanosecondsPerSecond + st.st_mtim.tv_nsec;
+    return static_cast<std::uint64_t>(st.st_dev) == identity.device &&
+           static_cast<std::uint64_t>(st.st_ino) == identity.inode &&
+           (!identity.size || static_cast<std::uint64_t>(st.st_size) == *identity.size) &&
+           (!identity.modificationTime || mtime == *identity.modificationTime);
+}
 
 std::string TrashItemName::path() const {
     return joinPath(folder, name);

@@ -60,6 +60,9 @@ struct TrashItemIdentity {
     std::optional<std::int64_t> modificationTime;
 };
 
+// Whether st (an lstat of the path) is the item the identity names.
+bool hasIdentity(const struct stat& st, const TrashItemIdentity& identity);
+
 // Where a moved item went.
 struct TrashedItem {
     std::string trashDirectory; // the Trash folder

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "achievements_controller.h"
+#include "compared_tree_removal.h"
 #include "engine/file_sizer.h"
 #include "engine/folder.h"
 #include "engine/node_type.h"
@@ -618,10 +619,11 @@ bool CVRemovalPass::shredDuplicateFile(CVFile& file, bool toTrash, CVError* erro
             return false;
         }
     }
-    return shredPhysicallyDup(file, toTrash, error);
+    return shredPhysicallyDup(file, toTrash, error, &check.compared);
 }
 
-bool CVRemovalPass::shredPhysicallyDup(CVFile& file, bool toTrash, CVError* error) {
+bool CVRemovalPass::shredPhysicallyDup(CVFile& file, bool toTrash, CVError* error,
+                                       const std::vector<ComparedEntry>* compared) {
     const std::string path = file.path();
     if (m_options.dryRun) {
         bool ok = true;
@@ -649,7 +651,7 @@ bool CVRemovalPass::shredPhysicallyDup(CVFile& file, bool toTrash, CVError* erro
     // A locked item is unlocked for its removal, and locked again when the removal fails.
     const bool unlocked = isImmutable(path).value_or(false) && setImmutable(path, false, nullptr);
     CVError removeError;
-    const bool ok = removeItemAtPath(path, toTrash, &removeError);
+    const bool ok = removeItemAtPath(path, toTrash, &removeError, compared);
     if (!ok) {
         if (unlocked)
             lockAgain(path);
@@ -660,7 +662,8 @@ bool CVRemovalPass::shredPhysicallyDup(CVFile& file, bool toTrash, CVError* erro
     return ok;
 }
 
-bool CVRemovalPass::removeItemAtPath(const std::string& path, bool toTrash, CVError* error) {
+bool CVRemovalPass::removeItemAtPath(const std::string& path, bool toTrash, CVError* error,
+                                     const std::vector<ComparedEntry>* compared) {
     if (toTrash) {
         TrashedItem trashed;
         std::optional<TrashItemIdentity> expected;
@@ -679,14 +682,23 @@ bool CVRemovalPass::removeItemAtPath(const std::string& path, bool toTrash, CVEr
         setError(error, posixError(errno, path, "remove"));
         return false;
     }
+    if (m_options.beforeDelete)
+        m_options.beforeDelete(path);
     if (S_ISDIR(st.st_mode)) {
-        std::error_code failure;
-        std::filesystem::remove_all(path, failure);
-        if (failure) {
-            setError(error, posixError(failure.value(), path, "remove"));
+        // Never a recursive delete: what appeared or changed since the comparison stays.
+        std::string why = "a folder is deleted only as far as it was compared";
+        if (!compared || !removeComparedTree(path, *compared, &why)) {
+            setError(error, checkError(compared ? "only what was compared was deleted; " + why : why));
             return false;
         }
         return true;
+    }
+    // A file: still the one that was compared a moment ago.
+    struct stat now {};
+    if (m_current && m_current->file && m_current->file->path() == path &&
+        (::lstat(path.c_str(), &now) != 0 || !hasIdentity(now, identityOf(*m_current->file)))) {
+        setError(error, checkError(kReasonChanged));
+        return false;
     }
     if (::unlink(path.c_str()) != 0) {
         setError(error, posixError(errno, path, "remove"));

@@ -26,6 +26,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <set>
@@ -83,6 +84,9 @@ public:
         bool tickPacing = true;                 // at least 0.2 s between ticks and a pause at the end
         std::vector<std::string> scanRoots;     // never removed by the clean-up
         std::size_t windowCopies = 1024;        // at most this many copies moved to the Trash together
+        // Called with a copy's path just before it is deleted permanently (tests change the
+        // tree there, as a program running beside the pass could).
+        std::function<void(const std::string&)> beforeDelete;
     };
 
     enum class Outcome { Trashed, Deleted, Failed, NotHandled, WouldTrash, WouldDelete, WouldFail };
@@ -120,8 +124,12 @@ public:
     // The pass; on the calling thread (startPass runs it on its own).
     void cleanDuplicates();
     [[nodiscard]] bool shredDuplicateFile(CVFile& file, bool toTrash, CVError* error);
-    [[nodiscard]] bool shredPhysicallyDup(CVFile& file, bool toTrash, CVError* error);
-    [[nodiscard]] bool removeItemAtPath(const std::string& path, bool toTrash, CVError* error);
+    // compared: a folder copy's entries as its check compared them; deleting a folder
+    // permanently removes only those (compared_tree_removal.h), and is refused without them.
+    [[nodiscard]] bool shredPhysicallyDup(CVFile& file, bool toTrash, CVError* error,
+                                          const std::vector<ComparedEntry>* compared = nullptr);
+    [[nodiscard]] bool removeItemAtPath(const std::string& path, bool toTrash, CVError* error,
+                                        const std::vector<ComparedEntry>* compared = nullptr);
     void removeParentFolderIfEmpty(const std::string& removedPath, bool moveToTrash);
     std::optional<CVError> shrediPhotoDup(CVFile& file);
     std::optional<PropertyValue::Dictionary> trashiPhotoImageWithPath(const std::string& path, bool useAdd,

@@ -58,6 +58,7 @@ RemovalCheck RemovalVerifier::checkBeforeRemoval(const CVFile& copy, bool perman
     if (!isUnchangedSinceScan(copy, &check.reason))
         return check;
     const std::string copyPath = copy.path();
+    const bool isFolder = dynamic_cast<const CVFolder*>(&copy) != nullptr;
     const Identity copyIdentity{copy.device(), copy.inodeNumber()};
     CVGroup* group = copy.parentGroup();
     // The members that stay and still are what the scan saw; the first that stays but
@@ -89,7 +90,8 @@ RemovalCheck RemovalVerifier::checkBeforeRemoval(const CVFile& copy, bool perman
                            (keptPath.size() < copyPath.size() ? "holds the copy" : "lies inside the copy");
             continue;
         }
-        const ContentComparison comparison = m_comparer.compareTrees(copyPath, keptPath);
+        const ContentComparison comparison =
+            m_comparer.compareTrees(copyPath, keptPath, permanently && isFolder ? &check.compared : nullptr);
         if (comparison.isEqual() && !comparison.sameFile) {
             check.ok = true;
             check.keptCopy = keptPath;
@@ -102,6 +104,7 @@ RemovalCheck RemovalVerifier::checkBeforeRemoval(const CVFile& copy, bool perman
         }
         (comparison.outcome == ContentComparison::Different ? difference : uncertainty) = comparison.message;
     }
+    check.compared.clear(); // no copy to go by
     if (!difference.empty()) {
         check.reason = std::string(kReasonDiffers) + " (" + difference + ")";
     } else if (!uncertainty.empty()) {

@@ -29,6 +29,9 @@ struct RemovalCheck {
     std::string reason;           // why the copy may not go (empty when ok)
     std::string keptCopy;         // the copy that stays, compared with it (empty for a forced group)
     std::shared_ptr<CVFile> kept; // its node (null for a forced group)
+    // A folder copy to be deleted permanently: its entries as compared (see
+    // compared_tree_removal.h); empty otherwise.
+    std::vector<ComparedEntry> compared;
 };
 
 class RemovalVerifier {

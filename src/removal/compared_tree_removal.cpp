@@ -1,0 +1,122 @@
+#include "compared_tree_removal.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/file_io.h"
+#include "platform/unique_fd.h"
+
+namespace corvel {
+
+namespace {
+
+constexpr int kOpenFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+
+bool isListedAs(const struct stat& st, const ComparedEntry& entry) {
+    if (static_cast<std::uint64_t>(st.st_dev) != entry.device ||
+        static_cast<std::uint64_t>(st.st_ino) != entry.inode || (st.st_mode & S_IFMT) != entry.type)
+        return false;
+    if (entry.type != S_IFREG)
+        return true;
+    const std::int64_t modified = st.st_mtim.tv_sec * std::int64_t{1000000000} + st.st_mtim.tv_nsec;
+    return static_cast<std::uint64_t>(st.st_size) == entry.size && modified == entry.modificationTime;
+}
+
+// An open folder of the walk and where it lies.
+struct Level {
+    UniqueFd fd;
+    std::string path;
+    std::string name; // in the level below
+};
+
+class Removal {
+public:
+    explicit Removal(std::string* why) : m_why(why) {}
+
+    bool run(const std::string& path, const std::vector<ComparedEntry>& compared) {
+        if (compared.empty() || compared.front().depth != 0 || compared.front().type != S_IFDIR)
+            return keep(path, "no comparison of the folder to go by");
+        UniqueFd parent(::open(parentPath(path).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+        if (!parent.valid())
+            return keep(path, std::strerror(errno));
+        const std::string rootName = lastPathComponent(path);
+        if (!enter(parent.get(), path, rootName, compared.front()))
+            return false;
+        for (std::size_t i = 1; i < compared.size(); ++i) {
+            const ComparedEntry& entry = compared[i];
+            while (m_levels.size() > entry.depth)
+                leave(parent.get());
+            if (m_levels.size() != entry.depth)
+                continue; // inside a folder that stays
+            const Level& folder = m_levels.back();
+            const std::string entryPath = folder.path + "/" + entry.name;
+            if (entry.type == S_IFDIR) {
+                enter(folder.fd.get(), entryPath, entry.name, entry);
+                continue;
+            }
+            struct stat st {};
+            if (::fstatat(folder.fd.get(), entry.name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
+                if (errno != ENOENT) // gone already: nothing to remove
+                    keep(entryPath, std::strerror(errno));
+                continue;
+            }
+            if (!isListedAs(st, entry)) {
+                keep(entryPath, "changed since the comparison");
+                continue;
+            }
+            if (::unlinkat(folder.fd.get(), entry.name.c_str(), 0) != 0 && errno != ENOENT)
+                keep(entryPath, std::strerror(errno));
+        }
+        while (!m_levels.empty())
+            leave(parent.get());
+        return m_kept.empty();
+    }
+
+private:
+    // Opens a listed folder when it is still the one compared; false (it stays) otherwise.
+    bool enter(int parentFd, const std::string& path, const std::string& name, const ComparedEntry& entry) {
+        UniqueFd fd(::openat(parentFd, name.c_str(), kOpenFolderFlags));
+        struct stat st {};
+        if (!fd.valid() || ::fstat(fd.get(), &st) != 0)
+            return keep(path, std::strerror(errno));
+        if (!isListedAs(st, entry))
+            return keep(path, "changed since the comparison");
+        m_levels.push_back(Level{std::move(fd), path, name});
+        return true;
+    }
+
+    // Closes the innermost folder and removes it when it is empty.
+    void leave(int rootParentFd) {
+        Level level = std::move(m_levels.back());
+        m_levels.pop_back();
+        level.fd.reset();
+        const int parentFd = m_levels.empty() ? rootParentFd : m_levels.back().fd.get();
+        if (::unlinkat(parentFd, level.name.c_str(), AT_REMOVEDIR) != 0)
+            keep(level.path, errno == ENOTEMPTY || errno == EEXIST
+                                 ? "holds entries the comparison did not see"
+                                 : std::strerror(errno));
+    }
+
+    bool keep(const std::string& path, const std::string& reason) {
+        if (m_kept.empty() && m_why)
+            *m_why = path + ": " + reason;
+        m_kept.push_back(path);
+        return false;
+    }
+
+    std::string* m_why;
+    std::vector<Level> m_levels;
+    std::vector<std::string> m_kept;
+};
+
+} // namespace
+
+bool removeComparedTree(const std::string& path, const std::vector<ComparedEntry>& compared,
+                        std::string* why) {
+    return Removal(why).run(path, compared);
+}
+
+} // namespace corvel

@@ -1,0 +1,26 @@
+#pragma once
+// Permanent removal of a folder copy, limited to what its comparison with the kept copy
+// saw. The comparison of a large folder takes time, and a file may be written into the
+// folder meanwhile or after it: a recursive delete would take that file too, though it
+// was never compared with anything. Here every listed entry is checked again just before
+// it goes (device and inode; a file also its size and modification time), entries are
+// removed relative to their open folders (a folder swapped for a link is never followed),
+// and folders are removed with rmdir, so anything that appeared or changed stays, with
+// the folders that hold it.
+
+#include <string>
+#include <vector>
+
+#include "engine/content_comparison.h"
+
+namespace corvel {
+
+// Removes the folder at path as listed in compared (ContentComparer::compareTrees's list
+// of the folder's side, the folder itself first). True when the folder is gone; false
+// with *why naming the first entry that stayed and why ("PATH: changed since the
+// comparison", "PATH: holds entries the comparison did not see", or a system error);
+// everything else listed is removed even then.
+[[nodiscard]] bool removeComparedTree(const std::string& path, const std::vector<ComparedEntry>& compared,
+                                      std::string* why);
+
+} // namespace corvel

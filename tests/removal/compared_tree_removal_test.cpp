@@ -1,0 +1,124 @@
+// Deleting a copy permanently takes only what its comparison saw: whatever arrives in the
+// copy, or changes in it, between its comparison and its deletion stays where it is.
+
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+
+#include "removal/compared_tree_removal.h"
+#include "removal_harness.h"
+
+namespace corvel::test {
+namespace {
+
+using Outcome = CVRemovalPass::Outcome;
+
+// The copy "copy" of the kept folder "kept" under files/, both holding a/x and b.
+std::shared_ptr<CVFile> folderCopy(RemovalHarness& h) {
+    for (const char* folder : {"kept", "copy"}) {
+        h.tree.file(std::string("files/") + folder + "/a/x", "the same x");
+        h.tree.file(std::string("files/") + folder + "/b", "the same b");
+    }
+    return h.group({h.files("kept"), h.files("copy")}, {1})->files()[1];
+}
+
+struct LateChange {
+    const char* name;
+    bool folder;                                    // a folder copy, else the file copy "copy"
+    std::function<void(const std::string&)> change; // done to the copy's path just before its deletion
+    Outcome outcome;
+    std::string error;              // the record's error, from its start
+    std::vector<std::string> stays; // under the copy
+    std::vector<std::string> gone;  // under the copy
+    friend void PrintTo(const LateChange& c, std::ostream* os) { *os << c.name; }
+};
+
+class PermanentDeletion : public testing::TestWithParam<LateChange> {};
+
+TEST_P(PermanentDeletion, TakesOnlyWhatWasCompared) {
+    const LateChange& c = GetParam();
+    RemovalHarness h;
+    const auto copy = c.folder ? folderCopy(h) : h.copies("kept", {"copy"}, "the same bytes")->files()[1];
+    auto options = h.options(false);
+    options.beforeDelete = c.change;
+    auto pass = h.pass(options);
+    runPass(*pass);
+    const auto* record = recordOf(*pass, copy->path());
+    ASSERT_NE(record, nullptr);
+    EXPECT_EQ(record->outcome, c.outcome);
+    EXPECT_TRUE(record->error.starts_with(c.error)) << record->error;
+    for (const auto& path : c.stays)
+        EXPECT_TRUE(exists(h.files("copy" + path))) << path;
+    for (const auto& path : c.gone)
+        EXPECT_FALSE(exists(h.files("copy" + path))) << path;
+    EXPECT_TRUE(exists(h.files(c.folder ? "kept/a/x" : "kept")));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Changes, PermanentDeletion,
+    testing::Values(
+        LateChange{"NothingChanged", true, [](const std::string&) {}, Outcome::Deleted, "", {}, {""}},
+        LateChange{"AFileWrittenIntoASubfolder",
+                   true,
+                   [](const std::string& copy) { std::ofstream(copy + "/a/new.txt") << "written late"; },
+                   Outcome::Failed,
+                   "only what was compared was deleted; ",
+                   {"/a/new.txt", "/a", ""},
+                   {"/a/x", "/b"}},
+        LateChange{
+            "AComparedFileEdited",
+            true,
+            [](const std::string& copy) { std::ofstream(copy + "/a/x", std::ios::app) << " and more"; },
+            Outcome::Failed,
+            "only what was compared was deleted; ",
+            {"/a/x"},
+            {"/b"}},
+        LateChange{"AComparedFolderSwappedForALink",
+                   true,
+                   [](const std::string& copy) {
+                       std::filesystem::rename(copy + "/a", copy + "/../elsewhere");
+                       std::filesystem::create_directory_symlink("../elsewhere", copy + "/a");
+                   },
+                   Outcome::Failed,
+                   "only what was compared was deleted; ",
+                   {"/a", "/../elsewhere/x"},
+                   {"/b"}},
+        LateChange{"AFileCopyEdited",
+                   false,
+                   [](const std::string& copy) { std::ofstream(copy, std::ios::app) << " and more"; },
+                   Outcome::Failed,
+                   "changed since the scan",
+                   {""},
+                   {}}),
+    [](const auto& param) { return std::string(param.param.name); });
+
+// The list a comparison gives is what the removal goes by: a folder first, then its
+// entries, each with its identity; an entry gone meanwhile is no failure.
+TEST(ComparedTreeRemoval, GoesByTheComparisonsList) {
+    TempTree tree;
+    for (const char* side : {"a", "b"}) {
+        tree.file(std::string(side) + "/f", "file");
+        tree.file(std::string(side) + "/sub/g", "other");
+        tree.symlink(std::string(side) + "/link", "f");
+    }
+    ContentComparer comparer;
+    std::vector<ComparedEntry> compared;
+    ASSERT_TRUE(comparer.compareTrees(tree / "a", tree / "b", &compared).isEqual());
+    std::vector<std::pair<unsigned, std::string>> listed;
+    for (const auto& entry : compared)
+        listed.emplace_back(entry.depth, entry.name);
+    EXPECT_EQ(listed, (std::vector<std::pair<unsigned, std::string>>{
+                          {0, ""}, {1, "f"}, {1, "link"}, {1, "sub"}, {2, "g"}}));
+    EXPECT_EQ(compared[1].size, 4u);
+    std::filesystem::remove(tree / "a/sub/g");
+    std::string why;
+    EXPECT_TRUE(removeComparedTree(tree / "a", compared, &why)) << why;
+    EXPECT_FALSE(exists(tree / "a"));
+    EXPECT_TRUE(exists(tree / "b/sub/g"));
+    // Without the folder's own entry first, nothing is removed.
+    EXPECT_FALSE(removeComparedTree(tree / "b", {}, &why));
+    EXPECT_TRUE(exists(tree / "b/f"));
+}
+
+} // namespace
+} // namespace corvel::test
