@@ -4,6 +4,7 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <set>
 #include <variant>
 
 #include "engine/folder.h"
@@ -81,6 +82,22 @@ struct Member {
 
     bool complete() const { return !malformed && path && size && device && inode && mtime; }
 };
+
+// Whether the path is absolute, without empty, "." or ".." components and without a slash
+// at its end: the only paths corvel scan writes. Others would be resolved against the
+// working folder or through links, and name something the scan never compared.
+bool isPlainAbsolutePath(std::string_view path) {
+    if (path.size() < 2 || path.front() != '/' || path.back() == '/')
+        return false;
+    for (std::size_t start = 1; start <= path.size();) {
+        const std::size_t end = std::min(path.find('/', start), path.size());
+        const std::string_view part = path.substr(start, end - start);
+        if (part.empty() || part == "." || part == "..")
+            return false;
+        start = end + 1;
+    }
+    return true;
+}
 
 // A scalar of the document, as the parser hands it over.
 using Scalar = std::variant<std::nullptr_t, bool, std::int64_t, std::uint64_t, double, std::string>;
@@ -291,10 +308,20 @@ private:
         }
         GroupPtr group;
         std::size_t marked = 0;
+        std::set<std::string_view> paths;
         for (const Member& member : m_members) {
             if (!member.complete()) {
                 m_problem = m_file + ": a file of " + where +
                             " lacks its path, size, device, inode or mtime (written by an older corvel?)";
+                return;
+            }
+            if (!isPlainAbsolutePath(*member.path)) {
+                m_problem = m_file + ": " + where + " names \"" + *member.path +
+                            "\", which is not an absolute path without \".\" or \"..\"";
+                return;
+            }
+            if (!paths.insert(*member.path).second) {
+                m_problem = m_file + ": " + where + " names " + *member.path + " twice";
                 return;
             }
             std::shared_ptr<CVFile> node;

@@ -183,6 +183,18 @@ TEST_F(PlanReader, RefusesWhatIsNoPlanWithTheFirstProblem) {
          R"({"groups": [)" + group(member("/r/a", true, R"(, "path": {})") + ", " + member("/r/b", false)) +
              "]}",
          "group 1" + lacking},
+        {"a relative path",
+         R"({"groups": [)" + group(member("r/a", true) + ", " + member("/r/b", false)) + "]}",
+         R"(group 1 names "r/a", which is not an absolute path)"},
+        {"a path through ..",
+         R"({"groups": [)" + group(member("/r/x/../a", true) + ", " + member("/r/b", false)) + "]}",
+         R"(group 1 names "/r/x/../a", which)"},
+        {"a path ending in a slash",
+         R"({"groups": [)" + group(member("/r/a/", true) + ", " + member("/r/b", false)) + "]}",
+         R"(group 1 names "/r/a/", which)"},
+        {"a path named twice",
+         R"({"groups": [)" + group(member("/r/a", true) + ", " + member("/r/a", false)) + "]}",
+         "group 1 names /r/a twice"},
         {"groups twice", R"({"groups": [)" + good + R"(], "groups": []})", R"("groups" is given twice)"},
         {"a mark given twice, the last counts",
          R"({"groups": [)" +
