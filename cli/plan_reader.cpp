@@ -317,7 +317,7 @@ private:
             }
             if (!isPlainAbsolutePath(*member.path)) {
                 m_problem = m_file + ": " + where + " names \"" + *member.path +
-                            "\", which is not an absolute path without \".\" or \"..\"";
+                            R"(", which is not an absolute path without "." or "..")";
                 return;
             }
             if (!paths.insert(*member.path).second) {
