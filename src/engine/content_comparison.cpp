@@ -30,6 +30,7 @@ struct EntryStatus {
     std::uint64_t mountId = 0;
     bool isMountRoot = false;
     std::int64_t modificationTime = 0; // nanoseconds
+    std::int64_t changeTime = 0;       // nanoseconds; no program can set it
 
     bool sameObjectAs(const EntryStatus& other) const {
         return device == other.device && inode == other.inode;
@@ -39,7 +40,7 @@ struct EntryStatus {
 // statx of name relative to dirFd (AT_FDCWD with a path); answers 0 or the errno value.
 int statusOf(int dirFd, const char* name, EntryStatus& out) {
     struct statx stx {};
-    const unsigned mask = STATX_TYPE | STATX_INO | STATX_SIZE | STATX_MTIME | STATX_MNT_ID;
+    const unsigned mask = STATX_TYPE | STATX_INO | STATX_SIZE | STATX_MTIME | STATX_CTIME | STATX_MNT_ID;
     if (::statx(dirFd, name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, mask, &stx) != 0)
         return errno;
     out.type = stx.stx_mode & S_IFMT;
@@ -47,6 +48,7 @@ int statusOf(int dirFd, const char* name, EntryStatus& out) {
     out.device = makedev(stx.stx_dev_major, stx.stx_dev_minor);
     out.inode = stx.stx_ino;
     out.modificationTime = stx.stx_mtime.tv_sec * std::int64_t{1000000000} + stx.stx_mtime.tv_nsec;
+    out.changeTime = stx.stx_ctime.tv_sec * std::int64_t{1000000000} + stx.stx_ctime.tv_nsec;
     out.hasMountId = (stx.stx_mask & STATX_MNT_ID) != 0;
     out.mountId = stx.stx_mnt_id;
     out.isMountRoot =
@@ -269,6 +271,7 @@ private:
         if (a.type == S_IFREG) {
             entry.size = a.size;
             entry.modificationTime = a.modificationTime;
+            entry.changeTime = a.changeTime;
         }
         m_comparedA->push_back(std::move(entry));
     }
@@ -375,11 +378,14 @@ private:
         return equal();
     }
 
+    // The change time too: a program can set the modification time back, not that one.
     static bool changedSince(int fd, const struct stat& before) {
         struct stat after {};
         return ::fstat(fd, &after) != 0 || after.st_size != before.st_size ||
                after.st_mtim.tv_sec != before.st_mtim.tv_sec ||
-               after.st_mtim.tv_nsec != before.st_mtim.tv_nsec;
+               after.st_mtim.tv_nsec != before.st_mtim.tv_nsec ||
+               after.st_ctim.tv_sec != before.st_ctim.tv_sec ||
+               after.st_ctim.tv_nsec != before.st_ctim.tv_nsec;
     }
 
     ContentComparison links(int dirA, const char* nameA, const std::string& pathA, int dirB,

@@ -65,8 +65,8 @@ struct ContentComparison {
 
 // One entry of the first tree as it was when compared, in walk order (a folder before its
 // entries): what a permanent removal of that tree may delete, each entry checked again
-// just before it goes. Files also carry their size and modification time; folders and
-// links only their identity.
+// just before it goes. Files also carry their size, modification time and change time
+// (which no program can set back); folders and links only their identity.
 struct ComparedEntry {
     unsigned depth = 0;     // 0: the compared path itself
     std::string name;       // the last component; empty at depth 0
@@ -75,6 +75,7 @@ struct ComparedEntry {
     std::uint64_t inode = 0;
     std::uint64_t size = 0;
     std::int64_t modificationTime = 0; // nanoseconds since 1970
+    std::int64_t changeTime = 0;       // nanoseconds since 1970
 };
 
 class ContentComparer {

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <set>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,14 +16,21 @@ namespace {
 
 constexpr int kOpenFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
-bool isListedAs(const struct stat& st, const ComparedEntry& entry) {
+std::int64_t nanoseconds(const timespec& t) {
+    return t.tv_sec * std::int64_t{1000000000} + t.tv_nsec;
+}
+
+// As isAsCompared; a file whose other name this removal has just unlinked has a new change
+// time from that, so its change time is not asked then.
+bool isListedAs(const struct stat& st, const ComparedEntry& entry, bool changeTimeFromUs) {
     if (static_cast<std::uint64_t>(st.st_dev) != entry.device ||
         static_cast<std::uint64_t>(st.st_ino) != entry.inode || (st.st_mode & S_IFMT) != entry.type)
         return false;
     if (entry.type != S_IFREG)
         return true;
-    const std::int64_t modified = st.st_mtim.tv_sec * std::int64_t{1000000000} + st.st_mtim.tv_nsec;
-    return static_cast<std::uint64_t>(st.st_size) == entry.size && modified == entry.modificationTime;
+    return static_cast<std::uint64_t>(st.st_size) == entry.size &&
+           nanoseconds(st.st_mtim) == entry.modificationTime &&
+           (changeTimeFromUs || nanoseconds(st.st_ctim) == entry.changeTime);
 }
 
 // An open folder of the walk and where it lies.
@@ -30,6 +38,7 @@ struct Level {
     UniqueFd fd;
     std::string path;
     std::string name; // in the level below
+    ComparedEntry entry;
 };
 
 class Removal {
@@ -63,12 +72,17 @@ public:
                     keep(entryPath, std::strerror(errno));
                 continue;
             }
-            if (!isListedAs(st, entry)) {
+            const std::pair<std::uint64_t, std::uint64_t> inode{entry.device, entry.inode};
+            if (!isListedAs(st, entry, m_unlinkedLinks.contains(inode))) {
                 keep(entryPath, "changed since the comparison");
                 continue;
             }
-            if (::unlinkat(folder.fd.get(), entry.name.c_str(), 0) != 0 && errno != ENOENT)
-                keep(entryPath, std::strerror(errno));
+            if (::unlinkat(folder.fd.get(), entry.name.c_str(), 0) != 0) {
+                if (errno != ENOENT)
+                    keep(entryPath, std::strerror(errno));
+            } else if (st.st_nlink > 1) {
+                m_unlinkedLinks.insert(inode);
+            }
         }
         while (!m_levels.empty())
             leave(parent.get());
@@ -82,9 +96,9 @@ private:
         struct stat st {};
         if (!fd.valid() || ::fstat(fd.get(), &st) != 0)
             return keep(path, std::strerror(errno));
-        if (!isListedAs(st, entry))
+        if (!isListedAs(st, entry, false))
             return keep(path, "changed since the comparison");
-        m_levels.push_back(Level{std::move(fd), path, name});
+        m_levels.push_back(Level{std::move(fd), path, name, entry});
         return true;
     }
 
@@ -94,6 +108,13 @@ private:
         m_levels.pop_back();
         level.fd.reset();
         const int parentFd = m_levels.empty() ? rootParentFd : m_levels.back().fd.get();
+        // The name may have been given to another folder meanwhile.
+        struct stat st {};
+        if (::fstatat(parentFd, level.name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0 ||
+            !isListedAs(st, level.entry, false)) {
+            keep(level.path, "changed since the comparison");
+            return;
+        }
         if (::unlinkat(parentFd, level.name.c_str(), AT_REMOVEDIR) != 0)
             keep(level.path, errno == ENOTEMPTY || errno == EEXIST
                                  ? "holds entries the comparison did not see"
@@ -110,9 +131,14 @@ private:
     std::string* m_why;
     std::vector<Level> m_levels;
     std::vector<std::string> m_kept;
+    std::set<std::pair<std::uint64_t, std::uint64_t>> m_unlinkedLinks; // files with another name left
 };
 
 } // namespace
+
+bool isAsCompared(const struct stat& st, const ComparedEntry& entry) {
+    return isListedAs(st, entry, false);
+}
 
 bool removeComparedTree(const std::string& path, const std::vector<ComparedEntry>& compared,
                         std::string* why) {

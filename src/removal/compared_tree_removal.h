@@ -3,7 +3,8 @@
 // saw. The comparison of a large folder takes time, and a file may be written into the
 // folder meanwhile or after it: a recursive delete would take that file too, though it
 // was never compared with anything. Here every listed entry is checked again just before
-// it goes (device and inode; a file also its size and modification time), entries are
+// it goes (device and inode; a file also its size, modification time and change time, which
+// no program can set back), entries are
 // removed relative to their open folders (a folder swapped for a link is never followed),
 // and folders are removed with rmdir, so anything that appeared or changed stays, with
 // the folders that hold it.
@@ -13,6 +14,8 @@
 
 #include "engine/content_comparison.h"
 
+struct stat;
+
 namespace corvel {
 
 // Removes the folder at path as listed in compared (ContentComparer::compareTrees's list
@@ -20,6 +23,10 @@ namespace corvel {
 // with *why naming the first entry that stayed and why ("PATH: changed since the
 // comparison", "PATH: holds entries the comparison did not see", or a system error);
 // everything else listed is removed even then.
+// Whether st (an lstat of the entry) is the entry as it was compared: the same device,
+// inode and type, and for a file the same size, modification time and change time.
+bool isAsCompared(const struct stat& st, const ComparedEntry& entry);
+
 [[nodiscard]] bool removeComparedTree(const std::string& path, const std::vector<ComparedEntry>& compared,
                                       std::string* why);
 

@@ -648,10 +648,24 @@ bool CVRemovalPass::shredPhysicallyDup(CVFile& file, bool toTrash, CVError* erro
             removeParentFolderIfEmpty(path, toTrash);
         return ok;
     }
+    // A file copy deleted permanently must still be as compared, its change time included.
+    // Unlocking it gives it a new change time, taken again afterwards: a locked file cannot
+    // have been written meanwhile.
+    std::vector<ComparedEntry> asCompared;
+    if (!toTrash && compared && compared->size() == 1 && compared->front().type == S_IFREG)
+        asCompared = *compared;
+    struct stat st {};
+    if (!asCompared.empty() && (::lstat(path.c_str(), &st) != 0 || !isAsCompared(st, asCompared.front()))) {
+        setError(error, checkError(kReasonChanged));
+        return false;
+    }
     // A locked item is unlocked for its removal, and locked again when the removal fails.
     const bool unlocked = isImmutable(path).value_or(false) && setImmutable(path, false, nullptr);
+    if (unlocked && !asCompared.empty() && ::lstat(path.c_str(), &st) == 0)
+        asCompared.front().changeTime = st.st_ctim.tv_sec * std::int64_t{1000000000} + st.st_ctim.tv_nsec;
     CVError removeError;
-    const bool ok = removeItemAtPath(path, toTrash, &removeError, compared);
+    const bool ok =
+        removeItemAtPath(path, toTrash, &removeError, asCompared.empty() ? compared : &asCompared);
     if (!ok) {
         if (unlocked)
             lockAgain(path);
@@ -693,10 +707,13 @@ bool CVRemovalPass::removeItemAtPath(const std::string& path, bool toTrash, CVEr
         }
         return true;
     }
-    // A file: still the one that was compared a moment ago.
+    // A file: still the one the scan saw and, when known, as it was compared a moment ago.
     struct stat now {};
-    if (m_current && m_current->file && m_current->file->path() == path &&
-        (::lstat(path.c_str(), &now) != 0 || !hasIdentity(now, identityOf(*m_current->file)))) {
+    const bool scanned = m_current && m_current->file && m_current->file->path() == path;
+    const bool asCompared = compared && compared->size() == 1 && compared->front().type == S_IFREG;
+    if ((scanned || asCompared) &&
+        (::lstat(path.c_str(), &now) != 0 || (scanned && !hasIdentity(now, identityOf(*m_current->file))) ||
+         (asCompared && !isAsCompared(now, compared->front())))) {
         setError(error, checkError(kReasonChanged));
         return false;
     }

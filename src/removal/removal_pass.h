@@ -124,8 +124,9 @@ public:
     // The pass; on the calling thread (startPass runs it on its own).
     void cleanDuplicates();
     [[nodiscard]] bool shredDuplicateFile(CVFile& file, bool toTrash, CVError* error);
-    // compared: a folder copy's entries as its check compared them; deleting a folder
-    // permanently removes only those (compared_tree_removal.h), and is refused without them.
+    // compared: the copy's entries as its check compared them. Deleting a folder
+    // permanently removes only those (compared_tree_removal.h), and is refused without
+    // them; a file is deleted only while it is as compared.
     [[nodiscard]] bool shredPhysicallyDup(CVFile& file, bool toTrash, CVError* error,
                                           const std::vector<ComparedEntry>* compared = nullptr);
     [[nodiscard]] bool removeItemAtPath(const std::string& path, bool toTrash, CVError* error,

@@ -58,7 +58,6 @@ RemovalCheck RemovalVerifier::checkBeforeRemoval(const CVFile& copy, bool perman
     if (!isUnchangedSinceScan(copy, &check.reason))
         return check;
     const std::string copyPath = copy.path();
-    const bool isFolder = dynamic_cast<const CVFolder*>(&copy) != nullptr;
     const Identity copyIdentity{copy.device(), copy.inodeNumber()};
     CVGroup* group = copy.parentGroup();
     // The members that stay and still are what the scan saw; the first that stays but
@@ -91,7 +90,7 @@ RemovalCheck RemovalVerifier::checkBeforeRemoval(const CVFile& copy, bool perman
             continue;
         }
         const ContentComparison comparison =
-            m_comparer.compareTrees(copyPath, keptPath, permanently && isFolder ? &check.compared : nullptr);
+            m_comparer.compareTrees(copyPath, keptPath, permanently ? &check.compared : nullptr);
         if (comparison.isEqual() && !comparison.sameFile) {
             check.ok = true;
             check.keptCopy = keptPath;

@@ -29,8 +29,8 @@ struct RemovalCheck {
     std::string reason;           // why the copy may not go (empty when ok)
     std::string keptCopy;         // the copy that stays, compared with it (empty for a forced group)
     std::shared_ptr<CVFile> kept; // its node (null for a forced group)
-    // A folder copy to be deleted permanently: its entries as compared (see
-    // compared_tree_removal.h); empty otherwise.
+    // A copy to be deleted permanently: its entries as compared (see
+    // compared_tree_removal.h; a file copy is its only entry); empty otherwise.
     std::vector<ComparedEntry> compared;
 };
 

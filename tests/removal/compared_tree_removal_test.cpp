@@ -1,9 +1,12 @@
 // Deleting a copy permanently takes only what its comparison saw: whatever arrives in the
 // copy, or changes in it, between its comparison and its deletion stays where it is.
 
+#include <chrono>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <thread>
 
 #include "removal/compared_tree_removal.h"
 #include "removal_harness.h"
@@ -20,6 +23,17 @@ std::shared_ptr<CVFile> folderCopy(RemovalHarness& h) {
         h.tree.file(std::string("files/") + folder + "/b", "the same b");
     }
     return h.group({h.files("kept"), h.files("copy")}, {1})->files()[1];
+}
+
+// Other bytes at the same size, the modification time set back as some tools do: only
+// the change time, which no program sets, tells. The wait lets the clock that stamps it move on.
+void rewriteKeepingTime(const std::string& path) {
+    struct stat before {};
+    ASSERT_EQ(::lstat(path.c_str(), &before), 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    std::fstream(path, std::ios::in | std::ios::out) << "X";
+    const timespec times[2] = {before.st_atim, before.st_mtim};
+    ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0);
 }
 
 struct LateChange {
@@ -83,6 +97,20 @@ INSTANTIATE_TEST_SUITE_P(
                    "only what was compared was deleted; ",
                    {"/a", "/../elsewhere/x"},
                    {"/b"}},
+        LateChange{"AComparedFileRewrittenWithItsTimePutBack",
+                   true,
+                   [](const std::string& copy) { rewriteKeepingTime(copy + "/a/x"); },
+                   Outcome::Failed,
+                   "only what was compared was deleted; ",
+                   {"/a/x"},
+                   {"/b"}},
+        LateChange{"AFileCopyRewrittenWithItsTimePutBack",
+                   false,
+                   [](const std::string& copy) { rewriteKeepingTime(copy); },
+                   Outcome::Failed,
+                   "changed since the scan",
+                   {""},
+                   {}},
         LateChange{"AFileCopyEdited",
                    false,
                    [](const std::string& copy) { std::ofstream(copy, std::ios::app) << " and more"; },
@@ -91,6 +119,23 @@ INSTANTIATE_TEST_SUITE_P(
                    {""},
                    {}}),
     [](const auto& param) { return std::string(param.param.name); });
+
+// Two names of one file inside the copy: removing the first gives the file a new change
+// time, which must not keep the second.
+TEST(PermanentDeletionOfHardLinks, TakesEveryNameOfAComparedFile) {
+    RemovalHarness h;
+    h.tree.file("files/kept/x", "same");
+    h.tree.file("files/kept/y", "same");
+    h.tree.file("files/copy/x", "same");
+    ASSERT_EQ(::link(h.files("copy/x").c_str(), h.files("copy/y").c_str()), 0);
+    const auto copy = h.group({h.files("kept"), h.files("copy")}, {1})->files()[1];
+    auto pass = h.pass(false);
+    runPass(*pass);
+    const auto* record = recordOf(*pass, copy->path());
+    ASSERT_NE(record, nullptr);
+    EXPECT_EQ(record->outcome, Outcome::Deleted) << record->error;
+    EXPECT_FALSE(exists(h.files("copy")));
+}
 
 // The list a comparison gives is what the removal goes by: a folder first, then its
 // entries, each with its identity; an entry gone meanwhile is no failure.
