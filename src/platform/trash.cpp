@@ -12,6 +12,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "file_dates.h"
 #include "file_io.h"
 #include "system_log.h"
 #include "trash_directory_sizes.h"
@@ -107,8 +108,7 @@ std::string originalPath(const TrashItemName& item, const TrashFolder& trash) {
 } // namespace
 
 bool hasIdentity(const struct stat& st, const TrashItemIdentity& identity) {
-    constexpr std::int64_t kNanosecondsPerSecond = 1000000000;
-    const std::int64_t mtime = st.st_mtim.tv_sec * kNanosecondsPerSecond + st.st_mtim.tv_nsec;
+    const std::int64_t mtime = nanosecondsSince1970(st.st_mtim);
     return static_cast<std::uint64_t>(st.st_dev) == identity.device &&
            static_cast<std::uint64_t>(st.st_ino) == identity.inode &&
            (!identity.size || static_cast<std::uint64_t>(st.st_size) == *identity.size) &&

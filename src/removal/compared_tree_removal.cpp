@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/file_dates.h"
 #include "platform/file_io.h"
 #include "platform/unique_fd.h"
 
@@ -15,10 +16,6 @@ namespace corvel {
 namespace {
 
 constexpr int kOpenFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-
-std::int64_t nanoseconds(const timespec& t) {
-    return t.tv_sec * std::int64_t{1000000000} + t.tv_nsec;
-}
 
 // As isAsCompared; a file whose other name this removal has just unlinked has a new change
 // time from that, so its change time is not asked then.
@@ -29,8 +26,8 @@ bool isListedAs(const struct stat& st, const ComparedEntry& entry, bool changeTi
     if (entry.type != S_IFREG)
         return true;
     return static_cast<std::uint64_t>(st.st_size) == entry.size &&
-           nanoseconds(st.st_mtim) == entry.modificationTime &&
-           (changeTimeFromUs || nanoseconds(st.st_ctim) == entry.changeTime);
+           nanosecondsSince1970(st.st_mtim) == entry.modificationTime &&
+           (changeTimeFromUs || nanosecondsSince1970(st.st_ctim) == entry.changeTime);
 }
 
 // An open folder of the walk and where it lies.
@@ -86,7 +83,7 @@ public:
         }
         while (!m_levels.empty())
             leave(parent.get());
-        return m_kept.empty();
+        return !m_keptAny;
     }
 
 private:
@@ -122,15 +119,15 @@ private:
     }
 
     bool keep(const std::string& path, const std::string& reason) {
-        if (m_kept.empty() && m_why)
+        if (!m_keptAny && m_why)
             *m_why = path + ": " + reason;
-        m_kept.push_back(path);
+        m_keptAny = true;
         return false;
     }
 
     std::string* m_why;
     std::vector<Level> m_levels;
-    std::vector<std::string> m_kept;
+    bool m_keptAny = false;
     std::set<std::pair<std::uint64_t, std::uint64_t>> m_unlinkedLinks; // files with another name left
 };
 

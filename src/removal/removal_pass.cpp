@@ -15,6 +15,7 @@
 #include "engine/node_type.h"
 #include "library_app_driver.h"
 #include "platform/file_access.h"
+#include "platform/file_dates.h"
 #include "platform/file_io.h"
 #include "platform/main_queue.h"
 #include "platform/string_tables.h"
@@ -648,21 +649,24 @@ bool CVRemovalPass::shredPhysicallyDup(CVFile& file, bool toTrash, CVError* erro
             removeParentFolderIfEmpty(path, toTrash);
         return ok;
     }
-    // A file copy deleted permanently must still be as compared, its change time included.
-    // Unlocking it gives it a new change time, taken again afterwards: a locked file cannot
-    // have been written meanwhile.
+    // A file copy deleted permanently must still be as compared, its change time included;
+    // removeItemAtPath checks that just before the unlink. Unlocking a locked copy gives it a
+    // new change time, so a locked copy is checked before and its time taken again after (a
+    // locked file cannot have been written meanwhile).
     std::vector<ComparedEntry> asCompared;
     if (!toTrash && compared && compared->size() == 1 && compared->front().type == S_IFREG)
         asCompared = *compared;
+    const bool locked = isImmutable(path).value_or(false);
     struct stat st {};
-    if (!asCompared.empty() && (::lstat(path.c_str(), &st) != 0 || !isAsCompared(st, asCompared.front()))) {
+    if (locked && !asCompared.empty() &&
+        (::lstat(path.c_str(), &st) != 0 || !isAsCompared(st, asCompared.front()))) {
         setError(error, checkError(kReasonChanged));
         return false;
     }
     // A locked item is unlocked for its removal, and locked again when the removal fails.
-    const bool unlocked = isImmutable(path).value_or(false) && setImmutable(path, false, nullptr);
+    const bool unlocked = locked && setImmutable(path, false, nullptr);
     if (unlocked && !asCompared.empty() && ::lstat(path.c_str(), &st) == 0)
-        asCompared.front().changeTime = st.st_ctim.tv_sec * std::int64_t{1000000000} + st.st_ctim.tv_nsec;
+        asCompared.front().changeTime = nanosecondsSince1970(st.st_ctim);
     CVError removeError;
     const bool ok =
         removeItemAtPath(path, toTrash, &removeError, asCompared.empty() ? compared : &asCompared);

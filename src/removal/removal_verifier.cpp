@@ -4,6 +4,7 @@
 
 #include "engine/folder.h"
 #include "engine/group.h"
+#include "platform/file_dates.h"
 
 namespace corvel {
 
@@ -45,7 +46,7 @@ bool RemovalVerifier::isUnchangedSinceScan(const CVFile& file, std::string* reas
     // A node no walk recorded (device 0) is never trusted.
     if (file.device() == 0 || st.st_dev != file.device() || st.st_ino != file.inodeNumber())
         return fail(kReasonChanged);
-    const std::int64_t mtime = st.st_mtim.tv_sec * CVFile::kNanosecondsPerSecond + st.st_mtim.tv_nsec;
+    const std::int64_t mtime = nanosecondsSince1970(st.st_mtim);
     if (mtime != file.statMTimeNanoseconds())
         return fail(kReasonChanged);
     if (!isFolder && static_cast<std::uint64_t>(st.st_size) != file.size())

@@ -10,6 +10,7 @@
 
 #include "engine/file_sizer.h"
 #include "engine/node_type.h"
+#include "platform/file_dates.h"
 #include "settings/ignore_list.h"
 
 namespace corvel {
@@ -331,7 +332,7 @@ WalkEntry FolderWalk::describe(WalkEntry::Kind kind, std::string_view name, cons
     e.sizeOnDisk = HVFileSizer::itemSizeWithStat(st);
     e.inode = st.st_ino;
     e.ctime = st.st_ctim.tv_sec;
-    e.mtimeNanoseconds = st.st_mtim.tv_sec * std::int64_t{1000000000} + st.st_mtim.tv_nsec;
+    e.mtimeNanoseconds = nanosecondsSince1970(st.st_mtim);
     e.device = st.st_dev;
     e.pathTooLong = passesPathMax(m_path);
     return e;
