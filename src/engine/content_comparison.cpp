@@ -5,6 +5,7 @@
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
+#include <optional>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
@@ -216,10 +217,8 @@ public:
     ContentComparison files() {
         EntryStatus a;
         EntryStatus b;
-        if (const int err = statusOf(AT_FDCWD, m_rootA.c_str(), a))
-            return cannotRead(m_rootA, err);
-        if (const int err = statusOf(AT_FDCWD, m_rootB.c_str(), b))
-            return cannotRead(m_rootB, err);
+        if (auto failed = rootStatuses(a, b))
+            return *failed;
         if (a.type != S_IFREG)
             return refusedType(m_rootA, a.type);
         if (b.type != S_IFREG)
@@ -231,10 +230,8 @@ public:
     ContentComparison trees() {
         EntryStatus a;
         EntryStatus b;
-        if (const int err = statusOf(AT_FDCWD, m_rootA.c_str(), a))
-            return cannotRead(m_rootA, err);
-        if (const int err = statusOf(AT_FDCWD, m_rootB.c_str(), b))
-            return cannotRead(m_rootB, err);
+        if (auto failed = rootStatuses(a, b))
+            return *failed;
         if (stopRequested())
             return stopped();
         if (!isComparableType(a.type))
@@ -258,6 +255,15 @@ public:
     }
 
 private:
+    // Reads both roots' status; the failure to report when one cannot be read.
+    std::optional<ContentComparison> rootStatuses(EntryStatus& a, EntryStatus& b) const {
+        if (const int err = statusOf(AT_FDCWD, m_rootA.c_str(), a))
+            return cannotRead(m_rootA, err);
+        if (const int err = statusOf(AT_FDCWD, m_rootB.c_str(), b))
+            return cannotRead(m_rootB, err);
+        return std::nullopt;
+    }
+
     // Lists an entry of the first tree, when asked to.
     void record(unsigned depth, const std::string& name, const EntryStatus& a) {
         if (!m_comparedA)

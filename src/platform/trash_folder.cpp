@@ -136,19 +136,12 @@ std::optional<TrashFolder> homeTrash(const std::string& resolvedHomeTrash, const
             }
             return found;
         }
-        found.directory = UniqueFd(::open(found.path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-        if (!found.directory.valid()) {
-            explain(whyNot, systemReason(found.path, errno));
+    } else {
+        CVError error;
+        if (!makeDirectories(found.path, &error)) {
+            explain(whyNot, error.localizedDescription());
             return std::nullopt;
         }
-        if (!contentFolders(found.directory, found, mode, whyNot))
-            return std::nullopt;
-        return found;
-    }
-    CVError error;
-    if (!makeDirectories(found.path, &error)) {
-        explain(whyNot, error.localizedDescription());
-        return std::nullopt;
     }
     found.directory = UniqueFd(::open(found.path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!found.directory.valid()) {
