@@ -7,12 +7,15 @@
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <map>
+#include <sys/file.h>
 #include <sys/stat.h>
 
 #include "file_io.h"
 #include "main_queue.h"
 #include "property_list.h"
 #include "system_log.h"
+#include "unique_fd.h"
 #include "user_paths.h"
 
 namespace corvel {
@@ -65,6 +68,18 @@ bool fitsRegisteredType(const PropertyValue& stored, const PropertyValue& regist
     if (want == Type::Integer || want == Type::Real)
         return stored.type() == Type::Integer || stored.type() == Type::Real;
     return stored.type() == want;
+}
+
+// Holds an exclusive lock on the folder of the settings file while it is read and
+// written again, so that two programs saving at once take turns. Without a lock (a
+// folder this user cannot open) the save goes on: the merge still keeps the other
+// program's keys unless both write in the same instant.
+UniqueFd lockFolderOf(const std::string& filePath) {
+    UniqueFd folder(::open(parentPath(filePath).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (folder.valid())
+        while (::flock(folder.get(), LOCK_EX) != 0 && errno == EINTR) {
+        }
+    return folder;
 }
 
 } // namespace
@@ -288,7 +303,7 @@ void UserDefaults::setObject(PropertyValue value, std::string_view key) {
                 return;
             m_stored.insert_or_assign(std::string(key), std::move(value));
         }
-        m_dirty = true;
+        m_changedKeys.insert(std::string(key));
         // A new value of the wrong type is reported again when read.
         if (auto reported = m_reportedKeys.find(key); reported != m_reportedKeys.end())
             m_reportedKeys.erase(reported);
@@ -353,7 +368,7 @@ void UserDefaults::notifyObservers(const std::string& key, const PropertyValue& 
 
 bool UserDefaults::synchronize(CVError* error) {
     std::unique_lock lock(m_mutex);
-    if (!m_dirty)
+    if (m_changedKeys.empty())
         return true;
     if (isReadOnly()) {
         setError(error, CVError(kCorvelFileErrorDomain, EPERM,
@@ -361,16 +376,57 @@ bool UserDefaults::synchronize(CVError* error) {
                                     m_fileError.localizedDescription() + "), so it is not written"));
         return false;
     }
-    const PropertyValue snapshot(m_stored);
+    // What this store changed: the new value, or null for a key it removed.
+    std::map<std::string, PropertyValue, std::less<>> changes;
+    for (const auto& key : m_changedKeys) {
+        const auto it = m_stored.find(key);
+        changes.emplace(key, it != m_stored.end() ? it->second : PropertyValue());
+    }
     lock.unlock();
     if (!makeDirectories(parentPath(m_filePath), error))
         return false;
-    if (!writePropertyListFile(m_filePath, snapshot, error))
+    const UniqueFd folderLock = lockFolderOf(m_filePath);
+    PropertyValue::Dictionary file;
+    if (!readFileForMerge(file, error))
+        return false;
+    for (const auto& [key, value] : changes) {
+        if (value.isNull())
+            file.erase(key);
+        else
+            file.insert_or_assign(key, value);
+    }
+    if (!writePropertyListFile(m_filePath, PropertyValue(std::move(file)), error))
         return false;
     lock.lock();
-    // Changes made while writing stay dirty for the next synchronize.
-    if (PropertyValue(m_stored) == snapshot)
-        m_dirty = false;
+    // A key changed again while writing stays unsaved for the next synchronize.
+    for (const auto& [key, written] : changes) {
+        const auto it = m_stored.find(key);
+        const PropertyValue now = it != m_stored.end() ? it->second : PropertyValue();
+        if (now == written && now.type() == written.type())
+            m_changedKeys.erase(key);
+    }
+    return true;
+}
+
+bool UserDefaults::readFileForMerge(PropertyValue::Dictionary& out, CVError* error) const {
+    PropertyValue root;
+    CVError readError;
+    if (!readPropertyListFile(m_filePath, root, &readError)) {
+        if (readError.domain == kPosixErrorDomain && readError.code == ENOENT)
+            return true; // none yet, or removed by the user: only this run's changes are written
+        setError(error, CVError(kCorvelFileErrorDomain, EINVAL,
+                                "Settings file " + m_path + " can no longer be read (" +
+                                    readError.localizedDescription() + "), so it is not written"));
+        return false;
+    }
+    if (!root.isDictionary()) {
+        setError(error, CVError(kCorvelFileErrorDomain, EINVAL,
+                                "Settings file " + m_path +
+                                    " is no longer a settings file (its top level is not a dictionary), "
+                                    "so it is not written"));
+        return false;
+    }
+    out = *root.asDictionary();
     return true;
 }
 

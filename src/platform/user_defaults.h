@@ -10,6 +10,13 @@
 // changes) atomically, so a crash leaves the old file or the new one. A symbolic link
 // is written through: the file it points to is replaced, the link stays.
 //
+// Other programs write the same file (the desktop application, a command-line run, the
+// reminder), so synchronize writes only the keys this store changed: it reads the file
+// again under a lock on its folder, sets or removes those keys, and keeps every other
+// key as the file holds it then. When two programs change the same key, the last save
+// wins. A file that can no longer be read, or is no longer a settings file, is not
+// written.
+//
 // Settings are never lost. What opening found is fileState():
 // - a file that exists but cannot be read (permissions, I/O error, a folder or a device
 //   at the program's own path, a link to nothing) is never written: the store works
@@ -149,6 +156,9 @@ private:
     void setAside(const CVError& reason);
     void notifyObservers(const std::string& key, const PropertyValue& oldValue,
                          const PropertyValue& newValue);
+    // The file as it is now, to merge this store's changes into: empty when it is gone;
+    // false (with *error) when it cannot be read or holds no settings.
+    bool readFileForMerge(PropertyValue::Dictionary& out, CVError* error) const;
 
     struct ObserverEntry {
         ObserverId id;
@@ -167,7 +177,8 @@ private:
     PropertyValue::Dictionary m_stored;
     PropertyValue::Dictionary m_registered;
     PropertyValue::Dictionary m_volatile;
-    bool m_dirty = false;
+    // Keys set or removed since the last successful synchronize.
+    std::set<std::string, std::less<>> m_changedKeys;
     // Keys whose stored value was reported as of the wrong type.
     mutable std::set<std::string, std::less<>> m_reportedKeys;
     std::vector<std::shared_ptr<ObserverEntry>> m_observers;

@@ -2,6 +2,7 @@
 #include <chrono>
 #include <climits>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <dirent.h>
@@ -314,6 +315,104 @@ INSTANTIATE_TEST_SUITE_P(
         FileCase{"OwnLinkToSettings", linkToSettings, FileOrigin::OwnDefault, FileState::Loaded},
         FileCase{"NamedMissing", nothing, FileOrigin::NamedByUser, FileState::Missing}),
     [](const testing::TestParamInfo<FileCase>& param) { return param.param.name; });
+
+// Another program saves the same file while this store holds changes of its own.
+struct ConcurrentSave {
+    std::string name;
+    std::function<void(UserDefaults&)> ours;
+    // What the other program does to the file after this store opened it.
+    std::function<void(const std::string& path)> theirs;
+    // The file after this store's save; null when the save must be refused.
+    PropertyValue expected;
+};
+
+void PrintTo(const ConcurrentSave& c, std::ostream* os) {
+    *os << c.name;
+}
+
+void otherProgram(const std::string& path, const std::function<void(UserDefaults&)>& change) {
+    UserDefaults theirs(path);
+    change(theirs);
+    ASSERT_TRUE(theirs.synchronize());
+}
+
+void overwrite(const std::string& path, const std::string& text) {
+    std::FILE* out = std::fopen(path.c_str(), "w");
+    ASSERT_NE(out, nullptr);
+    std::fputs(text.c_str(), out);
+    std::fclose(out);
+}
+
+class SettingsSavedBesideAnotherProgram : public testing::TestWithParam<ConcurrentSave> {};
+
+TEST_P(SettingsSavedBesideAnotherProgram, KeepsTheOtherProgramsKeys) {
+    const auto& c = GetParam();
+    test::TempTree tree;
+    const std::string path = tree / "settings.plist";
+    {
+        UserDefaults first(path);
+        first.setObject("mine", "Mine");
+        first.setObject("theirs", "Theirs");
+        first.setInteger(1, "Shared");
+        ASSERT_TRUE(first.synchronize());
+    }
+    UserDefaults ours(path);
+    c.ours(ours);
+    c.theirs(path);
+    const std::string before = test::TempTree::read(path);
+    CVError error;
+    const bool saved = ours.synchronize(&error);
+    if (c.expected.isNull()) {
+        EXPECT_FALSE(saved);
+        EXPECT_NE(error.localizedDescription().find("not written"), std::string::npos)
+            << error.localizedDescription();
+        EXPECT_EQ(test::TempTree::read(path), before) << "the file is left as the other program wrote it";
+        return;
+    }
+    ASSERT_TRUE(saved) << error.localizedDescription();
+    EXPECT_EQ(readFile(path), c.expected);
+    // Saved once: a later save with nothing new does not put our value back over theirs.
+    otherProgram(path, [](UserDefaults& d) { d.setObject("after", "Mine"); });
+    ASSERT_TRUE(ours.synchronize());
+    EXPECT_EQ(readFile(path)["Mine"].toString(), "after");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, SettingsSavedBesideAnotherProgram,
+    testing::Values(
+        ConcurrentSave{
+            "TheirNewKeyStays", [](UserDefaults& d) { d.setObject("changed", "Mine"); },
+            [](const std::string& p) {
+                otherProgram(p, [](UserDefaults& d) { d.setInteger(6, "SchedulerInterval"); });
+            },
+            PropertyValue::Dictionary{
+                {"Mine", "changed"}, {"Theirs", "theirs"}, {"Shared", 1}, {"SchedulerInterval", 6}}},
+        ConcurrentSave{"TheirChangeStays", [](UserDefaults& d) { d.setObject("changed", "Mine"); },
+                       [](const std::string& p) {
+                           otherProgram(p, [](UserDefaults& d) { d.setBool(false, "Theirs"); });
+                       },
+                       PropertyValue::Dictionary{{"Mine", "changed"}, {"Theirs", false}, {"Shared", 1}}},
+        ConcurrentSave{"TheirRemovalStays", [](UserDefaults& d) { d.setObject("changed", "Mine"); },
+                       [](const std::string& p) {
+                           otherProgram(p, [](UserDefaults& d) { d.removeObjectForKey("Theirs"); });
+                       },
+                       PropertyValue::Dictionary{{"Mine", "changed"}, {"Shared", 1}}},
+        ConcurrentSave{
+            "OurRemovalIsSaved", [](UserDefaults& d) { d.removeObjectForKey("Mine"); },
+            [](const std::string& p) { otherProgram(p, [](UserDefaults& d) { d.setInteger(2, "Extra"); }); },
+            PropertyValue::Dictionary{{"Theirs", "theirs"}, {"Shared", 1}, {"Extra", 2}}},
+        ConcurrentSave{
+            "TheLastSaveOfOneKeyWins", [](UserDefaults& d) { d.setInteger(3, "Shared"); },
+            [](const std::string& p) { otherProgram(p, [](UserDefaults& d) { d.setInteger(2, "Shared"); }); },
+            PropertyValue::Dictionary{{"Mine", "mine"}, {"Theirs", "theirs"}, {"Shared", 3}}},
+        ConcurrentSave{"ARemovedFileGetsOnlyOurChanges",
+                       [](UserDefaults& d) { d.setObject("changed", "Mine"); },
+                       [](const std::string& p) { ASSERT_EQ(::unlink(p.c_str()), 0); },
+                       PropertyValue::Dictionary{{"Mine", "changed"}}},
+        ConcurrentSave{"AFileThatIsNoLongerSettingsIsNotWritten",
+                       [](UserDefaults& d) { d.setObject("changed", "Mine"); },
+                       [](const std::string& p) { overwrite(p, "not a property list"); }, PropertyValue()}),
+    [](const testing::TestParamInfo<ConcurrentSave>& param) { return param.param.name; });
 
 TEST(UserDefaults, ASetAsideFileNeverGoesOverAnEarlierOne) {
     test::TempTree tree;
