@@ -93,8 +93,13 @@ const char* CVRemovalPass::outcomeName(Outcome outcome) {
 CVRemovalPass::CVRemovalPass(Services services, Options options)
     : m_services(services), m_options(std::move(options)),
       m_verifier([this] { return !m_shredInProgress.load(); }),
-      m_windowVerifier([this] { return !m_shredInProgress.load(); }) {
+      m_windowVerifier([this] { return !m_shredInProgress.load(); }),
+      m_protectedFolders(services.ignoreList.unremovableFolders()) {
     countDuplicates();
+}
+
+bool CVRemovalPass::isProtectedFolder(const std::string& path) const {
+    return std::find(m_protectedFolders.begin(), m_protectedFolders.end(), path) != m_protectedFolders.end();
 }
 
 CVRemovalPass::~CVRemovalPass() {
@@ -561,6 +566,10 @@ bool CVRemovalPass::checkCopy(CVFile& file, bool permanently, RemovalVerifier& v
         setError(error, checkError("it may not be removed"));
         return false;
     }
+    if (dynamic_cast<const CVFolder*>(&file) && isProtectedFolder(file.path())) {
+        setError(error, checkError(kReasonProtectedFolder));
+        return false;
+    }
     RemovalCheck checked = verifier.checkBeforeRemoval(file, permanently);
     const bool ok = checked.ok;
     if (!ok)
@@ -736,7 +745,7 @@ bool CVRemovalPass::parentMayBeCleaned(const std::string& folder) const {
             return false;
     if (volumePathOfPath(folder) == folder)
         return false; // a mount point
-    if (m_services.ignoreList.isFolderForbiddenToRemove(folder))
+    if (isProtectedFolder(folder))
         return false;
     return isDeletableByUser(folder);
 }

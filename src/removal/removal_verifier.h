@@ -58,5 +58,6 @@ inline constexpr const char* kReasonAllCopiesPermanently =
     "every copy of the group is chosen: they may only go to the Trash";
 // A stop was requested while the copy was compared: it was not handled.
 inline constexpr const char* kReasonStopped = "stopped";
+inline constexpr const char* kReasonProtectedFolder = "home and its standard folders are never removed";
 
 } // namespace corvel

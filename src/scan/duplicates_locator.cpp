@@ -487,6 +487,11 @@ void CVDuplicatesLocator::decideRemoveForbidden(CVFile& file,
     }
     if (file.removeForbidden())
         return;
+    if (dynamic_cast<const CVFolder*>(&file) &&
+        m_services.ignoreList.isFolderForbiddenToRemove(file.path())) {
+        file.setRemoveForbidden(true); // home and its standard folders stay, whatever they hold
+        return;
+    }
     const FolderRemovalAccess folder = folderAccess(file);
     if (!(item ? isDeletableByUser(*item, folder) : isDeletableByUser(file.path(), folder)))
         file.setRemoveForbidden(true);

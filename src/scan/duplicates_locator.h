@@ -101,7 +101,8 @@ public:
     // True when the node takes no part in the comparison.
     bool ignoreFile(const CVNode& node) const;
     // Frees files an iTunes library does not list, and forbids removing what the user
-    // may not delete (item: what the file's digest read of it, else read here).
+    // may not delete (item: what the file's digest read of it, else read here) and the
+    // folders the ignore list protects (home and its standard folders).
     void decideRemoveForbidden(CVFile& file,
                                const std::optional<ItemRemovalAccess>& item = std::nullopt) const;
     // The removal access of the file's folder, read once per folder and scan.

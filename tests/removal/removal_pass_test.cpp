@@ -1011,6 +1011,29 @@ TEST(ParentCleanUpGuards, NeverRemovesAProtectedFolder) {
     }
 }
 
+// A copy that is the home folder or one of its standard folders stays, whatever a plan
+// or a selection marked: the copy fails, and its kept copy is not touched either.
+TEST(ProtectedFolders, AreNeverRemovedAsCopies) {
+    for (const bool toTrash : {true, false}) {
+        for (const char* folder : {"", "/Pictures"}) {
+            RemovalHarness h;
+            const std::string protectedFolder = h.home() + folder;
+            ASSERT_TRUE(makeDirectories(protectedFolder, nullptr));
+            std::ofstream(protectedFolder + "/photo.jpg") << "same";
+            const std::string backup = h.tree.folder("files/backup");
+            std::ofstream(backup + "/photo.jpg") << "same";
+            h.group({backup, protectedFolder}, {1});
+            auto pass = h.pass(toTrash, false);
+            runPass(*pass);
+            EXPECT_TRUE(exists(protectedFolder + "/photo.jpg")) << protectedFolder;
+            EXPECT_TRUE(exists(backup + "/photo.jpg"));
+            ASSERT_EQ(pass->records().size(), 1u);
+            EXPECT_EQ(pass->records()[0].outcome, Outcome::Failed);
+            EXPECT_EQ(pass->records()[0].error, kReasonProtectedFolder);
+        }
+    }
+}
+
 TEST(ParentCleanUpGuards, NeverTouchesAMountPoint) {
     RemovalHarness h;
     const std::string mountPoint = h.tree.folder("files/volume");

@@ -473,6 +473,25 @@ TEST_F(Locator, FifosNamedLikeLibraryFilesOrPreferencesNeverHoldTheScan) {
                             "its files; the photo library lists nothing, so its photo takes no part";
 }
 
+// The home folder and its standard folders may hold what a backup holds: the group is
+// found, but they can never be chosen to go.
+TEST_F(Locator, HomeStandardFoldersAreFoundButNeverRemovable) {
+    const std::string pictures = harness.settings.folder("home/Pictures");
+    harness.settings.file("home/Pictures/p.jpg", content('p', 60000));
+    harness.settings.file("home/Pictures/q.jpg", content('q', 60000));
+    harness.settings.file("home/notes.txt", content('n', 60000)); // so that home is not a copy too
+    const std::string backup = tree.folder("backup/Pictures");
+    tree.file("backup/Pictures/p.jpg", content('p', 60000));
+    tree.file("backup/Pictures/q.jpg", content('q', 60000));
+    auto locator = harness.locator();
+    const auto results = scan(*locator, {harness.settings / "home", tree.path()});
+    ASSERT_TRUE(results);
+    Outcome found = outcome(results->duplicatesGroups());
+    for (auto& group : found)
+        std::sort(group.begin(), group.end());
+    EXPECT_EQ(found, (Outcome{{{backup, false}, {pictures, true}}}));
+}
+
 TEST_F(Locator, AFileThatAnITunesLibraryDoesNotListIsFreedFromTheLibrary) {
     const std::string listed = tree.file("Music/Media/listed.mp3", content('l', 60000));
     const std::string unlisted = tree.file("Music/Media/unlisted.mp3", content('u', 61000));
