@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <set>
+#include <unordered_map>
 #include <variant>
 
 #include "engine/folder.h"
@@ -69,7 +70,7 @@ std::string restoreBytes(const std::string& text) {
 // One file of a group as the document gives it. A member that is not an object, or a
 // known member of the wrong type, makes it malformed.
 struct Member {
-    bool malformed = false;
+    std::string malformed; // why it cannot be read; empty when it can
     std::optional<std::string> path;
     bool isFolder = false;
     std::optional<std::uint64_t> size;
@@ -80,7 +81,7 @@ struct Member {
     std::optional<std::uint64_t> inode;
     std::optional<std::int64_t> mtime;
 
-    bool complete() const { return !malformed && path && size && device && inode && mtime; }
+    bool complete() const { return path && size && device && inode && mtime; }
 };
 
 // Whether the path is absolute, without empty, "." or ".." components and without a slash
@@ -103,41 +104,42 @@ bool isPlainAbsolutePath(std::string_view path) {
 using Scalar = std::variant<std::nullptr_t, bool, std::int64_t, std::uint64_t, double, std::string>;
 
 // Stores the value in the field when it has the field's type; else the member is malformed.
-template <typename Value, typename Field> void take(Member& member, const Scalar& value, Field& field) {
+template <typename Value, typename Field>
+void take(Member& member, const std::string& key, const Scalar& value, Field& field) {
     if (const auto* held = std::get_if<Value>(&value))
         field = *held;
-    else
-        member.malformed = true;
+    else if (member.malformed.empty())
+        member.malformed = "has \"" + key + "\" of the wrong type";
 }
 
 // Sets the member named key (others are not read). Every member of a file is a string, a
 // truth value or a whole number, so null, or an object or list (given as null), is malformed.
 void setMember(Member& member, const std::string& key, const Scalar& value) {
     if (key == "path") {
-        take<std::string>(member, value, member.path);
+        take<std::string>(member, key, value, member.path);
         if (member.path)
             member.path = restoreBytes(*member.path);
     } else if (key == "isFolder") {
-        take<bool>(member, value, member.isFolder);
+        take<bool>(member, key, value, member.isFolder);
     } else if (key == "removeForbidden") {
-        take<bool>(member, value, member.removeForbidden);
+        take<bool>(member, key, value, member.removeForbidden);
     } else if (key == "needToRemove") {
-        take<bool>(member, value, member.needToRemove);
+        take<bool>(member, key, value, member.needToRemove);
     } else if (key == "size") {
-        take<std::uint64_t>(member, value, member.size);
+        take<std::uint64_t>(member, key, value, member.size);
     } else if (key == "sizeOnDisk") {
-        take<std::uint64_t>(member, value, member.sizeOnDisk);
+        take<std::uint64_t>(member, key, value, member.sizeOnDisk);
     } else if (key == "device") {
-        take<std::uint64_t>(member, value, member.device);
+        take<std::uint64_t>(member, key, value, member.device);
     } else if (key == "inode") {
-        take<std::uint64_t>(member, value, member.inode);
+        take<std::uint64_t>(member, key, value, member.inode);
     } else if (key == "mtime") {
         // The parser hands over a non-negative number as unsigned.
         const auto* after = std::get_if<std::uint64_t>(&value);
         if (after && *after <= static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()))
             member.mtime = static_cast<std::int64_t>(*after);
         else
-            take<std::int64_t>(member, value, member.mtime);
+            take<std::int64_t>(member, key, value, member.mtime);
     }
 }
 
@@ -228,7 +230,7 @@ private:
                 m_filesSeen = false;
             break;
         case Place::Files:
-            m_members.emplace_back().malformed = true;
+            m_members.emplace_back().malformed = "is not an object";
             break;
         case Place::File:
             setMember(m_members.back(), m_key, value);
@@ -267,7 +269,7 @@ private:
                 }
                 break;
             case Place::Files:
-                m_members.emplace_back().malformed = array;
+                m_members.emplace_back().malformed = array ? "is not an object" : "";
                 next = array ? Place::Ignored : Place::File;
                 break;
             case Place::File:
@@ -310,6 +312,10 @@ private:
         std::size_t marked = 0;
         std::set<std::string_view> paths;
         for (const Member& member : m_members) {
+            if (!member.malformed.empty()) {
+                m_problem = m_file + ": a file of " + where + " " + member.malformed;
+                return;
+            }
             if (!member.complete()) {
                 m_problem = m_file + ": a file of " + where +
                             " lacks its path, size, device, inode or mtime (written by an older corvel?)";
@@ -322,6 +328,12 @@ private:
             }
             if (!paths.insert(*member.path).second) {
                 m_problem = m_file + ": " + where + " names " + *member.path + " twice";
+                return;
+            }
+            // A path in two groups could be kept by one and removed by the other.
+            if (const auto [earlier, added] = m_groupOfPath.try_emplace(*member.path, m_groupIndex); !added) {
+                m_problem = m_file + ": " + *member.path + " is in group " + std::to_string(earlier->second) +
+                            " and in " + where + "; a file belongs to one group only";
                 return;
             }
             std::shared_ptr<CVFile> node;
@@ -370,6 +382,7 @@ private:
     bool m_sawGroupsKey = false;
     bool m_sawGroups = false; // and it was a list
     std::size_t m_groupIndex = 0;
+    std::unordered_map<std::string, std::size_t> m_groupOfPath; // every path read, and its group
     bool m_filesSeen = false;
     std::vector<Member> m_members;
     std::vector<std::pair<GroupPtr, std::shared_ptr<CVFile>>> m_toMark;
