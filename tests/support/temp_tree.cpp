@@ -5,7 +5,9 @@
 #include <ftw.h>
 #include <sstream>
 #include <stdexcept>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include "platform/file_access.h"
@@ -64,6 +66,24 @@ std::string TempTree::folder(std::string_view relative) const {
     std::string path = *this / relative;
     if (!makeDirectories(path, nullptr))
         throw std::runtime_error("cannot create " + path);
+    return path;
+}
+
+std::string TempTree::socket(std::string_view relative) const {
+    std::string path = *this / relative;
+    sockaddr_un address{};
+    if (path.size() >= sizeof(address.sun_path))
+        throw std::runtime_error("too long for a socket: " + path);
+    if (!makeDirectories(parentPath(path), nullptr))
+        throw std::runtime_error("cannot create " + parentPath(path));
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, path.size());
+    const bool bound = fd >= 0 && ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
+    if (fd >= 0)
+        ::close(fd);
+    if (!bound)
+        throw std::runtime_error("cannot bind a socket at " + path);
     return path;
 }
 

@@ -23,6 +23,8 @@ public:
     // Creates a folder and its parents and answers its absolute path.
     std::string folder(std::string_view relative) const;
     std::string symlink(std::string_view relative, std::string_view target) const;
+    // Binds a Unix socket there (nothing listens) and answers its absolute path.
+    std::string socket(std::string_view relative) const;
     // The whole content of a file inside the tree (or an absolute path).
     static std::string read(const std::string& path);
 
