@@ -4,7 +4,6 @@
 // reminder (remind_command.h).
 
 #include <CLI/CLI.hpp>
-#include <charconv>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -18,6 +17,7 @@
 #include "remind_command.h"
 #include "scan_command.h"
 #include "settings/schedule_period.h"
+#include "size_argument.h"
 #include "stats_command.h"
 
 namespace corvel::cli {
@@ -49,27 +49,17 @@ struct CommandLine {
 // when asked (1MiB = 1,048,576 bytes).
 void addSizeOption(CLI::App* command, const std::string& name, std::optional<std::uint64_t>& value,
                    const std::string& description) {
-    // Checked before the suffix is applied (transforms run last added first).
-    const CLI::Validator notNegative(
+    const CLI::Validator bytes(
         [](std::string& text) {
-            return text.find('-') == std::string::npos ? std::string() : "a size cannot be negative: " + text;
-        },
-        "");
-    // Checked after the suffix is applied: a whole number of bytes that fits 64 bits.
-    const CLI::Validator byteCount(
-        [](std::string& text) {
-            std::uint64_t bytes = 0;
-            const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), bytes);
-            if (text.empty() || error != std::errc() || end != text.data() + text.size())
-                return "not a size in bytes: " + text;
+            const auto size = parseByteSize(text);
+            if (!size)
+                return "not a size: " + text +
+                       " (a whole number of bytes, optionally with k, M, G, T or KiB, MiB, GiB, TiB)";
+            text = std::to_string(*size);
             return std::string();
         },
         "");
-    command->add_option(name, value, description)
-        ->check(byteCount)
-        ->transform(CLI::AsSizeValue(true).description(""))
-        ->transform(notNegative)
-        ->type_name("SIZE");
+    command->add_option(name, value, description)->transform(bytes)->type_name("SIZE");
 }
 
 void addRemovalOptions(CLI::App* command, RemovalOptions& removal, RemovalFlags& flags, CLI::Option* needed) {
@@ -127,7 +117,9 @@ void addScanOutputs(CLI::App* scan, ScanOptions& options, CLI::Option* json, std
         ->check(CLI::IsMember({"text", "json", "csv", "fdupes"}))
         ->type_name("text|json|csv|fdupes")
         ->excludes(json);
-    scan->add_option("--export", options.exportFile, "write the list of selected copies to FILE")
+    scan->add_option(
+            "--export", options.exportFile,
+            "write the list of selected copies to FILE (- writes it to stdout instead of the groups)")
         ->type_name("FILE");
     scan->add_flag("-0,--null", options.nullSeparated,
                    "--export writes and --select reads paths each ended by a NUL byte, not a line "
@@ -310,6 +302,28 @@ int runCommand(CommandLine& line) {
     std::_Exit(status);
 }
 
+// Prints what the command line could not take; answers the usage exit status. A missing
+// command or path is told only when nothing was mistyped: an unknown option or command is
+// the likelier cause, and naming it says what to fix.
+int reportUsageError(CommandLine& line, const CLI::ParseError& e) {
+    const auto unexpected = line.app.remaining(true);
+    const bool commandGiven =
+        !line.app.get_subcommands([](const CLI::App* sub) { return sub->parsed(); }).empty();
+    if (dynamic_cast<const CLI::RequiredError*>(&e) == nullptr || (unexpected.empty() && commandGiven)) {
+        line.app.exit(e);
+        return kExitUsage;
+    }
+    if (!commandGiven && (unexpected.empty() || unexpected.front().starts_with('-')))
+        std::cerr << "corvel: a command is required first (scan, remove, stats or remind)\n";
+    else if (!commandGiven)
+        std::cerr << "corvel: " << unexpected.front()
+                  << " is not a command (scan, remove, stats or remind)\n";
+    else
+        std::cerr << "corvel: not understood: " << unexpected.front() << "\n";
+    std::cerr << "Run with --help for more information.\n";
+    return kExitUsage;
+}
+
 } // namespace
 } // namespace corvel::cli
 
@@ -332,8 +346,7 @@ int main(int argc, char** argv) {
     } catch (const CLI::Success& e) {
         return line.app.exit(e);
     } catch (const CLI::ParseError& e) {
-        line.app.exit(e);
-        return kExitUsage;
+        return reportUsageError(line, e);
     }
     return runCommand(line);
 }

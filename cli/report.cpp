@@ -1,6 +1,7 @@
 #include "report.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <sys/stat.h>
 
 #include "engine/file_sizer.h"
@@ -248,8 +249,15 @@ std::size_t folderGroupsCount(CVDuplicatesController& results) {
 
 bool mayWriteExportTo(const std::string& path, std::string* why) {
     struct stat st {};
-    if (::lstat(path.c_str(), &st) != 0)
-        return true; // made new (a missing folder fails later with its reason)
+    if (::lstat(path.c_str(), &st) != 0) {
+        // Made new, in a folder that must be there already.
+        const std::string folder = parentPath(path);
+        if (errno == ENOENT && !isDirectory(folder)) {
+            *why = "the folder " + escapedForTerminal(folder) + " does not exist";
+            return false;
+        }
+        return true;
+    }
     if (!S_ISREG(st.st_mode)) {
         *why = escapedForTerminal(path) + " is not a regular file";
         return false;

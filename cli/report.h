@@ -57,9 +57,10 @@ std::string csvReport(CVDuplicatesController& results);
 std::string fdupesReport(CVDuplicatesController& results);
 std::size_t folderGroupsCount(CVDuplicatesController& results);
 
-// Whether --export may write its list at path: a missing or empty file, or one that
-// already holds a list of absolute paths (an earlier export). Anything else is someone's
-// file, perhaps one of the scanned copies: *why says so.
+// Whether --export may write its list at path: a missing file in an existing folder, an
+// empty file, or one that already holds a list of absolute paths (an earlier export).
+// Anything else is someone's file, perhaps one of the scanned copies, or a typing
+// mistake: *why says so.
 [[nodiscard]] bool mayWriteExportTo(const std::string& path, std::string* why);
 
 } // namespace corvel::cli

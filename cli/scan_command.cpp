@@ -145,7 +145,12 @@ std::optional<int> checkScanRequest(const ScanOptions& options, std::vector<std:
         std::cerr << "corvel: -0 applies to --export and --select; neither was given\n";
         return kExitUsage;
     }
-    if (!options.exportFile.empty()) {
+    if (options.exportFile == kExportToStdout && (options.json || options.format != "text")) {
+        std::cerr << "corvel: --export - and --format " << options.format
+                  << " would both write to stdout; give --export a file\n";
+        return kExitUsage;
+    }
+    if (!options.exportFile.empty() && options.exportFile != kExportToStdout) {
         std::string why;
         if (!mayWriteExportTo(options.exportFile, &why)) {
             std::cerr << "corvel: --export: " << why << "; nothing was scanned\n";
@@ -330,8 +335,12 @@ void printReport(const std::vector<std::string>& roots, CVDuplicatesController& 
 
 // Writes the selected copies to the --export file; answers the exit status.
 int exportSelection(CVDuplicatesController& results, const ScanOptions& options) {
+    const bool toStdout = options.exportFile == kExportToStdout;
     CVError exportError;
-    if (!results.exportSelectedDupesToPath(options.exportFile, &exportError, options.nullSeparated)) {
+    if (toStdout) {
+        const std::string list = results.exportText(options.nullSeparated);
+        std::fwrite(list.data(), 1, list.size(), stdout);
+    } else if (!results.exportSelectedDupesToPath(options.exportFile, &exportError, options.nullSeparated)) {
         std::cerr << "corvel: " << exportError.localizedDescription() << "\n";
         return kExitFailure;
     }
@@ -346,7 +355,8 @@ int exportSelection(CVDuplicatesController& results, const ScanOptions& options)
                          "ended by NUL bytes, and --select -0 reads them back\n";
     }
     if (summarise(results).selectedFiles == 0)
-        std::cerr << "corvel: --export: no copy was selected, so " << escapedForTerminal(options.exportFile)
+        std::cerr << "corvel: --export: no copy was selected, so "
+                  << (toStdout ? std::string("the list") : escapedForTerminal(options.exportFile))
                   << " is empty"
                   << (options.autoselect || !options.keep.empty() || !options.selectFile.empty()
                           ? "\n"
@@ -401,7 +411,8 @@ int runScan(const ScanOptions& given) {
         }
         return removeMarkedCopies(*results, roots, options.removal, g_interrupted);
     }
-    printReport(roots, *results, options);
+    if (options.exportFile != kExportToStdout)
+        printReport(roots, *results, options);
     if (!options.minSize && !CVPreferences::sharedInstance().overrideMinSizeDefining() &&
         locator.smallerSizesSkipped())
         std::cerr << "corvel: below " << sizeText(kAutomaticMinimumScanSize)

@@ -17,7 +17,7 @@ struct ScanOptions {
     std::optional<std::uint64_t> minSize;
     std::optional<std::uint64_t> maxSize;
     bool autoselect = false;
-    std::string exportFile;
+    std::string exportFile; // kExportToStdout: the list on stdout instead of the report
     bool quiet = false;
     bool verbose = false;
     bool verify = false;    // confirm groups compared on samples byte for byte
@@ -29,6 +29,9 @@ struct ScanOptions {
     RunOverrides overrides;
     RemovalOptions removal;
 };
+
+// The --export name that means stdout.
+inline constexpr const char* kExportToStdout = "-";
 
 // Exit statuses of the command line.
 enum ExitStatus : int { kExitOK = 0, kExitFailure = 1, kExitUsage = 2, kExitRefused = 3 };

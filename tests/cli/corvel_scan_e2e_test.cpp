@@ -398,13 +398,19 @@ TEST_F(CorvelScan, ExitStatusesTellWhatHappened) {
         int status;
         std::string message;
     };
-    for (const Case& c : {Case{"scan " + quoted(tree / "x"), 0, ""},
-                          Case{"scan " + quoted(tree / "missing"), 2, "no such file or directory"},
-                          Case{"scan --frobnicate " + quoted(tree / "x"), 2, "frobnicate"},
-                          Case{"scan", 2, "paths"}, Case{"", 2, "subcommand"},
-                          Case{"scan /proc", 3, "cannot scan /proc: it is a protected system folder"},
-                          Case{"scan " + quoted(home.folder(".hidden")), 3, "hidden folders are not scanned"},
-                          Case{"scan --min-size lots " + quoted(tree / "x"), 2, "min-size"}}) {
+    for (const Case& c :
+         {Case{"scan " + quoted(tree / "x"), 0, ""},
+          Case{"scan " + quoted(tree / "missing"), 2, "no such file or directory"},
+          Case{"scan --frobnicate " + quoted(tree / "x"), 2, "frobnicate"}, Case{"scan", 2, "paths"},
+          Case{"", 2, "a command is required"}, Case{"frobnicate", 2, "frobnicate is not a command"},
+          Case{"scan --frobnicate", 2, "not understood: --frobnicate"},
+          Case{"scan --min-size 1.5M " + quoted(tree / "x"), 2, "not a size: 1.5M"},
+          Case{"scan --export - --json " + quoted(tree / "x"), 2, "would both write to stdout"},
+          Case{"scan --export " + quoted(tree / "missing/list.txt") + " " + quoted(tree / "x"), 2,
+               "missing does not exist"},
+          Case{"scan /proc", 3, "cannot scan /proc: it is a protected system folder"},
+          Case{"scan " + quoted(home.folder(".hidden")), 3, "hidden folders are not scanned"},
+          Case{"scan --min-size lots " + quoted(tree / "x"), 2, "min-size"}}) {
         const Outcome run = corvel(c.arguments + " " + settings(), home);
         EXPECT_EQ(run.status, c.status) << c.arguments << "\n" << run.err;
         EXPECT_NE(run.err.find(c.message), std::string::npos) << c.arguments << "\n" << run.err;
