@@ -467,6 +467,16 @@ bool CVRemovalPass::moveWindow(TrashWindow& window, const MarkedFiles& marked,
     return true;
 }
 
+std::string CVRemovalPass::failureText(const CVError& error) {
+    std::string text = error.localizedDescription();
+    // Why a volume has no Trash (read-only, a Trash folder that may not be made): the
+    // user may fix that rather than delete.
+    if (const auto why = error.userInfo.find(kTrashReasonKey);
+        error.domain == kTrashErrorDomain && why != error.userInfo.end() && why->second.isString())
+        text += " (" + *why->second.asString() + ")";
+    return text;
+}
+
 void CVRemovalPass::report(const std::shared_ptr<CVFile>& file, bool ok, const CVError& error, bool toTrash) {
     const std::uint64_t fileSize = file->sizeOnDisk();
     const std::string path = file->path();
@@ -474,7 +484,7 @@ void CVRemovalPass::report(const std::shared_ptr<CVFile>& file, bool ok, const C
     if (m_options.dryRun) {
         if (!ok) {
             record.outcome = Outcome::WouldFail;
-            record.error = error.localizedDescription();
+            record.error = failureText(error);
         }
         return;
     }
@@ -487,7 +497,7 @@ void CVRemovalPass::report(const std::shared_ptr<CVFile>& file, bool ok, const C
                    std::string(CVFile::stringSelectionType(file->selectionType())));
     } else {
         record.outcome = Outcome::Failed;
-        record.error = error.localizedDescription();
+        record.error = failureText(error);
         record.noTrashOnVolume =
             error.domain == kTrashErrorDomain && error.code == kTrashErrorNoTrashOnVolume;
         systemLogf("Failed to remove file %@ = %@ size = %llu type = %@", path, record.error, file->size(),

@@ -217,6 +217,8 @@ private:
     bool parentMayBeCleaned(const std::string& folder) const;
     bool isEmptyForCleanUp(const std::string& folder) const;
     CVError checkError(const std::string& reason) const;
+    // What a record says of a failure: the error's text, with the Trash's reason when it gave one.
+    static std::string failureText(const CVError& error);
 
     Services m_services;
     Options m_options;

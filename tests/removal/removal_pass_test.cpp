@@ -762,7 +762,11 @@ TEST(RemovalWithoutATrash, FailsEveryCopyAndDeletesNothing) {
         EXPECT_EQ(record->outcome, Outcome::Failed) << copy->path();
         EXPECT_FALSE(record->error.empty()) << copy->path();
     }
-    EXPECT_TRUE(recordOf(*pass, plain->files()[1]->path())->noTrashOnVolume);
+    const auto* plainRecord = recordOf(*pass, plain->files()[1]->path());
+    EXPECT_TRUE(plainRecord->noTrashOnVolume);
+    EXPECT_TRUE(plainRecord->error.starts_with("no Trash on this volume (")) << plainRecord->error;
+    EXPECT_NE(plainRecord->error.find(h.tree / "data"), std::string::npos)
+        << "the reason names what stood in the way: " << plainRecord->error;
 }
 
 TEST(MusicLibraryCopies, AFailedScriptLeavesTheFile) {
