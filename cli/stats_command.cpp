@@ -97,7 +97,10 @@ int runStats(const StatsOptions& options) {
             if (!parsed && error.domain == kPosixErrorDomain)
                 std::cerr << "corvel: cannot read " << path << ": " << error.localizedDescription() << "\n";
             else
-                std::cerr << "corvel: " << path << " is not a settings file; it is left as it is\n";
+                std::cerr << "corvel: " << (options.settings.empty() ? "" : "--settings: ") << path
+                          << " is not a settings file ("
+                          << (parsed ? "its top level is not a dictionary" : error.localizedDescription())
+                          << "); it was left as it is\n";
             return options.settings.empty() ? kExitFailure : kExitUsage;
         }
     }
