@@ -5,15 +5,49 @@
 #include <QApplication>
 #include <QFile>
 #include <QUrl>
+#include <cstdio>
 #include <string>
 #include <vector>
 
 #include "app_shell.h"
 #include "gui_application.h"
 #include "local_paths.h"
+#include "platform/app_info.h"
 #include "platform/main_queue.h"
 
+namespace {
+
+// --help and --version answer on stdout without opening a window (no display needed);
+// answers whether one of them was given.
+bool answeredInformationRequest(int argc, char** argv) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string argument = argv[i];
+        if (argument == "--help" || argument == "-h") {
+            std::fputs("Usage: corvel-gui [FOLDER...]\n"
+                       "Opens Corvel's window. Folders given (paths or file:// URLs) are added to the scan;\n"
+                       "when Corvel is already open, they go to its window.\n"
+                       "\n"
+                       "  -h, --help     this text\n"
+                       "  --version      the version\n"
+                       "\n"
+                       "Settings: $CORVEL_SETTINGS, else $XDG_CONFIG_HOME/corvel/com.halvik.Corvel.plist.\n"
+                       "The command line is corvel (corvel --help).\n",
+                       stdout);
+            return true;
+        }
+        if (argument == "--version") {
+            std::printf("%s %s\n", corvel::applicationName().c_str(), corvel::applicationVersion().c_str());
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
 int main(int argc, char** argv) {
+    if (answeredInformationRequest(argc, argv))
+        return 0;
     corvel::MainQueue::shared().setMainThread();
     QApplication::setHighDpiScaleFactorRoundingPolicy(Qt::HighDpiScaleFactorRoundingPolicy::PassThrough);
     QApplication app(argc, argv);
