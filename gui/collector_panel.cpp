@@ -254,6 +254,11 @@ QWidget* CollectorPanel::makeListPage() {
     layout->addWidget(m_message);
     layout->addWidget(m_list, 1);
     layout->addLayout(buttons);
+    // Tab goes through the buttons as they stand, left to right.
+    QWidget::setTabOrder(m_list, m_close);
+    QWidget::setTabOrder(m_close, m_putBack);
+    QWidget::setTabOrder(m_putBack, m_keep);
+    QWidget::setTabOrder(m_keep, m_remove);
     return page;
 }
 
@@ -293,6 +298,8 @@ QWidget* CollectorPanel::makeSuccessPage() {
     buttons->addWidget(m_done);
     buttons->addWidget(m_newScan);
     buttons->addStretch(1);
+    QWidget::setTabOrder(m_backToScan, m_done);
+    QWidget::setTabOrder(m_done, m_newScan);
     auto* layout = new QVBoxLayout(page);
     layout->addStretch(2);
     layout->addWidget(done);

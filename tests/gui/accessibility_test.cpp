@@ -27,6 +27,7 @@
 #include <QTimer>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <set>
 
 #include "app/app_delegate.h"
@@ -95,8 +96,34 @@ QWidget* controlOf(QWidget* focused, const std::set<QWidget*>& controls) {
     return focused;
 }
 
+// Buttons side by side must be reached by Tab from left to right: within each row of
+// buttons, the Tab order (once round, so wrapping from the last control to the first
+// counts once) may step leftwards only once.
+QStringList rightToLeftRows(const std::vector<QWidget*>& cycle, const char* page) {
+    std::map<std::pair<QWidget*, int>, std::vector<QWidget*>> rows; // (parent, top) -> buttons in Tab order
+    for (QWidget* w : cycle)
+        if (qobject_cast<QPushButton*>(w) && w->isVisible())
+            rows[{w->parentWidget(), w->mapTo(w->window(), QPoint(0, 0)).y() / 8}].push_back(w);
+    QStringList problems;
+    for (const auto& [where, buttons] : rows) {
+        if (buttons.size() < 2)
+            continue;
+        std::size_t leftwards = 0;
+        for (std::size_t i = 0; i < buttons.size(); ++i) {
+            QWidget* from = buttons[i];
+            QWidget* to = buttons[(i + 1) % buttons.size()];
+            leftwards +=
+                to->mapTo(to->window(), QPoint(0, 0)).x() < from->mapTo(from->window(), QPoint(0, 0)).x();
+        }
+        if (leftwards > 1)
+            problems
+                << QString("%1: Tab goes right to left along the row of %2").arg(page, describe(buttons[0]));
+    }
+    return problems;
+}
+
 // The problems of one page: controls without a name, controls Tab does not reach or
-// does not leave.
+// does not leave, rows of buttons Tab goes through from right to left.
 QStringList audit(QWidget* root, const char* page) {
     QStringList problems;
     const std::vector<QWidget*> controls = visibleControls(root);
@@ -123,6 +150,7 @@ QStringList audit(QWidget* root, const char* page) {
     start->setFocus(Qt::TabFocusReason);
     std::set<QWidget*> reached{controlOf(QApplication::focusWidget(), expected)};
     QWidget* previous = controlOf(QApplication::focusWidget(), expected);
+    std::vector<QWidget*> cycle{previous}; // the controls in Tab order, once round
     for (std::size_t press = 0; press < expected.size() * 2 + 4; ++press) {
         QWidget* focused = QApplication::focusWidget();
         if (!focused)
@@ -133,9 +161,12 @@ QStringList audit(QWidget* root, const char* page) {
             problems << QString("%1: Tab stays in %2").arg(page, describe(now));
             break;
         }
+        if (!reached.contains(now) && cycle.front() != now)
+            cycle.push_back(now);
         reached.insert(now);
         previous = now;
     }
+    problems << rightToLeftRows(cycle, page);
     // Tab reaches one button of a set of exclusive radio buttons; the arrows choose among them.
     auto reachedThroughItsSet = [&](QWidget* w) {
         auto* radio = qobject_cast<QRadioButton*>(w);
