@@ -37,6 +37,7 @@
 #include "removal/statistics_controller.h"
 #include "results_faces.h"
 #include "results_page.h"
+#include "return_clicks_buttons.h"
 #include "scan_notifier.h"
 #include "settings/ignore_list.h"
 #include "settings/preferences.h"
@@ -73,6 +74,8 @@ void GuiApplication::start() {
     m_timers = std::make_unique<MainQueueTimers>(mainQueue);
     UserDefaults& defaults = UserDefaults::standardUserDefaults();
 
+    m_returnClicks = std::make_unique<ReturnClicksButtons>();
+    QCoreApplication::instance()->installEventFilter(m_returnClicks.get());
     m_window = std::make_unique<MainWindow>(defaults);
     m_window->setWindowIcon(applicationIcon());
     m_notifier = std::make_unique<ScanNotifier>(*m_window);

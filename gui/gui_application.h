@@ -30,6 +30,7 @@ namespace corvel::gui {
 class AppShell;
 class BackgroundRelease;
 class DesktopApplications;
+class ReturnClicksButtons;
 class FileManagerReveal;
 class MainWindow;
 class PreviewWindow;
@@ -99,6 +100,7 @@ private:
     std::unique_ptr<SingleInstance> m_instance;
     std::unique_ptr<CorvelAppDelegate> m_delegate;
     std::unique_ptr<MenuBar> m_menus;
+    std::unique_ptr<ReturnClicksButtons> m_returnClicks; // filters every window's keys
 };
 
 } // namespace corvel::gui

@@ -7,6 +7,7 @@
 int runSizeDiagramTests(int argc, char** argv);
 int runPdfPreviewTests(int argc, char** argv);
 int runFileManagerRevealTests(int argc, char** argv);
+int runReturnClicksButtonsTests(int argc, char** argv);
 
 int main(int argc, char** argv) {
     ::setenv("QT_QPA_PLATFORM", "offscreen", 0);
@@ -15,5 +16,6 @@ int main(int argc, char** argv) {
     failed += runSizeDiagramTests(argc, argv) != 0;
     failed += runPdfPreviewTests(argc, argv) != 0;
     failed += runFileManagerRevealTests(argc, argv) != 0;
+    failed += runReturnClicksButtonsTests(argc, argv) != 0;
     return failed;
 }
