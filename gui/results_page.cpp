@@ -223,6 +223,7 @@ ResultsPage::ResultsPage(QWidget* parent) : QWidget(parent) {
     m_filesTable = makeTable(m_filesModel, browser, "filesTable");
     m_filesTable->setSelectionMode(QAbstractItemView::ExtendedSelection);
     m_filesTable->setAccessibleName(windowText("Results_FilesAccessibleName"));
+    m_filesTable->setAccessibleDescription(windowText("Results_FilesKeys"));
     m_filesTable->horizontalHeader()->setStretchLastSection(false);
     m_filesTable->horizontalHeader()->setSectionResizeMode(FilesModel::Folder, QHeaderView::Stretch);
     m_filesTable->horizontalHeader()->resizeSection(FilesModel::Name, 220);
@@ -252,6 +253,18 @@ ResultsPage::ResultsPage(QWidget* parent) : QWidget(parent) {
     connect(space, &QShortcut::activated, this, [this] {
         if (m_results)
             m_results->showQuickLook();
+    });
+    // Space previews, so the keyboard marks and unmarks the current copy with Ctrl+Space,
+    // through its box (with the same questions a click on the box asks).
+    auto* mark = new QShortcut(QKeySequence(Qt::CTRL | Qt::Key_Space), m_filesTable, nullptr, nullptr,
+                               Qt::WidgetShortcut);
+    connect(mark, &QShortcut::activated, this, [this] {
+        const QModelIndex current = m_filesTable->currentIndex();
+        if (!current.isValid())
+            return;
+        const QModelIndex box = m_filesModel->index(current.row(), FilesModel::Name);
+        const bool marked = box.data(Qt::CheckStateRole) == QVariant(Qt::Checked);
+        m_filesModel->setData(box, marked ? Qt::Unchecked : Qt::Checked, Qt::CheckStateRole);
     });
     m_preview = new PreviewPane(browser);
     m_preview->setMinimumWidth(240);
