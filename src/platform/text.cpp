@@ -83,6 +83,33 @@ auto withMatcher(const std::shared_ptr<const icu::RegexPattern>& pattern, std::s
     return fn(cache.matcherFor(pattern, text));
 }
 
+// What is wrong with a pattern, in words; the library's code name for the rare others.
+std::string regexProblem(UErrorCode status) {
+    switch (status) {
+    case U_REGEX_MISSING_CLOSE_BRACKET:
+        return "a [ is not closed";
+    case U_REGEX_MISMATCHED_PAREN:
+        return "the parentheses do not pair up";
+    case U_REGEX_RULE_SYNTAX:
+        return "a character is out of place (a repeat such as * or + with nothing before it?)";
+    case U_REGEX_BAD_ESCAPE_SEQUENCE:
+        return "an unknown escape after a backslash";
+    case U_REGEX_BAD_INTERVAL:
+    case U_REGEX_MAX_LT_MIN:
+        return "a {min,max} repeat is not well formed";
+    case U_REGEX_INVALID_RANGE:
+        return "a range in [...] runs backwards";
+    case U_REGEX_PROPERTY_SYNTAX:
+        return "a \\p{...} property is not well formed";
+    case U_REGEX_INVALID_FLAG:
+        return "an unknown flag in (?...)";
+    case U_REGEX_LOOK_BEHIND_LIMIT:
+        return "a look-behind has no bounded length";
+    default:
+        return u_errorName(status);
+    }
+}
+
 } // namespace
 
 std::optional<RegularExpression> RegularExpression::compile(std::string_view pattern, CVError* error,
@@ -94,8 +121,8 @@ std::optional<RegularExpression> RegularExpression::compile(std::string_view pat
         icu::RegexPattern::compile(fromUtf8(pattern), flags, parseError, status));
     if (U_FAILURE(status) || !compiled) {
         CVError e("com.halvik.Corvel.RegularExpressionError", status,
-                  "Invalid regular expression \"" + std::string(pattern) + "\": " + u_errorName(status) +
-                      " at offset " + std::to_string(parseError.offset));
+                  "Invalid regular expression \"" + std::string(pattern) + "\": " + regexProblem(status) +
+                      " (at character " + std::to_string(parseError.offset + 1) + ")");
         e.userInfo["offset"] = parseError.offset;
         setError(error, std::move(e));
         return std::nullopt;

@@ -46,11 +46,24 @@ TEST(Text, RegularExpressionsReportMatchesInBytes) {
     EXPECT_EQ(re->replaceAll(name, ""), "Fot\xC3\xB3 -");
 }
 
-TEST(Text, BadPatternsAreErrorsWithTheirOffset) {
-    for (const char* pattern : {"(unclosed", "a{2,1}", "[z-a]", "*start"}) {
+TEST(Text, BadPatternsAreErrorsThatSayWhatIsWrongAndWhere) {
+    const struct {
+        const char* pattern;
+        const char* problem;
+    } cases[] = {
+        {"(unclosed", "the parentheses do not pair up"},
+        {"a{2,1}", "a {min,max} repeat is not well formed"},
+        {"[z-a]", "a range in [...] runs backwards"},
+        {"*start", "a character is out of place"},
+        {"a[b", "a [ is not closed"},
+    };
+    for (const auto& c : cases) {
         CVError error;
-        EXPECT_FALSE(RegularExpression::compile(pattern, &error)) << pattern;
-        EXPECT_NE(error.localizedDescription().find(pattern), std::string::npos);
+        EXPECT_FALSE(RegularExpression::compile(c.pattern, &error)) << c.pattern;
+        const std::string text = error.localizedDescription();
+        EXPECT_NE(text.find(std::string("\"") + c.pattern + "\": " + c.problem), std::string::npos) << text;
+        EXPECT_NE(text.find("(at character "), std::string::npos) << text;
+        EXPECT_EQ(text.find("U_REGEX"), std::string::npos) << text;
         EXPECT_TRUE(error.userInfo.count("offset"));
     }
 }
