@@ -141,12 +141,17 @@ QWidget* PreferencesWindow::makeGeneralPage() {
     sliderRow->addWidget(m_slider, 1);
     sliderRow->addWidget(m_sizeLabel);
     m_sizeLabel->setMinimumWidth(110);
-    auto* sizeHint = new QLabel(windowText("Preferences_AutomaticSizeHint"), sizeBox);
-    sizeHint->setWordWrap(true);
-    sizeHint->setForegroundRole(QPalette::PlaceholderText);
+    m_sizeHint = new QLabel(windowText("Preferences_AutomaticSizeHint"), sizeBox);
+    m_sizeHint->setObjectName("automaticSizeHint");
+    m_sizeHint->setWordWrap(true);
+    m_sizeHint->setForegroundRole(QPalette::PlaceholderText);
+    // It speaks of the automatic choice only: hidden with the slider in use, keeping its room.
+    QSizePolicy keepsRoom = m_sizeHint->sizePolicy();
+    keepsRoom.setRetainSizeWhenHidden(true);
+    m_sizeHint->setSizePolicy(keepsRoom);
     sizeLayout->addWidget(m_automatic);
     sizeLayout->addLayout(sliderRow);
-    sizeLayout->addWidget(sizeHint);
+    sizeLayout->addWidget(m_sizeHint);
 
     auto* removalBox = new QGroupBox(windowText("Preferences_Removal"), page);
     auto* removalLayout = new QVBoxLayout(removalBox);
@@ -183,6 +188,7 @@ QWidget* PreferencesWindow::makeGeneralPage() {
     m_slider->setValue(
         static_cast<int>(std::lround(m_defaults.doubleForKey(kMinScanSizeKey) * kSliderSteps)));
     m_slider->setEnabled(manual);
+    m_sizeHint->setHidden(manual);
     (m_preferences.moveDuplicatesToTrash() ? m_trash : m_delete)->setChecked(true);
     m_removeEmpty->setChecked(m_preferences.removeEmptyFolders());
     const auto period = static_cast<std::uint64_t>(std::max<std::int64_t>(0, m_preferences.schedulePeriod()));
@@ -194,6 +200,7 @@ QWidget* PreferencesWindow::makeGeneralPage() {
         if (m_loading)
             return;
         m_slider->setEnabled(!automatic);
+        m_sizeHint->setHidden(!automatic);
         m_defaults.setBool(!automatic, kOverrideMinSizeKey);
         updateSizeLabel();
         save();

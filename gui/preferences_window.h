@@ -55,6 +55,7 @@ public:
     QTabWidget* tabs() const { return m_tabs; }
     QCheckBox* automaticSize() const { return m_automatic; }
     QSlider* sizeSlider() const { return m_slider; }
+    QLabel* automaticSizeHint() const { return m_sizeHint; }
     QLabel* sizeLabel() const { return m_sizeLabel; }
     QRadioButton* trashButton() const { return m_trash; }
     QRadioButton* deleteButton() const { return m_delete; }
@@ -104,6 +105,7 @@ private:
     QCheckBox* m_automatic = nullptr;
     QSlider* m_slider = nullptr;
     QLabel* m_sizeLabel = nullptr;
+    QLabel* m_sizeHint = nullptr; // what the automatic choice does
     QRadioButton* m_trash = nullptr;
     QRadioButton* m_delete = nullptr;
     QCheckBox* m_removeEmpty = nullptr;

@@ -287,8 +287,10 @@ void GuiTest::preferencesAreWrittenToTheSettingsFile() {
 
     QVERIFY(prefs->automaticSize()->isChecked());
     QVERIFY(!prefs->sizeSlider()->isEnabled());
+    QVERIFY(prefs->automaticSizeHint()->isVisible());
     prefs->automaticSize()->click();
     QVERIFY(prefs->sizeSlider()->isEnabled());
+    QVERIFY2(!prefs->automaticSizeHint()->isVisible(), "the automatic choice's hint goes with it");
     prefs->sizeSlider()->setValue(500);
     QCOMPARE(stored(kOverrideMinSizeKey), PropertyValue(true));
     QCOMPARE(CVPreferences::sharedInstance().minimumScanSize(), std::uint64_t(1000000));
