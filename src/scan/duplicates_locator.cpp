@@ -53,6 +53,7 @@
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <unordered_set>
 #include <utility>
 
 #include "engine/folder.h"
@@ -90,6 +91,42 @@ constexpr auto kScanPathInterval = std::chrono::milliseconds(40);
 // time, is not needed to tell.
 bool isPlainFolder(const CVNode& node) {
     return dynamic_cast<const CVFolder*>(&node) && node.type() == kNodeTypePlainFolder;
+}
+
+// Whether two equal folders hold the very same files: every file of one is a hard link
+// of the file at its place in the other (a snapshot made with "cp -al" or a backup tool
+// that links unchanged files). Removing either would free nothing, and grouping them
+// would hide the files inside from the comparison of files. Children stand in the same
+// order in equal folders; a sub-folder met twice in a list is looked at once.
+bool holdTheSameFiles(const CVNode& a, const CVNode& b, std::unordered_set<const CVNode*>& seen) {
+    const auto& mine = a.children();
+    const auto& theirs = b.children();
+    if (mine.size() != theirs.size())
+        return false;
+    for (std::size_t i = 0; i < mine.size(); ++i) {
+        const CVNode& x = *mine[i];
+        const CVNode& y = *theirs[i];
+        const auto* folderX = dynamic_cast<const CVFolder*>(&x);
+        const auto* folderY = dynamic_cast<const CVFolder*>(&y);
+        if (folderX || folderY) {
+            if (!folderX || !folderY)
+                return false;
+            if (seen.insert(&x).second && !holdTheSameFiles(x, y, seen))
+                return false;
+            continue;
+        }
+        const auto* fileX = dynamic_cast<const CVFile*>(&x);
+        const auto* fileY = dynamic_cast<const CVFile*>(&y);
+        if (!fileX || !fileY || fileX->inodeNumber() != fileY->inodeNumber() ||
+            fileX->device() != fileY->device())
+            return false;
+    }
+    return true;
+}
+
+bool holdTheSameFiles(const CVFolder& a, const CVFolder& b) {
+    std::unordered_set<const CVNode*> seen;
+    return holdTheSameFiles(a, b, seen);
 }
 
 } // namespace
@@ -560,7 +597,9 @@ GroupPtr CVDuplicatesLocator::groupOfFolder(std::vector<NodePtr>& nodes, std::si
     std::vector<std::shared_ptr<CVFile>> matches;
     for (std::size_t j = i + 1; j < nodes.size() && state() != ScanState::Idle; ++j) {
         auto* other = dynamic_cast<CVFolder*>(nodes[j].get());
-        if (!other || ignoreFile(*other) || !folder->isDuplicateOf(*other))
+        // The links first: they need no reading.
+        if (!other || ignoreFile(*other) || holdTheSameFiles(*folder, *other) ||
+            !folder->isDuplicateOf(*other))
             continue;
         if (matches.empty()) {
             decideRemoveForbidden(*folder);

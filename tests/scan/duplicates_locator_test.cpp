@@ -494,6 +494,41 @@ TEST_F(Locator, HomeStandardFoldersAreFoundButNeverRemovable) {
     EXPECT_EQ(found, expected);
 }
 
+// A snapshot made of hard links ("cp -al") holds the very same files as its folder:
+// grouping the two would free nothing and hide the copies inside. A real copy of the
+// folder still groups with it.
+TEST_F(Locator, AFolderOfHardLinksIsNoCopyOfItsFolder) {
+    const std::string g = tree.file("x/g", content('g', 80000));
+    const std::string g2 = tree.file("x/g2", content('g', 80000));
+    tree.file("x/sub/other", content('o', 70000));
+    for (const char* name : {"g", "g2", "sub/other"}) {
+        tree.folder("snap/sub");
+        ASSERT_EQ(::link((tree / "x/" + name).c_str(), (tree / "snap/" + name).c_str()), 0) << name;
+    }
+    for (const bool withARealCopy : {false, true}) {
+        if (withARealCopy) {
+            tree.file("real/g", content('g', 80000));
+            tree.file("real/g2", content('g', 80000));
+            tree.file("real/sub/other", content('o', 70000));
+        }
+        auto locator = harness.locator();
+        const auto results = scan(*locator, {tree.path()});
+        ASSERT_TRUE(results);
+        std::set<std::set<std::string>> groups;
+        for (const auto& group : results->duplicatesGroups()) {
+            std::set<std::string> members;
+            for (const auto& file : group->files())
+                members.insert(file->path());
+            groups.insert(members);
+        }
+        if (withARealCopy)
+            EXPECT_EQ(groups, (std::set<std::set<std::string>>{{tree / "x", tree / "real"},
+                                                               {tree / "snap/g", tree / "snap/g2"}}));
+        else
+            EXPECT_EQ(groups, (std::set<std::set<std::string>>{{g, g2, tree / "snap/g", tree / "snap/g2"}}));
+    }
+}
+
 TEST_F(Locator, AFileThatAnITunesLibraryDoesNotListIsFreedFromTheLibrary) {
     const std::string listed = tree.file("Music/Media/listed.mp3", content('l', 60000));
     const std::string unlisted = tree.file("Music/Media/unlisted.mp3", content('u', 61000));
