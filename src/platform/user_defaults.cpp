@@ -72,13 +72,18 @@ bool fitsRegisteredType(const PropertyValue& stored, const PropertyValue& regist
 
 // Holds an exclusive lock on the folder of the settings file while it is read and
 // written again, so that two programs saving at once take turns. Without a lock (a
-// folder this user cannot open) the save goes on: the merge still keeps the other
-// program's keys unless both write in the same instant.
+// folder this user cannot open, a network file system that refuses it) the save goes
+// on, and says so in the log: the merge still keeps the other program's keys unless
+// both write in the same instant.
 UniqueFd lockFolderOf(const std::string& filePath) {
-    UniqueFd folder(::open(parentPath(filePath).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (folder.valid())
-        while (::flock(folder.get(), LOCK_EX) != 0 && errno == EINTR) {
-        }
+    const std::string folderPath = parentPath(filePath);
+    UniqueFd folder(::open(folderPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    int failed = folder.valid() ? 0 : errno;
+    while (failed == 0 && ::flock(folder.get(), LOCK_EX) != 0)
+        if (errno != EINTR)
+            failed = errno;
+    if (failed != 0)
+        systemLog("Settings saved without a lock on " + folderPath + ": " + std::strerror(failed));
     return folder;
 }
 
@@ -367,6 +372,8 @@ void UserDefaults::notifyObservers(const std::string& key, const PropertyValue& 
 }
 
 bool UserDefaults::synchronize(CVError* error) {
+    // One save at a time: a later save must not be overtaken by an earlier one's older values.
+    const std::lock_guard saving(m_saveMutex);
     std::unique_lock lock(m_mutex);
     if (m_changedKeys.empty())
         return true;
@@ -383,11 +390,16 @@ bool UserDefaults::synchronize(CVError* error) {
         changes.emplace(key, it != m_stored.end() ? it->second : PropertyValue());
     }
     lock.unlock();
-    if (!makeDirectories(parentPath(m_filePath), error))
+    if (!makeDirectories(parentPath(m_path), error))
         return false;
-    const UniqueFd folderLock = lockFolderOf(m_filePath);
+    const UniqueFd folderLock = lockFolderOf(m_path);
+    // Looked at again: the user may have put a link in the file's place meanwhile, or
+    // taken one away; a link is written through and stays.
+    const std::optional<std::string> filePath = currentFilePath(error);
+    if (!filePath)
+        return false;
     PropertyValue::Dictionary file;
-    if (!readFileForMerge(file, error))
+    if (!readFileForMerge(*filePath, file, error))
         return false;
     for (const auto& [key, value] : changes) {
         if (value.isNull())
@@ -395,7 +407,7 @@ bool UserDefaults::synchronize(CVError* error) {
         else
             file.insert_or_assign(key, value);
     }
-    if (!writePropertyListFile(m_filePath, PropertyValue(std::move(file)), error))
+    if (!writePropertyListFile(*filePath, PropertyValue(std::move(file)), error))
         return false;
     lock.lock();
     // A key changed again while writing stays unsaved for the next synchronize.
@@ -408,10 +420,34 @@ bool UserDefaults::synchronize(CVError* error) {
     return true;
 }
 
-bool UserDefaults::readFileForMerge(PropertyValue::Dictionary& out, CVError* error) const {
+std::optional<std::string> UserDefaults::currentFilePath(CVError* error) const {
+    struct stat st {};
+    if (::lstat(m_path.c_str(), &st) != 0 || !S_ISLNK(st.st_mode))
+        return m_path;
+    char resolved[PATH_MAX];
+    if (::realpath(m_path.c_str(), resolved))
+        return std::string(resolved);
+    const int why = errno;
+    // A link to a file not there yet (or set aside as damaged) makes it, in its folder.
+    char target[PATH_MAX];
+    if (const ssize_t length = ::readlink(m_path.c_str(), target, sizeof(target) - 1); length > 0) {
+        std::string made(target, static_cast<std::size_t>(length));
+        if (made.front() != '/')
+            made = parentPath(m_path) + "/" + made;
+        if (::realpath(parentPath(made).c_str(), resolved))
+            return std::string(resolved) + "/" + lastPathComponent(made);
+    }
+    setError(error, CVError(kCorvelFileErrorDomain, EINVAL,
+                            "Settings file " + m_path + " is now a link that leads nowhere (" +
+                                std::strerror(why) + "), so it is not written"));
+    return std::nullopt;
+}
+
+bool UserDefaults::readFileForMerge(const std::string& filePath, PropertyValue::Dictionary& out,
+                                    CVError* error) const {
     PropertyValue root;
     CVError readError;
-    if (!readPropertyListFile(m_filePath, root, &readError)) {
+    if (!readPropertyListFile(filePath, root, &readError)) {
         if (readError.domain == kPosixErrorDomain && readError.code == ENOENT)
             return true; // none yet, or removed by the user: only this run's changes are written
         setError(error, CVError(kCorvelFileErrorDomain, EINVAL,

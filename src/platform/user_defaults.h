@@ -14,8 +14,9 @@
 // reminder), so synchronize writes only the keys this store changed: it reads the file
 // again under a lock on its folder, sets or removes those keys, and keeps every other
 // key as the file holds it then. When two programs change the same key, the last save
-// wins. A file that can no longer be read, or is no longer a settings file, is not
-// written.
+// wins for that key: two runs that each add to the statistics at the same moment keep
+// only one run's addition. A file that can no longer be read, is no longer a settings
+// file, or has become a link that leads nowhere, is not written.
 //
 // Settings are never lost. What opening found is fileState():
 // - a file that exists but cannot be read (permissions, I/O error, a folder or a device
@@ -156,9 +157,12 @@ private:
     void setAside(const CVError& reason);
     void notifyObservers(const std::string& key, const PropertyValue& oldValue,
                          const PropertyValue& newValue);
+    // The file to write now: the path, or the file a link there leads to; nothing (with
+    // *error) for a link that leads nowhere.
+    std::optional<std::string> currentFilePath(CVError* error) const;
     // The file as it is now, to merge this store's changes into: empty when it is gone;
     // false (with *error) when it cannot be read or holds no settings.
-    bool readFileForMerge(PropertyValue::Dictionary& out, CVError* error) const;
+    bool readFileForMerge(const std::string& filePath, PropertyValue::Dictionary& out, CVError* error) const;
 
     struct ObserverEntry {
         ObserverId id;
@@ -174,6 +178,7 @@ private:
     CVError m_fileError;
     std::string m_setAsidePath;
     mutable std::mutex m_mutex;
+    std::mutex m_saveMutex; // held through a whole synchronize
     PropertyValue::Dictionary m_stored;
     PropertyValue::Dictionary m_registered;
     PropertyValue::Dictionary m_volatile;

@@ -414,6 +414,39 @@ INSTANTIATE_TEST_SUITE_P(
                        [](const std::string& p) { overwrite(p, "not a property list"); }, PropertyValue()}),
     [](const testing::TestParamInfo<ConcurrentSave>& param) { return param.param.name; });
 
+// The user puts a link in the file's place while the program runs (a dotfile manager
+// taking the file over): the save goes through the link, which stays; a link into a
+// folder that is gone is not written over.
+TEST(UserDefaults, ALinkPutInTheFilesPlaceMeanwhileIsWrittenThrough) {
+    test::TempTree tree;
+    const std::string path =
+        tree.file("settings.plist",
+                  propertyListData(PropertyValue::Dictionary{{"Mine", "mine"}}, PropertyListFormat::XML));
+    const std::string managed =
+        tree.file("dotfiles/corvel.plist",
+                  propertyListData(PropertyValue::Dictionary{{"Theirs", "theirs"}}, PropertyListFormat::XML));
+    UserDefaults ours(path);
+    ours.setObject("changed", "Mine");
+    ASSERT_EQ(::unlink(path.c_str()), 0);
+    ASSERT_EQ(::symlink(managed.c_str(), path.c_str()), 0);
+    ASSERT_TRUE(ours.synchronize());
+    struct stat st {};
+    ASSERT_EQ(::lstat(path.c_str(), &st), 0);
+    EXPECT_TRUE(S_ISLNK(st.st_mode)) << "the link stays";
+    EXPECT_EQ(readFile(managed),
+              PropertyValue(PropertyValue::Dictionary{{"Theirs", "theirs"}, {"Mine", "changed"}}));
+
+    ASSERT_EQ(::unlink(managed.c_str()), 0);
+    ASSERT_EQ(::rmdir((tree / "dotfiles").c_str()), 0);
+    ours.setObject("again", "Mine");
+    CVError error;
+    EXPECT_FALSE(ours.synchronize(&error));
+    EXPECT_NE(error.localizedDescription().find("leads nowhere"), std::string::npos)
+        << error.localizedDescription();
+    ASSERT_EQ(::lstat(path.c_str(), &st), 0);
+    EXPECT_TRUE(S_ISLNK(st.st_mode)) << "the dangling link is not replaced by a file";
+}
+
 TEST(UserDefaults, ASetAsideFileNeverGoesOverAnEarlierOne) {
     test::TempTree tree;
     const std::string path = tree.file("c.plist", kGarbled);
