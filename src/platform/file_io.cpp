@@ -80,6 +80,13 @@ std::string parentPath(std::string_view path) {
     return std::string(path.substr(0, slash));
 }
 
+std::optional<std::string> canonicalPath(const std::string& path) {
+    char resolved[PATH_MAX];
+    if (!::realpath(path.c_str(), resolved))
+        return std::nullopt;
+    return std::string(resolved);
+}
+
 std::string lastPathComponent(std::string_view path) {
     while (path.size() > 1 && path.back() == '/')
         path.remove_suffix(1);

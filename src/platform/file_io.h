@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstddef>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -109,5 +110,8 @@ bool isDirectory(const std::string& path);
 std::string parentPath(std::string_view path);
 // The last component of a path (without trailing slashes).
 std::string lastPathComponent(std::string_view path);
+// The path with every link and "." or ".." resolved (realpath(3)); nothing, with errno
+// set, when it or a folder on the way does not exist or cannot be looked up.
+std::optional<std::string> canonicalPath(const std::string& path);
 
 } // namespace corvel

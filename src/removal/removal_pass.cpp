@@ -94,12 +94,12 @@ CVRemovalPass::CVRemovalPass(Services services, Options options)
     : m_services(services), m_options(std::move(options)),
       m_verifier([this] { return !m_shredInProgress.load(); }),
       m_windowVerifier([this] { return !m_shredInProgress.load(); }),
-      m_protectedFolders(services.ignoreList.unremovableFolders()) {
+      m_protectedFolders(services.ignoreList.protectedFolders()) {
     countDuplicates();
 }
 
-bool CVRemovalPass::isProtectedFolder(const std::string& path) const {
-    return std::find(m_protectedFolders.begin(), m_protectedFolders.end(), path) != m_protectedFolders.end();
+bool CVRemovalPass::takesProtectedFolder(const std::string& path) const {
+    return CVIgnoreList::coversProtectedFolder(canonicalPath(path).value_or(path), m_protectedFolders);
 }
 
 CVRemovalPass::~CVRemovalPass() {
@@ -576,7 +576,7 @@ bool CVRemovalPass::checkCopy(CVFile& file, bool permanently, RemovalVerifier& v
         setError(error, checkError("it may not be removed"));
         return false;
     }
-    if (dynamic_cast<const CVFolder*>(&file) && isProtectedFolder(file.path())) {
+    if (dynamic_cast<const CVFolder*>(&file) && takesProtectedFolder(file.path())) {
         setError(error, checkError(kReasonProtectedFolder));
         return false;
     }
@@ -755,7 +755,7 @@ bool CVRemovalPass::parentMayBeCleaned(const std::string& folder) const {
             return false;
     if (volumePathOfPath(folder) == folder)
         return false; // a mount point
-    if (isProtectedFolder(folder))
+    if (takesProtectedFolder(folder))
         return false;
     return isDeletableByUser(folder);
 }

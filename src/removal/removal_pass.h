@@ -224,10 +224,11 @@ private:
     Options m_options;
     RemovalVerifier m_verifier;
     RemovalVerifier m_windowVerifier; // prepareWindow's, which may run beside the pass's thread
-    // Home and its standard folders: never removed, neither as a copy nor by the clean-up.
-    // Taken from the ignore list when the pass is made, so the pass's threads only read it.
+    // Home and its standard folders, where they really are: never removed, neither as a
+    // copy (nor a folder holding one) nor by the clean-up. Taken from the ignore list when
+    // the pass is made, so the pass's threads only read it.
     std::vector<std::string> m_protectedFolders;
-    bool isProtectedFolder(const std::string& path) const;
+    bool takesProtectedFolder(const std::string& path) const;
     struct Handled {
         std::shared_ptr<CVFile> file;
         bool ok = false;

@@ -441,6 +441,8 @@ void CVDuplicatesLocator::beginSizeSearch(const std::vector<std::uint64_t>& size
         m_keptBytesLimit, &m_unreadFiles);
     m_queuedUpTo = 0;
     m_folderAccess.clear();
+    // The walk gives paths with links resolved, as these are.
+    m_protectedFolders = m_services.ignoreList.protectedFolders();
 }
 
 void CVDuplicatesLocator::endSizeSearch() {
@@ -525,7 +527,7 @@ void CVDuplicatesLocator::decideRemoveForbidden(CVFile& file,
     if (file.removeForbidden())
         return;
     if (dynamic_cast<const CVFolder*>(&file) &&
-        m_services.ignoreList.isFolderForbiddenToRemove(file.path())) {
+        CVIgnoreList::coversProtectedFolder(file.path(), m_protectedFolders)) {
         file.setRemoveForbidden(true); // home and its standard folders stay, whatever they hold
         return;
     }

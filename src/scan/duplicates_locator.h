@@ -102,7 +102,8 @@ public:
     bool ignoreFile(const CVNode& node) const;
     // Frees files an iTunes library does not list, and forbids removing what the user
     // may not delete (item: what the file's digest read of it, else read here) and the
-    // folders the ignore list protects (home and its standard folders).
+    // folders the ignore list protects (home and its standard folders, and any folder
+    // holding one).
     void decideRemoveForbidden(CVFile& file,
                                const std::optional<ItemRemovalAccess>& item = std::nullopt) const;
     // The removal access of the file's folder, read once per folder and scan.
@@ -234,6 +235,7 @@ private:
     UnreadFiles m_unreadFiles;
     std::unique_ptr<SizeGroupReader> m_reader;
     mutable std::unordered_map<const CVFolder*, FolderRemovalAccess> m_folderAccess;
+    std::vector<std::string> m_protectedFolders; // the ignore list's, taken as a search begins
     std::size_t m_queuedUpTo = 0;
     // The last scan thread; each scan thread waits for the one before it.
     std::thread m_thread;

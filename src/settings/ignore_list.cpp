@@ -317,7 +317,8 @@ bool CVIgnoreList::isPathContentForbiddenToRemove(const std::string& path) {
     return false;
 }
 
-const std::vector<std::string>& CVIgnoreList::unremovableFolders() {
+std::vector<std::string> CVIgnoreList::unremovableFolders() {
+    const std::lock_guard lock(m_unremovableMutex);
     if (!m_unremovableFolders) {
         std::vector<std::string> folders;
         for (const auto& entry : arrayOf(defaultIgnoreList()["UnremovableFolders"])) {
@@ -338,8 +339,26 @@ const std::vector<std::string>& CVIgnoreList::unremovableFolders() {
 }
 
 bool CVIgnoreList::isFolderForbiddenToRemove(const std::string& path) {
-    const auto& folders = unremovableFolders();
+    const auto folders = unremovableFolders();
     return std::find(folders.begin(), folders.end(), path) != folders.end();
+}
+
+std::vector<std::string> CVIgnoreList::protectedFolders() {
+    std::vector<std::string> folders;
+    for (const std::string& folder : unremovableFolders()) {
+        folders.push_back(folder);
+        if (auto resolved = canonicalPath(folder); resolved && *resolved != folder)
+            folders.push_back(*resolved);
+    }
+    return folders;
+}
+
+bool CVIgnoreList::coversProtectedFolder(const std::string& canonicalPath,
+                                         const std::vector<std::string>& protectedFolders) {
+    const std::string inside = canonicalPath == "/" ? canonicalPath : canonicalPath + "/";
+    return std::any_of(protectedFolders.begin(), protectedFolders.end(), [&](const std::string& folder) {
+        return folder == canonicalPath || folder.starts_with(inside);
+    });
 }
 
 PropertyValue CVIgnoreList::generateNewExcludeGroupWithExtensions(const PropertyValue::Array& extensions) {

@@ -101,7 +101,15 @@ public:
     // The generator that types the folders the walk meets.
     CVNodeTypeGenerator& typeGenerator() const { return m_typeGenerator; }
     bool isFolderForbiddenToRemove(const std::string& path);
-    const std::vector<std::string>& unremovableFolders();
+    // Built on first use, kept; any thread.
+    std::vector<std::string> unremovableFolders();
+    // The unremovable folders where they really are (links resolved, for those that
+    // exist), for the checks that keep a removal away from them. Any thread.
+    std::vector<std::string> protectedFolders();
+    // Whether removing the folder at canonicalPath (links resolved) would take one of the
+    // protected folders: it is one, or holds one.
+    static bool coversProtectedFolder(const std::string& canonicalPath,
+                                      const std::vector<std::string>& protectedFolders);
 
     static PropertyValue generateNewExcludeGroupWithExtensions(const PropertyValue::Array& extensions);
     std::int64_t generateUniqueIDForKey(const std::string& key) const;
@@ -155,7 +163,8 @@ private:
     std::optional<RegularExpression> m_additionalRegex;
     std::string m_additionalRegexSource;
     std::mutex m_regexMutex;
-    std::optional<std::vector<std::string>> m_unremovableFolders;
+    std::mutex m_unremovableMutex;
+    std::optional<std::vector<std::string>> m_unremovableFolders; // guarded by m_unremovableMutex
 };
 
 // Lower case of a path: ASCII quickly, anything else through Unicode case mapping.

@@ -1038,6 +1038,24 @@ TEST(ProtectedFolders, AreNeverRemovedAsCopies) {
     }
 }
 
+// The same folder named through a link (a home moved elsewhere and linked back, a plan
+// written with another spelling) is the same protected folder.
+TEST(ProtectedFolders, AreKnownUnderAnotherPath) {
+    RemovalHarness h;
+    const std::string pictures = h.home() + "/Pictures";
+    ASSERT_TRUE(makeDirectories(pictures, nullptr));
+    std::ofstream(pictures + "/photo.jpg") << "same";
+    const std::string backup = h.tree.folder("files/backup");
+    std::ofstream(backup + "/photo.jpg") << "same";
+    const std::string linkedHome = h.tree.symlink("files/linked home", h.home());
+    h.group({backup, linkedHome + "/Pictures"}, {1});
+    auto pass = h.pass(true, false);
+    runPass(*pass);
+    EXPECT_TRUE(exists(pictures + "/photo.jpg"));
+    ASSERT_EQ(pass->records().size(), 1u);
+    EXPECT_EQ(pass->records()[0].error, kReasonProtectedFolder);
+}
+
 TEST(ParentCleanUpGuards, NeverTouchesAMountPoint) {
     RemovalHarness h;
     const std::string mountPoint = h.tree.folder("files/volume");

@@ -303,6 +303,21 @@ TEST_F(IgnoreListTest, HiddenContentAndUnremovableDecisions) {
     EXPECT_FALSE(list->isFolderForbiddenToRemove("/home/ada/pictures"));
 }
 
+TEST(ProtectedFolders, AFolderIsCoveredWhenItIsOrHoldsOne) {
+    const std::vector<std::string> protectedFolders{"/home/ada", "/home/ada/Pictures", "/data/Docs"};
+    const struct {
+        const char* folder;
+        bool covered;
+    } cases[] = {
+        {"/home/ada", true},    {"/home/ada/Pictures", true}, {"/home", true},           {"/", true},
+        {"/data", true},        {"/data/Docs", true},         {"/data/Docs/old", false}, {"/data/Doc", false},
+        {"/data/Docs2", false}, {"/home/ada/Music2", false},  {"/srv", false},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(CVIgnoreList::coversProtectedFolder(c.folder, protectedFolders), c.covered) << c.folder;
+    EXPECT_FALSE(CVIgnoreList::coversProtectedFolder("/home/ada/Sync", {"/home/ada/Sync2/Docs"}));
+}
+
 TEST_F(IgnoreListTest, TheUserListsPersistAndAMissingListComesFromTheResource) {
     make();
     EXPECT_EQ(list->excludePathsList().size(), 2u) << "copied from the resource";
