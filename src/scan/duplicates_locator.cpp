@@ -590,18 +590,25 @@ EqualClasses CVDuplicatesLocator::classesOfSizeGroup(const std::vector<NodePtr>&
         files, positions, digests, [this] { return state() != ScanState::Idle; }, &m_unreadFiles);
 }
 
-GroupPtr CVDuplicatesLocator::groupOfFolder(std::vector<NodePtr>& nodes, std::size_t i) {
+GroupPtr CVDuplicatesLocator::groupOfFolder(std::vector<NodePtr>& nodes, std::size_t i,
+                                            std::vector<bool>& sameFilesAsEarlier) {
     auto* folder = static_cast<CVFolder*>(nodes[i].get());
-    if (ignoreFile(*folder)) {
+    if (sameFilesAsEarlier[i] || ignoreFile(*folder)) {
         folder->releaseSignature();
         return nullptr;
     }
     std::vector<std::shared_ptr<CVFile>> matches;
     for (std::size_t j = i + 1; j < nodes.size() && state() != ScanState::Idle; ++j) {
         auto* other = dynamic_cast<CVFolder*>(nodes[j].get());
-        // The links first: they need no reading.
-        if (!other || ignoreFile(*other) || holdTheSameFiles(*folder, *other) ||
-            !folder->isDuplicateOf(*other))
+        if (!other || sameFilesAsEarlier[j] || ignoreFile(*other))
+            continue;
+        // The links first: they need no reading. A folder of links of this one is left
+        // out of every folder group from now on, so many snapshots cost one look each.
+        if (holdTheSameFiles(*folder, *other)) {
+            sameFilesAsEarlier[j] = true;
+            continue;
+        }
+        if (!folder->isDuplicateOf(*other))
             continue;
         if (matches.empty()) {
             decideRemoveForbidden(*folder);
@@ -655,12 +662,13 @@ std::vector<GroupPtr> CVDuplicatesLocator::findDuplicatesInSizeGroup(std::vector
             place[classes[c][m].position] = {c, m};
     }
     std::vector<GroupPtr> groups;
+    std::vector<bool> sameFilesAsEarlier(nodes.size(), false);
     bool pathShown = false;
     for (std::size_t i = 0; i < nodes.size() && state() != ScanState::Idle; ++i) {
         GroupPtr group;
         if (dynamic_cast<CVFolder*>(nodes[i].get())) {
             showScanPath(*nodes[i]);
-            group = groupOfFolder(nodes, i);
+            group = groupOfFolder(nodes, i, sameFilesAsEarlier);
         } else {
             if (!pathShown) {
                 showScanPath(*nodes[i]);

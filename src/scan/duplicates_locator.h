@@ -182,8 +182,10 @@ private:
     // The size group's files in classes of equal signatures: from the reader during a
     // scan, read on this thread otherwise.
     EqualClasses classesOfSizeGroup(const std::vector<NodePtr>& nodes);
-    // The group the folder at i forms with the later folders equal to it, or null.
-    GroupPtr groupOfFolder(std::vector<NodePtr>& nodes, std::size_t i);
+    // The group the folder at i forms with the later folders equal to it, or null. A later
+    // folder holding the very same files (hard links) is no copy: it is marked in
+    // sameFilesAsEarlier (one flag per node) and left out of folder groups after that.
+    GroupPtr groupOfFolder(std::vector<NodePtr>& nodes, std::size_t i, std::vector<bool>& sameFilesAsEarlier);
     // The group a class member forms with the later members not yet taken, or null.
     GroupPtr groupOfClassMember(const std::vector<ClassMember>& members, std::size_t m,
                                 std::vector<bool>& taken);

@@ -505,6 +505,10 @@ TEST_F(Locator, AFolderOfHardLinksIsNoCopyOfItsFolder) {
         tree.folder("snap/sub");
         ASSERT_EQ(::link((tree / "x/" + name).c_str(), (tree / "snap/" + name).c_str()), 0) << name;
     }
+    // A snapshot where only some files are links still frees space: it is a copy.
+    tree.file("partly/g2", content('g', 80000));
+    tree.file("partly/sub/other", content('o', 70000));
+    ASSERT_EQ(::link(g.c_str(), (tree / "partly/g").c_str()), 0);
     for (const bool withARealCopy : {false, true}) {
         if (withARealCopy) {
             tree.file("real/g", content('g', 80000));
@@ -522,10 +526,11 @@ TEST_F(Locator, AFolderOfHardLinksIsNoCopyOfItsFolder) {
             groups.insert(members);
         }
         if (withARealCopy)
-            EXPECT_EQ(groups, (std::set<std::set<std::string>>{{tree / "x", tree / "real"},
+            EXPECT_EQ(groups, (std::set<std::set<std::string>>{{tree / "x", tree / "real", tree / "partly"},
                                                                {tree / "snap/g", tree / "snap/g2"}}));
         else
-            EXPECT_EQ(groups, (std::set<std::set<std::string>>{{g, g2, tree / "snap/g", tree / "snap/g2"}}));
+            EXPECT_EQ(groups, (std::set<std::set<std::string>>{{tree / "x", tree / "partly"},
+                                                               {tree / "snap/g", tree / "snap/g2"}}));
     }
 }
 
