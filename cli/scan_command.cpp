@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 #include <optional>
 #include <sys/stat.h>
@@ -143,6 +145,10 @@ void keepOneCopyEach(CVDuplicatesController& results, bool newest) {
 std::optional<int> checkScanRequest(const ScanOptions& options, std::vector<std::string>& roots) {
     if (options.nullSeparated && options.exportFile.empty() && options.selectFile.empty()) {
         std::cerr << "corvel: -0 applies to --export and --select; neither was given\n";
+        return kExitUsage;
+    }
+    if (!options.exportFile.empty() && options.removal.remove) {
+        std::cerr << "corvel: --export and --remove cannot be combined: export the list first, then remove\n";
         return kExitUsage;
     }
     if (options.exportFile == kExportToStdout && (options.json || options.format != "text")) {
@@ -339,7 +345,10 @@ int exportSelection(CVDuplicatesController& results, const ScanOptions& options)
     CVError exportError;
     if (toStdout) {
         const std::string list = results.exportText(options.nullSeparated);
-        std::fwrite(list.data(), 1, list.size(), stdout);
+        if (std::fwrite(list.data(), 1, list.size(), stdout) != list.size() || std::fflush(stdout) != 0) {
+            std::cerr << "corvel: --export -: cannot write to stdout: " << std::strerror(errno) << "\n";
+            return kExitFailure;
+        }
     } else if (!results.exportSelectedDupesToPath(options.exportFile, &exportError, options.nullSeparated)) {
         std::cerr << "corvel: " << exportError.localizedDescription() << "\n";
         return kExitFailure;

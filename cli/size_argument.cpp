@@ -15,26 +15,32 @@ struct Suffix {
     std::uint64_t unit;
 };
 
-constexpr std::uint64_t kKilo = 1000;
-constexpr std::uint64_t kKibi = 1024;
+// Powers of 1000 and of 1024.
+constexpr std::uint64_t power(std::uint64_t base, unsigned exponent) {
+    std::uint64_t value = 1;
+    for (unsigned i = 0; i < exponent; ++i)
+        value *= base;
+    return value;
+}
 
-constexpr std::array<Suffix, 16> kSuffixes{{
+constexpr std::array<Suffix, 17> kSuffixes{{
     {"", 1},
     {"b", 1},
-    {"k", kKilo},
-    {"kb", kKilo},
-    {"m", kKilo* kKilo},
-    {"mb", kKilo* kKilo},
-    {"g", kKilo* kKilo* kKilo},
-    {"gb", kKilo* kKilo* kKilo},
-    {"t", kKilo* kKilo* kKilo* kKilo},
-    {"tb", kKilo* kKilo* kKilo* kKilo},
-    {"p", kKilo* kKilo* kKilo* kKilo* kKilo},
-    {"pb", kKilo* kKilo* kKilo* kKilo* kKilo},
-    {"kib", kKibi},
-    {"mib", kKibi* kKibi},
-    {"gib", kKibi* kKibi* kKibi},
-    {"tib", kKibi* kKibi* kKibi* kKibi},
+    {"k", power(1000, 1)},
+    {"kb", power(1000, 1)},
+    {"m", power(1000, 2)},
+    {"mb", power(1000, 2)},
+    {"g", power(1000, 3)},
+    {"gb", power(1000, 3)},
+    {"t", power(1000, 4)},
+    {"tb", power(1000, 4)},
+    {"p", power(1000, 5)},
+    {"pb", power(1000, 5)},
+    {"kib", power(1024, 1)},
+    {"mib", power(1024, 2)},
+    {"gib", power(1024, 3)},
+    {"tib", power(1024, 4)},
+    {"pib", power(1024, 5)},
 }};
 
 } // namespace

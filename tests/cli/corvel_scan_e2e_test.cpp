@@ -406,6 +406,8 @@ TEST_F(CorvelScan, ExitStatusesTellWhatHappened) {
           Case{"scan --frobnicate", 2, "not understood: --frobnicate"},
           Case{"scan --min-size 1.5M " + quoted(tree / "x"), 2, "not a size: 1.5M"},
           Case{"scan --export - --json " + quoted(tree / "x"), 2, "would both write to stdout"},
+          Case{"scan --export - --remove --dry-run " + quoted(tree / "x"), 2,
+               "--export and --remove cannot be combined"},
           Case{"scan --export " + quoted(tree / "missing/list.txt") + " " + quoted(tree / "x"), 2,
                "missing does not exist"},
           Case{"scan /proc", 3, "cannot scan /proc: it is a protected system folder"},

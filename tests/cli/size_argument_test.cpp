@@ -19,6 +19,7 @@ TEST(SizeArgument, ReadsWholeBytesWithTheShownSuffixes) {
         {"1GiB", 1073741824},
         {"1gib", 1073741824},
         {"2T", 2000000000000},
+        {"1PiB", 1125899906842624},
         {"3B", 3},
         {"18446744073709551615", UINT64_MAX},
         {"18446744073709551616", std::nullopt},
