@@ -19,12 +19,6 @@ namespace {
 
 constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
-// Whether an item that is not a folder becomes a file entry. Links are not followed, and
-// a socket has no content to compare (opening it fails): neither makes an entry.
-bool makesFileEntry(mode_t mode) {
-    return !S_ISLNK(mode) && !S_ISSOCK(mode);
-}
-
 void closeDescriptor(int& fd) {
     if (fd >= 0)
         ::close(fd);
@@ -92,7 +86,7 @@ bool FolderWalk::walkRoot(int& error) {
         m_frames.resize(1);
         visitFolder({name, &st, fd, openError});
         run();
-    } else if (makesFileEntry(st.st_mode)) {
+    } else if (!S_ISLNK(st.st_mode)) {
         visitFile(name, st, true);
     }
     return true;
@@ -158,8 +152,8 @@ void FolderWalk::visitName(std::size_t index) {
         m_frames.emplace_back(); // the slot a folder met here is listed into
     const Frame& folder = current();
     const unsigned char kind = folder.names.kind(index);
-    if (kind == DT_LNK || kind == DT_SOCK)
-        return; // links and sockets make no entry
+    if (kind == DT_LNK)
+        return; // links make no entry
     const char* cName = enterName(folder.names.name(index));
     const std::string_view name(cName);
     struct stat st {};
@@ -169,7 +163,7 @@ void FolderWalk::visitName(std::size_t index) {
         reportFailure(name, failed);
     } else if (S_ISDIR(st.st_mode)) {
         visitFolder({name, &st, fd, openError});
-    } else if (makesFileEntry(st.st_mode)) {
+    } else if (!S_ISLNK(st.st_mode)) {
         visitFile(name, st, false);
     }
 }

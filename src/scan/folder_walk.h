@@ -6,7 +6,7 @@
 // folders below any length of path and never resolves a whole path per entry.
 //
 // Entries come out in single-pass order: a folder, its entries in byte order of their
-// names (folders with everything below them), then its end. Links and sockets make no entry; a
+// names (folders with everything below them), then its end. Links make no entry; a
 // folder on another device, refused by the ignore list or past the depth limit is
 // reported and ended without being entered.
 //

@@ -9,7 +9,8 @@
 namespace corvel {
 
 void UnreadFiles::note(CVFile& file, int error) {
-    if (error == ENAMETOOLONG || !file.markReadFailureNamed())
+    // ENXIO: a socket (or a device without its driver), with nothing in it to read.
+    if (error == ENAMETOOLONG || error == ENXIO || !file.markReadFailureNamed())
         return;
     {
         MutexLock lock(m_mutex);

@@ -33,8 +33,9 @@ public:
     UnreadFiles& operator=(const UnreadFiles&) = delete;
 
     // Notes that file could not be read (error: the errno, not 0); nothing when the file
-    // was noted before, or when its path is too long (ENAMETOOLONG): the walk names the
-    // folder where paths grow past PATH_MAX, and every file below it fails so. Any thread.
+    // was noted before, when its path is too long (ENAMETOOLONG: the walk names the
+    // folder where paths grow past PATH_MAX, and every file below it fails so), or when
+    // it is a socket (ENXIO: nothing in it to read). Any thread.
     void note(CVFile& file, int error) EXCLUDES(m_mutex);
     // The files kept by name, sorted by path.
     std::vector<UnreadFile> named() const EXCLUDES(m_mutex);

@@ -187,8 +187,6 @@ std::vector<std::string> referenceWalk(const std::string& root) {
             lines.push_back("D " + name + detail());
         else if (e->fts_info == FTS_DP)
             lines.push_back("E " + name);
-        else if (e->fts_info == FTS_DEFAULT && S_ISSOCK(e->fts_statp->st_mode))
-            continue; // a socket has no content: no entry
         else if (e->fts_info == FTS_F || e->fts_info == FTS_DEFAULT)
             lines.push_back("f " + name + detail());
         else if (e->fts_info != FTS_SL && e->fts_info != FTS_SLNONE)

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <gtest/gtest.h>
 #include <memory>
 #include <set>
@@ -52,12 +53,16 @@ TEST_P(UnreadFilesCap, KeepsTheFirstNamesAndCountsEachFileOnce) {
     EXPECT_TRUE(unread.named().empty());
 }
 
-// Paths past PATH_MAX are the walk's to name (the folder where they begin), not each file's.
-TEST(UnreadFiles, APathTooLongIsLeftToTheWalk) {
-    UnreadFiles unread;
-    const auto made = files(1);
-    unread.note(*made[0], ENAMETOOLONG);
-    EXPECT_EQ(unread.count(), 0u);
+// Paths past PATH_MAX are the walk's to name (the folder where they begin), not each
+// file's; a socket (ENXIO on opening) has nothing to read. Other errors are noted.
+TEST(UnreadFiles, APathTooLongOrASocketIsNotNoted) {
+    for (const auto& [error, noted] :
+         {std::pair{ENAMETOOLONG, 0u}, std::pair{ENXIO, 0u}, std::pair{EACCES, 1u}}) {
+        UnreadFiles unread;
+        const auto made = files(1);
+        unread.note(*made[0], error);
+        EXPECT_EQ(unread.count(), noted) << std::strerror(error);
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Sizes, UnreadFilesCap,
