@@ -255,17 +255,19 @@ ResultsPage::ResultsPage(QWidget* parent) : QWidget(parent) {
             m_results->showQuickLook();
     });
     // Space previews, so the keyboard marks and unmarks the current copy with Ctrl+Space,
-    // through its box (with the same questions a click on the box asks).
-    auto* mark = new QShortcut(QKeySequence(Qt::CTRL | Qt::Key_Space), m_filesTable, nullptr, nullptr,
-                               Qt::WidgetShortcut);
-    connect(mark, &QShortcut::activated, this, [this] {
-        const QModelIndex current = m_filesTable->currentIndex();
-        if (!current.isValid())
-            return;
-        const QModelIndex box = m_filesModel->index(current.row(), FilesModel::Name);
-        const bool marked = box.data(Qt::CheckStateRole) == QVariant(Qt::Checked);
-        m_filesModel->setData(box, marked ? Qt::Unchecked : Qt::Checked, Qt::CheckStateRole);
-    });
+    // or Insert where an input method takes Ctrl+Space, through its box (with the same
+    // questions a click on the box asks).
+    for (const QKeySequence& keys : {QKeySequence(Qt::CTRL | Qt::Key_Space), QKeySequence(Qt::Key_Insert)}) {
+        auto* mark = new QShortcut(keys, m_filesTable, nullptr, nullptr, Qt::WidgetShortcut);
+        connect(mark, &QShortcut::activated, this, [this] {
+            const QModelIndex current = m_filesTable->currentIndex();
+            if (!current.isValid())
+                return;
+            const QModelIndex box = m_filesModel->index(current.row(), FilesModel::Name);
+            const bool marked = box.data(Qt::CheckStateRole) == QVariant(Qt::Checked);
+            m_filesModel->setData(box, marked ? Qt::Unchecked : Qt::Checked, Qt::CheckStateRole);
+        });
+    }
     m_preview = new PreviewPane(browser);
     m_preview->setMinimumWidth(240);
 

@@ -196,6 +196,10 @@ void ResultsPageTest::browseSelectKeepAndRemoveToTheTrash() {
     QTest::keyClick(page->filesTable(), Qt::Key_Space, Qt::ControlModifier);
     QTRY_COMPARE(photos->filesToRemoveCount(), std::int64_t(2));
     QCOMPARE(marked.data(Qt::CheckStateRole), QVariant(Qt::Checked));
+    QTest::keyClick(page->filesTable(), Qt::Key_Insert); // the same without Ctrl+Space
+    QTRY_COMPARE(photos->filesToRemoveCount(), std::int64_t(1));
+    QTest::keyClick(page->filesTable(), Qt::Key_Insert);
+    QTRY_COMPARE(photos->filesToRemoveCount(), std::int64_t(2));
     QTRY_COMPARE(page->groupsModel()->index(0, GroupsModel::Selected).data().toString(), QString("2"));
 
     // Back to All. The two reports have the same date, so auto select cannot choose
