@@ -330,12 +330,6 @@ private:
                 m_problem = m_file + ": " + where + " names " + *member.path + " twice";
                 return;
             }
-            // A path in two groups could be kept by one and removed by the other.
-            if (const auto [earlier, added] = m_groupOfPath.try_emplace(*member.path, m_groupIndex); !added) {
-                m_problem = m_file + ": " + *member.path + " is in group " + std::to_string(earlier->second) +
-                            " and in " + where + "; a file belongs to one group only";
-                return;
-            }
             std::shared_ptr<CVFile> node;
             if (member.isFolder) {
                 auto folder = std::make_shared<CVFolder>(*member.path, "", *member.size, member.sizeOnDisk);
@@ -348,6 +342,14 @@ private:
             node->setInodeNumber(*member.inode);
             node->setStatMTimeNanoseconds(*member.mtime);
             node->setRemoveForbidden(member.removeForbidden);
+            // A path in two groups could be kept by one and removed by the other. Keyed by
+            // the node's own copy of the path, which lives as long as the plan.
+            if (const auto [earlier, added] = m_groupOfPath.try_emplace(node->storedPath(), m_groupIndex);
+                !added) {
+                m_problem = m_file + ": " + *member.path + " is in group " + std::to_string(earlier->second) +
+                            " and in " + where + "; a file belongs to one group only";
+                return;
+            }
             if (!group)
                 group = CVGroup::initWithCVFile(node);
             else
@@ -382,7 +384,8 @@ private:
     bool m_sawGroupsKey = false;
     bool m_sawGroups = false; // and it was a list
     std::size_t m_groupIndex = 0;
-    std::unordered_map<std::string, std::size_t> m_groupOfPath; // every path read, and its group
+    // Every path read (views of the nodes' paths, which the plan keeps), and its group.
+    std::unordered_map<std::string_view, std::size_t> m_groupOfPath;
     bool m_filesSeen = false;
     std::vector<Member> m_members;
     std::vector<std::pair<GroupPtr, std::shared_ptr<CVFile>>> m_toMark;
