@@ -48,6 +48,10 @@ DirectoryKey keyFor(UserDirectory kind) {
         return {"XDG_PICTURES_DIR", "Pictures"};
     case UserDirectory::Videos:
         return {"XDG_VIDEOS_DIR", "Videos"};
+    case UserDirectory::Templates:
+        return {"XDG_TEMPLATES_DIR", "Templates"};
+    case UserDirectory::PublicShare:
+        return {"XDG_PUBLICSHARE_DIR", "Public"};
     }
     return {"", ""};
 }

@@ -22,10 +22,11 @@ std::string xdgDataHome();
 // $XDG_STATE_HOME when absolute, otherwise ~/.local/state.
 std::string xdgStateHome();
 
-enum class UserDirectory { Desktop, Documents, Downloads, Music, Pictures, Videos };
+enum class UserDirectory { Desktop, Documents, Downloads, Music, Pictures, Videos, Templates, PublicShare };
 
 // The XDG user folder of that kind as user-dirs.dirs in xdgConfigHome() names it,
-// falling back to ~/Desktop, ~/Documents, ~/Downloads, ~/Music, ~/Pictures, ~/Videos.
+// falling back to ~/Desktop, ~/Documents, ~/Downloads, ~/Music, ~/Pictures, ~/Videos,
+// ~/Templates, ~/Public.
 std::string userDirectory(UserDirectory kind);
 // The same, read from the given user-dirs.dirs file with the given home folder. A
 // missing file, a missing entry or a malformed line gives the fallback; an entry that

@@ -42,9 +42,14 @@ PropertyValue::Array arrayOf(const PropertyValue& value) {
 // "$XDG_PICTURES_DIR" and its siblings name the user's standard folders.
 std::optional<std::string> xdgFolder(const std::string& entry) {
     static const std::pair<const char*, UserDirectory> names[] = {
-        {"$XDG_DESKTOP_DIR", UserDirectory::Desktop},    {"$XDG_DOCUMENTS_DIR", UserDirectory::Documents},
-        {"$XDG_DOWNLOAD_DIR", UserDirectory::Downloads}, {"$XDG_MUSIC_DIR", UserDirectory::Music},
-        {"$XDG_PICTURES_DIR", UserDirectory::Pictures},  {"$XDG_VIDEOS_DIR", UserDirectory::Videos}};
+        {"$XDG_DESKTOP_DIR", UserDirectory::Desktop},
+        {"$XDG_DOCUMENTS_DIR", UserDirectory::Documents},
+        {"$XDG_DOWNLOAD_DIR", UserDirectory::Downloads},
+        {"$XDG_MUSIC_DIR", UserDirectory::Music},
+        {"$XDG_PICTURES_DIR", UserDirectory::Pictures},
+        {"$XDG_VIDEOS_DIR", UserDirectory::Videos},
+        {"$XDG_TEMPLATES_DIR", UserDirectory::Templates},
+        {"$XDG_PUBLICSHARE_DIR", UserDirectory::PublicShare}};
     for (const auto& [name, kind] : names)
         if (entry == name)
             return userDirectory(kind);

@@ -18,7 +18,8 @@ TEST(UserPaths, UserFoldersAreReadFromUserDirsFile) {
                                     "XDG_MUSIC_DIR=\"$HOME\"\n"
                                     "XDG_VIDEOS_DIR=relative-and-unquoted\n"
                                     "XDG_DOCUMENTS_DIR=\"$HOME/Old\"\n"
-                                    "XDG_DOCUMENTS_DIR=\"$HOME/Dokumente\"\n");
+                                    "XDG_DOCUMENTS_DIR=\"$HOME/Dokumente\"\n"
+                                    "XDG_TEMPLATES_DIR=\"$HOME/Vorlagen\"\n");
     const std::string home = "/home/ada";
     struct Case {
         UserDirectory kind;
@@ -29,7 +30,9 @@ TEST(UserPaths, UserFoldersAreReadFromUserDirsFile) {
           Case{UserDirectory::Downloads, "/home/ada/Downloads"},
           Case{UserDirectory::Pictures, "/data/Bilder mit \"Zitat\""},
           Case{UserDirectory::Music, "/home/ada/Music"}, Case{UserDirectory::Videos, "/home/ada/Videos"},
-          Case{UserDirectory::Documents, "/home/ada/Dokumente"}})
+          Case{UserDirectory::Documents, "/home/ada/Dokumente"},
+          Case{UserDirectory::Templates, "/home/ada/Vorlagen"},
+          Case{UserDirectory::PublicShare, "/home/ada/Public"}})
         EXPECT_EQ(userDirectoryFromFile(c.kind, file, home), c.expected);
     EXPECT_EQ(userDirectoryFromFile(UserDirectory::Desktop, tree / "missing", home), "/home/ada/Desktop");
 }
