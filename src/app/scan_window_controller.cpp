@@ -640,6 +640,12 @@ void CVScanWindowController::backToScan(bool fromController) {
     if (view.isFullScreen())
         view.exitFullScreen();
     view.showScanContent();
+    // A cleanup since the scan leaves less than was found: the status says what is left.
+    if (currentDuplicates()) {
+        const std::uint64_t left = duplicateSize();
+        view.setStatus(left > 0 ? formatf(text("StatusTextViewStatus_FoundDuplicates"), stringWithSize(left))
+                                : text("StatusTextViewStatus_NoDuplicates"));
+    }
     // The results button takes the user back to the results again.
     view.setResultsButtonEnabled(true);
     setWindowState(WindowStateFound);

@@ -708,6 +708,26 @@ TEST(ScanWindow, BackToScanLeavesFullScreenAndClosesThePreview) {
         << "the controller's own call is not reported";
 }
 
+// Copies removed since the scan: back on the scan page, the status tells what is left.
+TEST(ScanWindow, BackToScanTellsWhatTheResultsHoldNow) {
+    ScanWindowFixture f;
+    f.controller->showWindow();
+    for (Step step : {Step::DropOne, Step::Start, Step::ProgressFound, Step::FinishFound, Step::ShowResults})
+        run(f, step);
+    const std::string found = f.view.status;
+    const auto groups = f.engine.results->duplicatesGroups();
+    ASSERT_EQ(groups.size(), 2u);
+    f.engine.results->removeGroupsLoud({groups.front()});
+    f.controller->backToScan(false);
+    EXPECT_NE(f.view.status, found);
+    EXPECT_EQ(f.view.status, formatf(f.text("StatusTextViewStatus_FoundDuplicates"),
+                                     stringWithSize(f.engine.results->size())));
+    f.controller->showResults(true);
+    f.engine.results->removeGroupsLoud({groups.back()});
+    f.controller->backToScan(false);
+    EXPECT_EQ(f.view.status, f.text("StatusTextViewStatus_NoDuplicates"));
+}
+
 TEST(ScanWindow, RescanScansTheLastTargetsOnceTheDropZoneIsClear) {
     ScanWindowFixture f;
     f.dropZone.resetAtOnce = false;
