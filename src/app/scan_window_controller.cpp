@@ -416,9 +416,14 @@ void CVScanWindowController::updatePhrase() {
     ++m_scenarioDelay;
 }
 
+std::string CVScanWindowController::foundStatus(std::uint64_t size) const {
+    return size > 0 ? formatf(text("StatusTextViewStatus_FoundDuplicates"), stringWithSize(size))
+                    : text("StatusTextViewStatus_NoDuplicates");
+}
+
 void CVScanWindowController::showFoundStatus(std::uint64_t size) {
     auto& view = m_services.view;
-    view.setStatus(formatf(text("StatusTextViewStatus_FoundDuplicates"), stringWithSize(size)));
+    view.setStatus(foundStatus(size));
     view.setSubStatus(randomPhrase(ScenarioUseFound));
     setWindowState(WindowStateFound);
     view.setResultsButton(button("ButtonTitle_ShowResults"), button("ButtonToolTip_ShowResults"));
@@ -641,11 +646,8 @@ void CVScanWindowController::backToScan(bool fromController) {
         view.exitFullScreen();
     view.showScanContent();
     // A cleanup since the scan leaves less than was found: the status says what is left.
-    if (currentDuplicates()) {
-        const std::uint64_t left = duplicateSize();
-        view.setStatus(left > 0 ? formatf(text("StatusTextViewStatus_FoundDuplicates"), stringWithSize(left))
-                                : text("StatusTextViewStatus_NoDuplicates"));
-    }
+    if (const auto duplicates = currentDuplicates())
+        view.setStatus(foundStatus(duplicates->size()));
     // The results button takes the user back to the results again.
     view.setResultsButtonEnabled(true);
     setWindowState(WindowStateFound);

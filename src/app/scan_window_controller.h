@@ -200,6 +200,8 @@ private:
     void dropResultsViews();
     void stopPhraseTimer();
     void setStopButtonToNewScan();
+    // "SIZE of duplicates found", or "No duplicates found" for none.
+    std::string foundStatus(std::uint64_t size) const;
     void showFoundStatus(std::uint64_t size);
     std::string randomPhrase(std::int64_t use) const;
     std::string text(const char* key) const;
