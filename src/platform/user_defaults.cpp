@@ -424,9 +424,8 @@ std::optional<std::string> UserDefaults::currentFilePath(CVError* error) const {
     struct stat st {};
     if (::lstat(m_path.c_str(), &st) != 0 || !S_ISLNK(st.st_mode))
         return m_path;
-    char resolved[PATH_MAX];
-    if (::realpath(m_path.c_str(), resolved))
-        return std::string(resolved);
+    if (auto resolved = canonicalPath(m_path))
+        return resolved;
     const int why = errno;
     // A link to a file not there yet (or set aside as damaged) makes it, in its folder.
     char target[PATH_MAX];
@@ -434,8 +433,8 @@ std::optional<std::string> UserDefaults::currentFilePath(CVError* error) const {
         std::string made(target, static_cast<std::size_t>(length));
         if (made.front() != '/')
             made = parentPath(m_path) + "/" + made;
-        if (::realpath(parentPath(made).c_str(), resolved))
-            return std::string(resolved) + "/" + lastPathComponent(made);
+        if (auto folder = canonicalPath(parentPath(made)))
+            return *folder + "/" + lastPathComponent(made);
     }
     setError(error, CVError(kCorvelFileErrorDomain, EINVAL,
                             "Settings file " + m_path + " is now a link that leads nowhere (" +
