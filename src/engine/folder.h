@@ -8,12 +8,15 @@
 // folders or two files with equal signatures (two empty files match). Scan thread only.
 
 #include <cstdint>
+#include <memory>
 
 #include "node.h"
 
 namespace corvel {
 
-class CVFolder : public CVFile {
+// Folders hand out shared pointers to themselves (files do not: a file node is the
+// most numerous object of a scan, and the link would cost it 16 bytes).
+class CVFolder : public CVFile, public std::enable_shared_from_this<CVFolder> {
 public:
     CVFolder(std::string_view path, std::string name, std::uint64_t size = 0, std::uint64_t sizeOnDisk = 0);
     // Children that outlive the folder (held by a group) lose their parent link and keep

@@ -23,7 +23,7 @@ namespace corvel {
 class CVGroup;
 using GroupPtr = std::shared_ptr<CVGroup>;
 
-class CVGroup : public CVNode {
+class CVGroup : public CVNode, public std::enable_shared_from_this<CVGroup> {
 public:
     // A group holding the file, with allFilesForbidden taken from the file.
     static std::shared_ptr<CVGroup> initWithCVFile(const std::shared_ptr<CVFile>& file);

@@ -5,13 +5,13 @@
 //
 // Ownership: a node owns its children (shared pointers); its root folder is a weak
 // link, and its parent folder and group are plain back-pointers that the folder or
-// group clears when it dies. Nodes are built on the scan thread and read on the main thread; the
-// observed properties ("size", "childrenCount", "needToRemove", "wasRemoved") are
-// written under the node's lock and announced through the node's change notifier on
-// the main queue. Rarely used state (name, library record, notifier) lives out of line
-// and is made on first use, and so do the signature, the root-folder link and the child
-// list with its count, so a plain file node stays small; the group link is kept in the
-// file itself, because every member of every group has one.
+// group clears when it dies. A file node cannot make a shared pointer to itself: whoever
+// needs one takes it from a holder (the parent's child list, the size filing). Nodes are built on the scan
+// thread and read on the main thread; the observed properties ("size", "childrenCount", "needToRemove",
+// "wasRemoved") are written under the node's lock and announced through the node's change notifier on the
+// main queue. Rarely used state (name, library record, notifier) lives out of line and is made on first use,
+// and so do the signature, the root-folder link and the child list with its count, so a plain file node stays
+// small; the group link is kept in the file itself, because every member of every group has one.
 
 #include <atomic>
 #include <cstdint>
@@ -62,7 +62,7 @@ enum SelectionType : std::int32_t {
     kSelectionAutomatic = 4,
 };
 
-class CVNode : public std::enable_shared_from_this<CVNode> {
+class CVNode {
 public:
     explicit CVNode(std::string_view path = {});
     virtual ~CVNode();

@@ -400,7 +400,7 @@ void CVDuplicatesLocator::queueAhead(const std::vector<std::uint64_t>& keys, std
         if (!policy.searches(size))
             return;
         // Sorted now, so that the places queued are the places searched.
-        std::vector<NodePtr>& nodes = groups[size];
+        const std::span<NodePtr> nodes = groups.nodes(size);
         sortSizeGroup(nodes);
         std::vector<CVFile*> files;
         std::vector<std::size_t> positions;
@@ -410,7 +410,7 @@ void CVDuplicatesLocator::queueAhead(const std::vector<std::uint64_t>& keys, std
     }
 }
 
-void CVDuplicatesLocator::comparableFiles(const std::vector<NodePtr>& nodes, std::vector<CVFile*>& files,
+void CVDuplicatesLocator::comparableFiles(std::span<const NodePtr> nodes, std::vector<CVFile*>& files,
                                           std::vector<std::size_t>& positions) const {
     for (std::size_t i = 0; i < nodes.size(); ++i)
         if (auto* file = dynamic_cast<CVFile*>(nodes[i].get());
@@ -420,12 +420,11 @@ void CVDuplicatesLocator::comparableFiles(const std::vector<NodePtr>& nodes, std
         }
 }
 
-std::vector<std::uint64_t> CVDuplicatesLocator::sizesToSearch(SizeGroups& groups) const {
-    const std::optional<std::uint64_t> maximumSize = m_maximumSizeOverride;
-    std::erase_if(groups, [&](const auto& entry) {
-        return entry.second.size() == 1 || (maximumSize && entry.first > *maximumSize);
-    });
-    return sizesLargestFirst(groups);
+std::vector<std::uint64_t> CVDuplicatesLocator::sizesToSearch(const SizeGroups& groups) const {
+    std::vector<std::uint64_t> sizes = groups.sizesLargestFirst();
+    if (const std::optional<std::uint64_t> maximumSize = m_maximumSizeOverride)
+        std::erase_if(sizes, [&](std::uint64_t size) { return size > *maximumSize; });
+    return sizes;
 }
 
 void CVDuplicatesLocator::beginSizeSearch(const std::vector<std::uint64_t>& sizes, std::uint64_t useful) {
@@ -466,7 +465,7 @@ void CVDuplicatesLocator::locateDuplicatesInDictionary(SizeGroups& groups) {
         const std::uint64_t size = sizes[k];
         if (policy.searches(size)) {
             queueAhead(sizes, k, groups, policy);
-            const auto found = findDuplicatesInSizeGroup(groups[size]);
+            const auto found = findDuplicatesInSizeGroup(groups.nodes(size));
             addDuplicateGroupsFromArray(found);
             policy.found(found.size());
         } else {
@@ -474,23 +473,24 @@ void CVDuplicatesLocator::locateDuplicatesInDictionary(SizeGroups& groups) {
             if (k < m_queuedUpTo) // no more groups are wanted: the sizes read ahead are not searched
                 m_reader->clear();
         }
-        groups.erase(size);
         if (policy.isUseful(size))
             m_counters.sizesDone.fetch_add(1, std::memory_order_relaxed);
         if (state() == ScanState::Idle) {
             endSizeSearch();
+            groups.clear();
             return;
         }
         steps.sizeSearched();
     }
     endSizeSearch();
+    groups.clear();
     steps.finish();
     const auto controller = duplicatesController();
     systemLogf("Total duplicates found size = %llu count = %lu", controller->size(),
                controller->mainMetaGroup()->filesCount());
 }
 
-void CVDuplicatesLocator::sortSizeGroup(std::vector<NodePtr>& nodes) {
+void CVDuplicatesLocator::sortSizeGroup(std::span<NodePtr> nodes) {
     // Most size groups hold files only, which keep their order.
     if (std::none_of(nodes.begin(), nodes.end(), [](const NodePtr& node) { return isPlainFolder(*node); }))
         return;
@@ -569,7 +569,7 @@ GroupPtr CVDuplicatesLocator::makeGroup(const std::shared_ptr<CVFile>& first,
     return group;
 }
 
-EqualClasses CVDuplicatesLocator::classesOfSizeGroup(const std::vector<NodePtr>& nodes) {
+EqualClasses CVDuplicatesLocator::classesOfSizeGroup(std::span<const NodePtr> nodes) {
     if (m_reader)
         return m_reader->take();
     // Searched on its own (not during a scan): read here.
@@ -590,7 +590,7 @@ EqualClasses CVDuplicatesLocator::classesOfSizeGroup(const std::vector<NodePtr>&
         files, positions, digests, [this] { return state() != ScanState::Idle; }, &m_unreadFiles);
 }
 
-GroupPtr CVDuplicatesLocator::groupOfFolder(std::vector<NodePtr>& nodes, std::size_t i,
+GroupPtr CVDuplicatesLocator::groupOfFolder(std::span<NodePtr> nodes, std::size_t i,
                                             std::vector<bool>& sameFilesAsEarlier) {
     auto* folder = static_cast<CVFolder*>(nodes[i].get());
     if (sameFilesAsEarlier[i] || ignoreFile(*folder)) {
@@ -624,7 +624,8 @@ GroupPtr CVDuplicatesLocator::groupOfFolder(std::vector<NodePtr>& nodes, std::si
     return makeGroup(std::static_pointer_cast<CVFile>(nodes[i]), matches);
 }
 
-GroupPtr CVDuplicatesLocator::groupOfClassMember(const std::vector<ClassMember>& members, std::size_t m,
+GroupPtr CVDuplicatesLocator::groupOfClassMember(std::span<const NodePtr> nodes,
+                                                 const std::vector<ClassMember>& members, std::size_t m,
                                                  std::vector<bool>& taken) {
     CVFile* first = members[m].file;
     if (taken[m] || ignoreFile(*first))
@@ -638,16 +639,16 @@ GroupPtr CVDuplicatesLocator::groupOfClassMember(const std::vector<ClassMember>&
             continue;
         taken[b] = true;
         decideRemoveForbidden(*other, members[b].item);
-        matches.push_back(std::static_pointer_cast<CVFile>(other->shared_from_this()));
+        matches.push_back(std::static_pointer_cast<CVFile>(nodes[members[b].position]));
     }
     if (matches.empty())
         return nullptr;
     taken[m] = true;
     decideRemoveForbidden(*first, members[m].item);
-    return makeGroup(std::static_pointer_cast<CVFile>(first->shared_from_this()), matches, true);
+    return makeGroup(std::static_pointer_cast<CVFile>(nodes[members[m].position]), matches, true);
 }
 
-std::vector<GroupPtr> CVDuplicatesLocator::findDuplicatesInSizeGroup(std::vector<NodePtr>& nodes) {
+std::vector<GroupPtr> CVDuplicatesLocator::findDuplicatesInSizeGroup(std::span<NodePtr> nodes) {
     sortSizeGroup(nodes);
     // Files are sorted into classes of equal signatures ahead; the walk below then goes
     // through the group in order as the pairwise comparison would, so that a folder
@@ -675,7 +676,7 @@ std::vector<GroupPtr> CVDuplicatesLocator::findDuplicatesInSizeGroup(std::vector
                 pathShown = true;
             }
             if (const auto [c, m] = place[i]; c != kNoClass)
-                group = groupOfClassMember(classes[c], m, taken[c]);
+                group = groupOfClassMember(nodes, classes[c], m, taken[c]);
         }
         if (group)
             groups.push_back(std::move(group));

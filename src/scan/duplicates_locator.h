@@ -16,6 +16,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <thread>
 #include <unordered_map>
@@ -91,10 +92,12 @@ public:
     // What a scan does between the walk and the search: Scanning and a fresh results
     // collection. For callers that walk on their own (tests, tools).
     void startSearching();
+    // Searches the size groups, largest first, as the preferences and overrides allow,
+    // and lets go of them at the end (or on a stop).
     void locateDuplicatesInDictionary(SizeGroups& groups);
     // The groups of equal nodes in one size group, in the order their first members
     // come in the sorted group.
-    std::vector<GroupPtr> findDuplicatesInSizeGroup(std::vector<NodePtr>& nodes);
+    std::vector<GroupPtr> findDuplicatesInSizeGroup(std::span<NodePtr> nodes);
     void addDuplicateGroup(const GroupPtr& group);
     void addDuplicateGroupsFromArray(const std::vector<GroupPtr>& groups);
     void updateProgress(double delta, double delaySeconds);
@@ -109,7 +112,7 @@ public:
     // The removal access of the file's folder, read once per folder and scan.
     FolderRemovalAccess folderAccess(const CVFile& file) const;
     // Folders first, shallower paths first; other nodes keep their walk order.
-    static void sortSizeGroup(std::vector<NodePtr>& nodes);
+    static void sortSizeGroup(std::span<NodePtr> nodes);
 
     bool stopSignaturesComparing() const override { return state() == ScanState::Idle; }
     // Notes a folder's child that could not be read for the comparison (unreadFiles).
@@ -177,18 +180,19 @@ private:
     // groups would each work a path out for nothing.
     void showScanPath(const CVNode& node);
     // The files of a size group that take part in the comparison, with their places.
-    void comparableFiles(const std::vector<NodePtr>& nodes, std::vector<CVFile*>& files,
+    void comparableFiles(std::span<const NodePtr> nodes, std::vector<CVFile*>& files,
                          std::vector<std::size_t>& positions) const;
     // The size group's files in classes of equal signatures: from the reader during a
     // scan, read on this thread otherwise.
-    EqualClasses classesOfSizeGroup(const std::vector<NodePtr>& nodes);
+    EqualClasses classesOfSizeGroup(std::span<const NodePtr> nodes);
     // The group the folder at i forms with the later folders equal to it, or null. A later
     // folder holding the very same files (hard links) is no copy: it is marked in
     // sameFilesAsEarlier (one flag per node) and left out of folder groups after that.
-    GroupPtr groupOfFolder(std::vector<NodePtr>& nodes, std::size_t i, std::vector<bool>& sameFilesAsEarlier);
+    GroupPtr groupOfFolder(std::span<NodePtr> nodes, std::size_t i, std::vector<bool>& sameFilesAsEarlier);
     // The group a class member forms with the later members not yet taken, or null.
-    GroupPtr groupOfClassMember(const std::vector<ClassMember>& members, std::size_t m,
-                                std::vector<bool>& taken);
+    // nodes: the size group the members' places refer to.
+    GroupPtr groupOfClassMember(std::span<const NodePtr> nodes, const std::vector<ClassMember>& members,
+                                std::size_t m, std::vector<bool>& taken);
     // The group of first and its matches, or null when it is to be dropped. The members'
     // removal is decided here unless the caller has done it (decided).
     GroupPtr makeGroup(const std::shared_ptr<CVFile>& first,
@@ -197,9 +201,8 @@ private:
     // reader's window.
     void queueAhead(const std::vector<std::uint64_t>& keys, std::size_t from, SizeGroups& groups,
                     const SizeSearchPolicy& policy);
-    // The sizes held by more than one node and not above the maximum, largest first;
-    // the other size groups are dropped.
-    std::vector<std::uint64_t> sizesToSearch(SizeGroups& groups) const;
+    // The sizes held by more than one node and not above the maximum, largest first.
+    std::vector<std::uint64_t> sizesToSearch(const SizeGroups& groups) const;
     // The counters, the log lines and the reader before the first size; the reader freed
     // after the last (or on a stop).
     void beginSizeSearch(const std::vector<std::uint64_t>& sizes, std::uint64_t useful);

@@ -36,15 +36,6 @@ bool isMainLibraryType(NodeType type) {
 
 } // namespace
 
-std::vector<std::uint64_t> sizesLargestFirst(const SizeGroups& groups) {
-    std::vector<std::uint64_t> sizes;
-    sizes.reserve(groups.size());
-    for (const auto& entry : groups)
-        sizes.push_back(entry.first);
-    std::sort(sizes.begin(), sizes.end(), std::greater<>());
-    return sizes;
-}
-
 std::vector<std::string> mailDownloadFolders() {
     const std::string home = realHomeDirectory();
     return {home + "/Library/Mail Downloads",
@@ -124,31 +115,7 @@ void CVFilesHierarchy::fatalErrorOccured() {
 void CVFilesHierarchy::sortFoldersBySize(const std::vector<std::shared_ptr<CVFolder>>& folders) {
     for (const auto& folder : folders)
         if (folder->size() != 0 && folder->childrenCount() != 0)
-            m_comparable.emplace_back(folder->size(), folder.get());
-}
-
-void CVFilesHierarchy::fileComparableNodes() {
-    // The list grew by doubling; its spare room would stay beside the filing below.
-    m_comparable.shrink_to_fit();
-    // Stable: nodes of one size keep the order in which the walk met them.
-    std::stable_sort(m_comparable.begin(), m_comparable.end(),
-                     [](const auto& a, const auto& b) { return a.first < b.first; });
-    std::size_t distinct = 0;
-    for (std::size_t i = 0; i < m_comparable.size(); ++i)
-        if (i == 0 || m_comparable[i].first != m_comparable[i - 1].first)
-            ++distinct;
-    m_filesGroupedBySize.reserve(m_filesGroupedBySize.size() + distinct);
-    for (std::size_t i = 0; i < m_comparable.size();) {
-        std::size_t end = i;
-        while (end < m_comparable.size() && m_comparable[end].first == m_comparable[i].first)
-            ++end;
-        auto& nodes = m_filesGroupedBySize[m_comparable[i].first];
-        nodes.reserve(nodes.size() + (end - i));
-        for (std::size_t k = i; k < end; ++k)
-            nodes.push_back(m_comparable[k].second->shared_from_this());
-        i = end;
-    }
-    std::vector<std::pair<std::uint64_t, CVNode*>>().swap(m_comparable);
+            m_filesGroupedBySize.add(folder);
 }
 
 void CVFilesHierarchy::canonicaliseRootPaths() {
@@ -216,7 +183,7 @@ void CVFilesHierarchy::rescan() {
             break;
         buildHierarchyForPath(root);
     }
-    fileComparableNodes();
+    m_filesGroupedBySize.file();
 }
 
 void CVFilesHierarchy::buildHierarchyForPath(const CVScanPath& root) {
@@ -314,7 +281,7 @@ void CVFilesHierarchy::addFile(Walk& walk, const WalkEntry& entry) {
     if (entry.pathTooLong)
         noteIncomplete(walk, entry, std::strerror(ENAMETOOLONG));
     if (!file->ignore())
-        m_comparable.emplace_back(file->size(), file.get());
+        m_filesGroupedBySize.add(std::move(file));
 }
 
 void CVFilesHierarchy::addFolder(Walk& walk, const WalkEntry& entry) {

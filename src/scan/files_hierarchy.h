@@ -12,12 +12,12 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "engine/folder.h"
 #include "engine/node.h"
 #include "scan_counters.h"
+#include "size_groups.h"
 #include "tree_walker.h"
 
 namespace corvel {
@@ -39,12 +39,6 @@ struct IncompleteFolder {
     std::string reason;
     bool unlisted = false; // the folder itself could not be read, not only something inside it
 };
-
-// Nodes of equal size, by size (no order: the locator sorts the sizes it searches).
-using SizeGroups = std::unordered_map<std::uint64_t, std::vector<NodePtr>>;
-
-// The sizes of the groups, largest first.
-std::vector<std::uint64_t> sizesLargestFirst(const SizeGroups& groups);
 
 class CVFilesHierarchy {
 public:
@@ -73,9 +67,9 @@ public:
     bool canContinue() const { return m_canContinue.load(std::memory_order_relaxed); }
     void setCanContinue(bool value) { m_canContinue.store(value, std::memory_order_relaxed); }
     const std::vector<CVScanPath>& rootPaths() const { return m_rootPaths; }
+    // The comparable files and folders filed by size once rescan has returned (sizes
+    // held by one node alone left out).
     SizeGroups& filesGroupedBySize() { return m_filesGroupedBySize; }
-    // Kept empty for callers: folders are filed with the files, in filesGroupedBySize.
-    SizeGroups& foldersGroupedBySize() { return m_foldersGroupedBySize; }
     // The top node of each walked root, in walk order.
     const std::vector<NodePtr>& topNodes() const { return m_topNodes; }
     void setNodeDelegate(CVNodeDelegate* delegate) { m_nodeDelegate = delegate; }
@@ -99,13 +93,8 @@ public:
 private:
     std::atomic<bool> m_canContinue{true};
     std::vector<CVScanPath> m_rootPaths;
+    // Comparable nodes, added in walk order and filed by size when the walk ends.
     SizeGroups m_filesGroupedBySize;
-    SizeGroups m_foldersGroupedBySize;
-    // Comparable nodes in walk order with their sizes; filed by size when the walk ends
-    // (one sort instead of a dictionary look-up per file). The tree owns the nodes and
-    // loses none while it is built, so plain pointers do.
-    std::vector<std::pair<std::uint64_t, CVNode*>> m_comparable;
-    void fileComparableNodes();
     // Each root as its real path (links and "." resolved); a root given twice, or a
     // link to another root, is walked once.
     void canonicaliseRootPaths();

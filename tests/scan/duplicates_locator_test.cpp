@@ -705,17 +705,15 @@ TEST_F(Locator, DigestBucketsFindExactlyWhatPairwiseComparisonFinds) {
         ASSERT_EQ(fastSizes.size(), referenceSizes.size());
         harness.cache.resetCache();
         Outcome fast;
-        for (const std::uint64_t size : sizesLargestFirst(fastSizes))
-            if (fastSizes[size].size() > 1)
-                for (auto& group : outcome(fastLocator->findDuplicatesInSizeGroup(fastSizes[size])))
-                    fast.push_back(group);
+        for (const std::uint64_t size : fastSizes.sizesLargestFirst())
+            for (auto& group : outcome(fastLocator->findDuplicatesInSizeGroup(fastSizes.nodes(size))))
+                fast.push_back(group);
         harness.cache.resetCache();
         Outcome reference;
-        for (const std::uint64_t size : sizesLargestFirst(referenceSizes))
-            if (referenceSizes[size].size() > 1)
-                for (auto& group : outcome(
-                         test::referenceFindDuplicatesInSizeGroup(*referenceLocator, referenceSizes[size])))
-                    reference.push_back(group);
+        for (const std::uint64_t size : referenceSizes.sizesLargestFirst())
+            for (auto& group : outcome(
+                     test::referenceFindDuplicatesInSizeGroup(*referenceLocator, referenceSizes.nodes(size))))
+                reference.push_back(group);
         ASSERT_EQ(fast, reference);
 
         // The same through a whole search, where reader threads sort the files ahead:

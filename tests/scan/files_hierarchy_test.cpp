@@ -42,9 +42,12 @@ NodePtr find(const CVFilesHierarchy& h, const std::string& path) {
     return nullptr;
 }
 
+// Whether the node is filed for comparison. Only sizes held twice are filed: a test
+// gives the node a twin of its size in another root.
 bool inSizeGroups(CVFilesHierarchy& h, const std::string& path) {
-    for (const auto& [size, nodes] : h.filesGroupedBySize())
-        for (const auto& n : nodes)
+    SizeGroups& groups = h.filesGroupedBySize();
+    for (const std::uint64_t size : groups.sizesLargestFirst())
+        for (const auto& n : groups.nodes(size))
             if (n->path() == path)
                 return true;
     return false;
@@ -63,7 +66,9 @@ TEST_F(Walk, HiddenItemsAreIgnoredNodesAndLinksAndDSStoreAreLeftOut) {
     tree.file("top/.DS_Store", "finder junk");
     tree.symlink("top/link.jpg", tree / "top/photo.jpg");
     tree.symlink("top/dangling", tree / "nowhere");
-    auto h = harness.walk({tree / "top"}, nullptr);
+    tree.file("twins/photo", "jpeg bytes");
+    tree.file("twins/secret", "hidden bytes");
+    auto h = harness.walk({tree / "top", tree / "twins"}, nullptr);
     EXPECT_TRUE(find(*h, tree / "top/photo.jpg"));
     auto secret = std::dynamic_pointer_cast<CVFile>(find(*h, tree / "top/.secret"));
     ASSERT_TRUE(secret);
@@ -96,7 +101,10 @@ TEST_F(Walk, FoldersStandTwiceInTheirParentAndCarryTheirSize) {
     tree.file("top/sub/b.bin", std::string(500, 'b'));
     tree.file("top/c.bin", std::string(10, 'c'));
     tree.folder("top/empty");
-    auto h = harness.walk({tree / "top"}, nullptr);
+    tree.file("twins/sub", std::string(1500, 's'));
+    tree.file("twins/empty");
+    tree.file("twins/empty-too");
+    auto h = harness.walk({tree / "top", tree / "twins"}, nullptr);
     auto top = std::dynamic_pointer_cast<CVFolder>(h->topNodes().at(0));
     ASSERT_TRUE(top);
     int subEntries = 0;
@@ -245,15 +253,18 @@ TEST_F(Walk, TheSameFolderGivenTwiceOrThroughALinkIsWalkedOnce) {
     tree.file("a/x.jpg", "same bytes");
     tree.file("a/y.jpg", "same bytes");
     tree.symlink("link-to-a", tree / "a");
-    auto h = harness.walk({tree / "a", tree / "link-to-a", tree / "a/.", tree / "a"}, nullptr);
-    ASSERT_EQ(h->rootPaths().size(), 1u);
+    tree.file("twin/of-a", std::string(20, 't'));
+    auto h = harness.walk({tree / "a", tree / "link-to-a", tree / "a/.", tree / "a", tree / "twin"}, nullptr);
+    ASSERT_EQ(h->rootPaths().size(), 2u);
     EXPECT_EQ(h->rootPaths()[0].path, tree / "a");
-    EXPECT_EQ(h->topNodes().size(), 1u);
+    EXPECT_EQ(h->topNodes().size(), 2u);
     std::multiset<std::string> filed;
-    for (const auto& [size, nodes] : h->filesGroupedBySize())
-        for (const auto& node : nodes)
+    SizeGroups& groups = h->filesGroupedBySize();
+    for (const std::uint64_t size : groups.sizesLargestFirst())
+        for (const auto& node : groups.nodes(size))
             filed.insert(node->path());
-    EXPECT_EQ(filed, (std::multiset<std::string>{tree / "a", tree / "a/x.jpg", tree / "a/y.jpg"}))
+    EXPECT_EQ(filed, (std::multiset<std::string>{tree / "a", tree / "a/x.jpg", tree / "a/y.jpg",
+                                                 tree / "twin", tree / "twin/of-a"}))
         << "each item is filed once";
 }
 
@@ -307,7 +318,8 @@ TEST_F(Walk, LibrariesAndBundlesProtectAndHideTheirContent) {
     tree.file("top/repo/.git/HEAD", "ref");
     tree.file("top/repo/main.c", "int main;");
     tree.file("top/Tool.app/Contents/Info.plist", "<plist/>");
-    auto h = harness.walk({tree / "top"}, nullptr);
+    tree.file("twins/repo", "int main;"); // the working copy's size: hidden content does not count
+    auto h = harness.walk({tree / "top", tree / "twins"}, nullptr);
     auto library = std::dynamic_pointer_cast<CVFolder>(find(*h, tree / "top/Music/iTunes"));
     ASSERT_TRUE(library);
     EXPECT_EQ(library->type(), kNodeTypeITunesLibrary);

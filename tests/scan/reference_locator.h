@@ -3,6 +3,7 @@
 // in sorted order against every later node. The locator's digest buckets must give
 // exactly these groups; the differential test holds them side by side.
 
+#include <span>
 #include <vector>
 
 #include "scan/duplicates_locator.h"
@@ -10,7 +11,7 @@
 namespace corvel::test {
 
 inline std::vector<GroupPtr> referenceFindDuplicatesInSizeGroup(CVDuplicatesLocator& locator,
-                                                                std::vector<NodePtr>& nodes) {
+                                                                std::span<NodePtr> nodes) {
     CVDuplicatesLocator::sortSizeGroup(nodes);
     std::vector<GroupPtr> groups;
     for (std::size_t i = 0; i < nodes.size(); ++i) {

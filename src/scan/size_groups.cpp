@@ -1,0 +1,75 @@
+#include "size_groups.h"
+
+#include <algorithm>
+
+namespace corvel {
+
+void SizeGroups::file() {
+    const std::size_t count = m_nodes.size();
+    // Sorted through a permutation over a copy of the sizes: comparing through the
+    // node pointers would visit the nodes in random order, a cache miss per comparison.
+    std::vector<std::uint64_t> sizes(count);
+    for (std::size_t i = 0; i < count; ++i)
+        sizes[i] = m_nodes[i]->size();
+    // Four bytes a place: a scan holds far fewer than four billion nodes.
+    std::vector<std::uint32_t> order(count);
+    for (std::size_t i = 0; i < count; ++i)
+        order[i] = static_cast<std::uint32_t>(i);
+    // The place breaks ties, so the walk's order holds within a size.
+    std::sort(order.begin(), order.end(), [&](std::uint32_t a, std::uint32_t b) {
+        return sizes[a] != sizes[b] ? sizes[a] < sizes[b] : a < b;
+    });
+    // The end of the run of one size that starts at i.
+    auto runEnd = [&](std::size_t i) {
+        std::size_t end = i + 1;
+        while (end < count && sizes[order[end]] == sizes[order[i]])
+            ++end;
+        return end;
+    };
+    std::size_t kept = 0;
+    for (std::size_t i = 0; i < count;) {
+        const std::size_t end = runEnd(i);
+        if (end - i > 1)
+            kept += end - i;
+        i = end;
+    }
+    std::vector<NodePtr> filed;
+    filed.reserve(kept);
+    std::vector<Range> ranges;
+    for (std::size_t i = 0; i < count;) {
+        const std::size_t end = runEnd(i);
+        if (end - i > 1) {
+            ranges.push_back({sizes[order[i]], filed.size(), end - i});
+            for (std::size_t k = i; k < end; ++k)
+                filed.push_back(std::move(m_nodes[order[k]]));
+        }
+        i = end;
+    }
+    ranges.shrink_to_fit();
+    m_nodes = std::move(filed);
+    m_ranges = std::move(ranges);
+}
+
+std::vector<std::uint64_t> SizeGroups::sizesLargestFirst() const {
+    std::vector<std::uint64_t> sizes;
+    sizes.reserve(m_ranges.size());
+    for (auto it = m_ranges.rbegin(); it != m_ranges.rend(); ++it)
+        sizes.push_back(it->size);
+    return sizes;
+}
+
+std::span<NodePtr> SizeGroups::nodes(std::uint64_t size) {
+    const auto it =
+        std::lower_bound(m_ranges.begin(), m_ranges.end(), size,
+                         [](const Range& range, std::uint64_t wanted) { return range.size < wanted; });
+    if (it == m_ranges.end() || it->size != size)
+        return {};
+    return {m_nodes.data() + it->begin, it->count};
+}
+
+void SizeGroups::clear() {
+    std::vector<NodePtr>().swap(m_nodes);
+    std::vector<Range>().swap(m_ranges);
+}
+
+} // namespace corvel

@@ -1,0 +1,76 @@
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+#include "engine/folder.h"
+#include "scan/size_groups.h"
+
+namespace corvel {
+namespace {
+
+std::vector<std::string> pathsOf(std::span<NodePtr> nodes) {
+    std::vector<std::string> paths;
+    for (const auto& node : nodes)
+        paths.push_back(node->path());
+    return paths;
+}
+
+TEST(SizeGroups, FilesSizesHeldTwiceInWalkOrderAndDropsTheRest) {
+    struct Case {
+        const char* name;
+        std::vector<std::uint64_t> sizes; // one node per entry, named /n0, /n1, ... in walk order
+        std::vector<std::uint64_t> filedSizes;
+        std::vector<std::vector<std::string>> nodesBySize; // for each filed size, largest first
+    };
+    const std::vector<Case> cases = {
+        {"nothing", {}, {}, {}},
+        {"every size alone", {3, 1, 2}, {}, {}},
+        {"sizes interleaved keep the walk's order",
+         {5, 3, 5, 7, 3, 5},
+         {5, 3},
+         {{"/n0", "/n2", "/n5"}, {"/n1", "/n4"}}},
+        {"the smallest and largest sizes",
+         {0, UINT64_MAX, 0, UINT64_MAX},
+         {UINT64_MAX, 0},
+         {{"/n1", "/n3"}, {"/n0", "/n2"}}},
+        {"one size only", {9, 9}, {9}, {{"/n0", "/n1"}}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        SizeGroups groups;
+        for (std::size_t i = 0; i < c.sizes.size(); ++i)
+            groups.add(std::make_shared<CVFile>("/n" + std::to_string(i), "", c.sizes[i]));
+        groups.file();
+        EXPECT_EQ(groups.sizesLargestFirst(), c.filedSizes);
+        EXPECT_EQ(groups.size(), c.filedSizes.size());
+        for (std::size_t k = 0; k < c.filedSizes.size(); ++k)
+            EXPECT_EQ(pathsOf(groups.nodes(c.filedSizes[k])), c.nodesBySize[k]) << "size " << c.filedSizes[k];
+        for (const std::uint64_t size : c.sizes) {
+            if (std::count(c.sizes.begin(), c.sizes.end(), size) == 1) {
+                EXPECT_TRUE(groups.nodes(size).empty()) << "size " << size << " held once";
+            }
+        }
+        EXPECT_TRUE(groups.nodes(4).empty()) << "a size nobody has";
+    }
+}
+
+TEST(SizeGroups, FilesAFolderBySizeItHasWhenFiledAndClearLetsGo) {
+    SizeGroups groups;
+    auto folder = std::make_shared<CVFolder>("/folder", "");
+    auto file = std::make_shared<CVFile>("/file", "", 10);
+    groups.add(folder);
+    groups.add(file);
+    folder->setSize(10); // a folder's size is final only when the walk leaves it
+    groups.file();
+    EXPECT_EQ(pathsOf(groups.nodes(10)), (std::vector<std::string>{"/folder", "/file"}));
+    const std::weak_ptr<CVFile> watched = file;
+    file.reset();
+    EXPECT_FALSE(watched.expired()) << "the filing holds its nodes";
+    groups.clear();
+    EXPECT_TRUE(watched.expired());
+    EXPECT_TRUE(groups.empty());
+}
+
+} // namespace
+} // namespace corvel
