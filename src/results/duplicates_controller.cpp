@@ -40,14 +40,24 @@ void CVDuplicatesController::addGroup(const GroupPtr& group) {
     std::lock_guard lock(m_mutex);
     m_duplicatesGroupsArray.push_back(group);
     addGroupToMetaGroupsLocked(group);
-    const auto& files = group->files();
-    m_unindexedFiles.insert(m_unindexedFiles.end(), files.begin(), files.end());
 }
 
 void CVDuplicatesController::indexLocked() const {
+    for (; m_indexedGroups < m_duplicatesGroupsArray.size(); ++m_indexedGroups)
+        for (const auto& file : m_duplicatesGroupsArray[m_indexedGroups]->files())
+            m_allFilesHashTable[file->path()] = file;
     for (const auto& file : m_unindexedFiles)
         m_allFilesHashTable[file->path()] = file;
     m_unindexedFiles.clear();
+}
+
+void CVDuplicatesController::eraseGroupLocked(const GroupPtr& group) {
+    const auto it = std::find(m_duplicatesGroupsArray.begin(), m_duplicatesGroupsArray.end(), group);
+    if (it == m_duplicatesGroupsArray.end())
+        return;
+    if (static_cast<std::size_t>(it - m_duplicatesGroupsArray.begin()) < m_indexedGroups)
+        --m_indexedGroups;
+    m_duplicatesGroupsArray.erase(it);
 }
 
 void CVDuplicatesController::addGroupsArray(const std::vector<GroupPtr>& groups) {
@@ -65,7 +75,7 @@ void CVDuplicatesController::removeGroup(const GroupPtr& group) {
     indexLocked();
     for (const auto& child : group->children())
         m_allFilesHashTable.erase(child->path());
-    std::erase(m_duplicatesGroupsArray, group);
+    eraseGroupLocked(group);
 }
 
 void CVDuplicatesController::removeGroupsLoud(const std::vector<GroupPtr>& groups) {
@@ -79,7 +89,7 @@ void CVDuplicatesController::removeGroupsLoud(const std::vector<GroupPtr>& group
         m_notifier.willChangeValueForKey("duplicatesGroups");
         {
             std::lock_guard lock(m_mutex);
-            std::erase(m_duplicatesGroupsArray, group);
+            eraseGroupLocked(group);
         }
         m_notifier.didChangeValueForKey("duplicatesGroups");
     }
@@ -104,7 +114,7 @@ void CVDuplicatesController::removeFileLocked(const FilePtr& file) {
             const GroupPtr keep = *owned;
             for (const auto& child : keep->children())
                 m_allFilesHashTable.erase(child->path());
-            m_duplicatesGroupsArray.erase(owned);
+            eraseGroupLocked(keep);
         }
     }
 }

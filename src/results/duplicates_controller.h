@@ -83,17 +83,24 @@ public:
 private:
     void addGroupToMetaGroupsLocked(const GroupPtr& group);
     void removeFileLocked(const FilePtr& file);
-    // Files the pending added files into the table, in the order they were added.
+    // Files the members of the groups added since the last call, then the files added
+    // on their own, into the table.
     void indexLocked() const;
+    // Takes the group out of the list (nothing when it is not there), keeping the count
+    // of indexed groups right.
+    void eraseGroupLocked(const GroupPtr& group);
     std::vector<GroupPtr> filteredLocked() const;
 
     mutable std::recursive_mutex m_mutex;
     std::vector<std::shared_ptr<CVMetaGroup>> m_metaGroups;
     std::shared_ptr<CVMetaGroup> m_mainMetaGroup;
     std::vector<GroupPtr> m_duplicatesGroupsArray;
-    // Files by path. Files added go to a list first and are filed on the first look-up:
-    // a scan adds tens of thousands that a command-line run never looks up.
+    // Files by path, filed on the first look-up after they were added: a scan adds tens
+    // of thousands that a command-line run never looks up. The groups from
+    // m_indexedGroups on, and the files added on their own, are not filed yet; a group's
+    // files are filed as the group holds them then.
     mutable std::unordered_map<std::string, FilePtr> m_allFilesHashTable;
+    mutable std::size_t m_indexedGroups = 0;
     mutable std::vector<FilePtr> m_unindexedFiles;
     std::string m_filterPredicate;
     std::optional<Predicate> m_compiledFilter;

@@ -115,6 +115,21 @@ TEST(DuplicatesController, RemovingFilesShrinksAndDropsGroups) {
     expectCounts(results, {{0, 0, 0, 0}});
 }
 
+TEST(DuplicatesController, GroupsAddedAroundARemovalAreFoundByPath) {
+    CVDuplicatesController results;
+    auto a = file("/a/x"), b = file("/b/x"), c = file("/a/y"), d = file("/b/y");
+    const auto first = group({a, b});
+    results.addGroup(first);
+    results.addGroup(group({c, d}));
+    ASSERT_EQ(results.fileAtPath("/b/y"), d); // both groups filed by path
+    results.removeGroup(first);
+    auto e = file("/a/z"), f = file("/b/z");
+    results.addGroup(group({e, f}));
+    EXPECT_EQ(results.fileAtPath("/b/z"), f) << "a group added after a removal is filed too";
+    EXPECT_EQ(results.fileAtPath("/a/x"), nullptr);
+    EXPECT_EQ(results.allFiles().size(), 4u);
+}
+
 TEST(DuplicatesController, RenamesFollowTheFileOrDropItIntoTheTrash) {
     CVDuplicatesController results;
     auto a = file("/a/x"), b = file("/b/x"), c = file("/c/x");
