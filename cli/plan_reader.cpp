@@ -88,7 +88,9 @@ struct Member {
 // at its end: the only paths corvel scan writes. Others would be resolved against the
 // working folder or through links, and name something the scan never compared.
 bool isPlainAbsolutePath(std::string_view path) {
-    if (path.size() < 2 || path.front() != '/' || path.back() == '/')
+    // A NUL byte would end the path early in every system call: another file's path.
+    if (path.size() < 2 || path.front() != '/' || path.back() == '/' ||
+        path.find('\0') != std::string_view::npos)
         return false;
     for (std::size_t start = 1; start <= path.size();) {
         const std::size_t end = std::min(path.find('/', start), path.size());
@@ -194,6 +196,9 @@ public:
             return fail(message, m_file + " is not a scan document (no \"groups\")");
         if (!m_problem.empty())
             return fail(message, m_problem);
+        // The clean-up of emptied folders never removes a scanned folder: they must be known.
+        if (m_plan.roots.empty())
+            return fail(message, m_file + ": \"roots\" does not list the scanned folders");
         return true;
     }
     // The copies the document marks, in order, with their groups.
@@ -216,10 +221,20 @@ private:
         case Place::Document:
             if (m_key == "groups")
                 m_sawGroups = false; // not an array
+            else if (m_key == "roots")
+                noteProblem(m_file + ": \"roots\" is not a list of folders");
             break;
         case Place::Roots:
-            if (const auto* root = std::get_if<std::string>(&value))
-                m_plan.roots.push_back(restoreBytes(*root));
+            if (const auto* root = std::get_if<std::string>(&value)) {
+                std::string path = restoreBytes(*root);
+                if (path == "/" || isPlainAbsolutePath(path))
+                    m_plan.roots.push_back(std::move(path));
+                else
+                    noteProblem(m_file + ": \"roots\" names \"" + path +
+                                R"(", which is not an absolute path without ".", ".." or NUL bytes)");
+            } else {
+                noteProblem(m_file + ": \"roots\" holds something other than a path");
+            }
             break;
         case Place::Groups:
             startGroup();
@@ -249,9 +264,12 @@ private:
         } else {
             switch (here()) {
             case Place::Document:
-                if (m_key == "roots" && array) {
+                if (m_key == "roots") {
                     // The roots of every "roots" list count: they are only kept from the clean-up.
-                    next = Place::Roots;
+                    if (array)
+                        next = Place::Roots;
+                    else
+                        noteProblem(m_file + ": \"roots\" is not a list of folders");
                 } else if (m_key == "groups") {
                     m_sawGroups = array;
                     next = array ? Place::Groups : Place::Ignored;
@@ -276,6 +294,8 @@ private:
                 setMember(m_members.back(), m_key, nullptr);
                 break;
             case Place::Roots:
+                noteProblem(m_file + ": \"roots\" holds something other than a path");
+                break;
             case Place::Ignored:
                 break;
             }
@@ -291,6 +311,11 @@ private:
         if (closed == Place::Group || (closed == Place::Ignored && here() == Place::Groups))
             finishGroup();
         return true;
+    }
+
+    void noteProblem(std::string problem) {
+        if (m_problem.empty())
+            m_problem = std::move(problem);
     }
 
     void startGroup() {
@@ -323,7 +348,7 @@ private:
             }
             if (!isPlainAbsolutePath(*member.path)) {
                 m_problem = m_file + ": " + where + " names \"" + *member.path +
-                            R"(", which is not an absolute path without "." or "..")";
+                            R"(", which is not an absolute path without ".", ".." or NUL bytes)";
                 return;
             }
             if (!paths.insert(*member.path).second) {

@@ -21,12 +21,14 @@ struct Plan {
 };
 
 // The plan in the file, marks included. Refused with the message (false): a file that
-// cannot be read, a document that is no JSON or has no "groups" list (or two), a group
-// with fewer than two files, a file without its path, size, device, inode or mtime or
-// with a member of another type than written, a path that is not absolute or has "." or
-// ".." in it, a path named twice in a group, a marked copy that may not be removed, and
-// a group whose every copy is marked unless allowAllCopies (such groups are then forced
-// by the user). Nothing is marked unless the whole plan is read.
+// cannot be read, a document that is no JSON or has no "groups" list (or two), no
+// "roots" list of absolute paths (the clean-up of emptied folders must know them), a
+// group with fewer than two files, a file without its path, size, device, inode or mtime
+// or with a member of another type than written, a path that is not absolute or has
+// ".", ".." or a NUL byte in it, a path named twice in a group or in two groups, a
+// marked copy that may not be removed, and a group whose every copy is marked unless
+// allowAllCopies (such groups are then forced by the user). Nothing is marked unless the
+// whole plan is read.
 [[nodiscard]] bool readPlan(const std::string& file, bool allowAllCopies, Plan* plan, std::string* message);
 
 } // namespace corvel::cli

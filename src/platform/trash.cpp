@@ -74,8 +74,11 @@ bool isWithin(const std::string& path, const std::string& folder) {
 
 // Whether the path ends in the name of an item ("", "/", "." and ".." do not).
 bool isItemName(const std::string& path) {
+    // A NUL byte would cut the path short in the system calls, naming another item.
+    if (path.empty() || path.find('\0') != std::string::npos)
+        return false;
     const std::string name = lastPathComponent(path);
-    return !path.empty() && !name.empty() && name != "/" && name != "." && name != "..";
+    return !name.empty() && name != "/" && name != "." && name != "..";
 }
 
 // Refuses to move the Trash folder into itself, or an item out of its own Trash folder.

@@ -576,6 +576,11 @@ bool CVRemovalPass::checkCopy(CVFile& file, bool permanently, RemovalVerifier& v
         setError(error, checkError("it may not be removed"));
         return false;
     }
+    if (file.storedPath().find('\0') != std::string_view::npos) {
+        // Every system call would stop at the NUL and act on another path.
+        setError(error, checkError("its path holds a NUL byte"));
+        return false;
+    }
     if (dynamic_cast<const CVFolder*>(&file) && takesProtectedFolder(file.path())) {
         setError(error, checkError(kReasonProtectedFolder));
         return false;

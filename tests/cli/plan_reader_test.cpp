@@ -45,7 +45,7 @@ protected:
 
 TEST_F(PlanReader, BuildsTheGroupsWithTheRecordedIdentitiesAndMarks) {
     const std::string text =
-        R"({"roots": ["/r", 7, "/r\udcff"], "summary": {"groups": [1, {"x": []}]}, "groups": [)" +
+        R"({"roots": ["/r", "/r\udcff"], "summary": {"groups": [1, {"x": []}]}, "groups": [)" +
         group(member("/r/a", true) + ", " + member("/r/b", false)) + ", " +
         group(member("/r/c\\udcff", false, R"(, "nested": {"path": 3})") + ", " +
               R"({"path": "/r/d", "isFolder": true, "size": 9, "device": 1, "inode": 2, )" +
@@ -133,7 +133,7 @@ TEST_F(PlanReader, ReadsBackWhatTheScanWrites) {
 
 TEST_F(PlanReader, EveryCopyOfAGroupMarkedNeedsTheUsersWord) {
     const std::string text =
-        R"({"groups": [)" + group(member("/r/a", true) + ", " + member("/r/b", true)) + "]}";
+        R"({"roots": ["/r"], "groups": [)" + group(member("/r/a", true) + ", " + member("/r/b", true)) + "]}";
     EXPECT_FALSE(read(text));
     EXPECT_NE(message.find("group 1 has every copy marked; add --allow-all-copies"), std::string::npos)
         << message;
@@ -150,61 +150,90 @@ TEST_F(PlanReader, RefusesWhatIsNoPlanWithTheFirstProblem) {
         std::string message;
     } cases[] = {
         {"not JSON", "not json", "is not a scan document: parse error at line 1"},
-        {"a syntax error after a bad group", R"({"groups": [{"files": []}, )",
+        {"a syntax error after a bad group", R"({"roots": ["/r"], "groups": [{"files": []}, )",
          "is not a scan document: parse error"},
         {"a list", "[]", R"(is not a scan document (no "groups"))"},
         {"a number", "5", R"(is not a scan document (no "groups"))"},
         {"no groups", R"({"roots": []})", R"(is not a scan document (no "groups"))"},
-        {"groups not a list", R"({"groups": {"files": []}})", R"(is not a scan document (no "groups"))"},
-        {"a group that is a number", R"({"groups": [)" + good + ", 3]}", "group 2 has no files to compare"},
-        {"a group that is a list", R"({"groups": [[], )" + good + "]}", "group 1 has no files to compare"},
-        {"one file", R"({"groups": [)" + group(member("/r/a", true)) + "]}",
+        {"groups not a list", R"({"roots": ["/r"], "groups": {"files": []}})",
+         R"(is not a scan document (no "groups"))"},
+        {"a group that is a number", R"({"roots": ["/r"], "groups": [)" + good + ", 3]}",
+         "group 2 has no files to compare"},
+        {"a group that is a list", R"({"roots": ["/r"], "groups": [[], )" + good + "]}",
          "group 1 has no files to compare"},
-        {"files not a list", R"({"groups": [{"files": {"path": "/r/a"}}]})",
+        {"one file", R"({"roots": ["/r"], "groups": [)" + group(member("/r/a", true)) + "]}",
+         "group 1 has no files to compare"},
+        {"files not a list", R"({"roots": ["/r"], "groups": [{"files": {"path": "/r/a"}}]})",
          "group 1 has no files to compare"},
         {"no inode",
-         R"({"groups": [)" + good + ", " + group(member("/r/c", true) + R"(, {"path": "/r/d"})") + "]}",
+         R"({"roots": ["/r"], "groups": [)" + good + ", " +
+             group(member("/r/c", true) + R"(, {"path": "/r/d"})") + "]}",
          "group 2" + lacking},
-        {"a member that is a string", R"({"groups": [)" + group(member("/r/a", true) + R"(, "/r/b")") + "]}",
+        {"a member that is a string",
+         R"({"roots": ["/r"], "groups": [)" + group(member("/r/a", true) + R"(, "/r/b")") + "]}",
          "a file of group 1 is not an object"},
         {"a size in words",
-         R"({"groups": [)" +
+         R"({"roots": ["/r"], "groups": [)" +
              group(member("/r/a", true, R"(, "size": "big")") + ", " + member("/r/b", false)) + "]}",
          R"(a file of group 1 has "size" of the wrong type)"},
         {"a negative inode",
-         R"({"groups": [)" + group(member("/r/a", true, R"(, "inode": -1)") + ", " + member("/r/b", false)) +
-             "]}",
+         R"({"roots": ["/r"], "groups": [)" +
+             group(member("/r/a", true, R"(, "inode": -1)") + ", " + member("/r/b", false)) + "]}",
          R"(a file of group 1 has "inode" of the wrong type)"},
         {"a mark that is a number",
-         R"({"groups": [)" +
+         R"({"roots": ["/r"], "groups": [)" +
              group(member("/r/a", true, R"(, "needToRemove": "true")") + ", " + member("/r/b", false)) + "]}",
          R"(a file of group 1 has "needToRemove" of the wrong type)"},
         {"a path that is an object",
-         R"({"groups": [)" + group(member("/r/a", true, R"(, "path": {})") + ", " + member("/r/b", false)) +
-             "]}",
+         R"({"roots": ["/r"], "groups": [)" +
+             group(member("/r/a", true, R"(, "path": {})") + ", " + member("/r/b", false)) + "]}",
          R"(a file of group 1 has "path" of the wrong type)"},
         {"a relative path",
-         R"({"groups": [)" + group(member("r/a", true) + ", " + member("/r/b", false)) + "]}",
+         R"({"roots": ["/r"], "groups": [)" + group(member("r/a", true) + ", " + member("/r/b", false)) +
+             "]}",
          R"(group 1 names "r/a", which is not an absolute path)"},
         {"a path through ..",
-         R"({"groups": [)" + group(member("/r/x/../a", true) + ", " + member("/r/b", false)) + "]}",
+         R"({"roots": ["/r"], "groups": [)" +
+             group(member("/r/x/../a", true) + ", " + member("/r/b", false)) + "]}",
          R"(group 1 names "/r/x/../a", which)"},
         {"a path ending in a slash",
-         R"({"groups": [)" + group(member("/r/a/", true) + ", " + member("/r/b", false)) + "]}",
+         R"({"roots": ["/r"], "groups": [)" + group(member("/r/a/", true) + ", " + member("/r/b", false)) +
+             "]}",
          R"(group 1 names "/r/a/", which)"},
         {"a path named twice",
-         R"({"groups": [)" + group(member("/r/a", true) + ", " + member("/r/a", false)) + "]}",
+         R"({"roots": ["/r"], "groups": [)" + group(member("/r/a", true) + ", " + member("/r/a", false)) +
+             "]}",
          "group 1 names /r/a twice"},
         {"a path in two groups",
-         R"({"groups": [)" + good + ", " + group(member("/r/c", true) + ", " + member("/r/a", false)) + "]}",
+         R"({"roots": ["/r"], "groups": [)" + good + ", " +
+             group(member("/r/c", true) + ", " + member("/r/a", false)) + "]}",
          "/r/a is in group 1 and in group 2; a file belongs to one group only"},
-        {"groups twice", R"({"groups": [)" + good + R"(], "groups": []})", R"("groups" is given twice)"},
+        {"groups twice", R"({"roots": ["/r"], "groups": [)" + good + R"(], "groups": []})",
+         R"("groups" is given twice)"},
         {"a mark given twice, the last counts",
-         R"({"groups": [)" +
+         R"({"roots": ["/r"], "groups": [)" +
              group(member("/r/a", true) + ", " + member("/r/b", false, R"(, "needToRemove": true)")) + "]}",
          "group 1 has every copy marked"},
+        {"a path with a NUL byte",
+         R"({"roots": ["/r"], "groups": [)" +
+             group(member("/r/b\\u0000junk", true) + ", " + member("/r/c", false)) + "]}",
+         "group 1 names \"/r/b" + std::string(1, '\0') + "junk\", which is not an absolute path"},
+        {"no roots", R"({"groups": [)" + good + "]}", R"("roots" does not list the scanned folders)"},
+        {"no root in the list", R"({"roots": [], "groups": [)" + good + "]}",
+         R"("roots" does not list the scanned folders)"},
+        {"roots in a string", R"({"roots": "/r", "groups": [)" + good + "]}", R"("roots" is not a list)"},
+        {"roots in an object", R"({"roots": {"a": "/r"}, "groups": [)" + good + "]}",
+         R"("roots" is not a list)"},
+        {"a root that is a number", R"({"roots": ["/r", 7], "groups": [)" + good + "]}",
+         R"("roots" holds something other than a path)"},
+        {"a root that is a list", R"({"roots": [["/r"]], "groups": [)" + good + "]}",
+         R"("roots" holds something other than a path)"},
+        {"a relative root", R"({"roots": ["r"], "groups": [)" + good + "]}",
+         R"("roots" names "r", which is not an absolute path)"},
+        {"a root with a NUL byte", R"({"roots": ["/r\u0000"], "groups": [)" + good + "]}",
+         "\"roots\" names \"/r" + std::string(1, '\0') + "\", which is not an absolute path"},
         {"a marked copy that may not be removed",
-         R"({"groups": [)" +
+         R"({"roots": ["/r"], "groups": [)" +
              group(member("/r/a", true, R"(, "removeForbidden": true)") + ", " + member("/r/b", false)) +
              "]}",
          "/r/a is marked but may not be removed"},

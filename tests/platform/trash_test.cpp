@@ -450,14 +450,16 @@ TEST_F(TrashTest, RefusesWhatCannotBeTrashed) {
         std::string domain;
         std::int64_t code;
     };
-    for (const Case& c : {Case{tree / "data", kTrashErrorDomain, kTrashErrorHoldsTrash},
-                          Case{tree.path(), kTrashErrorDomain, kTrashErrorHoldsTrash},
-                          Case{inTrash, kTrashErrorDomain, kTrashErrorInTrash},
-                          Case{homeTrash() + "/files", kTrashErrorDomain, kTrashErrorInTrash},
-                          Case{"/", kTrashErrorDomain, kTrashErrorNotAName},
-                          Case{tree / "a/..", kTrashErrorDomain, kTrashErrorNotAName},
-                          Case{"", kTrashErrorDomain, kTrashErrorNotAName},
-                          Case{tree / "missing.txt", kPosixErrorDomain, ENOENT}}) {
+    for (const Case& c :
+         {Case{tree / "data", kTrashErrorDomain, kTrashErrorHoldsTrash},
+          Case{tree.path(), kTrashErrorDomain, kTrashErrorHoldsTrash},
+          Case{inTrash, kTrashErrorDomain, kTrashErrorInTrash},
+          Case{homeTrash() + "/files", kTrashErrorDomain, kTrashErrorInTrash},
+          Case{"/", kTrashErrorDomain, kTrashErrorNotAName},
+          Case{tree / "a/..", kTrashErrorDomain, kTrashErrorNotAName},
+          Case{"", kTrashErrorDomain, kTrashErrorNotAName},
+          Case{tree / "data/keep.txt" + std::string(1, '\0') + "x", kTrashErrorDomain, kTrashErrorNotAName},
+          Case{tree / "missing.txt", kPosixErrorDomain, ENOENT}}) {
         CVError error;
         EXPECT_FALSE(Trash(environment()).moveToTrash(c.path, nullptr, &error)) << c.path;
         EXPECT_EQ(error.domain, c.domain) << c.path;
@@ -467,6 +469,7 @@ TEST_F(TrashTest, RefusesWhatCannotBeTrashed) {
         EXPECT_EQ(dryError.code, c.code) << c.path;
     }
     EXPECT_EQ(test::TempTree::read(inTrash), "old");
+    EXPECT_EQ(test::TempTree::read(tree / "data/keep.txt"), "x");
     EXPECT_EQ(listFolder(homeTrash() + "/info"), std::set<std::string>{});
 }
 

@@ -1056,6 +1056,23 @@ TEST(ProtectedFolders, AreKnownUnderAnotherPath) {
     EXPECT_EQ(pass->records()[0].error, kReasonProtectedFolder);
 }
 
+// A path with a NUL byte in it (a hand-edited plan) would reach the system as the path
+// before the NUL: another file, which must not go in its place.
+TEST(RemovalGuards, APathWithANulByteIsNeverActedOn) {
+    for (const bool toTrash : {true, false}) {
+        RemovalHarness h;
+        const std::string kept = h.tree.file("files/kept", "same");
+        const std::string other = h.tree.file("files/other", "same");
+        h.group({kept, other + std::string(1, '\0') + "junk"}, {1});
+        auto pass = h.pass(toTrash, false);
+        runPass(*pass);
+        EXPECT_TRUE(exists(other)) << (toTrash ? "trash" : "delete");
+        ASSERT_EQ(pass->records().size(), 1u);
+        EXPECT_EQ(pass->records()[0].outcome, Outcome::Failed);
+        EXPECT_EQ(pass->records()[0].error, "its path holds a NUL byte");
+    }
+}
+
 TEST(ParentCleanUpGuards, NeverTouchesAMountPoint) {
     RemovalHarness h;
     const std::string mountPoint = h.tree.folder("files/volume");
