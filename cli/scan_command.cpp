@@ -391,16 +391,19 @@ int runScan(const ScanOptions& given) {
     locator.setProgressPauses(false);
     locator.setMinimumSizeOverride(options.minSize);
     locator.setMaximumSizeOverride(options.maxSize);
+    // What scripts read (CSV, fdupes, an export) may be fed to rm: groups compared on
+    // samples are confirmed byte for byte. Folders are confirmed as they are found, so
+    // that the files of folders that differ are still compared as files.
+    const bool forScripts =
+        options.format == "csv" || options.format == "fdupes" || !options.exportFile.empty();
+    const bool confirmWhole = options.verify || forScripts;
+    locator.setFoldersConfirmedWhole(confirmWhole);
     const ScanOutcome outcome = scanWithProgress(locator, roots, !options.quiet && ::isatty(STDERR_FILENO));
     if (const auto problem = reportScanProblems(locator, outcome, roots))
         return *problem;
     const auto scanned = locator.duplicatesController();
     std::shared_ptr<CVDuplicatesController> results = scanned;
-    // What scripts read (CSV, fdupes, an export) may be fed to rm: groups compared on
-    // samples are confirmed byte for byte first.
-    const bool forScripts =
-        options.format == "csv" || options.format == "fdupes" || !options.exportFile.empty();
-    if (options.verify || forScripts)
+    if (confirmWhole)
         results = verifiedResults(*scanned, options.quiet);
     if (const std::uint64_t hidden = locator.unremovableGroupsLeftOut(); hidden > 0)
         std::cerr << "corvel: " << hidden << (hidden == 1 ? " group was" : " groups were")

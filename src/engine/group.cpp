@@ -28,7 +28,8 @@ std::vector<std::string> pathComponents(const std::string& path) {
     return components;
 }
 
-// Whether the node was, or holds something that was, compared on part of its content.
+} // namespace
+
 // Sub-folders stand twice in their parents: each is looked into once.
 bool comparedBySamples(const CVNode& top) {
     std::vector<const CVNode*> pending{&top};
@@ -51,8 +52,6 @@ bool comparedBySamples(const CVNode& top) {
     }
     return false;
 }
-
-} // namespace
 
 bool CVGroup::wasComparedBySamples() const {
     const auto& members = children();

@@ -598,6 +598,7 @@ GroupPtr CVDuplicatesLocator::groupOfFolder(std::span<NodePtr> nodes, std::size_
         return nullptr;
     }
     std::vector<std::shared_ptr<CVFile>> matches;
+    std::optional<bool> sampled; // looked at on the first match
     for (std::size_t j = i + 1; j < nodes.size() && state() != ScanState::Idle; ++j) {
         auto* other = dynamic_cast<CVFolder*>(nodes[j].get());
         if (!other || sameFilesAsEarlier[j] || ignoreFile(*other))
@@ -610,6 +611,10 @@ GroupPtr CVDuplicatesLocator::groupOfFolder(std::span<NodePtr> nodes, std::size_
         }
         if (!folder->isDuplicateOf(*other))
             continue;
+        if (!sampled.has_value())
+            sampled = m_foldersConfirmedWhole && comparedBySamples(*folder);
+        if (!confirmedWhole(*folder, *other, *sampled))
+            continue;
         if (matches.empty()) {
             decideRemoveForbidden(*folder);
             folder->setIgnore(true);
@@ -621,7 +626,20 @@ GroupPtr CVDuplicatesLocator::groupOfFolder(std::span<NodePtr> nodes, std::size_
     folder->releaseSignature();
     if (matches.empty())
         return nullptr;
-    return makeGroup(std::static_pointer_cast<CVFile>(nodes[i]), matches);
+    GroupPtr group = makeGroup(std::static_pointer_cast<CVFile>(nodes[i]), matches);
+    if (group && sampled.value_or(false))
+        group->setContentVerified(true);
+    return group;
+}
+
+bool CVDuplicatesLocator::confirmedWhole(const CVFolder& folder, const CVFolder& other, bool sampled) {
+    if (!m_foldersConfirmedWhole || !sampled)
+        return true;
+    if (!m_contentComparer)
+        m_contentComparer = std::make_unique<ContentComparer>([this] { return state() == ScanState::Idle; });
+    const ContentComparison comparison = m_contentComparer->compareTrees(folder.path(), other.path());
+    m_counters.bytesRead.fetch_add(comparison.bytesCompared, std::memory_order_relaxed);
+    return comparison.isEqual();
 }
 
 GroupPtr CVDuplicatesLocator::groupOfClassMember(std::span<const NodePtr> nodes,

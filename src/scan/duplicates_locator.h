@@ -22,6 +22,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "engine/content_comparison.h"
 #include "engine/group.h"
 #include "engine/node.h"
 #include "files_hierarchy.h"
@@ -121,6 +122,11 @@ public:
     // A hard minimum size for this scan (as "OverrideMinSize" on with that minimum),
     // without touching the stored preferences; nothing restores the preferences' rule.
     void setMinimumSizeOverride(std::optional<std::uint64_t> bytes) { m_minimumSizeOverride = bytes; }
+    // Folders found equal on sampled content are compared byte for byte before they are
+    // grouped (for results that must hold on every byte). Folders that differ are not
+    // grouped, so the files inside them are still compared as files; the folder groups
+    // made are marked verified. Off by default.
+    void setFoldersConfirmedWhole(bool value) { m_foldersConfirmedWhole = value; }
     // Files and folders larger than this are not compared in this scan; nothing: no limit.
     void setMaximumSizeOverride(std::optional<std::uint64_t> bytes) { m_maximumSizeOverride = bytes; }
     // How many signature bytes a scan keeps at once for the byte comparison, all size
@@ -189,6 +195,9 @@ private:
     // folder holding the very same files (hard links) is no copy: it is marked in
     // sameFilesAsEarlier (one flag per node) and left out of folder groups after that.
     GroupPtr groupOfFolder(std::span<NodePtr> nodes, std::size_t i, std::vector<bool>& sameFilesAsEarlier);
+    // Whether two folders whose signatures match hold the same bytes: true unless folders
+    // are confirmed whole and these were compared on samples, then by their content.
+    bool confirmedWhole(const CVFolder& folder, const CVFolder& other, bool sampled);
     // The group a class member forms with the later members not yet taken, or null.
     // nodes: the size group the members' places refer to.
     GroupPtr groupOfClassMember(std::span<const NodePtr> nodes, const std::vector<ClassMember>& members,
@@ -230,6 +239,7 @@ private:
     std::atomic<double> m_progress{0};
     std::atomic<double> m_progressDelta{0};
     std::optional<std::uint64_t> m_minimumSizeOverride;
+    bool m_foldersConfirmedWhole = false;
     std::optional<std::uint64_t> m_maximumSizeOverride;
     std::uint64_t m_keptBytesLimit = kKeptBytesBudget;
     bool m_smallerSizesSkipped = false;
@@ -239,6 +249,8 @@ private:
     // Before the reader, which notes into it.
     UnreadFiles m_unreadFiles;
     std::unique_ptr<SizeGroupReader> m_reader;
+    // Compares folders whole when they are confirmed so; made on first use.
+    std::unique_ptr<ContentComparer> m_contentComparer;
     mutable std::unordered_map<const CVFolder*, FolderRemovalAccess> m_folderAccess;
     std::vector<std::string> m_protectedFolders; // the ignore list's, taken as a search begins
     std::size_t m_queuedUpTo = 0;

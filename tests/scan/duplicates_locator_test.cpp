@@ -642,6 +642,41 @@ TEST_F(Locator, LargeTextDocumentsAreComparedWholeAndOtherLargeFilesBySamples) {
         << "only the sampled pair is taken for equal";
 }
 
+// Two folders equal on their samples but not on every byte: confirmed whole, they are
+// no copies, and the files inside them are compared as files (here a loose file and
+// three copies of it, which the folder group would have hidden).
+TEST_F(Locator, FoldersConfirmedWholeThatDifferLeaveTheirFilesToTheFileComparison) {
+    std::string data = content('s', 600000);
+    tree.file("r/base.bin", data);
+    for (const char* folder : {"r/one", "r/two"})
+        tree.file(std::string(folder) + "/a.bin", data);
+    tree.file("r/one/b.bin", data);
+    data[15000] ^= 1; // outside every sampled piece
+    tree.file("r/two/b.bin", data);
+    tree.file("r/same1/c.bin", data);
+    tree.file("r/same2/c.bin", data);
+    const Outcome sampledFolders = {{{tree / "r/one", false}, {tree / "r/two", false}},
+                                    {{tree / "r/same1", false}, {tree / "r/same2", false}}};
+    // The files are grouped on their samples too; confirming file groups comes after.
+    const Outcome confirmedFolders = {{{tree / "r/same1", false}, {tree / "r/same2", false}},
+                                      {{tree / "r/base.bin", false},
+                                       {tree / "r/one/a.bin", false},
+                                       {tree / "r/one/b.bin", false},
+                                       {tree / "r/two/a.bin", false},
+                                       {tree / "r/two/b.bin", false}}};
+    for (const bool confirmed : {false, true}) {
+        SCOPED_TRACE(confirmed ? "confirmed whole" : "on samples");
+        auto locator = harness.locator();
+        locator->setFoldersConfirmedWhole(confirmed);
+        auto hierarchy = harness.walk({tree / "r"}, locator.get());
+        EXPECT_EQ(searchWalk(*locator, *hierarchy), confirmed ? confirmedFolders : sampledFolders);
+        const auto groups = locator->duplicatesController()->allDuplicatesGroups();
+        ASSERT_FALSE(groups.empty());
+        EXPECT_EQ(groups[confirmed ? 0 : 1]->contentVerified(), confirmed)
+            << "a folder group confirmed whole needs no second confirmation";
+    }
+}
+
 // Random trees: sizes from a small set so that size groups collide, contents from a
 // small pool so that many are equal, large sampled files, copied folders, hard links,
 // links, and roots given twice (every node then stands twice with the same path).
