@@ -396,7 +396,7 @@ bool UserDefaults::synchronize(CVError* error) {
     // Looked at again: the user may have put a link in the file's place meanwhile, or
     // taken one away; a link is written through and stays.
     const std::optional<std::string> filePath = currentFilePath(error);
-    if (!filePath)
+    if (!filePath || !isWritableByUser(*filePath, error))
         return false;
     PropertyValue::Dictionary file;
     if (!readFileForMerge(*filePath, file, error))
@@ -416,6 +416,20 @@ bool UserDefaults::synchronize(CVError* error) {
         const PropertyValue now = it != m_stored.end() ? it->second : PropertyValue();
         if (now == written && now.type() == written.type())
             m_changedKeys.erase(key);
+    }
+    return true;
+}
+
+bool UserDefaults::isWritableByUser(const std::string& filePath, CVError* error) const {
+    struct stat st {};
+    if (::stat(filePath.c_str(), &st) != 0)
+        return true; // made anew
+    // No write permission for anyone is the user's word that the file stays as it is, for
+    // root too (whom access() would let write).
+    if ((st.st_mode & 0222) == 0 || ::access(filePath.c_str(), W_OK) != 0) {
+        setError(error, CVError(kCorvelFileErrorDomain, EACCES,
+                                "Settings file " + m_path + " is read-only, so it is not written"));
+        return false;
     }
     return true;
 }

@@ -16,7 +16,9 @@
 // key as the file holds it then. When two programs change the same key, the last save
 // wins for that key: two runs that each add to the statistics at the same moment keep
 // only one run's addition. A file that can no longer be read, is no longer a settings
-// file, or has become a link that leads nowhere, is not written.
+// file, has become a link that leads nowhere, or is read-only (no write permission for
+// anyone, root included, or none for this user) is not written. A save replaces the
+// file, as desktop programs do: another hard link to it keeps the old contents.
 //
 // Settings are never lost. What opening found is fileState():
 // - a file that exists but cannot be read (permissions, I/O error, a folder or a device
@@ -160,6 +162,8 @@ private:
     // The file to write now: the path, or the file a link there leads to; nothing (with
     // *error) for a link that leads nowhere.
     std::optional<std::string> currentFilePath(CVError* error) const;
+    // False (with *error) when the file exists and the user made it read-only.
+    bool isWritableByUser(const std::string& filePath, CVError* error) const;
     // The file as it is now, to merge this store's changes into: empty when it is gone;
     // false (with *error) when it cannot be read or holds no settings.
     bool readFileForMerge(const std::string& filePath, PropertyValue::Dictionary& out, CVError* error) const;

@@ -447,6 +447,31 @@ TEST(UserDefaults, ALinkPutInTheFilesPlaceMeanwhileIsWrittenThrough) {
     EXPECT_TRUE(S_ISLNK(st.st_mode)) << "the dangling link is not replaced by a file";
 }
 
+// A file nobody may write is the user's word that it stays as it is, whoever runs us
+// (root too), also when reached through a link; made writable again, it is written.
+TEST(UserDefaults, AReadOnlyFileIsNeverWritten) {
+    for (const bool throughLink : {false, true}) {
+        SCOPED_TRACE(throughLink ? "through a link" : "the file itself");
+        test::TempTree tree;
+        const std::string original =
+            propertyListData(PropertyValue::Dictionary{{"Mine", "mine"}}, PropertyListFormat::XML);
+        const std::string file = tree.file("frozen.plist", original);
+        const std::string path = throughLink ? tree.symlink("settings.plist", file) : file;
+        ASSERT_EQ(::chmod(file.c_str(), 0444), 0);
+        UserDefaults ours(path);
+        EXPECT_EQ(ours.stringForKey("Mine"), "mine");
+        ours.setObject("changed", "Mine");
+        CVError error;
+        EXPECT_FALSE(ours.synchronize(&error));
+        EXPECT_NE(error.localizedDescription().find("is read-only, so it is not written"), std::string::npos)
+            << error.localizedDescription();
+        EXPECT_EQ(test::TempTree::read(file), original);
+        ASSERT_EQ(::chmod(file.c_str(), 0644), 0);
+        EXPECT_TRUE(ours.synchronize());
+        EXPECT_EQ(readFile(file), PropertyValue(PropertyValue::Dictionary{{"Mine", "changed"}}));
+    }
+}
+
 TEST(UserDefaults, ASetAsideFileNeverGoesOverAnEarlierOne) {
     test::TempTree tree;
     const std::string path = tree.file("c.plist", kGarbled);
