@@ -113,11 +113,21 @@ void reportSkippedSystemFolders(const std::vector<std::string>& folders) {
     std::cerr << (folders.size() > kSkippedFoldersNamed ? ", ...\n" : "\n");
 }
 
-// Whether no root could be listed at all: nothing was scanned.
-bool noRootWasRead(const std::vector<std::string>& roots, const std::vector<IncompleteFolder>& folders) {
+// Whether no root could be read: each could not be listed, or was listed without a
+// single entry that could be looked at (a folder that may be read but not entered).
+bool noRootWasRead(const std::vector<std::string>& roots, const CVFilesHierarchy& hierarchy) {
+    const auto& folders = hierarchy.incompleteFolders();
+    const auto& tops = hierarchy.topNodes();
     return std::all_of(roots.begin(), roots.end(), [&](const std::string& root) {
-        return std::any_of(folders.begin(), folders.end(),
-                           [&](const IncompleteFolder& f) { return f.unlisted && f.path == root; });
+        return std::any_of(folders.begin(), folders.end(), [&](const IncompleteFolder& f) {
+            if (f.path != root)
+                return false;
+            if (f.unlisted)
+                return true;
+            return std::none_of(tops.begin(), tops.end(), [&](const NodePtr& top) {
+                return top->path() == root && top->childrenCount() != 0;
+            });
+        });
     });
 }
 
@@ -270,7 +280,7 @@ std::optional<int> reportScanProblems(const CVDuplicatesLocator& locator, const 
     if (const auto hierarchy = locator.hierarchy()) {
         reportSkippedSystemFolders(hierarchy->skippedSystemFolders());
         reportUnread(hierarchy->incompleteFolders(), locator.unreadFiles());
-        if (!g_interrupted && noRootWasRead(roots, hierarchy->incompleteFolders())) {
+        if (!g_interrupted && noRootWasRead(roots, *hierarchy)) {
             std::cerr << (roots.size() == 1 ? "corvel: the folder could not be read\n"
                                             : "corvel: none of the folders could be read\n");
             return kExitFailure;
