@@ -3,6 +3,7 @@
 #include <ctime>
 #include <iostream>
 #include <memory>
+#include <optional>
 
 #include "json_writer.h"
 #include "platform/desktop_notifier.h"
@@ -64,22 +65,28 @@ bool notificationServiceReachable() {
     return notifier && notifier->serviceAvailable(nullptr);
 }
 
-// The stored period option, read without writing or repairing the settings file; a file
-// that is not a settings file is told and gives the default.
-std::uint64_t storedOption(const std::string& settings) {
+// The stored period option, read without writing or repairing the settings file;
+// nothing, with the reason told, for a file that is not a settings file.
+std::optional<std::uint64_t> storedOption(const std::string& settings) {
     const std::string path = settings.empty() ? UserDefaults::defaultPath() : settings;
     UserDefaults store(path, UserDefaults::FileOrigin::NamedByUser);
-    if (store.fileState() == UserDefaults::FileState::NotASettingsFile)
-        std::cerr << "corvel: " << path << " is not a settings file ("
-                  << store.fileError().localizedDescription()
-                  << "); the default period is shown and the file is left as it is\n";
+    if (store.fileState() == UserDefaults::FileState::NotASettingsFile) {
+        std::cerr << "corvel: " << (settings.empty() ? "" : "--settings: ") << path
+                  << " is not a settings file (" << store.fileError().localizedDescription()
+                  << "); it was left as it is\n";
+        return std::nullopt;
+    }
     NullTracker tracker;
     const CVPreferences preferences(store, tracker);
     return static_cast<std::uint64_t>(preferences.schedulePeriod());
 }
 
 int printStatus(const RemindOptions& options) {
-    const CVSchedulePeriod period(storedOption(options.settings));
+    // As every other command, a damaged settings file stops here (a usage error when named).
+    const std::optional<std::uint64_t> option = storedOption(options.settings);
+    if (!option)
+        return options.settings.empty() ? kExitFailure : kExitUsage;
+    const CVSchedulePeriod period(*option);
     const std::string path = NotificationSchedule::defaultPath();
     NotificationScheduleContents contents;
     CVError error;

@@ -9,6 +9,7 @@
 #include <iostream>
 #include <map>
 #include <optional>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "engine/file_sizer.h"
@@ -268,6 +269,11 @@ static std::string absoluteListedPath(const std::string& path) {
 
 bool selectListedCopies(CVDuplicatesController& results, const std::string& listFile, bool allowAllCopies,
                         bool nulSeparated, std::string* message) {
+    // A folder opens as a stream that reads nothing: it would pass for an empty list.
+    if (struct stat st{}; ::stat(listFile.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
+        *message = fileLine(listFile) + " is a folder";
+        return false;
+    }
     std::ifstream in(listFile, std::ios::binary);
     if (!in) {
         *message = "cannot read " + fileLine(listFile) + ": " + std::strerror(errno);

@@ -255,6 +255,12 @@ TEST_F(CorvelRemove, ASelectListMarksByHandAndIsCheckedFirst) {
         EXPECT_NE(refused.err.find(c.message), std::string::npos) << refused.err;
         EXPECT_EQ(snapshot(tree.path()), before);
     }
+    // A folder given as the list reads as nothing: it is refused, not taken for an empty list.
+    const auto folderList = run("scan --remove --yes --select " + shellQuoted(home.folder("lists")) + " " +
+                                shellQuoted(tree.path()));
+    EXPECT_EQ(folderList.status, 2) << folderList.err;
+    EXPECT_NE(folderList.err.find("lists is a folder"), std::string::npos) << folderList.err;
+    EXPECT_EQ(snapshot(tree.path()), before);
     // Without --remove nothing was to be removed, and the message does not say so.
     home.file("refused.txt", refusals[0].contents);
     const auto listing =

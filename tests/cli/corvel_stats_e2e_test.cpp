@@ -136,8 +136,12 @@ TEST_F(CorvelStats, AFileThatIsNotASettingsFileIsReportedAndLeftAsItIs) {
         std::string environment;
         int status;
     };
-    for (const Case& c : {Case{"stats " + settings(), "", 2}, Case{"stats --json " + settings(), "", 2},
-                          Case{"stats", "CORVEL_SETTINGS=" + shellQuoted(settingsFile) + " ", 1}}) {
+    // The reminder's status reads the same file, and is as plain about it.
+    for (const Case& c :
+         {Case{"stats " + settings(), "", 2}, Case{"stats --json " + settings(), "", 2},
+          Case{"stats", "CORVEL_SETTINGS=" + shellQuoted(settingsFile) + " ", 1},
+          Case{"remind --status " + settings(), "", 2}, Case{"remind --status --json " + settings(), "", 2},
+          Case{"remind --status", "CORVEL_SETTINGS=" + shellQuoted(settingsFile) + " ", 1}}) {
         const auto run = corvel(c.arguments, c.environment);
         EXPECT_EQ(run.status, c.status) << c.arguments << "\n" << run.err;
         EXPECT_NE(run.err.find(settingsFile + " is not a settings file"), std::string::npos) << run.err;
