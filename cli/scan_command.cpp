@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cctype>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -189,7 +190,12 @@ std::optional<int> checkScanRequest(const ScanOptions& options, std::vector<std:
     for (const auto& path : options.paths) {
         char resolved[PATH_MAX];
         if (!::realpath(path.c_str(), resolved)) {
-            std::cerr << "corvel: " << path << ": no such file or directory\n";
+            // Why, in the words of the other messages ("no such file or directory", "too
+            // many levels of symbolic links" for a loop, "permission denied").
+            std::string why = std::strerror(errno);
+            if (!why.empty())
+                why[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(why[0])));
+            std::cerr << "corvel: " << path << ": " << why << "\n";
             return kExitUsage;
         }
         struct stat st {};

@@ -53,7 +53,10 @@ private:
 inline constexpr const char* kReasonChanged = "changed since the scan";
 inline constexpr const char* kReasonDiffers = "differs from the kept copy";
 inline constexpr const char* kReasonNoKeptCopy = "no verified copy would remain";
-inline constexpr const char* kReasonHardLink = "a hard link of the kept copy: removing it frees nothing";
+// The copy and the kept copy are one file: a hard link, or the same file reached through a
+// linked folder.
+inline constexpr const char* kReasonHardLink =
+    "the same file as the kept copy (a hard link or another path to it): removing it frees nothing";
 inline constexpr const char* kReasonAllCopiesPermanently =
     "every copy of the group is chosen: they may only go to the Trash";
 // A stop was requested while the copy was compared: it was not handled.

@@ -393,6 +393,8 @@ TEST_F(CorvelScan, ControlBytesInNamesAreEscapedInTextAndExactInJson) {
 
 TEST_F(CorvelScan, ExitStatusesTellWhatHappened) {
     tree.file("x/a.txt", "a");
+    tree.symlink("loop1", tree / "loop2");
+    tree.symlink("loop2", tree / "loop1");
     struct Case {
         std::string arguments;
         int status;
@@ -400,7 +402,8 @@ TEST_F(CorvelScan, ExitStatusesTellWhatHappened) {
     };
     for (const Case& c :
          {Case{"scan " + quoted(tree / "x"), 0, ""},
-          Case{"scan " + quoted(tree / "missing"), 2, "no such file or directory"},
+          Case{"scan " + quoted(tree / "missing"), 2, "missing: no such file or directory"},
+          Case{"scan " + quoted(tree / "loop1"), 2, "loop1: too many levels of symbolic links"},
           Case{"scan --frobnicate " + quoted(tree / "x"), 2, "frobnicate"}, Case{"scan", 2, "paths"},
           Case{"", 2, "a command is required"}, Case{"frobnicate", 2, "frobnicate is not a command"},
           Case{"scan --frobnicate", 2, "not understood: --frobnicate"},
