@@ -40,7 +40,7 @@ std::string unreadReport(const std::vector<IncompleteFolder>& folders, const std
         text += "corvel: cannot read " + escapedForTerminal(path) + ": " + reason + "\n";
     };
     for (const auto& folder : folders)
-        name(folder.path, folder.reason);
+        name(folder.entry.empty() ? folder.path : folder.entry, folder.reason);
     for (const auto& file : files)
         name(file.path, file.reason);
     const std::uint64_t total = folders.size() + std::max<std::uint64_t>(filesCount, files.size());

@@ -28,7 +28,8 @@ std::string sizeText(std::uint64_t bytes);
 std::string escapedForTerminal(std::string_view text);
 
 // What a scan could not read, for stderr: "corvel: cannot read PATH: REASON" for the
-// folders its walk could not read completely, then for the files whose content could not
+// folders its walk could not read completely (PATH: the folder it could not list, or the
+// first entry in it that could not be looked at), then for the files whose content could not
 // be read (files: those kept by name; filesCount: all of them), at most shown lines in
 // all, then "corvel: and N more could not be read" counting both kinds. Empty when
 // nothing was left unread.

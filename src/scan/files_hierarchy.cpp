@@ -244,7 +244,7 @@ void CVFilesHierarchy::buildHierarchyForPath(const CVScanPath& root) {
 // candidates.
 void CVFilesHierarchy::noteIncomplete(Walk& walk, const WalkEntry& entry, const std::string& reason) {
     if (walk.stack.empty()) {
-        m_incompleteFolders.push_back({std::string(entry.path), reason, true});
+        m_incompleteFolders.push_back({std::string(entry.path), reason, true, {}});
         return;
     }
     Walk::Open& current = walk.stack.back();
@@ -252,7 +252,8 @@ void CVFilesHierarchy::noteIncomplete(Walk& walk, const WalkEntry& entry, const 
         current.reported = true;
         std::string path = current.folder->path();
         const bool unlisted = entry.kind == WalkEntry::Failure && path == entry.path;
-        m_incompleteFolders.push_back({std::move(path), reason, unlisted});
+        m_incompleteFolders.push_back(
+            {std::move(path), reason, unlisted, unlisted ? std::string() : std::string(entry.path)});
     }
     walk.markOpenFoldersIncomplete();
 }

@@ -38,6 +38,7 @@ struct IncompleteFolder {
     std::string path;
     std::string reason;
     bool unlisted = false; // the folder itself could not be read, not only something inside it
+    std::string entry;     // unless unlisted: the entry inside it that could not be read
 };
 
 class CVFilesHierarchy {

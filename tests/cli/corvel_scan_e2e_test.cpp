@@ -695,12 +695,13 @@ TEST_F(CorvelScan, AFolderThatCannotBeReadLeavesNothingToScanAndFails) {
     test::openToAnotherUser(tree.path());
     test::openToAnotherUser(tree / "open");
     // Not listed at all; listed, but not one entry could be looked at (no search right).
-    for (const mode_t mode : {0700, 0704}) {
+    for (const auto& [mode, named] : {std::pair<mode_t, std::string>{0700, tree / "closed"},
+                                      std::pair<mode_t, std::string>{0704, tree / "closed/x.bin"}}) {
         ::chmod((tree / "closed").c_str(), mode);
         const Outcome closed =
             corvelWith("", "scan " + settings() + " " + quoted(tree / "closed"), home, true);
         EXPECT_EQ(closed.status, 1) << mode << closed.out << closed.err;
-        EXPECT_EQ(closed.err, "corvel: cannot read " + (tree / "closed") +
+        EXPECT_EQ(closed.err, "corvel: cannot read " + named +
                                   ": Permission denied\ncorvel: the folder could not be read\n");
         EXPECT_EQ(closed.out, "");
     }

@@ -60,7 +60,7 @@ TEST_P(UnreadText, NamesFoldersThenFilesUnderOneCap) {
     const UnreadCase& c = GetParam();
     std::vector<IncompleteFolder> folders;
     for (std::size_t i = 0; i < c.folders; ++i)
-        folders.push_back({"/d/folder" + std::to_string(i), "Permission denied", false});
+        folders.push_back({"/d/folder" + std::to_string(i), "Permission denied", false, {}});
     std::vector<UnreadFile> files;
     for (std::size_t i = 0; i < c.namedFiles; ++i)
         files.push_back({"/d/file" + std::to_string(i), "Input/output error"});
@@ -72,6 +72,17 @@ TEST_P(UnreadText, NamesFoldersThenFilesUnderOneCap) {
     if (c.more > 0)
         expected += "corvel: and " + std::to_string(c.more) + " more could not be read\n";
     EXPECT_EQ(unreadReport(folders, files, c.files), expected);
+}
+
+// A folder listed but with an entry that could not be looked at is named by that entry:
+// the folder itself was read.
+TEST(UnreadText, NamesTheEntryOfAFolderThatWasListed) {
+    const std::vector<IncompleteFolder> folders = {
+        {"/d/unlisted", "Permission denied", true, {}},
+        {"/d/listed", "No such file or directory", false, "/d/listed/gone"}};
+    EXPECT_EQ(unreadReport(folders, {}, 0),
+              "corvel: cannot read /d/unlisted: Permission denied\n"
+              "corvel: cannot read /d/listed/gone: No such file or directory\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(Counts, UnreadText,
