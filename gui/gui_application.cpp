@@ -84,12 +84,16 @@ void GuiApplication::start() {
     // A message the user must see (a settings file set aside, a pattern that does not
     // compile) is shown once the event loop runs.
     QPointer<MainWindow> window(m_window.get());
-    setUserWarningPresenter([window](const std::string& line) {
+    const auto present = [window](const std::string& line) {
         MainQueue::shared().post([window, line] {
             if (window)
                 QMessageBox::warning(window, windowText("Window_Title"), qs(line));
         });
-    });
+    };
+    setUserWarningPresenter(present);
+    // The settings were opened before there was a window to tell what was wrong with them.
+    if (const std::string& problem = defaults.openingProblem(); !problem.empty())
+        present(problem);
 
     CVPreferences& preferences = CVPreferences::sharedInstance();
     ReminderScheduling* reminder = CVScheduler::sharedInstance();

@@ -130,11 +130,17 @@ void UserDefaults::refuse(FileState state, CVError reason) {
     m_state = state;
     m_fileError = std::move(reason);
     const std::string why = m_fileError.localizedDescription();
-    if (state == FileState::Unreadable)
-        warnUser("Settings file " + m_path + " could not be read (" + why +
-                 "); this run uses the default settings and leaves the file as it is");
-    else
+    if (state == FileState::Unreadable) {
+        m_openingProblem = "Settings file " + m_path + " could not be read (" + why +
+                           "); this run uses the default settings and leaves the file as it is";
+        warnUser(m_openingProblem);
+    } else {
+        // The command line refuses to run on it with its own words; a face that runs on
+        // shows openingProblem.
+        m_openingProblem = "Settings file " + m_path + " is not a settings file (" + why +
+                           "); this run uses the default settings and leaves the file as it is";
         systemLog("Settings file " + m_path + " is not a settings file (" + why + "); it is left as it is");
+    }
 }
 
 void UserDefaults::setAside(const CVError& reason) {
@@ -142,16 +148,18 @@ void UserDefaults::setAside(const CVError& reason) {
     if (aside.empty()) {
         const int saved = errno;
         refuse(FileState::NotASettingsFile, reason);
-        warnUser("Settings file " + m_path + " is damaged (" + reason.localizedDescription() +
-                 ") and could not be moved aside (" + std::strerror(saved) +
-                 "); this run uses the default settings and leaves the file as it is");
+        m_openingProblem = "Settings file " + m_path + " is damaged (" + reason.localizedDescription() +
+                           ") and could not be moved aside (" + std::strerror(saved) +
+                           "); this run uses the default settings and leaves the file as it is";
+        warnUser(m_openingProblem);
         return;
     }
     m_state = FileState::SetAside;
     m_fileError = reason;
     m_setAsidePath = aside;
-    warnUser("Settings file " + m_path + " is damaged (" + reason.localizedDescription() +
-             "); it is kept as " + aside + " and the default settings are used");
+    m_openingProblem = "Settings file " + m_path + " is damaged (" + reason.localizedDescription() +
+                       "); it is kept as " + aside + " and the default settings are used";
+    warnUser(m_openingProblem);
 }
 
 void UserDefaults::load() {

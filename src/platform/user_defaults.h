@@ -95,6 +95,10 @@ public:
     const CVError& fileError() const { return m_fileError; }
     // Where a damaged own file went (SetAside only).
     const std::string& setAsidePath() const { return m_setAsidePath; }
+    // What opening found that the user must know, in one sentence (the file could not be
+    // read, is not a settings file, or was set aside); empty when it opened or was not
+    // there. For a face that comes up after the store was opened.
+    const std::string& openingProblem() const { return m_openingProblem; }
     // True when the file is never written (Unreadable, NotASettingsFile).
     bool isReadOnly() const {
         return m_state == FileState::Unreadable || m_state == FileState::NotASettingsFile;
@@ -181,6 +185,7 @@ private:
     FileState m_state = FileState::Missing;
     CVError m_fileError;
     std::string m_setAsidePath;
+    std::string m_openingProblem;
     mutable std::mutex m_mutex;
     std::mutex m_saveMutex; // held through a whole synchronize
     PropertyValue::Dictionary m_stored;

@@ -206,6 +206,14 @@ TEST_P(SettingsFileOnOpening, NeverLosesWhatWasThere) {
         EXPECT_EQ(defaults.fileState(), c.state) << defaults.fileError().localizedDescription();
         EXPECT_EQ(defaults.isReadOnly(),
                   c.state == FileState::Unreadable || c.state == FileState::NotASettingsFile);
+        // A face that opens its window later still has the sentence to show.
+        EXPECT_EQ(defaults.openingProblem().empty(),
+                  c.state == FileState::Loaded || c.state == FileState::Missing)
+            << defaults.openingProblem();
+        if (!defaults.openingProblem().empty()) {
+            EXPECT_TRUE(defaults.openingProblem().starts_with("Settings file " + path))
+                << defaults.openingProblem();
+        }
         defaults.setObject("written", "Probe");
         EXPECT_EQ(defaults.stringForKey("Probe"), "written") << "changes apply in memory in every case";
         CVError error;
