@@ -154,6 +154,9 @@ struct TrashBatch::Folder {
     bool foundLooked = false; // the look-up without making anything, for trashDirectoryFor
     std::optional<std::string> found;
     std::string whyNotFound;
+    // An item of the batch moved this folder (or one above it) into the Trash: fd now
+    // leads there, and what was inside is no longer at its path.
+    bool movedAway = false;
 };
 
 struct TrashBatch::Item {
@@ -379,6 +382,11 @@ bool TrashBatch::commit(std::size_t ticket, TrashedItem* trashed, CVError* error
     Item& item = m_items[ticket];
     const Folder& folder = *item.folder;
     const TrashFolder& place = *folder.trash;
+    if (folder.movedAway) {
+        removeInformation(item);
+        setError(error, trashError(kTrashErrorItemChanged, item.path, "missing"));
+        return false;
+    }
 
     // 3. Move the item; never over an entry that is there.
     const std::string trashFile = place.path + "/files/" + item.entry;
@@ -409,6 +417,12 @@ bool TrashBatch::commit(std::size_t ticket, TrashedItem* trashed, CVError* error
     }
     item.state = Item::State::Moved;
     m_trash.rememberAttempt(item.hintKey, item.attempt + 1);
+    if (item.isFolder) {
+        const std::string moved = folder.resolved + (folder.resolved == "/" ? "" : "/") + item.name;
+        for (auto& [given, other] : m_folders)
+            if (other->resolved == moved || other->resolved.starts_with(moved + "/"))
+                other->movedAway = true;
+    }
 
     TrashedItem done;
     done.trashDirectory = place.path;

@@ -204,6 +204,8 @@ void CVRemovalPass::beginPass(const MarkedFiles& marked) {
     m_records.clear();
     m_removedFolders.clear();
     m_wouldGo.clear();
+    // A dry run removes nothing, so it tells its checks what would be gone by then.
+    m_verifier.setGoneInDryRun(m_options.dryRun ? &m_wouldGo : nullptr);
     m_lookups.reset();
     m_cleanStartDate = std::chrono::system_clock::now();
     const std::uint64_t total = marked.size();

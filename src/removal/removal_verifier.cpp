@@ -5,6 +5,7 @@
 #include "engine/folder.h"
 #include "engine/group.h"
 #include "platform/file_dates.h"
+#include "platform/file_io.h"
 
 namespace corvel {
 
@@ -54,9 +55,21 @@ bool RemovalVerifier::isUnchangedSinceScan(const CVFile& file, std::string* reas
     return true;
 }
 
+bool RemovalVerifier::isThereAsScanned(const CVFile& file, std::string* reason) const {
+    if (m_goneInDryRun && !m_goneInDryRun->empty()) {
+        for (std::string path = file.path(); path.size() > 1; path = parentPath(path)) {
+            if (m_goneInDryRun->contains(path)) {
+                *reason = "missing";
+                return false;
+            }
+        }
+    }
+    return isUnchangedSinceScan(file, reason);
+}
+
 RemovalCheck RemovalVerifier::checkBeforeRemoval(const CVFile& copy, bool permanently) {
     RemovalCheck check;
-    if (!isUnchangedSinceScan(copy, &check.reason))
+    if (!isThereAsScanned(copy, &check.reason))
         return check;
     const std::string copyPath = copy.path();
     const Identity copyIdentity{copy.device(), copy.inodeNumber()};
@@ -70,7 +83,7 @@ RemovalCheck RemovalVerifier::checkBeforeRemoval(const CVFile& copy, bool perman
             if (member.get() == &copy || member->needToRemove() || member->wasRemoved())
                 continue;
             std::string why;
-            if (isUnchangedSinceScan(*member, &why))
+            if (isThereAsScanned(*member, &why))
                 kept.push_back(member);
             else if (unusable.empty())
                 unusable = member->path() + ": " + why;

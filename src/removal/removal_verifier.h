@@ -17,6 +17,7 @@
 // copies it handles alone and one for the windows its worker prepares).
 
 #include <memory>
+#include <set>
 #include <string>
 
 #include "engine/content_comparison.h"
@@ -45,8 +46,17 @@ public:
     // Whether the copy may be removed now (permanently: deleted rather than trashed).
     RemovalCheck checkBeforeRemoval(const CVFile& copy, bool permanently);
 
+    // For a dry run, which removes nothing: the paths it would have removed by now (null:
+    // none). An item at or below one of them counts as missing, as it would be then. The
+    // set must outlive the checks.
+    void setGoneInDryRun(const std::set<std::string>* paths) { m_goneInDryRun = paths; }
+
 private:
+    // isUnchangedSinceScan, and not gone in the dry run.
+    bool isThereAsScanned(const CVFile& file, std::string* reason) const;
+
     ContentComparer m_comparer;
+    const std::set<std::string>* m_goneInDryRun = nullptr;
 };
 
 // Reasons a copy fails the checks; the command line and the collector show them.

@@ -281,6 +281,27 @@ TEST_F(TrashTest, BatchItemsNotMovedKeepTheirPlaceAndLeaveNoInformation) {
     EXPECT_EQ(listFolder(homeTrash() + "/files"), std::set<std::string>{});
 }
 
+// An item claimed inside a folder that an earlier item of the batch took into the Trash
+// is no longer at its path: it stays where it went, inside the trashed folder, and no
+// information file is left for it.
+TEST_F(TrashTest, BatchItemInsideAFolderTrashedBeforeItStaysInThatFolder) {
+    const std::string inner = tree.file("a/sub/inner.txt", "inside");
+    const std::string folder = tree / "a/sub";
+    Trash trash(environment());
+    TrashBatch batch(trash);
+    CVError error;
+    const auto first = batch.add(folder, std::nullopt, &error);
+    const auto second = batch.add(inner, std::nullopt, &error);
+    ASSERT_TRUE(first && second) << error.localizedDescription();
+    ASSERT_TRUE(batch.sync(&error)) << error.localizedDescription();
+    ASSERT_TRUE(batch.commit(*first, nullptr, &error)) << error.localizedDescription();
+    EXPECT_FALSE(batch.commit(*second, nullptr, &error));
+    EXPECT_EQ(error.localizedDescription(), "missing");
+    EXPECT_EQ(test::TempTree::read(homeTrash() + "/files/sub/inner.txt"), "inside");
+    EXPECT_EQ(listFolder(homeTrash() + "/files"), std::set<std::string>{"sub"});
+    EXPECT_EQ(listFolder(homeTrash() + "/info"), std::set<std::string>{"sub.trashinfo"});
+}
+
 TEST_F(TrashTest, BatchItemReplacedAfterItsClaimStays) {
     const std::string item = tree.file("a/copy.txt", "scanned");
     struct stat st {};
