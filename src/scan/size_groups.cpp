@@ -26,27 +26,44 @@ void SizeGroups::file() {
             ++end;
         return end;
     };
-    std::size_t kept = 0;
-    for (std::size_t i = 0; i < count;) {
-        const std::size_t end = runEnd(i);
-        if (end - i > 1)
-            kept += end - i;
-        i = end;
-    }
-    std::vector<NodePtr> filed;
-    filed.reserve(kept);
+    // The sizes held twice or more, at their places in the sorted order.
     std::vector<Range> ranges;
     for (std::size_t i = 0; i < count;) {
         const std::size_t end = runEnd(i);
-        if (end - i > 1) {
-            ranges.push_back({sizes[order[i]], filed.size(), end - i});
-            for (std::size_t k = i; k < end; ++k)
-                filed.push_back(std::move(m_nodes[order[k]]));
-        }
+        if (end - i > 1)
+            ranges.push_back({sizes[order[i]], i, end - i});
         i = end;
     }
+    std::vector<std::uint64_t>().swap(sizes);
+    // The nodes put in sorted order where they are (no second array: a million nodes
+    // would need 16 MB more at once), one cycle of the permutation at a time; a place
+    // done is marked by pointing at itself.
+    for (std::size_t start = 0; start < count; ++start) {
+        if (order[start] == start)
+            continue;
+        NodePtr held = std::move(m_nodes[start]);
+        std::size_t at = start;
+        while (order[at] != start) {
+            const std::size_t from = order[at];
+            m_nodes[at] = std::move(m_nodes[from]);
+            order[at] = static_cast<std::uint32_t>(at);
+            at = from;
+        }
+        m_nodes[at] = std::move(held);
+        order[at] = static_cast<std::uint32_t>(at);
+    }
+    std::vector<std::uint32_t>().swap(order);
+    // The sizes held once are left out.
+    std::size_t kept = 0;
+    for (Range& range : ranges) {
+        if (range.begin != kept)
+            for (std::size_t k = 0; k < range.count; ++k)
+                m_nodes[kept + k] = std::move(m_nodes[range.begin + k]);
+        range.begin = kept;
+        kept += range.count;
+    }
+    m_nodes.resize(kept);
     ranges.shrink_to_fit();
-    m_nodes = std::move(filed);
     m_ranges = std::move(ranges);
 }
 
