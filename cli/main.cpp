@@ -15,6 +15,7 @@
 #include "platform/system_log.h"
 #include "platform/user_defaults.h"
 #include "remind_command.h"
+#include "report.h"
 #include "scan_command.h"
 #include "settings/schedule_period.h"
 #include "size_argument.h"
@@ -283,9 +284,8 @@ int runCommand(CommandLine& line) {
     if (store.fileState() == UserDefaults::FileState::NotASettingsFile &&
         store.fileOrigin() == UserDefaults::FileOrigin::NamedByUser) {
         // A typo or the wrong file: nothing is scanned and the file stays as it is.
-        std::cerr << "corvel: " << (settings.empty() ? "CORVEL_SETTINGS" : "--settings") << ": "
-                  << store.path() << " is not a settings file (" << store.fileError().localizedDescription()
-                  << "); it was left as it is\n";
+        std::cerr << notASettingsFileLine(settings.empty() ? "CORVEL_SETTINGS" : "--settings", store.path(),
+                                          store.fileError().localizedDescription());
         return kExitUsage;
     }
     const int status = reminding  ? runRemind(remindOptions)

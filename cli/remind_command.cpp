@@ -12,6 +12,7 @@
 #include "platform/tracker.h"
 #include "platform/user_defaults.h"
 #include "platform/user_paths.h"
+#include "report.h"
 #include "scan_command.h"
 #include "settings/preferences.h"
 #include "settings/scheduler.h"
@@ -71,9 +72,8 @@ std::optional<std::uint64_t> storedOption(const std::string& settings) {
     const std::string path = settings.empty() ? UserDefaults::defaultPath() : settings;
     UserDefaults store(path, UserDefaults::FileOrigin::NamedByUser);
     if (store.fileState() == UserDefaults::FileState::NotASettingsFile) {
-        std::cerr << "corvel: " << (settings.empty() ? "" : "--settings: ") << path
-                  << " is not a settings file (" << store.fileError().localizedDescription()
-                  << "); it was left as it is\n";
+        std::cerr << notASettingsFileLine(settings.empty() ? "" : "--settings", path,
+                                          store.fileError().localizedDescription());
         return std::nullopt;
     }
     NullTracker tracker;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <sys/stat.h>
+#include <unicode/utf8.h>
 
 #include "engine/file_sizer.h"
 #include "engine/folder.h"
@@ -70,15 +71,35 @@ std::string escapedForTerminal(std::string_view text) {
             out += "\\\\";
         } else if (byte < 0x20 || byte == 0x7F) {
             hex(byte);
-        } else if (byte == 0xC2 && i + 1 < text.size() && static_cast<unsigned char>(text[i + 1]) < 0xA0 &&
-                   static_cast<unsigned char>(text[i + 1]) >= 0x80) {
-            hex(byte);
-            hex(static_cast<unsigned char>(text[++i]));
-        } else {
+        } else if (byte < 0x80) {
             out += text[i];
+        } else {
+            // A whole UTF-8 character stays as it is, unless it is a C1 control; a byte
+            // that starts no valid character (a Latin-1 name) is shown as its value, as a
+            // terminal would show it as a replacement mark that tells nothing apart.
+            const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
+            const auto length = static_cast<std::int32_t>(text.size());
+            auto next = static_cast<std::int32_t>(i);
+            UChar32 c = 0;
+            U8_NEXT(bytes, next, length, c);
+            if (c < 0) {
+                hex(byte);
+            } else if (c >= 0x80 && c <= 0x9F) {
+                for (std::size_t k = i; k < static_cast<std::size_t>(next); ++k)
+                    hex(static_cast<unsigned char>(text[k]));
+                i = static_cast<std::size_t>(next) - 1;
+            } else {
+                out.append(text.substr(i, static_cast<std::size_t>(next) - i));
+                i = static_cast<std::size_t>(next) - 1;
+            }
         }
     }
     return out;
+}
+
+std::string notASettingsFileLine(std::string_view namedBy, const std::string& path, const std::string& why) {
+    return "corvel: " + (namedBy.empty() ? std::string() : std::string(namedBy) + ": ") + path +
+           " is not a settings file (" + why + "); it was left as it is\n";
 }
 
 namespace {

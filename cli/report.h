@@ -21,11 +21,18 @@ namespace corvel::cli {
 // Sizes for a terminal: the display string with a plain space before the unit.
 std::string plainSpaces(std::string text);
 std::string sizeText(std::uint64_t bytes);
-// Text as a terminal may show it: every byte below 0x20 and 0x7F, and the C1 controls
-// U+0080 to U+009F, as "\n", "\t", "\r" or "\xHH" per byte, and a backslash as "\\",
-// so an escape sequence in a file name is never acted on, a path stays on one line and
-// what is shown tells the bytes apart. Other bytes are passed as they are.
+// Text as a terminal may show it: every byte below 0x20 and 0x7F, the C1 controls
+// U+0080 to U+009F, and every byte that is not part of a valid UTF-8 character, as
+// "\n", "\t", "\r" or "\xHH" per byte, and a backslash as "\\", so an escape sequence
+// in a file name is never acted on, a path stays on one line and what is shown tells
+// the bytes apart. Valid characters are passed as they are.
 std::string escapedForTerminal(std::string_view text);
+
+// The line every command prints for a settings file that holds no settings and is left
+// as it is: "corvel: [NAMED_BY: ]PATH is not a settings file (WHY); it was left as it is",
+// NAMED_BY being how the user named it ("--settings", "CORVEL_SETTINGS"; empty: the
+// default file).
+std::string notASettingsFileLine(std::string_view namedBy, const std::string& path, const std::string& why);
 
 // What a scan could not read, for stderr: "corvel: cannot read PATH: REASON" for the
 // folders its walk could not read completely (PATH: the folder it could not list, or the

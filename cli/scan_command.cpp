@@ -419,8 +419,11 @@ int runScan(const ScanOptions& given) {
         return *problem;
     const auto scanned = locator.duplicatesController();
     std::shared_ptr<CVDuplicatesController> results = scanned;
-    if (confirmWhole)
+    if (confirmWhole) {
+        for (const auto& problem : locator.confirmationProblems())
+            std::cerr << "corvel: --verify: " << problem << "\n";
         results = verifiedResults(*scanned, options.quiet);
+    }
     if (const std::uint64_t hidden = locator.unremovableGroupsLeftOut(); hidden > 0)
         std::cerr << "corvel: " << hidden << (hidden == 1 ? " group was" : " groups were")
                   << " left out because you may not remove any of its copies; --show-unremovable shows "

@@ -10,6 +10,7 @@
 #include "platform/user_defaults.h"
 #include "removal/achievements_controller.h"
 #include "removal/statistics_controller.h"
+#include "report.h"
 #include "results/duplicates_controller.h"
 #include "results/meta_group.h"
 #include "scan_command.h"
@@ -97,10 +98,9 @@ int runStats(const StatsOptions& options) {
             if (!parsed && error.domain == kPosixErrorDomain)
                 std::cerr << "corvel: cannot read " << path << ": " << error.localizedDescription() << "\n";
             else
-                std::cerr << "corvel: " << (options.settings.empty() ? "" : "--settings: ") << path
-                          << " is not a settings file ("
-                          << (parsed ? "its top level is not a dictionary" : error.localizedDescription())
-                          << "); it was left as it is\n";
+                std::cerr << notASettingsFileLine(options.settings.empty() ? "" : "--settings", path,
+                                                  parsed ? "its top level is not a dictionary"
+                                                         : error.localizedDescription());
             return options.settings.empty() ? kExitFailure : kExitUsage;
         }
     }

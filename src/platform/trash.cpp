@@ -154,9 +154,11 @@ struct TrashBatch::Folder {
     bool foundLooked = false; // the look-up without making anything, for trashDirectoryFor
     std::optional<std::string> found;
     std::string whyNotFound;
-    // An item of the batch moved this folder (or one above it) into the Trash: fd now
-    // leads there, and what was inside is no longer at its path.
+    // The folder (or one above it) was moved away after it was opened, into the Trash by
+    // an item of this batch or of an earlier one: fd leads there now, and what was inside
+    // is no longer at its path.
     bool movedAway = false;
+    bool placeChecked = false; // whether the path was seen to still lead to fd
 };
 
 struct TrashBatch::Item {
@@ -380,8 +382,18 @@ bool TrashBatch::commit(std::size_t ticket, TrashedItem* trashed, CVError* error
         return false;
     }
     Item& item = m_items[ticket];
-    const Folder& folder = *item.folder;
+    Folder& folder = *item.folder;
     const TrashFolder& place = *folder.trash;
+    if (!folder.placeChecked) {
+        // Once per folder: a batch prepared while the one before it moved its items may
+        // have opened a folder that one of them then took into the Trash.
+        folder.placeChecked = true;
+        struct stat opened {};
+        struct stat atPath {};
+        if (::fstat(folder.fd.get(), &opened) != 0 || ::stat(folder.resolved.c_str(), &atPath) != 0 ||
+            opened.st_dev != atPath.st_dev || opened.st_ino != atPath.st_ino)
+            folder.movedAway = true;
+    }
     if (folder.movedAway) {
         removeInformation(item);
         setError(error, trashError(kTrashErrorItemChanged, item.path, "missing"));

@@ -166,6 +166,11 @@ void UserDefaults::load() {
     loadFile();
     if (isReadOnly())
         return;
+    // Read, but made read-only by the user: every save will be refused, which a face that
+    // comes up later says at once rather than at the first change.
+    if (CVError notWritable; m_state == FileState::Loaded && !isWritableByUser(m_filePath, &notWritable))
+        m_openingProblem =
+            "Settings file " + m_path + " is read-only: what is changed in this run is not kept";
     // A run killed between writing its temporary and renaming it left a whole copy
     // beside the file; only this store's own stale ones go.
     for (const auto& removed : removeStaleTemporaries(m_filePath, kStaleTemporaryAge))

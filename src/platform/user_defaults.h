@@ -96,8 +96,9 @@ public:
     // Where a damaged own file went (SetAside only).
     const std::string& setAsidePath() const { return m_setAsidePath; }
     // What opening found that the user must know, in one sentence (the file could not be
-    // read, is not a settings file, or was set aside); empty when it opened or was not
-    // there. For a face that comes up after the store was opened.
+    // read, is not a settings file, was set aside, or is read-only); empty when it opened
+    // and may be written, or was not there. For a face that comes up after the store was
+    // opened.
     const std::string& openingProblem() const { return m_openingProblem; }
     // True when the file is never written (Unreadable, NotASettingsFile).
     bool isReadOnly() const {

@@ -63,6 +63,7 @@
 #include "media/media_manager.h"
 #include "platform/file_access.h"
 #include "platform/file_io.h"
+#include "platform/invariant.h"
 #include "platform/main_queue.h"
 #include "platform/notification_center.h"
 #include "platform/system_log.h"
@@ -639,12 +640,20 @@ bool CVDuplicatesLocator::confirmedWhole(const CVFolder& folder, const CVFolder&
         m_contentComparer = std::make_unique<ContentComparer>([this] { return state() == ScanState::Idle; });
     const ContentComparison comparison = m_contentComparer->compareTrees(folder.path(), other.path());
     m_counters.bytesRead.fetch_add(comparison.bytesCompared, std::memory_order_relaxed);
+    if (comparison.outcome == ContentComparison::CannotCompare)
+        m_confirmationProblems.push_back(comparison.message);
     return comparison.isEqual();
 }
 
 GroupPtr CVDuplicatesLocator::groupOfClassMember(std::span<const NodePtr> nodes,
                                                  const std::vector<ClassMember>& members, std::size_t m,
                                                  std::vector<bool>& taken) {
+    // The shared pointer of a member is the size group's own at the member's place.
+    const auto held = [&](std::size_t k) {
+        CORVEL_ASSERT(members[k].position < nodes.size() &&
+                      nodes[members[k].position].get() == members[k].file);
+        return std::static_pointer_cast<CVFile>(nodes[members[k].position]);
+    };
     CVFile* first = members[m].file;
     if (taken[m] || ignoreFile(*first))
         return nullptr;
@@ -657,13 +666,13 @@ GroupPtr CVDuplicatesLocator::groupOfClassMember(std::span<const NodePtr> nodes,
             continue;
         taken[b] = true;
         decideRemoveForbidden(*other, members[b].item);
-        matches.push_back(std::static_pointer_cast<CVFile>(nodes[members[b].position]));
+        matches.push_back(held(b));
     }
     if (matches.empty())
         return nullptr;
     taken[m] = true;
     decideRemoveForbidden(*first, members[m].item);
-    return makeGroup(std::static_pointer_cast<CVFile>(nodes[members[m].position]), matches, true);
+    return makeGroup(held(m), matches, true);
 }
 
 std::vector<GroupPtr> CVDuplicatesLocator::findDuplicatesInSizeGroup(std::span<NodePtr> nodes) {

@@ -127,6 +127,9 @@ public:
     // grouped, so the files inside them are still compared as files; the folder groups
     // made are marked verified. Off by default.
     void setFoldersConfirmedWhole(bool value) { m_foldersConfirmedWhole = value; }
+    // Why folders confirmed whole could not be compared (they were then not grouped), in
+    // the order met; read once the scan has ended.
+    const std::vector<std::string>& confirmationProblems() const { return m_confirmationProblems; }
     // Files and folders larger than this are not compared in this scan; nothing: no limit.
     void setMaximumSizeOverride(std::optional<std::uint64_t> bytes) { m_maximumSizeOverride = bytes; }
     // How many signature bytes a scan keeps at once for the byte comparison, all size
@@ -240,6 +243,7 @@ private:
     std::atomic<double> m_progressDelta{0};
     std::optional<std::uint64_t> m_minimumSizeOverride;
     bool m_foldersConfirmedWhole = false;
+    std::vector<std::string> m_confirmationProblems;
     std::optional<std::uint64_t> m_maximumSizeOverride;
     std::uint64_t m_keptBytesLimit = kKeptBytesBudget;
     bool m_smallerSizesSkipped = false;

@@ -218,9 +218,8 @@ void CVFilesHierarchy::buildHierarchyForPath(const CVScanPath& root) {
                            std::string(std::strerror(entry.error)));
                 // Without an error number, the walk met a folder that leads back to one above it.
                 noteIncomplete(walk, entry,
-                               entry.error != 0
-                                   ? std::string(std::strerror(entry.error))
-                                   : std::string("a folder inside it leads back to a folder above it"));
+                               entry.error != 0 ? std::string(std::strerror(entry.error))
+                                                : std::string("it leads back to a folder above it"));
                 if (entry.endsRoot)
                     failRoot();
                 else if (entry.closesFolder)

@@ -1,6 +1,9 @@
 #include "size_groups.h"
 
 #include <algorithm>
+#include <limits>
+
+#include "platform/invariant.h"
 
 namespace corvel {
 
@@ -12,6 +15,7 @@ void SizeGroups::file() {
     for (std::size_t i = 0; i < count; ++i)
         sizes[i] = m_nodes[i]->size();
     // Four bytes a place: a scan holds far fewer than four billion nodes.
+    CORVEL_ASSERT(count <= std::numeric_limits<std::uint32_t>::max());
     std::vector<std::uint32_t> order(count);
     for (std::size_t i = 0; i < count; ++i)
         order[i] = static_cast<std::uint32_t>(i);

@@ -347,6 +347,35 @@ TEST_F(CorvelScan, GroupsComparedOnSamplesSaySoAndVerifyConfirmsThem) {
     EXPECT_NE(verified.err.find("dropped"), std::string::npos) << verified.err;
 }
 
+// Two folders equal on their samples but not on every byte hide the copies inside them
+// from the file comparison: the verified modes compare such folders whole first, so those
+// copies are still found (and the folders are not offered).
+TEST_F(CorvelScan, VerifiedModesFindTheCopiesInsideFoldersThatDifferBeyondTheirSamples) {
+    std::string big(600000, '\0');
+    for (std::size_t i = 0; i < big.size(); ++i)
+        big[i] = static_cast<char>('a' + (i * 7919 % 26));
+    std::string altered = big;
+    altered[15000] = '#'; // between the head and the first sampled piece
+    tree.file("base.bin", big);
+    for (const char* folder : {"one", "two"})
+        tree.file(std::string(folder) + "/a.bin", big);
+    tree.file("one/b.bin", big);
+    tree.file("two/b.bin", altered);
+    const std::set<std::string> copies = {tree / "base.bin", tree / "one/a.bin", tree / "one/b.bin",
+                                          tree / "two/a.bin"};
+    for (const std::string mode : {"--verify --json", "--format fdupes"}) {
+        const Outcome run =
+            corvel("scan --min-size 1 " + mode + " " + settings() + " " + quoted(tree.path()), home);
+        ASSERT_EQ(run.status, 0) << mode << "\n" << run.err;
+        std::set<std::string> found;
+        for (const std::string& path : {tree / "base.bin", tree / "one/a.bin", tree / "one/b.bin",
+                                        tree / "two/a.bin", tree / "two/b.bin", tree / "one", tree / "two"})
+            if (run.out.find(path + (mode.starts_with("--verify") ? "\"" : "\n")) != std::string::npos)
+                found.insert(path);
+        EXPECT_EQ(found, copies) << mode << "\n" << run.out;
+    }
+}
+
 TEST_F(CorvelScan, NamesThatAreNotUtf8AreWrittenWithSurrogateEscapes) {
     const std::string name = "caf\xE9 \xFF.jpg";
     tree.file("a/" + name, std::string(60000, 'c'));

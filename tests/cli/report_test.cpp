@@ -18,8 +18,8 @@ void PrintTo(const Escape& e, std::ostream* os) {
 
 class TerminalText : public testing::TestWithParam<Escape> {};
 
-// What reaches the terminal has no control byte, and a backslash is doubled so that
-// "\n" shown is always a line feed in the name, never the two characters.
+// What reaches the terminal has no control byte and no broken UTF-8, and a backslash is
+// doubled so that "\n" shown is always a line feed in the name, never the two characters.
 TEST_P(TerminalText, ShowsControlBytesAsEscapes) {
     EXPECT_EQ(escapedForTerminal(GetParam().text), GetParam().shown);
 }
@@ -37,7 +37,14 @@ INSTANTIATE_TEST_SUITE_P(
                     Escape{"\xC2\x9B"
                            "31m",
                            R"(\xc2\x9b31m)"},
-                    Escape{"\xC2\xA0nbsp", "\xC2\xA0nbsp"}, Escape{"bad \xFF byte", "bad \xFF byte"}));
+                    Escape{"\xC2\xA0nbsp", "\xC2\xA0nbsp"},
+                    // Bytes that make no UTF-8 character are shown by value, each on its own
+                    Escape{"bad \xFF byte", R"(bad \xff byte)"}, Escape{"caf\xE9", R"(caf\xe9)"},
+                    Escape{"cut \xE2\x82", R"(cut \xe2\x82)"}, Escape{"\xC0\xAF", R"(\xc0\xaf)"},
+                    Escape{"\xED\xA0\x80", R"(\xed\xa0\x80)"},
+                    Escape{"\xE9\xC3\xA9", R"(\xe9)"
+                                           "\xC3\xA9"},
+                    Escape{"smile \xF0\x9F\x98\x80", "smile \xF0\x9F\x98\x80"}));
 
 struct UnreadCase {
     std::size_t folders;

@@ -302,6 +302,25 @@ TEST_F(TrashTest, BatchItemInsideAFolderTrashedBeforeItStaysInThatFolder) {
     EXPECT_EQ(listFolder(homeTrash() + "/info"), std::set<std::string>{"sub.trashinfo"});
 }
 
+// The same when the folder went with an earlier batch: the next batch was prepared (its
+// folders opened) while the one before it still moved its items.
+TEST_F(TrashTest, BatchItemInsideAFolderAnEarlierBatchTrashedStaysInThatFolder) {
+    const std::string inner = tree.file("a/sub/inner.txt", "inside");
+    Trash trash(environment());
+    TrashBatch earlier(trash);
+    TrashBatch later(trash);
+    CVError error;
+    const auto folder = earlier.add(tree / "a/sub", std::nullopt, &error);
+    const auto item = later.add(inner, std::nullopt, &error);
+    ASSERT_TRUE(folder && item) << error.localizedDescription();
+    ASSERT_TRUE(earlier.sync(&error) && later.sync(&error)) << error.localizedDescription();
+    ASSERT_TRUE(earlier.commit(*folder, nullptr, &error)) << error.localizedDescription();
+    EXPECT_FALSE(later.commit(*item, nullptr, &error));
+    EXPECT_EQ(error.localizedDescription(), "missing");
+    EXPECT_EQ(test::TempTree::read(homeTrash() + "/files/sub/inner.txt"), "inside");
+    EXPECT_EQ(listFolder(homeTrash() + "/info"), std::set<std::string>{"sub.trashinfo"});
+}
+
 TEST_F(TrashTest, BatchItemReplacedAfterItsClaimStays) {
     const std::string item = tree.file("a/copy.txt", "scanned");
     struct stat st {};

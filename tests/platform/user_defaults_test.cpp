@@ -468,6 +468,8 @@ TEST(UserDefaults, AReadOnlyFileIsNeverWritten) {
         ASSERT_EQ(::chmod(file.c_str(), 0444), 0);
         UserDefaults ours(path);
         EXPECT_EQ(ours.stringForKey("Mine"), "mine");
+        EXPECT_EQ(ours.openingProblem(),
+                  "Settings file " + path + " is read-only: what is changed in this run is not kept");
         ours.setObject("changed", "Mine");
         CVError error;
         EXPECT_FALSE(ours.synchronize(&error));

@@ -1242,6 +1242,48 @@ std::string fileBytes(const std::string& path) {
     return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
+// Copies that lie inside, or are kept inside, a folder copy removed earlier in the same
+// pass (in the same window of moves, or in an earlier one): the dry run says of each
+// what the real run then does.
+void checkDryRunAgainstRealRun(bool toTrash, std::size_t window) {
+    RemovalHarness h;
+    for (const char* folder : {"x", "y"}) {
+        h.tree.file(std::string("files/") + folder + "/f", "inner");
+        h.tree.file(std::string("files/") + folder + "/g", "other");
+    }
+    h.tree.file("files/z/f", "inner");
+    h.tree.file("files/v/g", "other");
+    h.group({h.files("y"), h.files("x")}, {1});     // x goes, y stays
+    h.group({h.files("x/f"), h.files("z/f")}, {1}); // z/f would be kept only by x/f
+    h.group({h.files("v/g"), h.files("x/g")}, {1}); // x/g went with x
+    auto options = h.options(toTrash);
+    options.windowCopies = window;
+    auto real = h.pass(options);
+    options.dryRun = true;
+    auto dry = h.pass(options);
+    runPass(*dry);
+    runPass(*real);
+    ASSERT_EQ(dry->records().size(), 3u);
+    ASSERT_EQ(real->records().size(), 3u);
+    const std::map<Outcome, Outcome> said = {{Outcome::WouldTrash, Outcome::Trashed},
+                                             {Outcome::WouldDelete, Outcome::Deleted},
+                                             {Outcome::WouldFail, Outcome::Failed}};
+    for (std::size_t i = 0; i < 3; ++i) {
+        const auto& before = dry->records()[i];
+        const auto& done = real->records()[i];
+        SCOPED_TRACE(done.file->path());
+        EXPECT_EQ(before.file, done.file);
+        EXPECT_EQ(said.at(before.outcome), done.outcome);
+        EXPECT_EQ(before.error, done.error);
+    }
+    EXPECT_EQ(real->records()[0].outcome, toTrash ? Outcome::Trashed : Outcome::Deleted);
+    EXPECT_EQ(real->records()[1].error,
+              std::string(kReasonNoKeptCopy) + " (" + h.files("x/f") + ": missing)");
+    EXPECT_EQ(real->records()[2].error, "missing");
+    EXPECT_TRUE(exists(h.files("z/f")));
+    EXPECT_TRUE(exists(h.files("y/f")));
+}
+
 // Run once to the Trash and once for deleting outright.
 class RemovalDryRun : public testing::TestWithParam<bool> {};
 
@@ -1297,45 +1339,12 @@ TEST_P(RemovalDryRun, ChangesNothingAndSaysWhatWouldHappen) {
     EXPECT_EQ(h.achievements.lastTimeSize(), 0u);
 }
 
-// Copies that lie inside, or are kept inside, a folder copy removed earlier in the same
-// pass: the dry run says of each what the real run then does.
 TEST_P(RemovalDryRun, SaysWhatTheRealRunDoesWithItemsInsideAnEarlierCopy) {
     const bool toTrash = GetParam();
-    RemovalHarness h;
-    for (const char* folder : {"x", "y"}) {
-        h.tree.file(std::string("files/") + folder + "/f", "inner");
-        h.tree.file(std::string("files/") + folder + "/g", "other");
+    for (const std::size_t window : {std::size_t{1024}, std::size_t{1}}) {
+        SCOPED_TRACE("windows of " + std::to_string(window));
+        checkDryRunAgainstRealRun(toTrash, window);
     }
-    h.tree.file("files/z/f", "inner");
-    h.tree.file("files/v/g", "other");
-    h.group({h.files("y"), h.files("x")}, {1});     // x goes, y stays
-    h.group({h.files("x/f"), h.files("z/f")}, {1}); // z/f would be kept only by x/f
-    h.group({h.files("v/g"), h.files("x/g")}, {1}); // x/g went with x
-    auto options = h.options(toTrash);
-    options.dryRun = true;
-    auto dry = h.pass(options);
-    runPass(*dry);
-    auto real = h.pass(toTrash);
-    runPass(*real);
-    ASSERT_EQ(dry->records().size(), 3u);
-    ASSERT_EQ(real->records().size(), 3u);
-    const std::map<Outcome, Outcome> said = {{Outcome::WouldTrash, Outcome::Trashed},
-                                             {Outcome::WouldDelete, Outcome::Deleted},
-                                             {Outcome::WouldFail, Outcome::Failed}};
-    for (std::size_t i = 0; i < 3; ++i) {
-        const auto& before = dry->records()[i];
-        const auto& done = real->records()[i];
-        SCOPED_TRACE(done.file->path());
-        EXPECT_EQ(before.file, done.file);
-        EXPECT_EQ(said.at(before.outcome), done.outcome);
-        EXPECT_EQ(before.error, done.error);
-    }
-    EXPECT_EQ(real->records()[0].outcome, toTrash ? Outcome::Trashed : Outcome::Deleted);
-    EXPECT_EQ(real->records()[1].error,
-              std::string(kReasonNoKeptCopy) + " (" + h.files("x/f") + ": missing)");
-    EXPECT_EQ(real->records()[2].error, "missing");
-    EXPECT_TRUE(exists(h.files("z/f")));
-    EXPECT_TRUE(exists(h.files("y/f")));
 }
 
 INSTANTIATE_TEST_SUITE_P(Removal, RemovalDryRun, testing::Bool(),

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <random>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
@@ -52,6 +53,35 @@ TEST(SizeGroups, FilesSizesHeldTwiceInWalkOrderAndDropsTheRest) {
             }
         }
         EXPECT_TRUE(groups.nodes(4).empty()) << "a size nobody has";
+    }
+}
+
+// Many nodes in random order of sizes (long cycles for the reordering in place): the
+// filing is what a stable sort by size gives, without the sizes held once.
+TEST(SizeGroups, FilesAsAStableSortBySizeWould) {
+    std::mt19937 random(7);
+    for (const std::uint64_t distinct : {2u, 50u, 3000u}) {
+        SCOPED_TRACE(distinct);
+        SizeGroups groups;
+        std::vector<NodePtr> added;
+        for (int i = 0; i < 5000; ++i) {
+            added.push_back(std::make_shared<CVFile>("/n" + std::to_string(i), "", random() % distinct));
+            groups.add(added.back());
+        }
+        groups.file();
+        std::vector<NodePtr> expected = added;
+        std::stable_sort(expected.begin(), expected.end(),
+                         [](const NodePtr& a, const NodePtr& b) { return a->size() < b->size(); });
+        std::erase_if(expected, [&](const NodePtr& node) {
+            return std::count_if(added.begin(), added.end(),
+                                 [&](const NodePtr& other) { return other->size() == node->size(); }) == 1;
+        });
+        std::vector<NodePtr> filed;
+        const auto sizes = groups.sizesLargestFirst();
+        for (auto it = sizes.rbegin(); it != sizes.rend(); ++it)
+            for (const auto& node : groups.nodes(*it))
+                filed.push_back(node);
+        EXPECT_EQ(filed, expected);
     }
 }
 
