@@ -67,6 +67,17 @@ Outcome corvel(const std::string& arguments, const test::TempTree& home) {
     return corvelWith("", arguments, home);
 }
 
+// A file large enough to be compared on samples (600,000 bytes), and the same file
+// with one byte changed between the head and the first sampled piece.
+std::pair<std::string, std::string> sampledFileAndAlteredCopy() {
+    std::string big(600000, '\0');
+    for (std::size_t i = 0; i < big.size(); ++i)
+        big[i] = static_cast<char>('a' + (i * 7919 % 26));
+    std::string altered = big;
+    altered[15000] = '#';
+    return {big, altered};
+}
+
 std::string quoted(const std::string& path) {
     return "'" + path + "'";
 }
@@ -306,11 +317,7 @@ TEST_F(CorvelScan, FolderGroupsAreExactAndTheSameOnEveryRun) {
 
 TEST_F(CorvelScan, GroupsComparedOnSamplesSaySoAndVerifyConfirmsThem) {
     // Large files equal in every sampled piece; one pair differs elsewhere.
-    std::string big(600000, 'b');
-    for (std::size_t i = 0; i < big.size(); ++i)
-        big[i] = static_cast<char>('a' + (i * 7919 % 26));
-    std::string altered = big;
-    altered[15000] = '#'; // between the head and the first sampled piece
+    const auto [big, altered] = sampledFileAndAlteredCopy();
     tree.file("same/one.bin", big);
     tree.file("same/two.bin", big);
     std::string other = big;
@@ -351,11 +358,7 @@ TEST_F(CorvelScan, GroupsComparedOnSamplesSaySoAndVerifyConfirmsThem) {
 // from the file comparison: the verified modes compare such folders whole first, so those
 // copies are still found (and the folders are not offered).
 TEST_F(CorvelScan, VerifiedModesFindTheCopiesInsideFoldersThatDifferBeyondTheirSamples) {
-    std::string big(600000, '\0');
-    for (std::size_t i = 0; i < big.size(); ++i)
-        big[i] = static_cast<char>('a' + (i * 7919 % 26));
-    std::string altered = big;
-    altered[15000] = '#'; // between the head and the first sampled piece
+    const auto [big, altered] = sampledFileAndAlteredCopy();
     tree.file("base.bin", big);
     for (const char* folder : {"one", "two"})
         tree.file(std::string(folder) + "/a.bin", big);
