@@ -230,7 +230,7 @@ private:
                 if (path == "/" || isPlainAbsolutePath(path))
                     m_plan.roots.push_back(std::move(path));
                 else
-                    noteProblem(m_file + ": \"roots\" names \"" + path +
+                    noteProblem(m_file + R"(: "roots" names ")" + path +
                                 R"(", which is not an absolute path without ".", ".." or NUL bytes)");
             } else {
                 noteProblem(m_file + ": \"roots\" holds something other than a path");

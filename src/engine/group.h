@@ -23,9 +23,9 @@ namespace corvel {
 class CVGroup;
 using GroupPtr = std::shared_ptr<CVGroup>;
 
-// Whether the node's content is compared on samples: a large file, an application
-// (its property list), a folder holding either. Other content is compared whole.
-bool comparedBySamples(const CVNode& node);
+// Whether the content of top is compared on samples: a large file, an application (its
+// property list), a folder holding either. Other content is compared whole.
+bool comparedBySamples(const CVNode& top);
 
 class CVGroup : public CVNode, public std::enable_shared_from_this<CVGroup> {
 public:

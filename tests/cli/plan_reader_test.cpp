@@ -217,7 +217,7 @@ TEST_F(PlanReader, RefusesWhatIsNoPlanWithTheFirstProblem) {
         {"a path with a NUL byte",
          R"({"roots": ["/r"], "groups": [)" +
              group(member("/r/b\\u0000junk", true) + ", " + member("/r/c", false)) + "]}",
-         "group 1 names \"/r/b" + std::string(1, '\0') + "junk\", which is not an absolute path"},
+         R"(group 1 names "/r/b)" + std::string(1, '\0') + R"(junk", which is not an absolute path)"},
         {"no roots", R"({"groups": [)" + good + "]}", R"("roots" does not list the scanned folders)"},
         {"no root in the list", R"({"roots": [], "groups": [)" + good + "]}",
          R"("roots" does not list the scanned folders)"},
@@ -231,7 +231,7 @@ TEST_F(PlanReader, RefusesWhatIsNoPlanWithTheFirstProblem) {
         {"a relative root", R"({"roots": ["r"], "groups": [)" + good + "]}",
          R"("roots" names "r", which is not an absolute path)"},
         {"a root with a NUL byte", R"({"roots": ["/r\u0000"], "groups": [)" + good + "]}",
-         "\"roots\" names \"/r" + std::string(1, '\0') + "\", which is not an absolute path"},
+         R"("roots" names "/r)" + std::string(1, '\0') + R"(", which is not an absolute path)"},
         {"a marked copy that may not be removed",
          R"({"roots": ["/r"], "groups": [)" +
              group(member("/r/a", true, R"(, "removeForbidden": true)") + ", " + member("/r/b", false)) +
