@@ -1,6 +1,6 @@
 #include <algorithm>
-#include <random>
 #include <gtest/gtest.h>
+#include <random>
 #include <string>
 #include <vector>
 
