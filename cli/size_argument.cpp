@@ -1,10 +1,11 @@
 #include "size_argument.h"
 
 #include <array>
-#include <cctype>
 #include <charconv>
 #include <limits>
 #include <string>
+
+#include "platform/text.h"
 
 namespace corvel::cli {
 
@@ -50,10 +51,8 @@ std::optional<std::uint64_t> parseByteSize(std::string_view text) {
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     if (error != std::errc() || end == text.data())
         return std::nullopt;
-    std::string suffix;
-    for (const char* c = end; c != text.data() + text.size(); ++c)
-        if (*c != ' ')
-            suffix += static_cast<char>(std::tolower(static_cast<unsigned char>(*c)));
+    std::string suffix = asciiLowercase(text.substr(static_cast<std::size_t>(end - text.data())));
+    std::erase(suffix, ' ');
     for (const Suffix& known : kSuffixes)
         if (known.name == suffix) {
             if (number > std::numeric_limits<std::uint64_t>::max() / known.unit)

@@ -430,9 +430,9 @@ bool TrashBatch::commit(std::size_t ticket, TrashedItem* trashed, CVError* error
     item.state = Item::State::Moved;
     m_trash.rememberAttempt(item.hintKey, item.attempt + 1);
     if (item.isFolder) {
-        const std::string moved = folder.resolved + (folder.resolved == "/" ? "" : "/") + item.name;
+        const std::string moved = joinPath(folder.resolved, item.name);
         for (auto& [given, other] : m_folders)
-            if (other->resolved == moved || other->resolved.starts_with(moved + "/"))
+            if (isWithin(other->resolved, moved))
                 other->movedAway = true;
     }
 

@@ -137,9 +137,9 @@ void UserDefaults::refuse(FileState state, CVError reason) {
     } else {
         // The command line refuses to run on it with its own words; a face that runs on
         // shows openingProblem.
-        m_openingProblem = "Settings file " + m_path + " is not a settings file (" + why +
-                           "); this run uses the default settings and leaves the file as it is";
-        systemLog("Settings file " + m_path + " is not a settings file (" + why + "); it is left as it is");
+        const std::string notSettings = "Settings file " + m_path + " is not a settings file (" + why + ")";
+        m_openingProblem = notSettings + "; this run uses the default settings and leaves the file as it is";
+        systemLog(notSettings + "; it is left as it is");
     }
 }
 
