@@ -285,21 +285,26 @@ TEST_F(TrashTest, BatchItemsNotMovedKeepTheirPlaceAndLeaveNoInformation) {
 // is no longer at its path: it stays where it went, inside the trashed folder, and no
 // information file is left for it.
 TEST_F(TrashTest, BatchItemInsideAFolderTrashedBeforeItStaysInThatFolder) {
+    // An item of the folder goes first, so the folder was seen in its place before it moved.
+    const std::string before = tree.file("a/sub/before.txt", "first");
     const std::string inner = tree.file("a/sub/inner.txt", "inside");
     const std::string folder = tree / "a/sub";
     Trash trash(environment());
     TrashBatch batch(trash);
     CVError error;
+    const auto earlier = batch.add(before, std::nullopt, &error);
     const auto first = batch.add(folder, std::nullopt, &error);
     const auto second = batch.add(inner, std::nullopt, &error);
-    ASSERT_TRUE(first && second) << error.localizedDescription();
+    ASSERT_TRUE(earlier && first && second) << error.localizedDescription();
     ASSERT_TRUE(batch.sync(&error)) << error.localizedDescription();
+    ASSERT_TRUE(batch.commit(*earlier, nullptr, &error)) << error.localizedDescription();
     ASSERT_TRUE(batch.commit(*first, nullptr, &error)) << error.localizedDescription();
     EXPECT_FALSE(batch.commit(*second, nullptr, &error));
     EXPECT_EQ(error.localizedDescription(), "missing");
     EXPECT_EQ(test::TempTree::read(homeTrash() + "/files/sub/inner.txt"), "inside");
-    EXPECT_EQ(listFolder(homeTrash() + "/files"), std::set<std::string>{"sub"});
-    EXPECT_EQ(listFolder(homeTrash() + "/info"), std::set<std::string>{"sub.trashinfo"});
+    EXPECT_EQ(listFolder(homeTrash() + "/files"), (std::set<std::string>{"before.txt", "sub"}));
+    EXPECT_EQ(listFolder(homeTrash() + "/info"),
+              (std::set<std::string>{"before.txt.trashinfo", "sub.trashinfo"}));
 }
 
 // The same when the folder went with an earlier batch: the next batch was prepared (its
