@@ -61,11 +61,15 @@ public:
     // A plain folder keeps its extension in its title; other folder types do not.
     std::string title() const override;
 
+protected:
+    NodeChildSlot* childSlot() override { return &m_children; }
+
 private:
     bool stopRequested() const { return m_delegate && m_delegate->stopSignaturesComparing(); }
 
     CVNodeDelegate* m_delegate = nullptr;
     std::uint64_t m_device = 0;
+    NodeChildSlot m_children;
 };
 
 } // namespace corvel

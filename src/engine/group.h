@@ -104,6 +104,9 @@ public:
     int compare(const CVGroup& other) const;
     int caseInsensitiveCompare(const CVGroup& other) const;
 
+protected:
+    NodeChildSlot* childSlot() override { return &m_children; }
+
 private:
     template <typename Write> void changeCounter(std::string_view key, Write write);
     // The first member, when the group reads its name or path from it.
@@ -130,6 +133,7 @@ private:
     std::uint64_t m_removedFilesCount = 0;
     std::string m_utiType;
     std::unique_ptr<CommonPaths> m_commonPaths; // made when first asked
+    NodeChildSlot m_children; // the members
 };
 
 } // namespace corvel

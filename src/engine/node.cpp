@@ -14,6 +14,7 @@
 #include "platform/file_dates.h"
 #include "platform/file_io.h"
 #include "platform/file_url.h"
+#include "platform/invariant.h"
 #include "platform/text.h"
 #include "platform/type_identifiers.h"
 
@@ -31,11 +32,12 @@ struct CVNode::Extras {
     // published (release) after its owner is set, and never changes afterwards.
     NodeServicesPtr servicesOwner;
     std::atomic<const CVNodeServices*> services{nullptr};
+    std::int64_t statCTime = 0; // one that does not fit the node's 32 bits
 };
 
-// A file node and the counts std::make_shared keeps beside it (16 bytes) fit a 128-byte
-// block of the allocator; 8 bytes more would take a 144-byte one for every file.
-static_assert(sizeof(void*) != 8 || sizeof(CVFile) <= 104, "a file node stays within 104 bytes");
+// A file node and the counts std::make_shared keeps beside it (16 bytes) fit a 112-byte
+// block of the allocator; 8 bytes more would take a 128-byte one for every file.
+static_assert(sizeof(void*) != 8 || sizeof(CVFile) <= 88, "a file node stays within 88 bytes");
 
 namespace {
 
@@ -58,32 +60,45 @@ std::string fileTitle(std::string_view path) {
 
 CVNode::CVNode(std::string_view path) : m_path(path) {}
 
-struct CVNode::ChildList {
+struct NodeChildList {
     std::vector<NodePtr> nodes;
     std::atomic<std::uint64_t> count{0};
 };
 
-CVNode::~CVNode() {
-    delete m_extras.load();
-    delete m_children.load();
+NodeChildSlot::~NodeChildSlot() {
+    delete list.load();
 }
 
-CVNode::ChildList& CVNode::childList() {
-    ChildList* list = m_children.load(std::memory_order_acquire);
+CVNode::~CVNode() {
+    delete m_extras.load();
+}
+
+NodeChildList& CVNode::childList() {
+    NodeChildSlot* slot = childSlot();
+    CORVEL_ASSERT(slot); // only folders and groups hold children
+    NodeChildList* list = slot->list.load(std::memory_order_acquire);
     if (!list) {
-        list = new ChildList;
-        m_children.store(list, std::memory_order_release);
+        list = new NodeChildList;
+        slot->list.store(list, std::memory_order_release);
     }
     return *list;
 }
 
+namespace {
+
+const NodeChildList* childListIfAny(const NodeChildSlot* slot) {
+    return slot ? slot->list.load(std::memory_order_acquire) : nullptr;
+}
+
+} // namespace
+
 std::uint64_t CVNode::childrenCount() const {
-    const ChildList* list = m_children.load(std::memory_order_acquire);
+    const NodeChildList* list = childListIfAny(childSlot());
     return list ? list->count.load(std::memory_order_relaxed) : 0;
 }
 
 void CVNode::setChildrenCountSilently(std::uint64_t count) {
-    if (count != 0 || m_children.load(std::memory_order_acquire))
+    if (count != 0 || childListIfAny(childSlot()))
         childList().count.store(count, std::memory_order_relaxed);
 }
 
@@ -214,19 +229,20 @@ void CVNode::setSize(std::uint64_t size) {
 }
 
 void CVNode::setChildrenCount(std::uint64_t count) {
-    ChildList& list = childList();
+    NodeChildList& list = childList();
     changeObserved("childrenCount", [&] { list.count.store(count, std::memory_order_relaxed); });
 }
 
 const std::vector<NodePtr>& CVNode::children() const {
     static const std::vector<NodePtr> none;
-    const ChildList* list = m_children.load(std::memory_order_acquire);
+    const NodeChildList* list = childListIfAny(childSlot());
     return list ? list->nodes : none;
 }
 
 void CVNode::fitChildren() {
-    if (ChildList* list = m_children.load(std::memory_order_acquire))
-        list->nodes.shrink_to_fit();
+    if (NodeChildSlot* slot = childSlot())
+        if (NodeChildList* list = slot->list.load(std::memory_order_acquire))
+            list->nodes.shrink_to_fit();
 }
 
 std::vector<NodePtr>& CVNode::mutableChildren() {
@@ -418,6 +434,22 @@ std::int64_t CVFile::statMTime() const {
         return m_statMTime;
     const std::int64_t seconds = m_statMTime / kNanosecondsPerSecond;
     return m_statMTime % kNanosecondsPerSecond < 0 ? seconds - 1 : seconds;
+}
+
+std::int64_t CVFile::statCTime() const {
+    if (m_statCTime != kCTimeElsewhere)
+        return m_statCTime;
+    const Extras* extras = extrasIfAny();
+    return extras ? extras->statCTime : 0;
+}
+
+void CVFile::setStatCTime(std::int64_t seconds) {
+    if (seconds >= 0 && seconds < kCTimeElsewhere) {
+        m_statCTime = static_cast<std::uint32_t>(seconds);
+        return;
+    }
+    extras().statCTime = seconds;
+    m_statCTime = kCTimeElsewhere;
 }
 
 void CVFile::setStatMTime(std::int64_t seconds) {

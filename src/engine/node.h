@@ -10,8 +10,9 @@
 // thread and read on the main thread; the observed properties ("size", "childrenCount", "needToRemove",
 // "wasRemoved") are written under the node's lock and announced through the node's change notifier on the
 // main queue. Rarely used state (name, library record, notifier) lives out of line and is made on first use,
-// and so do the signature, the root-folder link and the child list with its count, so a plain file node stays
-// small; the group link is kept in the file itself, because every member of every group has one.
+// and so do the signature and the root-folder link; only folders and groups have room for a child list, made
+// with its count on the first child. So a plain file node stays small; the group link is kept in the file
+// itself, because every member of every group has one.
 
 #include <atomic>
 #include <cstdint>
@@ -37,6 +38,18 @@ class CVFile;
 class CVFolder;
 class CVGroup;
 using NodePtr = std::shared_ptr<CVNode>;
+
+// The children of a folder or group and their count (node.cpp), and the slot that owns
+// them: made by the thread that adds the first child, deleted with the slot.
+struct NodeChildList;
+class NodeChildSlot {
+public:
+    NodeChildSlot() = default;
+    ~NodeChildSlot();
+    NodeChildSlot(const NodeChildSlot&) = delete;
+    NodeChildSlot& operator=(const NodeChildSlot&) = delete;
+    std::atomic<NodeChildList*> list{nullptr};
+};
 
 // The scan's side of the nodes: folder comparison polls it between steps, and tells it
 // of a child file whose content could not be read (error: the errno), on the scan thread.
@@ -90,7 +103,7 @@ public:
 
     // The node type (node_type.h); 0 while unknown.
     virtual NodeType type() const { return static_cast<NodeType>(m_type.load(std::memory_order_relaxed)); }
-    void setType(NodeType type) { m_type.store(type, std::memory_order_relaxed); }
+    void setType(NodeType type) { m_type.store(static_cast<std::int8_t>(type), std::memory_order_relaxed); }
 
     // The children in the order added (empty for plain files).
     const std::vector<NodePtr>& children() const;
@@ -141,21 +154,24 @@ protected:
     // Announces will-change, runs the write under the node's lock, announces did-change.
     template <typename Write> void changeObserved(std::string_view key, Write write);
 
-    // The child list, made on the first child (files never have one).
+    // The child list, made on the first child; only a node with a child slot has one.
     std::vector<NodePtr>& mutableChildren();
 
+    // Where a folder or group keeps its child list; a plain file has none (null), which
+    // keeps the most numerous node of a scan 8 bytes smaller.
+    virtual NodeChildSlot* childSlot() { return nullptr; }
+    const NodeChildSlot* childSlot() const { return const_cast<CVNode*>(this)->childSlot(); }
+
 private:
-    struct ChildList;
-    ChildList& childList();
-    // The children and their count, made by the thread that adds the first child.
-    std::atomic<ChildList*> m_children{nullptr};
+    NodeChildList& childList();
     CompactString m_path;
     std::atomic<std::uint64_t> m_size{0};
     std::uint64_t m_sizeOnDisk = 0;
     std::uint64_t m_inodeNumber = 0;
     mutable std::atomic<Extras*> m_extras{nullptr};
-    // Last, so that a derived class's small fields fill the padding after it.
-    std::atomic<std::int32_t> m_type{0};
+    // Last, so that a derived class's small fields fill the padding after it (every node
+    // type fits a byte).
+    std::atomic<std::int8_t> m_type{0};
 };
 
 class CVFile : public CVNode {
@@ -203,10 +219,10 @@ public:
     std::shared_ptr<CVFolder> rootFolder() const;
     void setRootFolder(const std::shared_ptr<CVFolder>& folder);
 
-    std::int64_t statCTime() const { return m_statCTime; }
+    std::int64_t statCTime() const;
     // Whole seconds, rounded down (also before 1970).
     std::int64_t statMTime() const;
-    void setStatCTime(std::int64_t t) { m_statCTime = t; }
+    void setStatCTime(std::int64_t seconds);
     // Times beyond about 292 years from 1970 are kept as whole seconds.
     void setStatMTime(std::int64_t seconds);
     // The modification time to the nanosecond, as the walk read it (saturated for times
@@ -309,11 +325,16 @@ protected:
     }
 
 private:
-    std::atomic<std::uint16_t> m_flags{0};
+    // A status-change time is the clock's when the status changed (no call sets it), so
+    // it fits 32 bits until 2106; one outside [0, kCTimeElsewhere) is kept in the extras.
+    static constexpr std::uint32_t kCTimeElsewhere = 0xffffffffU;
+
+    // In this order the small fields fill the padding after CVNode's type.
     std::atomic<std::int8_t> m_selectionType{0};
+    std::atomic<std::uint16_t> m_flags{0};
+    std::uint32_t m_statCTime = 0;
     CVFolder* m_parentFolder = nullptr;
     CVGroup* m_parentGroup = nullptr;
-    std::int64_t m_statCTime = 0;
     std::int64_t m_statMTime = 0; // nanoseconds, or seconds with kMTimeInSeconds
 };
 

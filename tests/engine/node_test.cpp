@@ -311,5 +311,17 @@ TEST(Node, DatesComeFromTheDiskAndTheWalksTimesRoundDown) {
     EXPECT_FALSE(file(tree / "missing")->creationDate());
 }
 
+TEST(Node, StatusChangeTimesKeepEveryValue) {
+    // Kept in 32 bits in the node when they fit, elsewhere when not; each reads back whole.
+    auto timed = file("/t/x");
+    for (const std::int64_t seconds :
+         {std::int64_t{0}, std::int64_t{1790000000}, std::int64_t{0xfffffffe}, std::int64_t{0xffffffff},
+          std::int64_t{0x100000000}, std::int64_t{-1}, std::numeric_limits<std::int64_t>::min(),
+          std::numeric_limits<std::int64_t>::max(), std::int64_t{1700000000}}) {
+        timed->setStatCTime(seconds);
+        EXPECT_EQ(timed->statCTime(), seconds);
+    }
+}
+
 } // namespace
 } // namespace corvel
