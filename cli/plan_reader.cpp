@@ -10,6 +10,7 @@
 
 #include "engine/folder.h"
 #include "engine/group.h"
+#include "engine/node_allocator.h"
 #include "engine/node_type.h"
 #include "platform/file_io.h"
 #include "platform/main_queue.h"
@@ -357,11 +358,11 @@ private:
             }
             std::shared_ptr<CVFile> node;
             if (member.isFolder) {
-                auto folder = std::make_shared<CVFolder>(*member.path, "", *member.size, member.sizeOnDisk);
+                auto folder = makeNode<CVFolder>(*member.path, "", *member.size, member.sizeOnDisk);
                 folder->setType(kNodeTypePlainFolder);
                 node = folder;
             } else {
-                node = std::make_shared<CVFile>(*member.path, "", *member.size, member.sizeOnDisk);
+                node = makeNode<CVFile>(*member.path, "", *member.size, member.sizeOnDisk);
             }
             node->setDevice(*member.device);
             node->setInodeNumber(*member.inode);

@@ -4,6 +4,7 @@
 #include <unordered_set>
 
 #include "folder.h"
+#include "node_allocator.h"
 #include "node_type.h"
 #include "platform/file_url.h"
 #include "platform/invariant.h"
@@ -59,7 +60,7 @@ bool CVGroup::wasComparedBySamples() const {
 }
 
 std::shared_ptr<CVGroup> CVGroup::initWithCVFile(const std::shared_ptr<CVFile>& file) {
-    auto group = std::make_shared<CVGroup>();
+    auto group = makeNode<CVGroup>();
     group->addFile(file);
     group->m_allFilesForbidden = file->removeForbidden();
     return group;

@@ -133,7 +133,7 @@ private:
     std::uint64_t m_removedFilesCount = 0;
     std::string m_utiType;
     std::unique_ptr<CommonPaths> m_commonPaths; // made when first asked
-    NodeChildSlot m_children; // the members
+    NodeChildSlot m_children;                   // the members
 };
 
 } // namespace corvel

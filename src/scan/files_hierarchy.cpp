@@ -7,6 +7,7 @@
 #include <functional>
 #include <utility>
 
+#include "engine/node_allocator.h"
 #include "engine/node_type.h"
 #include "engine/node_type_generator.h"
 #include "platform/file_io.h"
@@ -262,8 +263,8 @@ void CVFilesHierarchy::addFile(Walk& walk, const WalkEntry& entry) {
         m_counters->files.fetch_add(1, std::memory_order_relaxed);
     CVFolder* current = walk.current();
     // Nodes inside a folder keep only their name; the folder knows the rest of the path.
-    auto file = std::make_shared<CVFile>(current ? std::string() : std::string(entry.path), std::string(),
-                                         entry.size, entry.sizeOnDisk);
+    auto file = makeNode<CVFile>(current ? std::string() : std::string(entry.path), std::string(), entry.size,
+                                 entry.sizeOnDisk);
     if (current)
         file->setNameRelativeToParent(entry.name);
     file->setIgnore(entry.ignored);
@@ -289,7 +290,7 @@ void CVFilesHierarchy::addFolder(Walk& walk, const WalkEntry& entry) {
         m_counters->folders.fetch_add(1, std::memory_order_relaxed);
     CVFolder* current = walk.current();
     const std::string path(entry.path);
-    auto folder = std::make_shared<CVFolder>(walk.top && current ? std::string() : path, std::string());
+    auto folder = makeNode<CVFolder>(walk.top && current ? std::string() : path, std::string());
     if (walk.top && current)
         folder->setNameRelativeToParent(entry.name);
     folder->setStatCTime(entry.ctime);
