@@ -1,7 +1,9 @@
 #include "volumes.h"
 
+#include <fcntl.h>
 #include <fstream>
 #include <sstream>
+#include <sys/stat.h>
 #include <sys/vfs.h>
 
 namespace corvel {
@@ -91,6 +93,16 @@ std::string volumePathOfPath(std::string_view path, const std::vector<MountEntry
 
 std::string volumePathOfPath(std::string_view path) {
     return volumePathOfPath(path, readMountTable());
+}
+
+bool isMountRoot(const std::string& path) {
+    struct statx item {};
+    if (::statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, STATX_TYPE, &item) != 0)
+        return false;
+    if ((item.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT) != 0)
+        return (item.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+    // Kernels before 5.8 do not say: the mount table does (links are not resolved).
+    return volumePathOfPath(path) == path;
 }
 
 bool isLocalVolume(const std::string& path) {

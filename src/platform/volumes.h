@@ -23,6 +23,12 @@ std::vector<MountEntry> readMountTable(const std::string& mountInfoPath = "/proc
 std::string volumePathOfPath(std::string_view path, const std::vector<MountEntry>& table);
 std::string volumePathOfPath(std::string_view path);
 
+// Whether the item at path (a link itself, not what it points to) is the top of a mount:
+// a mounted volume, or a folder or file bind-mounted there. Removing such an item can
+// only empty what is mounted there, which may lie outside every folder the user named.
+// False when the item cannot be examined.
+bool isMountRoot(const std::string& path);
+
 // False for network and user-space (FUSE) file systems and for paths that cannot be
 // examined; true for disks, removable media, tmpfs and the like.
 bool isLocalVolume(const std::string& path);

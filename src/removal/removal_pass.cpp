@@ -94,12 +94,20 @@ CVRemovalPass::CVRemovalPass(Services services, Options options)
     : m_services(services), m_options(std::move(options)),
       m_verifier([this] { return !m_shredInProgress.load(); }),
       m_windowVerifier([this] { return !m_shredInProgress.load(); }),
-      m_protectedFolders(services.ignoreList.protectedFolders()) {
+      m_protectedFolders(services.ignoreList.protectedFolders()),
+      m_protectedIdentities(services.ignoreList.protectedFolderIdentities()) {
     countDuplicates();
 }
 
 bool CVRemovalPass::takesProtectedFolder(const std::string& path) const {
-    return CVIgnoreList::coversProtectedFolder(canonicalPath(path).value_or(path), m_protectedFolders);
+    if (CVIgnoreList::coversProtectedFolder(canonicalPath(path).value_or(path), m_protectedFolders))
+        return true;
+    // The same folders reached by another path (a bind mount of home, say).
+    struct stat st {};
+    return ::lstat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode) &&
+           CVIgnoreList::isProtectedIdentity(
+               {static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino)},
+               m_protectedIdentities);
 }
 
 CVRemovalPass::~CVRemovalPass() {
@@ -585,6 +593,11 @@ bool CVRemovalPass::checkCopy(CVFile& file, bool permanently, RemovalVerifier& v
     }
     if (dynamic_cast<const CVFolder*>(&file) && takesProtectedFolder(file.path())) {
         setError(error, checkError(kReasonProtectedFolder));
+        return false;
+    }
+    if (isMountRoot(file.path())) {
+        // Neither moved nor deleted: emptying it would remove what is mounted there.
+        setError(error, checkError(kReasonMountPoint));
         return false;
     }
     RemovalCheck checked = verifier.checkBeforeRemoval(file, permanently);

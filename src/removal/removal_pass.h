@@ -38,6 +38,7 @@
 #include "platform/error.h"
 #include "platform/property_value.h"
 #include "removal_verifier.h"
+#include "settings/ignore_list.h"
 
 namespace corvel {
 
@@ -228,6 +229,7 @@ private:
     // copy (nor a folder holding one) nor by the clean-up. Taken from the ignore list when
     // the pass is made, so the pass's threads only read it.
     std::vector<std::string> m_protectedFolders;
+    std::vector<FolderIdentity> m_protectedIdentities;
     bool takesProtectedFolder(const std::string& path) const;
     struct Handled {
         std::shared_ptr<CVFile> file;

@@ -72,5 +72,7 @@ inline constexpr const char* kReasonAllCopiesPermanently =
 // A stop was requested while the copy was compared: it was not handled.
 inline constexpr const char* kReasonStopped = "stopped";
 inline constexpr const char* kReasonProtectedFolder = "home and its standard folders are never removed";
+inline constexpr const char* kReasonMountPoint =
+    "it is a mount point: removing it would take what is mounted there";
 
 } // namespace corvel

@@ -68,6 +68,7 @@
 #include "platform/notification_center.h"
 #include "platform/system_log.h"
 #include "platform/user_defaults.h"
+#include "platform/volumes.h"
 #include "settings/ignore_list.h"
 #include "settings/preferences.h"
 #include "size_group_reader.h"
@@ -443,6 +444,7 @@ void CVDuplicatesLocator::beginSizeSearch(const std::vector<std::uint64_t>& size
     m_folderAccess.clear();
     // The walk gives paths with links resolved, as these are.
     m_protectedFolders = m_services.ignoreList.protectedFolders();
+    m_protectedIdentities = m_services.ignoreList.protectedFolderIdentities();
 }
 
 void CVDuplicatesLocator::endSizeSearch() {
@@ -528,8 +530,12 @@ void CVDuplicatesLocator::decideRemoveForbidden(CVFile& file,
     if (file.removeForbidden())
         return;
     if (dynamic_cast<const CVFolder*>(&file) &&
-        CVIgnoreList::coversProtectedFolder(file.path(), m_protectedFolders)) {
-        file.setRemoveForbidden(true); // home and its standard folders stay, whatever they hold
+        (CVIgnoreList::coversProtectedFolder(file.path(), m_protectedFolders) ||
+         CVIgnoreList::isProtectedIdentity({file.device(), file.inodeNumber()}, m_protectedIdentities) ||
+         isMountRoot(file.path()))) {
+        // Home and its standard folders stay, whatever they hold and whatever path leads to
+        // them; so does a mounted volume or bind mount, which only its contents could leave.
+        file.setRemoveForbidden(true);
         return;
     }
     const FolderRemovalAccess folder = folderAccess(file);

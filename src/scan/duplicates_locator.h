@@ -32,6 +32,7 @@
 #include "results/duplicates_controller.h"
 #include "scan_counters.h"
 #include "scan_state.h"
+#include "settings/ignore_list.h"
 #include "size_group_reader.h"
 #include "size_search_policy.h"
 #include "unread_files.h"
@@ -256,7 +257,8 @@ private:
     // Compares folders whole when they are confirmed so; made on first use.
     std::unique_ptr<ContentComparer> m_contentComparer;
     mutable std::unordered_map<const CVFolder*, FolderRemovalAccess> m_folderAccess;
-    std::vector<std::string> m_protectedFolders; // the ignore list's, taken as a search begins
+    std::vector<std::string> m_protectedFolders;       // the ignore list's, taken as a search begins
+    std::vector<FolderIdentity> m_protectedIdentities; // theirs and their parents', as well
     std::size_t m_queuedUpTo = 0;
     // The last scan thread; each scan thread waits for the one before it.
     std::thread m_thread;

@@ -366,6 +366,33 @@ bool CVIgnoreList::coversProtectedFolder(const std::string& canonicalPath,
     });
 }
 
+std::vector<FolderIdentity> CVIgnoreList::protectedFolderIdentities() {
+    std::vector<FolderIdentity> identities;
+    for (const std::string& folder : protectedFolders()) {
+        // The folder, then each folder above it up to "/".
+        std::string at = folder;
+        while (true) {
+            struct stat st {};
+            if (::stat(at.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
+                const FolderIdentity identity{static_cast<std::uint64_t>(st.st_dev),
+                                              static_cast<std::uint64_t>(st.st_ino)};
+                if (std::find(identities.begin(), identities.end(), identity) == identities.end())
+                    identities.push_back(identity);
+            }
+            std::string up = parentPath(at);
+            if (up.empty() || up == at)
+                break;
+            at = std::move(up);
+        }
+    }
+    return identities;
+}
+
+bool CVIgnoreList::isProtectedIdentity(const FolderIdentity& folder,
+                                       const std::vector<FolderIdentity>& identities) {
+    return std::find(identities.begin(), identities.end(), folder) != identities.end();
+}
+
 PropertyValue CVIgnoreList::generateNewExcludeGroupWithExtensions(const PropertyValue::Array& extensions) {
     return PropertyValue::Dictionary{
         {kGroupIDKey, -1}, {kRecordEnabledKey, true}, {kGroupExtentionsKey, extensions}};

@@ -59,6 +59,13 @@ inline constexpr const char* kRecordEnabledKey = "Enabled";
 inline constexpr const char* kGroupIDKey = "ID";
 inline constexpr const char* kGroupExtentionsKey = "Extentions";
 
+// A folder as the file system knows it, whatever path leads to it.
+struct FolderIdentity {
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
+    bool operator==(const FolderIdentity&) const = default;
+};
+
 class CVIgnoreList {
 public:
     struct Environment {
@@ -110,6 +117,13 @@ public:
     // protected folders: it is one, or holds one.
     static bool coversProtectedFolder(const std::string& canonicalPath,
                                       const std::vector<std::string>& protectedFolders);
+    // The device and inode of each protected folder that exists and of every folder above
+    // it. A folder reached by another path (a bind mount, a second mount of the same file
+    // system) shows the same pair, so a folder with one of these is, or holds, a protected
+    // folder whatever its path says. Any thread.
+    std::vector<FolderIdentity> protectedFolderIdentities();
+    static bool isProtectedIdentity(const FolderIdentity& folder,
+                                    const std::vector<FolderIdentity>& identities);
 
     static PropertyValue generateNewExcludeGroupWithExtensions(const PropertyValue::Array& extensions);
     std::int64_t generateUniqueIDForKey(const std::string& key) const;

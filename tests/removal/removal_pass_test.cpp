@@ -1056,6 +1056,89 @@ TEST(ProtectedFolders, AreKnownUnderAnotherPath) {
     EXPECT_EQ(pass->records()[0].error, kReasonProtectedFolder);
 }
 
+// The same folders reached through a bind mount (of home, or of the folder above it) show
+// another path but the same folder: still protected, as copies and in the clean-up.
+TEST(ProtectedFolders, AreKnownThroughABindMount) {
+    struct Case {
+        bool bindAboveHome; // else home itself is bound
+        const char* copyInView;
+    };
+    for (const bool toTrash : {true, false}) {
+        for (const Case c : {Case{false, "/Pictures"}, Case{false, ""}, Case{true, ""}}) {
+            const char* copyInView = c.copyInView;
+            RemovalHarness h;
+            const std::string pictures = h.home() + "/Pictures";
+            ASSERT_TRUE(makeDirectories(pictures, nullptr));
+            std::ofstream(pictures + "/photo.jpg") << "same";
+            const std::string view = h.tree.folder("files/view");
+            test::ScopedMount bind(c.bindAboveHome ? parentPath(h.home()) : h.home(), view, nullptr, MS_BIND);
+            if (!bind.mounted())
+                GTEST_SKIP() << bind.why();
+            // A backup that matches the copy taken through the view.
+            const std::string backup = h.tree.folder("files/backup");
+            if (*copyInView == '\0') {
+                ASSERT_TRUE(makeDirectories(backup + "/Pictures", nullptr));
+                std::ofstream(backup + "/Pictures/photo.jpg") << "same";
+            } else {
+                std::ofstream(backup + "/photo.jpg") << "same";
+            }
+            h.group({backup, view + copyInView}, {1});
+            auto pass = h.pass(toTrash, false);
+            runPass(*pass);
+            EXPECT_TRUE(exists(pictures + "/photo.jpg")) << copyInView << c.bindAboveHome;
+            ASSERT_EQ(pass->records().size(), 1u);
+            EXPECT_EQ(pass->records()[0].error, kReasonProtectedFolder) << copyInView << c.bindAboveHome;
+        }
+    }
+}
+
+TEST(ParentCleanUpGuards, NeverRemovesAProtectedFolderReachedThroughABindMount) {
+    for (const bool toTrash : {true, false}) {
+        RemovalHarness h;
+        const std::string music = h.home() + "/Music";
+        ASSERT_TRUE(makeDirectories(music, nullptr));
+        const std::string view = h.tree.folder("files/view");
+        test::ScopedMount bind(h.home(), view, nullptr, MS_BIND);
+        if (!bind.mounted())
+            GTEST_SKIP() << bind.why();
+        const std::string kept = h.tree.file("files/kept.txt", "same");
+        std::ofstream(music + "/copy.txt") << "same";
+        h.group({kept, view + "/Music/copy.txt"}, {1});
+        auto pass = h.pass(toTrash, true);
+        runPass(*pass);
+        EXPECT_FALSE(exists(music + "/copy.txt"));
+        EXPECT_TRUE(exists(music)) << (toTrash ? "trash" : "delete");
+        EXPECT_TRUE(pass->removedFolders().empty());
+    }
+}
+
+// A copy that is itself a mount point (a mounted volume, a bind mount) is never emptied: what
+// is mounted there may lie outside every folder the user named, and the mount point itself
+// could not go anyway.
+TEST(RemovalGuards, AMountPointIsNeverACopy) {
+    for (const bool toTrash : {true, false}) {
+        for (const bool bindMount : {false, true}) {
+            RemovalHarness h;
+            const std::string backup = h.tree.folder("files/backup");
+            std::ofstream(backup + "/photo.jpg") << "same";
+            const std::string mounted = h.tree.folder("files/volume");
+            const std::string source = h.tree.folder("elsewhere");
+            test::ScopedMount mount(bindMount ? source : "corvel-test", mounted,
+                                    bindMount ? nullptr : "tmpfs", bindMount ? MS_BIND : 0);
+            if (!mount.mounted())
+                GTEST_SKIP() << mount.why();
+            std::ofstream(mounted + "/photo.jpg") << "same";
+            h.group({backup, mounted}, {1});
+            auto pass = h.pass(toTrash, false);
+            runPass(*pass);
+            EXPECT_TRUE(exists(mounted + "/photo.jpg")) << (bindMount ? "bind" : "tmpfs");
+            ASSERT_EQ(pass->records().size(), 1u);
+            EXPECT_EQ(pass->records()[0].outcome, Outcome::Failed);
+            EXPECT_EQ(pass->records()[0].error, kReasonMountPoint);
+        }
+    }
+}
+
 // A path with a NUL byte in it (a hand-edited plan) would reach the system as the path
 // before the NUL: another file, which must not go in its place.
 TEST(RemovalGuards, APathWithANulByteIsNeverActedOn) {

@@ -23,6 +23,7 @@
 #include "support/long_path.h"
 #include "support/other_user.h"
 #include "support/run_in_child.h"
+#include "support/scoped_mount.h"
 
 namespace corvel {
 namespace {
@@ -491,6 +492,39 @@ TEST_F(Locator, HomeStandardFoldersAreFoundButNeverRemovable) {
     for (Outcome* sorted : {&found, &expected})
         for (auto& group : *sorted)
             std::sort(group.begin(), group.end());
+    EXPECT_EQ(found, expected);
+}
+
+// Reached through a bind mount, a standard folder is the same folder; and a folder that is
+// a mount point (a bind mount, a mounted volume) could only be emptied, never removed: the
+// groups are found, and those members can never be chosen to go.
+TEST_F(Locator, ProtectedFoldersUnderAnotherPathAndMountPointsAreNeverRemovable) {
+    harness.settings.folder("home/Pictures");
+    harness.settings.file("home/Pictures/p.jpg", content('p', 60000));
+    harness.settings.file("home/notes.txt", content('n', 60000)); // so that home is not a copy too
+    const std::string view = tree.folder("view");
+    test::ScopedMount bind(harness.settings / "home", view, nullptr, MS_BIND);
+    if (!bind.mounted())
+        GTEST_SKIP() << bind.why();
+    const std::string backup = tree.folder("backup/Pictures");
+    tree.file("backup/Pictures/p.jpg", content('p', 60000));
+    const std::string volume = tree.folder("volume");
+    test::ScopedMount mounted("corvel-test", volume, "tmpfs", 0);
+    if (!mounted.mounted())
+        GTEST_SKIP() << mounted.why();
+    tree.file("volume/v.bin", content('v', 70000));
+    const std::string volumeBackup = tree.folder("backup/volume");
+    tree.file("backup/volume/v.bin", content('v', 70000));
+    auto locator = harness.locator();
+    const auto results = scan(*locator, {view, backup, volume, volumeBackup});
+    ASSERT_TRUE(results);
+    Outcome found = outcome(results->duplicatesGroups());
+    Outcome expected{{{backup, false}, {view + "/Pictures", true}}, {{volumeBackup, false}, {volume, true}}};
+    for (Outcome* sorted : {&found, &expected}) {
+        for (auto& group : *sorted)
+            std::sort(group.begin(), group.end());
+        std::sort(sorted->begin(), sorted->end());
+    }
     EXPECT_EQ(found, expected);
 }
 
