@@ -35,6 +35,13 @@ namespace corvel {
 
 namespace {
 
+// The file a folder may hold and still count as empty for the clean-up.
+constexpr const char* kLeftoverName = ".DS_Store";
+
+} // namespace
+
+namespace {
+
 constexpr std::uint64_t kTicks = 20;
 constexpr auto kMinimumTickInterval = std::chrono::milliseconds(200);
 constexpr auto kClosingPause = std::chrono::milliseconds(500);
@@ -97,6 +104,10 @@ CVRemovalPass::CVRemovalPass(Services services, Options options)
       m_protectedFolders(services.ignoreList.protectedFolders()),
       m_protectedIdentities(services.ignoreList.protectedFolderIdentities()) {
     countDuplicates();
+    for (const auto& group : m_services.results.allDuplicatesGroups())
+        for (const auto& file : group->files())
+            if (lastPathComponent(file->storedPath()) == kLeftoverName)
+                m_groupedLeftovers.insert(file->path());
 }
 
 bool CVRemovalPass::takesProtectedFolder(const std::string& path) const {
@@ -780,17 +791,26 @@ bool CVRemovalPass::parentMayBeCleaned(const std::string& folder) const {
     return isDeletableByUser(folder);
 }
 
-bool CVRemovalPass::isEmptyForCleanUp(const std::string& folder) const {
+bool CVRemovalPass::isEmptyForCleanUp(const std::string& folder, TrashItemIdentity* identity) const {
+    // The status first: an entry made after it changes the folder's modification time.
+    struct stat st {};
+    if (::lstat(folder.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))
+        return false;
+    *identity = {static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino), std::nullopt,
+                 nanosecondsSince1970(st.st_mtim)};
     DIR* dir = ::opendir(folder.c_str());
     if (!dir)
         return false;
     bool empty = true;
     while (const dirent* entry = ::readdir(dir)) {
         const std::string_view name = entry->d_name;
-        if (name == "." || name == ".." || name == ".DS_Store")
+        if (name == "." || name == "..")
+            continue;
+        const std::string path = folder + "/" + std::string(name);
+        if (name == kLeftoverName && !m_groupedLeftovers.contains(path))
             continue;
         // A dry run removes nothing: what it would remove counts as gone.
-        if (m_options.dryRun && m_wouldGo.contains(folder + "/" + std::string(name)))
+        if (m_options.dryRun && m_wouldGo.contains(path))
             continue;
         empty = false;
         break;
@@ -801,7 +821,8 @@ bool CVRemovalPass::isEmptyForCleanUp(const std::string& folder) const {
 
 void CVRemovalPass::removeParentFolderIfEmpty(const std::string& removedPath, bool moveToTrashFlag) {
     const std::string folder = parentPath(removedPath);
-    if (!parentMayBeCleaned(folder) || !isEmptyForCleanUp(folder))
+    TrashItemIdentity identity;
+    if (!parentMayBeCleaned(folder) || !isEmptyForCleanUp(folder, &identity))
         return;
     if (m_options.dryRun) {
         m_wouldGo.insert(folder);
@@ -810,12 +831,14 @@ void CVRemovalPass::removeParentFolderIfEmpty(const std::string& removedPath, bo
     }
     bool removed;
     if (moveToTrashFlag) {
+        // Checked again just before the move: a folder that gained an entry since it was
+        // read stays where it is, with the entry.
         TrashedItem trashed;
-        removed = m_services.trash.moveToTrash(folder, &trashed, nullptr);
+        removed = m_services.trash.moveToTrash(folder, &trashed, nullptr, identity);
     } else {
         // Never a recursive delete: only the ".DS_Store" leftover, then the empty folder, so a
         // file that arrived meanwhile keeps its folder.
-        ::unlink((folder + "/.DS_Store").c_str());
+        ::unlink((folder + "/" + kLeftoverName).c_str());
         removed = ::rmdir(folder.c_str()) == 0;
     }
     if (removed)

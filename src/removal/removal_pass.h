@@ -216,7 +216,10 @@ private:
                 std::chrono::steady_clock::time_point& lastTick);
     void tick(std::chrono::steady_clock::time_point& lastTick);
     bool parentMayBeCleaned(const std::string& folder) const;
-    bool isEmptyForCleanUp(const std::string& folder) const;
+    // Whether the folder holds nothing but a ".DS_Store" leftover (one that no group holds)
+    // and, in a dry run, what the run would remove; *identity gets the folder's device, inode
+    // and modification time from before it was read, so that an entry arriving later shows.
+    bool isEmptyForCleanUp(const std::string& folder, TrashItemIdentity* identity) const;
     CVError checkError(const std::string& reason) const;
     // What a record says of a failure: the error's text, with the Trash's reason when it gave one.
     static std::string failureText(const CVError& error);
@@ -252,7 +255,10 @@ private:
     std::vector<FileRecord> m_records;
     FileRecord* m_current = nullptr; // the record of the copy being handled
     std::vector<std::string> m_removedFolders;
-    std::set<std::string> m_wouldGo;       // a dry run: the paths it would remove
+    std::set<std::string> m_wouldGo; // a dry run: the paths it would remove
+    // The ".DS_Store" files that are members of a group: content, never a leftover the
+    // clean-up may remove with its folder.
+    std::set<std::string> m_groupedLeftovers;
     std::unique_ptr<TrashBatch> m_lookups; // a dry run: where the copies would go, folder by folder
     std::uint64_t m_markedAtStart = 0;
     std::uint64_t m_markedSizeAtStart = 0;

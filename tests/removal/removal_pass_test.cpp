@@ -904,6 +904,15 @@ CleanUpSetup copyIn(RemovalHarness& h, const std::string& folder, const std::vec
     return {copy, h.tree / folder, stay, {}};
 }
 
+// As copyIn, with a ".DS_Store" beside the copy that is the kept copy of another group.
+CleanUpSetup copyWithGroupedLeftover(RemovalHarness& h) {
+    CleanUpSetup s = copyIn(h, "files/a", {".DS_Store"});
+    const std::string other = h.tree.file("files/b/.DS_Store", "extra");
+    h.group({s.folder + "/.DS_Store", other}, {});
+    s.mustStay.push_back(s.folder + "/.DS_Store");
+    return s;
+}
+
 class ParentCleanUp : public testing::TestWithParam<CleanUpCase> {};
 
 TEST_P(ParentCleanUp, RemovesOnlyAFolderLeftEmpty) {
@@ -942,6 +951,12 @@ INSTANTIATE_TEST_SUITE_P(
                                 [](RemovalHarness& h) { return copyIn(h, "files/a", {".DS_Store"}); }},
                     CleanUpCase{"NothingLeftDelete", false, true, false, true,
                                 [](RemovalHarness& h) { return copyIn(h, "files/a", {}); }},
+                    // A ".DS_Store" that a group holds (a hand-edited plan: the only other copy of
+                    // its content may be this one) is content, not a leftover.
+                    CleanUpCase{"AGroupedDSStoreIsContentTrash", true, true, false, false,
+                                [](RemovalHarness& h) { return copyWithGroupedLeftover(h); }},
+                    CleanUpCase{"AGroupedDSStoreIsContentDelete", false, true, false, false,
+                                [](RemovalHarness& h) { return copyWithGroupedLeftover(h); }},
                     CleanUpCase{"TwoEntriesLeftTrash", true, true, false, false,
                                 [](RemovalHarness& h) {
                                     return copyIn(h, "files/a", {".DS_Store", "other.txt"});
@@ -992,6 +1007,26 @@ INSTANTIATE_TEST_SUITE_P(
                                     return s;
                                 }}),
     [](const auto& param) { return std::string(param.param.name); });
+
+// A file that arrives in the emptied folder while the clean-up moves it to the Trash (after
+// the folder was read, before the rename) keeps the folder where it is.
+TEST(ParentCleanUpGuards, AFolderThatGainsAFileIsNotMovedToTheTrash) {
+    RemovalHarness h;
+    const CleanUpSetup s = copyIn(h, "files/a", {});
+    bool arrived = false;
+    h.trash.setBeforeMoveHook([&](const std::string& trashFile) {
+        if (trashFile.ends_with("/a")) {
+            std::ofstream(s.folder + "/late.txt") << "new";
+            arrived = true;
+        }
+    });
+    auto pass = h.pass(true, true);
+    runPass(*pass);
+    EXPECT_FALSE(exists(s.copy));
+    ASSERT_TRUE(arrived) << "the clean-up did not try to move the folder";
+    EXPECT_TRUE(exists(s.folder + "/late.txt"));
+    EXPECT_TRUE(pass->removedFolders().empty());
+}
 
 // Folders the ignore list protects: the home folder and the user folders in it.
 TEST(ParentCleanUpGuards, NeverRemovesAProtectedFolder) {
