@@ -1,5 +1,6 @@
 #include "plan_reader.h"
 
+#include <algorithm>
 #include <cstring>
 #include <limits>
 #include <nlohmann/json.hpp>
@@ -200,12 +201,26 @@ public:
         // The clean-up of emptied folders never removes a scanned folder: they must be known.
         if (m_plan.roots.empty())
             return fail(message, m_file + ": \"roots\" does not list the scanned folders");
+        // Roots that do not hold the marked copies would leave the folders really scanned open
+        // to the clean-up.
+        for (const auto& [group, node] : m_toMark)
+            if (!liesUnderARoot(node->storedPath()))
+                return fail(message,
+                            m_file + ": " + node->path() + R"( lies in none of the folders "roots" lists)");
         return true;
     }
     // The copies the document marks, in order, with their groups.
     const std::vector<std::pair<GroupPtr, std::shared_ptr<CVFile>>>& toMark() const { return m_toMark; }
 
 private:
+    bool liesUnderARoot(std::string_view path) const {
+        // Roots are plain absolute paths: no trailing slash but on "/".
+        return std::any_of(m_plan.roots.begin(), m_plan.roots.end(), [&](std::string_view root) {
+            return path == root || root == "/" ||
+                   (path.starts_with(root) && path.size() > root.size() && path[root.size()] == '/');
+        });
+    }
+
     // Where a value lies: the document's object, its "roots" and "groups" arrays, a group,
     // its "files" array, a file; Ignored for everything this reader does not look at.
     enum class Place { Document, Roots, Groups, Group, Files, File, Ignored };

@@ -232,6 +232,12 @@ TEST_F(PlanReader, RefusesWhatIsNoPlanWithTheFirstProblem) {
          R"("roots" names "r", which is not an absolute path)"},
         {"a root with a NUL byte", R"({"roots": ["/r\u0000"], "groups": [)" + good + "]}",
          R"("roots" names "/r)" + std::string(1, '\0') + R"(", which is not an absolute path)"},
+        {"roots that hold none of the marked copies", R"({"roots": ["/s"], "groups": [)" + good + "]}",
+         R"(/r/a lies in none of the folders "roots" lists)"},
+        {"a root that is only a prefix of the name",
+         R"({"roots": ["/r/a", "/r/b", "/r/d"], "groups": [)" + good + ", " +
+             group(member("/r/dx", true) + ", " + member("/r/d", false)) + "]}",
+         R"(/r/dx lies in none)"},
         {"a marked copy that may not be removed",
          R"({"roots": ["/r"], "groups": [)" +
              group(member("/r/a", true, R"(, "removeForbidden": true)") + ", " + member("/r/b", false)) +
