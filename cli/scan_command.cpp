@@ -358,6 +358,20 @@ void printReport(const std::vector<std::string>& roots, CVDuplicatesController& 
 // Writes the selected copies to the --export file; answers the exit status.
 int exportSelection(CVDuplicatesController& results, const ScanOptions& options) {
     const bool toStdout = options.exportFile == kExportToStdout;
+    if (!options.nullSeparated) {
+        // A line break inside a path would read back as two paths, one of which may be a
+        // copy meant to stay: such a list is not written at all.
+        std::size_t broken = 0;
+        for (const auto& group : results.duplicatesGroups())
+            for (const auto& file : group->files())
+                broken += file->needToRemove() && file->path().find('\n') != std::string::npos ? 1 : 0;
+        if (broken > 0) {
+            std::cerr << "corvel: --export: " << broken << (broken == 1 ? " path holds" : " paths hold")
+                      << " a line break, which a list of one path per line cannot keep, so nothing was "
+                         "written; -0 writes the paths ended by NUL bytes, and --select -0 reads them back\n";
+            return kExitFailure;
+        }
+    }
     CVError exportError;
     if (toStdout) {
         const std::string list = results.exportText(options.nullSeparated);
@@ -368,16 +382,6 @@ int exportSelection(CVDuplicatesController& results, const ScanOptions& options)
     } else if (!results.exportSelectedDupesToPath(options.exportFile, &exportError, options.nullSeparated)) {
         std::cerr << "corvel: " << exportError.localizedDescription() << "\n";
         return kExitFailure;
-    }
-    if (!options.nullSeparated) {
-        std::size_t broken = 0;
-        for (const auto& group : results.duplicatesGroups())
-            for (const auto& file : group->files())
-                broken += file->needToRemove() && file->path().find('\n') != std::string::npos ? 1 : 0;
-        if (broken > 0)
-            std::cerr << "corvel: --export: " << broken << (broken == 1 ? " path holds" : " paths hold")
-                      << " a line break, which a list of one path per line cannot keep; -0 writes the paths "
-                         "ended by NUL bytes, and --select -0 reads them back\n";
     }
     if (summarise(results).selectedFiles == 0)
         std::cerr << "corvel: --export: no copy was selected, so "

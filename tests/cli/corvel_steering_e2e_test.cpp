@@ -328,11 +328,16 @@ TEST_F(CorvelSteering, SelectReadsWhatExportWrites) {
     ASSERT_EQ(fromNul.status, 0) << fromNul.err;
     EXPECT_EQ(selected(fromNul.out), selected(runCorvel("scan --json --keep newest " + scan, home).out));
     EXPECT_FALSE(selected(fromNul.out).empty());
-    // One path per line cannot hold that name: the export says so, and -0 does not.
-    const auto perLine =
-        runCorvel("scan --export " + shellQuoted(home / "lines") + " --keep newest " + scan, home);
-    ASSERT_EQ(perLine.status, 0) << perLine.err;
+    // One path per line cannot hold that name: read back, it would name two paths, one of
+    // them perhaps a copy meant to stay. The export refuses and writes nothing; -0 does not.
+    const std::string lines = home / "lines";
+    const auto perLine = runCorvel("scan --export " + shellQuoted(lines) + " --keep newest " + scan, home);
+    EXPECT_EQ(perLine.status, 1) << perLine.err;
     EXPECT_NE(perLine.err.find("--export: 1 path holds a line break"), std::string::npos) << perLine.err;
+    EXPECT_FALSE(std::filesystem::exists(lines)) << "nothing was written";
+    const auto perLineOut = runCorvel("scan --export - --keep newest " + scan, home);
+    EXPECT_EQ(perLineOut.status, 1);
+    EXPECT_EQ(perLineOut.out, "");
     EXPECT_EQ(exported.err.find("line break"), std::string::npos) << exported.err;
     // A relative path is taken from the working folder.
     const std::string relative =
