@@ -19,7 +19,7 @@ struct BlockPool::State {
 
 namespace {
 
-constexpr std::size_t kChunkBytes = 64 * 1024;
+constexpr std::size_t kChunkBytes = std::size_t{64} * 1024;
 
 } // namespace
 

@@ -18,7 +18,7 @@ TEST(BlockPool, BlocksAreDistinctAlignedAndReused) {
         EXPECT_EQ(&pool, &BlockPool::forSize(size)) << "one pool per size";
         // More than a chunk holds, so that a second chunk is carved too.
         std::vector<char*> blocks;
-        for (std::size_t i = 0; i < 2 * 65536 / size + 3; ++i) {
+        for (std::size_t i = 0; i < std::size_t{2} * 65536 / size + 3; ++i) {
             blocks.push_back(static_cast<char*>(pool.allocate()));
             EXPECT_EQ(reinterpret_cast<std::uintptr_t>(blocks.back()) % BlockPool::kAlignment, 0U);
             std::fill_n(blocks.back(), size, static_cast<char>(i)); // the whole block is ours
