@@ -14,6 +14,8 @@
 #include <memory>
 #include <utility>
 
+#include "platform/thread_annotations.h"
+
 namespace corvel {
 
 // Whether pools hand out blocks: not under the address sanitizer, which must see each
@@ -42,18 +44,22 @@ public:
     // kLargestBlock), made on first use and alive to the end of the process.
     static BlockPool& forSize(std::size_t blockSize);
 
-    void* allocate();
+    void* allocate() EXCLUDES(m_mutex);
     // Takes back a block this pool gave out.
-    void deallocate(void* block) noexcept;
+    void deallocate(void* block) noexcept EXCLUDES(m_mutex);
 
     BlockPool(const BlockPool&) = delete;
     BlockPool& operator=(const BlockPool&) = delete;
 
 private:
-    explicit BlockPool(std::size_t blockSize);
+    explicit BlockPool(std::size_t blockSize) : m_blockSize(blockSize) {}
     ~BlockPool() = default;
-    struct State;
-    State* m_state;
+
+    const std::size_t m_blockSize;
+    Mutex m_mutex;
+    void* m_freeBlocks GUARDED_BY(m_mutex) = nullptr; // each free block starts with the next one's address
+    char* m_unused GUARDED_BY(m_mutex) = nullptr;     // the rest of the newest chunk
+    char* m_unusedEnd GUARDED_BY(m_mutex) = nullptr;
 };
 
 // A standard allocator that takes single objects that a pool can hold from the pool of

@@ -36,11 +36,13 @@ namespace corvel {
 namespace {
 
 // The file a folder may hold and still count as empty for the clean-up.
-constexpr const char* kLeftoverName = ".DS_Store";
+constexpr std::string_view kLeftoverName = ".DS_Store";
 
-} // namespace
-
-namespace {
+// Whether the path (absolute, or a walked node's name) names such a file.
+bool namesLeftover(std::string_view path) {
+    return path.ends_with(kLeftoverName) &&
+           (path.size() == kLeftoverName.size() || path[path.size() - kLeftoverName.size() - 1] == '/');
+}
 
 constexpr std::uint64_t kTicks = 20;
 constexpr auto kMinimumTickInterval = std::chrono::milliseconds(200);
@@ -106,7 +108,7 @@ CVRemovalPass::CVRemovalPass(Services services, Options options)
     countDuplicates();
     for (const auto& group : m_services.results.allDuplicatesGroups())
         for (const auto& file : group->files())
-            if (lastPathComponent(file->storedPath()) == kLeftoverName)
+            if (namesLeftover(file->storedPath()))
                 m_groupedLeftovers.insert(file->path());
 }
 
@@ -784,8 +786,8 @@ bool CVRemovalPass::parentMayBeCleaned(const std::string& folder) const {
     for (const auto& root : m_options.scanRoots)
         if (root == folder || root.starts_with(folder + "/"))
             return false;
-    if (volumePathOfPath(folder) == folder)
-        return false; // a mount point
+    if (isMountRoot(folder))
+        return false; // a mount point (a bind mount too)
     if (takesProtectedFolder(folder))
         return false;
     return isDeletableByUser(folder);
@@ -838,7 +840,7 @@ void CVRemovalPass::removeParentFolderIfEmpty(const std::string& removedPath, bo
     } else {
         // Never a recursive delete: only the ".DS_Store" leftover, then the empty folder, so a
         // file that arrived meanwhile keeps its folder.
-        ::unlink((folder + "/" + kLeftoverName).c_str());
+        ::unlink((folder + "/" + std::string(kLeftoverName)).c_str());
         removed = ::rmdir(folder.c_str()) == 0;
     }
     if (removed)
