@@ -361,10 +361,7 @@ int exportSelection(CVDuplicatesController& results, const ScanOptions& options)
     if (!options.nullSeparated) {
         // A line break inside a path would read back as two paths, one of which may be a
         // copy meant to stay: such a list is not written at all.
-        std::size_t broken = 0;
-        for (const auto& group : results.duplicatesGroups())
-            for (const auto& file : group->files())
-                broken += file->needToRemove() && file->path().find('\n') != std::string::npos ? 1 : 0;
+        const std::size_t broken = results.selectedPathsWithLineBreakCount();
         if (broken > 0) {
             std::cerr << "corvel: --export: " << broken << (broken == 1 ? " path holds" : " paths hold")
                       << " a line break, which a list of one path per line cannot keep, so nothing was "

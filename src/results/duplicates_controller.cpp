@@ -1,6 +1,7 @@
 #include "duplicates_controller.h"
 
 #include <algorithm>
+#include <cerrno>
 
 #include "engine/node_key_values.h"
 #include "platform/file_io.h"
@@ -272,10 +273,25 @@ std::string CVDuplicatesController::exportText(bool nulSeparated) const {
     return text;
 }
 
+std::size_t CVDuplicatesController::selectedPathsWithLineBreakCount() const {
+    std::lock_guard lock(m_mutex);
+    std::size_t count = 0;
+    for (const auto& group : m_duplicatesGroupsArray)
+        for (const auto& file : group->files())
+            count += file->needToRemove() && file->path().find('\n') != std::string::npos ? 1 : 0;
+    return count;
+}
+
 bool CVDuplicatesController::exportSelectedDupesToPath(const std::string& path, CVError* error,
                                                        bool nulSeparated) const {
     CVError failure;
-    const bool ok = saveFile(path, exportText(nulSeparated), &failure);
+    const std::size_t broken = nulSeparated ? 0 : selectedPathsWithLineBreakCount();
+    if (broken > 0)
+        failure = CVError(kPosixErrorDomain, EINVAL,
+                          std::to_string(broken) + (broken == 1 ? " selected path holds" : " selected paths hold") +
+                              " a line break, which a list of one path per line cannot keep, so " + path +
+                              " was not written");
+    const bool ok = broken == 0 && saveFile(path, exportText(nulSeparated), &failure);
     if (!ok) {
         systemLogf("Error saving list of selected dupes: %@", failure.localizedDescription());
         setError(error, failure);

@@ -71,9 +71,14 @@ public:
     // after every group that contributed; groups in insertion order. nulSeparated: each
     // path followed by a NUL byte instead, no group separators (names may hold line feeds).
     std::string exportText(bool nulSeparated = false) const;
+    // How many selected copies have a line feed in their path: a list of one path per line
+    // would read each of them back as two paths, one of which may be a copy meant to stay.
+    std::size_t selectedPathsWithLineBreakCount() const;
     // Saves the export text at path (UTF-8) with saveFile: a list already there is
-    // replaced only once the whole new one is on disk. On failure logs "Error saving list
-    // of selected dupes: %@" and fills *error. Posts "CVExportPanelDidClose" either way.
+    // replaced only once the whole new one is on disk. A list of one path per line is not
+    // written at all when a selected path holds a line feed (EINVAL). On failure logs
+    // "Error saving list of selected dupes: %@" and fills *error. Posts
+    // "CVExportPanelDidClose" either way.
     [[nodiscard]] bool exportSelectedDupesToPath(const std::string& path, CVError* error,
                                                  bool nulSeparated = false) const;
     void collectAllDuplicatesAtPath(const std::string& /*path*/) {}

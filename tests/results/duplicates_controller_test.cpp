@@ -176,6 +176,32 @@ TEST(DuplicatesController, ExportListsSelectedCopiesGroupByGroup) {
     EXPECT_EQ(closed, 2);
 }
 
+// A name with a line feed would read back from a one-per-line list as two paths, and the
+// second may be a copy meant to stay: such a list is never written; NUL-separated ones are.
+TEST(DuplicatesController, ExportRefusesALinePerPathListWhenASelectedPathHoldsALineBreak) {
+    CVDuplicatesController results;
+    auto copy = file("/g1/a\n/g1/keep"), keep = file("/g1/keep");
+    auto unselected = file("/g2/b\nc"), other = file("/g2/d");
+    results.addGroup(group({keep, copy}));
+    results.addGroup(group({unselected, other}));
+    other->setNeedToRemove(true);
+    test::TempTree tree;
+    const std::string list = tree.file("list.txt", "/the/old/list\n\n");
+    EXPECT_EQ(results.selectedPathsWithLineBreakCount(), 0u) << "an unselected name does not count";
+    ASSERT_TRUE(results.exportSelectedDupesToPath(list, nullptr));
+    copy->setNeedToRemove(true);
+    EXPECT_EQ(results.selectedPathsWithLineBreakCount(), 1u);
+    tree.file("list.txt", "/the/old/list\n\n");
+    CVError error;
+    EXPECT_FALSE(results.exportSelectedDupesToPath(list, &error));
+    EXPECT_EQ(error.code, EINVAL);
+    EXPECT_NE(error.localizedDescription().find("1 selected path holds a line break"), std::string::npos)
+        << error.localizedDescription();
+    EXPECT_EQ(test::TempTree::read(list), "/the/old/list\n\n") << "the list was replaced";
+    ASSERT_TRUE(results.exportSelectedDupesToPath(list, nullptr, true));
+    EXPECT_EQ(test::TempTree::read(list), std::string("/g1/a\n/g1/keep\0/g2/d\0", 21));
+}
+
 // Adds groups of two, the second file selected, until the export text is about bytes long.
 void addSelectedGroups(CVDuplicatesController& results, std::size_t bytes) {
     const std::string longName(200, 'n');
