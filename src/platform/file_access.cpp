@@ -97,6 +97,17 @@ bool isDeletableByUser(const std::string& path) {
     return isDeletableByUser(path, folderRemovalAccess(parentPath(path)));
 }
 
+int removalRefusal(const std::string& path) {
+    const std::string folder = parentPath(path);
+    if (::access(folder.c_str(), W_OK | X_OK) != 0)
+        return errno;
+    ItemRemovalAccess item = itemRemovalAccess(path);
+    if (!item.exists)
+        return ENOENT;
+    item.locked = false;
+    return isDeletableByUser(item, folderRemovalAccess(folder)) ? 0 : EPERM;
+}
+
 std::optional<bool> isImmutable(const std::string& path) {
     // statx answers without opening the item where the file system reports the flag
     // (ext4, btrfs, XFS); elsewhere the flags are asked of an open descriptor.

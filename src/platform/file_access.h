@@ -38,6 +38,12 @@ ItemRemovalAccess itemRemovalAccess(int fd);
 // isDeletableByUser for an item and its folder whose access was read before.
 bool isDeletableByUser(const ItemRemovalAccess& item, const FolderRemovalAccess& folder);
 
+// Why the item at path could not be taken out of its folder now, as an errno value (0:
+// it could): the folder is on a read-only volume (EROFS), not writable or searchable by
+// the user (EACCES), locked, or sticky and neither it nor the item is the user's (EPERM).
+// The item's own lock is left out: a removal unlocks a locked item first.
+int removalRefusal(const std::string& path);
+
 // The immutable flag of a file or folder (chattr +i). Nothing when it cannot be read:
 // the item is missing, a symbolic link, or on a file system without such flags.
 std::optional<bool> isImmutable(const std::string& path);

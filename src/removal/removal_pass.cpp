@@ -1,6 +1,7 @@
 #include "removal_pass.h"
 
 #include <algorithm>
+#include <cstring>
 #include <dirent.h>
 #include <filesystem>
 #include <future>
@@ -521,8 +522,9 @@ void CVRemovalPass::report(const std::shared_ptr<CVFile>& file, bool ok, const C
     } else {
         record.outcome = Outcome::Failed;
         record.error = failureText(error);
-        record.noTrashOnVolume =
-            error.domain == kTrashErrorDomain && error.code == kTrashErrorNoTrashOnVolume;
+        // Only where deleting it could succeed: not on a read-only volume.
+        record.noTrashOnVolume = error.domain == kTrashErrorDomain &&
+                                 error.code == kTrashErrorNoTrashOnVolume && removalRefusal(path) == 0;
         systemLogf("Failed to remove file %@ = %@ size = %llu type = %@", path, record.error, file->size(),
                    std::string(CVFile::stringSelectionType(file->selectionType())));
     }
@@ -680,6 +682,14 @@ bool CVRemovalPass::shredPhysicallyDup(CVFile& file, bool toTrash, CVError* erro
     const std::string path = file.path();
     if (m_options.dryRun) {
         bool ok = true;
+        // What the move or the unlink would meet in the copy's folder: a read-only
+        // volume, a folder the user may not change. A failed look-up of the Trash comes
+        // first, as in the real run.
+        const auto refuse = [&](int refusal) {
+            setError(error, toTrash ? CVError(kPosixErrorDomain, refusal, std::strerror(refusal))
+                                    : posixError(refusal, path, "remove"));
+            ok = false;
+        };
         if (toTrash) {
             CVError trashError;
             if (!m_lookups)
@@ -688,10 +698,14 @@ bool CVRemovalPass::shredPhysicallyDup(CVFile& file, bool toTrash, CVError* erro
             if (!directory) {
                 setError(error, trashError);
                 ok = false;
+            } else if (const int refusal = removalRefusal(path); refusal != 0) {
+                refuse(refusal);
             } else if (m_current) {
                 m_current->outcome = Outcome::WouldTrash;
                 m_current->trashDirectory = *directory;
             }
+        } else if (const int refusal = removalRefusal(path); refusal != 0) {
+            refuse(refusal);
         } else if (m_current) {
             m_current->outcome = Outcome::WouldDelete;
         }

@@ -103,7 +103,7 @@ public:
         std::string trashInfo;
         std::string trashDirectory; // a dry run: where it would go
         std::string error;
-        bool noTrashOnVolume = false; // failed because its volume has no usable Trash
+        bool noTrashOnVolume = false; // failed for want of a usable Trash, and deleting it could succeed
     };
 
     CVRemovalPass(Services services, Options options);

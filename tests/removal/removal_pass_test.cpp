@@ -1191,6 +1191,62 @@ TEST(RemovalGuards, APathWithANulByteIsNeverActedOn) {
     }
 }
 
+// A volume made read-only after the scan: the dry run says the copy would fail, as the real
+// run then does, and the failure does not suggest deleting instead, which would fail too.
+TEST(RemovalOnAReadOnlyVolume, TheDryRunSaysWhatTheRealRunDoesAndNoDeletingIsSuggested) {
+    for (const bool toTrash : {true, false}) {
+        SCOPED_TRACE(toTrash ? "to the Trash" : "deleting outright");
+        RemovalHarness h;
+        const std::string volume = h.tree.folder("files/volume");
+        test::ScopedMount mount("corvel-test", volume, "tmpfs", 0, "size=1m");
+        if (!mount.mounted())
+            GTEST_SKIP() << mount.why();
+        const std::string kept = h.tree.file("files/kept.txt", "same");
+        const std::string copy = h.tree.file("files/volume/copy.txt", "same");
+        h.group({kept, copy}, {1});
+        ASSERT_EQ(::mount(nullptr, volume.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0)
+            << std::strerror(errno);
+        auto options = h.options(toTrash);
+        options.dryRun = true;
+        auto dry = h.pass(options);
+        runPass(*dry);
+        auto real = h.pass(toTrash, false);
+        runPass(*real);
+        ASSERT_EQ(dry->records().size(), 1u);
+        ASSERT_EQ(real->records().size(), 1u);
+        EXPECT_EQ(dry->records()[0].outcome, Outcome::WouldFail);
+        EXPECT_EQ(real->records()[0].outcome, Outcome::Failed);
+        const std::string said = toTrash ? "no Trash on this volume (" : "remove " + copy + ": ";
+        EXPECT_TRUE(dry->records()[0].error.starts_with(said)) << dry->records()[0].error;
+        EXPECT_TRUE(real->records()[0].error.starts_with(said)) << real->records()[0].error;
+        EXPECT_FALSE(real->records()[0].noTrashOnVolume);
+        EXPECT_TRUE(exists(copy));
+    }
+}
+
+// A copy in a folder the user may not change (here a folder made read-only for its owner,
+// who is not root): the dry run says it would fail rather than promise a removal.
+TEST(RemovalDryRunRefusals, AFolderTheUserMayNotChangeIsNamed) {
+    if (::geteuid() == 0)
+        GTEST_SKIP() << "root may change every folder; the read-only volume test covers the refusal";
+    for (const bool toTrash : {true, false}) {
+        RemovalHarness h;
+        const std::string kept = h.tree.file("files/kept.txt", "same");
+        const std::string copy = h.tree.file("files/locked/copy.txt", "same");
+        h.group({kept, copy}, {1});
+        ASSERT_EQ(::chmod(h.files("locked").c_str(), 0555), 0);
+        auto options = h.options(toTrash);
+        options.dryRun = true;
+        auto dry = h.pass(options);
+        runPass(*dry);
+        ::chmod(h.files("locked").c_str(), 0755);
+        ASSERT_EQ(dry->records().size(), 1u);
+        EXPECT_EQ(dry->records()[0].outcome, Outcome::WouldFail);
+        EXPECT_NE(dry->records()[0].error.find(std::strerror(EACCES)), std::string::npos)
+            << dry->records()[0].error;
+    }
+}
+
 TEST(ParentCleanUpGuards, NeverTouchesAMountPoint) {
     RemovalHarness h;
     const std::string mountPoint = h.tree.folder("files/volume");
