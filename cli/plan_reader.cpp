@@ -86,22 +86,28 @@ struct Member {
     bool complete() const { return path && size && device && inode && mtime; }
 };
 
-// Whether the path is absolute, without empty, "." or ".." components and without a slash
-// at its end: the only paths corvel scan writes. Others would be resolved against the
-// working folder or through links, and name something the scan never compared.
-bool isPlainAbsolutePath(std::string_view path) {
+// What keeps the path from being one corvel scan writes (empty when nothing does): it must
+// be absolute, without empty, "." or ".." components and without a slash at its end.
+// Others would be resolved against the working folder or through links, and name
+// something the scan never compared.
+std::string whyNotPlainAbsolutePath(std::string_view path) {
     // A NUL byte would end the path early in every system call: another file's path.
-    if (path.size() < 2 || path.front() != '/' || path.back() == '/' ||
-        path.find('\0') != std::string_view::npos)
-        return false;
+    if (path.find('\0') != std::string_view::npos)
+        return "holds a NUL byte";
+    if (path.empty() || path.front() != '/')
+        return "is not an absolute path";
+    if (path.size() < 2 || path.back() == '/')
+        return "ends with a slash";
     for (std::size_t start = 1; start <= path.size();) {
         const std::size_t end = std::min(path.find('/', start), path.size());
         const std::string_view part = path.substr(start, end - start);
-        if (part.empty() || part == "." || part == "..")
-            return false;
+        if (part.empty())
+            return "holds two slashes in a row";
+        if (part == "." || part == "..")
+            return R"(holds a "." or ".." component)";
         start = end + 1;
     }
-    return true;
+    return {};
 }
 
 // A scalar of the document, as the parser hands it over.
@@ -243,11 +249,11 @@ private:
         case Place::Roots:
             if (const auto* root = std::get_if<std::string>(&value)) {
                 std::string path = restoreBytes(*root);
-                if (path == "/" || isPlainAbsolutePath(path))
+                if (const std::string why = path == "/" ? std::string() : whyNotPlainAbsolutePath(path);
+                    why.empty())
                     m_plan.roots.push_back(std::move(path));
                 else
-                    noteProblem(m_file + R"(: "roots" names ")" + path +
-                                R"(", which is not an absolute path without ".", ".." or NUL bytes)");
+                    noteProblem(m_file + R"(: "roots" names ")" + path + "\", which " + why);
             } else {
                 noteProblem(m_file + ": \"roots\" holds something other than a path");
             }
@@ -362,9 +368,8 @@ private:
                             " lacks its path, size, device, inode or mtime (written by an older corvel?)";
                 return;
             }
-            if (!isPlainAbsolutePath(*member.path)) {
-                m_problem = m_file + ": " + where + " names \"" + *member.path +
-                            R"(", which is not an absolute path without ".", ".." or NUL bytes)";
+            if (const std::string why = whyNotPlainAbsolutePath(*member.path); !why.empty()) {
+                m_problem = m_file + ": " + where + " names \"" + *member.path + "\", which " + why;
                 return;
             }
             if (!paths.insert(*member.path).second) {

@@ -195,11 +195,15 @@ TEST_F(PlanReader, RefusesWhatIsNoPlanWithTheFirstProblem) {
         {"a path through ..",
          R"({"roots": ["/r"], "groups": [)" +
              group(member("/r/x/../a", true) + ", " + member("/r/b", false)) + "]}",
-         R"(group 1 names "/r/x/../a", which)"},
+         R"(group 1 names "/r/x/../a", which holds a "." or ".." component)"},
+        {"a path with two slashes in a row",
+         R"({"roots": ["/r"], "groups": [)" + group(member("/r//a", true) + ", " + member("/r/b", false)) +
+             "]}",
+         R"(group 1 names "/r//a", which holds two slashes in a row)"},
         {"a path ending in a slash",
          R"({"roots": ["/r"], "groups": [)" + group(member("/r/a/", true) + ", " + member("/r/b", false)) +
              "]}",
-         R"(group 1 names "/r/a/", which)"},
+         R"(group 1 names "/r/a/", which ends with a slash)"},
         {"a path named twice",
          R"({"roots": ["/r"], "groups": [)" + group(member("/r/a", true) + ", " + member("/r/a", false)) +
              "]}",
@@ -217,7 +221,7 @@ TEST_F(PlanReader, RefusesWhatIsNoPlanWithTheFirstProblem) {
         {"a path with a NUL byte",
          R"({"roots": ["/r"], "groups": [)" +
              group(member("/r/b\\u0000junk", true) + ", " + member("/r/c", false)) + "]}",
-         R"(group 1 names "/r/b)" + std::string(1, '\0') + R"(junk", which is not an absolute path)"},
+         R"(group 1 names "/r/b)" + std::string(1, '\0') + R"(junk", which holds a NUL byte)"},
         {"no roots", R"({"groups": [)" + good + "]}", R"("roots" does not list the scanned folders)"},
         {"no root in the list", R"({"roots": [], "groups": [)" + good + "]}",
          R"("roots" does not list the scanned folders)"},
@@ -231,7 +235,7 @@ TEST_F(PlanReader, RefusesWhatIsNoPlanWithTheFirstProblem) {
         {"a relative root", R"({"roots": ["r"], "groups": [)" + good + "]}",
          R"("roots" names "r", which is not an absolute path)"},
         {"a root with a NUL byte", R"({"roots": ["/r\u0000"], "groups": [)" + good + "]}",
-         R"("roots" names "/r)" + std::string(1, '\0') + R"(", which is not an absolute path)"},
+         R"("roots" names "/r)" + std::string(1, '\0') + R"(", which holds a NUL byte)"},
         {"roots that hold none of the marked copies", R"({"roots": ["/s"], "groups": [)" + good + "]}",
          R"(/r/a lies in none of the folders "roots" lists)"},
         {"a root that is only a prefix of the name",
