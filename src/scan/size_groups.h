@@ -33,12 +33,14 @@ public:
     // Lets go of every node and of the memory.
     void clear();
 
-private:
+    // The nodes of one size: their places in the array.
     struct Range {
         std::uint64_t size;
         std::size_t begin;
         std::size_t count;
     };
+
+private:
     // In walk order until filed, then by size ascending.
     std::vector<NodePtr> m_nodes;
     std::vector<Range> m_ranges; // sizes ascending
