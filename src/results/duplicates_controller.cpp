@@ -287,10 +287,11 @@ bool CVDuplicatesController::exportSelectedDupesToPath(const std::string& path, 
     CVError failure;
     const std::size_t broken = nulSeparated ? 0 : selectedPathsWithLineBreakCount();
     if (broken > 0)
-        failure = CVError(kPosixErrorDomain, EINVAL,
-                          std::to_string(broken) + (broken == 1 ? " selected path holds" : " selected paths hold") +
-                              " a line break, which a list of one path per line cannot keep, so " + path +
-                              " was not written");
+        failure =
+            CVError(kPosixErrorDomain, EINVAL,
+                    std::to_string(broken) + (broken == 1 ? " selected path holds" : " selected paths hold") +
+                        " a line break, which a list of one path per line cannot keep, so " + path +
+                        " was not written");
     const bool ok = broken == 0 && saveFile(path, exportText(nulSeparated), &failure);
     if (!ok) {
         systemLogf("Error saving list of selected dupes: %@", failure.localizedDescription());
