@@ -710,7 +710,7 @@ bool CVRemovalPass::shredPhysicallyDup(CVFile& file, bool toTrash, CVError* erro
             m_current->outcome = Outcome::WouldDelete;
         }
         if (ok)
-            m_wouldGo.insert(path);
+            countAsGone(path);
         if (removeEmptyFolders())
             removeParentFolderIfEmpty(path, toTrash);
         return ok;
@@ -835,13 +835,18 @@ bool CVRemovalPass::isEmptyForCleanUp(const std::string& folder, TrashItemIdenti
     return empty;
 }
 
+void CVRemovalPass::countAsGone(const std::string& path) {
+    m_wouldGo.insert(path);
+    m_wouldGo.insert(RemovalVerifier::resolvedPlace(path));
+}
+
 void CVRemovalPass::removeParentFolderIfEmpty(const std::string& removedPath, bool moveToTrashFlag) {
     const std::string folder = parentPath(removedPath);
     TrashItemIdentity identity;
     if (!parentMayBeCleaned(folder) || !isEmptyForCleanUp(folder, &identity))
         return;
     if (m_options.dryRun) {
-        m_wouldGo.insert(folder);
+        countAsGone(folder);
         m_removedFolders.push_back(folder);
         return;
     }

@@ -133,6 +133,9 @@ public:
     [[nodiscard]] bool removeItemAtPath(const std::string& path, bool toTrash, CVError* error,
                                         const std::vector<ComparedEntry>* compared = nullptr);
     void removeParentFolderIfEmpty(const std::string& removedPath, bool moveToTrash);
+    // A dry run: what it would remove counts as gone from here on, by its path and by
+    // the place the path leads to.
+    void countAsGone(const std::string& path);
     std::optional<CVError> shrediPhotoDup(CVFile& file);
     std::optional<PropertyValue::Dictionary> trashiPhotoImageWithPath(const std::string& path, bool useAdd,
                                                                       bool isVideo);
@@ -255,7 +258,7 @@ private:
     std::vector<FileRecord> m_records;
     FileRecord* m_current = nullptr; // the record of the copy being handled
     std::vector<std::string> m_removedFolders;
-    std::set<std::string> m_wouldGo; // a dry run: the paths it would remove
+    std::set<std::string> m_wouldGo; // a dry run: the paths it would remove, as named and resolved
     // The ".DS_Store" files that are members of a group: content, never a leftover the
     // clean-up may remove with its folder.
     std::set<std::string> m_groupedLeftovers;

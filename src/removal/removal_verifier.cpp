@@ -55,14 +55,25 @@ bool RemovalVerifier::isUnchangedSinceScan(const CVFile& file, std::string* reas
     return true;
 }
 
+std::string RemovalVerifier::resolvedPlace(const std::string& path) {
+    const std::string name = lastPathComponent(path);
+    const auto folder = path.size() > 1 ? canonicalPath(parentPath(path)) : std::nullopt;
+    if (!folder)
+        return path;
+    return (*folder == "/" ? std::string() : *folder) + "/" + name;
+}
+
 bool RemovalVerifier::isThereAsScanned(const CVFile& file, std::string* reason) const {
     if (m_goneInDryRun && !m_goneInDryRun->empty()) {
-        for (std::string path = file.path(); path.size() > 1; path = parentPath(path)) {
-            if (m_goneInDryRun->contains(path)) {
-                *reason = "missing";
-                return false;
-            }
-        }
+        // By the path as named and by the place it leads to: a kept copy named through a
+        // linked folder is gone once the item it leads to is.
+        const std::string named = file.path();
+        for (const std::string& start : {named, resolvedPlace(named)})
+            for (std::string path = start; path.size() > 1; path = parentPath(path))
+                if (m_goneInDryRun->contains(path)) {
+                    *reason = "missing";
+                    return false;
+                }
     }
     return isUnchangedSinceScan(file, reason);
 }

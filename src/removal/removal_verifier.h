@@ -51,6 +51,12 @@ public:
     // set must outlive the checks.
     void setGoneInDryRun(const std::set<std::string>* paths) { m_goneInDryRun = paths; }
 
+    // Where the item at path lies with its folders' symbolic links resolved (the item
+    // itself as named), so that a folder and a link to it give one place; the path as
+    // given when its folder cannot be resolved. The dry run records what it would remove
+    // under both.
+    [[nodiscard]] static std::string resolvedPlace(const std::string& path);
+
 private:
     // isUnchangedSinceScan, and not gone in the dry run.
     bool isThereAsScanned(const CVFile& file, std::string* reason) const;

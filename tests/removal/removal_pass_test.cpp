@@ -1430,6 +1430,13 @@ void checkDryRunAgainstRealRun(bool toTrash, std::size_t window) {
     h.group({h.files("y"), h.files("x")}, {1});     // x goes, y stays
     h.group({h.files("x/f"), h.files("z/f")}, {1}); // z/f would be kept only by x/f
     h.group({h.files("v/g"), h.files("x/g")}, {1}); // x/g went with x
+    // Two groups that keep each other's copies, the kept ones named through a linked
+    // folder ("alias" is "r"): only the first copy can go.
+    h.tree.file("files/r/a", "pair");
+    h.tree.file("files/r/b", "pair");
+    ASSERT_EQ(::symlink("r", h.files("alias").c_str()), 0);
+    h.group({h.files("alias/b"), h.files("r/a")}, {1});
+    h.group({h.files("alias/a"), h.files("r/b")}, {1});
     auto options = h.options(toTrash);
     options.windowCopies = window;
     auto real = h.pass(options);
@@ -1437,12 +1444,12 @@ void checkDryRunAgainstRealRun(bool toTrash, std::size_t window) {
     auto dry = h.pass(options);
     runPass(*dry);
     runPass(*real);
-    ASSERT_EQ(dry->records().size(), 3u);
-    ASSERT_EQ(real->records().size(), 3u);
+    ASSERT_EQ(dry->records().size(), 5u);
+    ASSERT_EQ(real->records().size(), 5u);
     const std::map<Outcome, Outcome> said = {{Outcome::WouldTrash, Outcome::Trashed},
                                              {Outcome::WouldDelete, Outcome::Deleted},
                                              {Outcome::WouldFail, Outcome::Failed}};
-    for (std::size_t i = 0; i < 3; ++i) {
+    for (std::size_t i = 0; i < 5; ++i) {
         const auto& before = dry->records()[i];
         const auto& done = real->records()[i];
         SCOPED_TRACE(done.file->path());
@@ -1454,6 +1461,10 @@ void checkDryRunAgainstRealRun(bool toTrash, std::size_t window) {
     EXPECT_EQ(real->records()[1].error,
               std::string(kReasonNoKeptCopy) + " (" + h.files("x/f") + ": missing)");
     EXPECT_EQ(real->records()[2].error, "missing");
+    EXPECT_EQ(real->records()[3].outcome, toTrash ? Outcome::Trashed : Outcome::Deleted);
+    EXPECT_EQ(real->records()[4].error,
+              std::string(kReasonNoKeptCopy) + " (" + h.files("alias/a") + ": missing)");
+    EXPECT_TRUE(exists(h.files("r/b")));
     EXPECT_TRUE(exists(h.files("z/f")));
     EXPECT_TRUE(exists(h.files("y/f")));
 }
