@@ -71,8 +71,8 @@ std::string collectorSummary(CVDuplicatesController& results, bool toTrash, std:
             out +=
                 std::string(file->needToRemove() ? "  goes:  " : "  stays: ") + fileLine(file->path()) + "\n";
     }
-    out += plainSpaces(formatf(localized("TextFieldString_DuplicatesAmountAndSize"), stringWithSize(size),
-                               static_cast<unsigned long>(count))) +
+    out += plainSpaces(formatf(localizedCount("TextFieldString_DuplicatesAmountAndSize", count),
+                               stringWithSize(size), static_cast<unsigned long>(count))) +
            (toTrash ? ", to the Trash\n" : ", deleted permanently\n");
     return out;
 }

@@ -126,8 +126,9 @@ void MainWindow::refreshCollectorButton() {
         button->hide();
         return;
     }
-    const std::string line = formatf(localized("TextFieldString_DuplicatesAmountAndSize"),
-                                     stringWithSize(m_collector->size()), m_collector->count());
+    const std::string line =
+        formatf(localizedCount("TextFieldString_DuplicatesAmountAndSize", m_collector->count()),
+                stringWithSize(m_collector->size()), m_collector->count());
     button->setText(qs(line));
     button->setAccessibleName(qs(line));
     button->show();

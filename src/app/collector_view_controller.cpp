@@ -65,8 +65,8 @@ void CVCollectorViewController::countDuplicates() {
     m_count = count;
     m_size = size;
     // The size comes first and the count second; the text places them.
-    m_view->setAmountLine(formatf(localized("TextFieldString_DuplicatesAmountAndSize"), stringWithSize(size),
-                                  static_cast<unsigned long>(count)));
+    m_view->setAmountLine(formatf(localizedCount("TextFieldString_DuplicatesAmountAndSize", count),
+                                  stringWithSize(size), static_cast<unsigned long>(count)));
 }
 
 void CVCollectorViewController::rebuildList() {

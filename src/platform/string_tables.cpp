@@ -1,5 +1,8 @@
 #include "string_tables.h"
 
+#include <memory>
+#include <unicode/plurrule.h>
+
 #include "property_list.h"
 #include "resources.h"
 #include "system_log.h"
@@ -37,7 +40,42 @@ PropertyValue StringTables::localizedValue(std::string_view key, std::string_vie
 
 std::string StringTables::localizedString(std::string_view key, std::string_view table) {
     const PropertyValue value = localizedValue(key, table);
-    return value.isString() ? *value.asString() : std::string(key);
+    if (const PropertyValue& text = value.isDictionary() ? value["other"] : value; text.isString())
+        return *text.asString();
+    return std::string(key);
+}
+
+namespace {
+
+// The plural category of count in English ("one", "other"), by ICU's rules.
+std::string pluralCategory(std::uint64_t count) {
+    static const std::unique_ptr<icu::PluralRules> rules = [] {
+        UErrorCode status = U_ZERO_ERROR;
+        std::unique_ptr<icu::PluralRules> made(
+            icu::PluralRules::forLocale(icu::Locale::getEnglish(), status));
+        return U_SUCCESS(status) ? std::move(made) : nullptr;
+    }();
+    if (!rules)
+        return count == 1 ? "one" : "other";
+    std::string category;
+    rules->select(static_cast<double>(count)).toUTF8String(category);
+    return category;
+}
+
+} // namespace
+
+std::string StringTables::localizedString(std::string_view key, std::uint64_t count, std::string_view table) {
+    const PropertyValue value = localizedValue(key, table);
+    if (!value.isDictionary())
+        return value.isString() ? *value.asString() : std::string(key);
+    for (const std::string& category : {pluralCategory(count), std::string("other")})
+        if (const PropertyValue& text = value[category]; text.isString())
+            return *text.asString();
+    return std::string(key);
+}
+
+std::string localizedCount(std::string_view key, std::uint64_t count, std::string_view table) {
+    return StringTables::shared().localizedString(key, count, table);
 }
 
 std::string localized(std::string_view key, std::string_view table) {

@@ -51,7 +51,7 @@ struct TwoMarkedGroups : ResultsFixture {
         MainQueue::shared().drain();
     }
     std::string amountLine(std::uint64_t size, std::uint64_t count) const {
-        return formatf(localized("TextFieldString_DuplicatesAmountAndSize"), stringWithSize(size),
+        return formatf(localizedCount("TextFieldString_DuplicatesAmountAndSize", count), stringWithSize(size),
                        static_cast<unsigned long>(count));
     }
 };
@@ -150,8 +150,9 @@ TEST_P(CollectorCount, ShowsTheSizeFirstAndTheCountSecond) {
     EXPECT_EQ(f.collector().size(), size);
     EXPECT_EQ(f.collector().notEmpty(), count != 0);
     EXPECT_EQ(f.collector().canRemoveFiles(), count != 0);
-    EXPECT_EQ(f.collectorFace().amountLine, formatf(localized("TextFieldString_DuplicatesAmountAndSize"),
-                                                    stringWithSize(size), static_cast<unsigned long>(count)));
+    EXPECT_EQ(f.collectorFace().amountLine,
+              formatf(localizedCount("TextFieldString_DuplicatesAmountAndSize", count), stringWithSize(size),
+                      static_cast<unsigned long>(count)));
     // The size's text comes before the count in the English line.
     const auto& line = f.collectorFace().amountLine;
     EXPECT_LT(line.find(stringWithSize(size)), line.find(std::to_string(count) + " "));
