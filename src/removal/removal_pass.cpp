@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <dirent.h>
+#include <fcntl.h>
 #include <filesystem>
 #include <future>
 #include <sys/stat.h>
@@ -823,7 +824,11 @@ bool CVRemovalPass::isEmptyForCleanUp(const std::string& folder, TrashItemIdenti
         if (name == "." || name == "..")
             continue;
         const std::string path = folder + "/" + std::string(name);
-        if (name == kLeftoverName && !m_groupedLeftovers.contains(path))
+        // Only a plain file is a leftover: a folder or link of that name is the user's.
+        struct stat leftover {};
+        if (name == kLeftoverName && !m_groupedLeftovers.contains(path) &&
+            ::fstatat(::dirfd(dir), entry->d_name, &leftover, AT_SYMLINK_NOFOLLOW) == 0 &&
+            S_ISREG(leftover.st_mode))
             continue;
         // A dry run removes nothing: what it would remove counts as gone.
         if (m_options.dryRun && m_wouldGo.contains(path))

@@ -913,6 +913,14 @@ CleanUpSetup copyWithGroupedLeftover(RemovalHarness& h) {
     return s;
 }
 
+// As copyIn, with a ".DS_Store" that is a folder holding a user's file: content, not a
+// leftover, so the folder is not empty (and delete mode uses only unlink and rmdir).
+CleanUpSetup copyBesideAFolderNamedLikeALeftover(RemovalHarness& h) {
+    CleanUpSetup s = copyIn(h, "files/a", {});
+    s.mustStay.push_back(h.tree.file("files/a/.DS_Store/user file.txt", "keep me"));
+    return s;
+}
+
 class ParentCleanUp : public testing::TestWithParam<CleanUpCase> {};
 
 TEST_P(ParentCleanUp, RemovesOnlyAFolderLeftEmpty) {
@@ -998,12 +1006,15 @@ INSTANTIATE_TEST_SUITE_P(
                                     return s;
                                 }},
                     CleanUpCase{"DeleteIsNeverRecursive", false, true, false, false,
+                                [](RemovalHarness& h) { return copyBesideAFolderNamedLikeALeftover(h); }},
+                    CleanUpCase{"AFolderNamedLikeALeftoverIsContentTrash", true, true, false, false,
+                                [](RemovalHarness& h) { return copyBesideAFolderNamedLikeALeftover(h); }},
+                    CleanUpCase{"ALinkNamedLikeALeftoverIsContentTrash", true, true, false, false,
                                 [](RemovalHarness& h) {
-                                    // A ".DS_Store" that is a folder with a file in it: only rmdir and
-                                    // unlink are used, so the file stays.
                                     auto s = copyIn(h, "files/a", {});
-                                    s.mustStay.push_back(
-                                        h.tree.file("files/a/.DS_Store/user file.txt", "keep me"));
+                                    const std::string link = s.folder + "/.DS_Store";
+                                    EXPECT_EQ(::symlink("../kept.txt", link.c_str()), 0);
+                                    s.mustStay.push_back(link);
                                     return s;
                                 }}),
     [](const auto& param) { return std::string(param.param.name); });
