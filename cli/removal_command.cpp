@@ -216,10 +216,11 @@ std::optional<int> confirmRemoval(CVDuplicatesController& results, const CVRemov
         std::cerr
             << "corvel: no copy is marked for removal: choose copies with --autoselect, --keep or --select "
                "(in a scan document, \"needToRemove\": true)\n";
-    if (pass.count() == 0 || options.dryRun)
+    if (pass.count() == 0)
         return std::nullopt;
     if (!toTrash) {
-        // Each such copy would fail its check; the run is refused before anything starts.
+        // Each such copy would fail its check; the run is refused before anything starts,
+        // and so is its dry run, which would otherwise promise the other copies.
         std::size_t forced = 0;
         for (const auto& group : results.allDuplicatesGroups())
             forced += group->userForcedAllCopies() ? 1 : 0;
@@ -231,6 +232,8 @@ std::optional<int> confirmRemoval(CVDuplicatesController& results, const CVRemov
             return 2;
         }
     }
+    if (options.dryRun)
+        return std::nullopt;
     std::FILE* summaryStream = options.json ? stderr : stdout;
     const std::string summary = collectorSummary(results, toTrash, pass.count(), pass.size());
     std::fwrite(summary.data(), 1, summary.size(), summaryStream);

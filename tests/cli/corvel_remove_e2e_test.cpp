@@ -286,11 +286,14 @@ TEST_F(CorvelRemove, EveryCopyOfAGroupMayGoOnlyToTheTrashWhenForced) {
     EXPECT_TRUE(fs::exists(tree / "Pictures/Old/beach copy.jpg"));
     EXPECT_NE(deleting.err.find("may only go to the Trash: remove with --trash"), std::string::npos)
         << deleting.err;
-    // A dry run still shows what each copy would get.
+    // Its dry run is refused alike, rather than promise the other marked copies.
+    home.file("more.txt", tree / "Pictures/beach.jpg" + "\n" + tree / "Pictures/Old/beach copy.jpg" + "\n" +
+                              tree / "Documents/Drafts/report (1).pdf" + "\n");
     const auto trying = run("scan --remove --dry-run --delete --allow-all-copies --select " +
-                            shellQuoted(home / "all.txt") + " " + shellQuoted(tree.path()));
-    EXPECT_EQ(trying.status, 0) << trying.err;
-    EXPECT_NE(trying.out.find("only go to the Trash"), std::string::npos) << trying.out;
+                            shellQuoted(home / "more.txt") + " " + shellQuoted(tree.path()));
+    EXPECT_EQ(trying.status, 2) << trying.err;
+    EXPECT_NE(trying.err.find("may only go to the Trash: remove with --trash"), std::string::npos) << trying.err;
+    EXPECT_EQ(trying.out.find("would delete"), std::string::npos) << trying.out;
     const auto trashing = run("scan --json --remove --yes --trash --allow-all-copies --select " +
                               shellQuoted(home / "all.txt") + " " + shellQuoted(tree.path()));
     EXPECT_EQ(trashing.status, 0) << trashing.err;
