@@ -226,9 +226,9 @@ void CVRemovalPass::beginPass(const MarkedFiles& marked) {
     m_finished = false;
     m_records.clear();
     m_removedFolders.clear();
-    m_wouldGo.clear();
-    // A dry run removes nothing, so it tells its checks what would be gone by then.
-    m_verifier.setGoneInDryRun(m_options.dryRun ? &m_wouldGo : nullptr);
+    m_gone.clear();
+    // Its checks learn what went earlier in the pass (a dry run: what would have gone).
+    m_verifier.setGoneEarlier(&m_gone, m_options.dryRun);
     m_lookups.reset();
     m_cleanStartDate = std::chrono::system_clock::now();
     const std::uint64_t total = marked.size();
@@ -472,12 +472,20 @@ bool CVRemovalPass::moveWindow(TrashWindow& window, const MarkedFiles& marked,
             window.batch->drop(*entry.ticket);
             m_current->keptCopy.clear();
             error = checkError(std::string(kReasonNoKeptCopy) + " (" + why + ")");
+        } else if (auto lost = entry.ticket && dynamic_cast<const CVFolder*>(file.get())
+                                   ? RemovalVerifier::lostEntryReason(m_gone, entry.path)
+                                   : std::nullopt) {
+            // A folder copy checked before an item inside it went (earlier in this window
+            // or the one before) is no longer what its check compared.
+            window.batch->drop(*entry.ticket);
+            error = checkError(*lost);
         } else if (entry.ticket) {
             TrashedItem trashed;
             ok = window.batch->commit(*entry.ticket, &trashed, &error);
             if (ok) {
                 m_current->trashFile = trashed.trashFile;
                 m_current->trashInfo = trashed.trashInfo;
+                countAsGone(entry.path);
             }
         }
         if (!ok && entry.unlocked)
@@ -625,10 +633,13 @@ bool CVRemovalPass::checkCopy(CVFile& file, bool permanently, RemovalVerifier& v
     return ok;
 }
 
-bool CVRemovalPass::keptCopyRemains(const CVFile& kept, std::string* why) {
+bool CVRemovalPass::keptCopyRemains(const CVFile& kept, std::string* why) const {
     std::string reason;
     if (kept.needToRemove() || kept.wasRemoved())
         reason = "chosen for removal too";
+    else if (auto lost = dynamic_cast<const CVFolder*>(&kept) ? RemovalVerifier::lostEntryReason(m_gone, kept.path())
+                                                             : std::nullopt)
+        reason = std::move(*lost); // its top looks as scanned, its content does not
     else if (RemovalVerifier::isUnchangedSinceScan(kept, &reason))
         return true;
     *why = kept.path() + ": " + reason;
@@ -741,6 +752,8 @@ bool CVRemovalPass::shredPhysicallyDup(CVFile& file, bool toTrash, CVError* erro
         if (unlocked)
             lockAgain(path);
         setError(error, removeError);
+    } else {
+        countAsGone(path);
     }
     if (removeEmptyFolders())
         removeParentFolderIfEmpty(path, toTrash);
@@ -831,7 +844,7 @@ bool CVRemovalPass::isEmptyForCleanUp(const std::string& folder, TrashItemIdenti
             S_ISREG(leftover.st_mode))
             continue;
         // A dry run removes nothing: what it would remove counts as gone.
-        if (m_options.dryRun && m_wouldGo.contains(path))
+        if (m_options.dryRun && m_gone.contains(path))
             continue;
         empty = false;
         break;
@@ -841,8 +854,9 @@ bool CVRemovalPass::isEmptyForCleanUp(const std::string& folder, TrashItemIdenti
 }
 
 void CVRemovalPass::countAsGone(const std::string& path) {
-    m_wouldGo.insert(path);
-    m_wouldGo.insert(RemovalVerifier::resolvedPlace(path));
+    m_gone.insert(path);
+    if (m_options.dryRun)
+        m_gone.insert(RemovalVerifier::resolvedPlace(path));
 }
 
 void CVRemovalPass::removeParentFolderIfEmpty(const std::string& removedPath, bool moveToTrashFlag) {
@@ -867,8 +881,10 @@ void CVRemovalPass::removeParentFolderIfEmpty(const std::string& removedPath, bo
         ::unlink((folder + "/" + std::string(kLeftoverName)).c_str());
         removed = ::rmdir(folder.c_str()) == 0;
     }
-    if (removed)
+    if (removed) {
+        countAsGone(folder);
         m_removedFolders.push_back(folder);
+    }
 }
 
 std::optional<CVError> CVRemovalPass::shrediPhotoDup(CVFile& file) {

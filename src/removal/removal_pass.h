@@ -133,8 +133,8 @@ public:
     [[nodiscard]] bool removeItemAtPath(const std::string& path, bool toTrash, CVError* error,
                                         const std::vector<ComparedEntry>* compared = nullptr);
     void removeParentFolderIfEmpty(const std::string& removedPath, bool moveToTrash);
-    // A dry run: what it would remove counts as gone from here on, by its path and by
-    // the place the path leads to.
+    // What the pass removed counts as gone from here on (a dry run: what it would remove,
+    // by its path and by the place the path leads to).
     void countAsGone(const std::string& path);
     std::optional<CVError> shrediPhotoDup(CVFile& file);
     std::optional<PropertyValue::Dictionary> trashiPhotoImageWithPath(const std::string& path, bool useAdd,
@@ -187,8 +187,9 @@ private:
                                  RemovalCheck* check, CVError* error);
     // Whether the kept copy a copy was compared with is still there as the scan saw it and
     // stays (a window's copy is moved a little after its check, and an earlier move of the
-    // pass may have taken its kept copy); else false with *why ("PATH: missing", ...).
-    static bool keptCopyRemains(const CVFile& kept, std::string* why);
+    // pass may have taken its kept copy, or an item inside a kept folder); else false with
+    // *why ("PATH: missing", ...).
+    bool keptCopyRemains(const CVFile& kept, std::string* why) const;
     // What the Trash checks again just before a copy is moved: its device, inode and time,
     // and a file's size, as the scan recorded them.
     static TrashItemIdentity identityOf(const CVFile& file);
@@ -258,7 +259,8 @@ private:
     std::vector<FileRecord> m_records;
     FileRecord* m_current = nullptr; // the record of the copy being handled
     std::vector<std::string> m_removedFolders;
-    std::set<std::string> m_wouldGo; // a dry run: the paths it would remove, as named and resolved
+    // The paths removed so far (a dry run: that it would have removed, as named and resolved).
+    std::set<std::string> m_gone;
     // The ".DS_Store" files that are members of a group: content, never a leftover the
     // clean-up may remove with its folder.
     std::set<std::string> m_groupedLeftovers;

@@ -63,17 +63,39 @@ std::string RemovalVerifier::resolvedPlace(const std::string& path) {
     return (*folder == "/" ? std::string() : *folder) + "/" + name;
 }
 
+std::optional<std::string> RemovalVerifier::lostEntryReason(const std::set<std::string>& gone,
+                                                            const std::string& folder) {
+    const std::string inside = folder == "/" ? folder : folder + "/";
+    std::optional<std::string> deeper;
+    for (auto it = gone.lower_bound(inside); it != gone.end() && it->starts_with(inside); ++it) {
+        if (parentPath(*it) == folder)
+            return std::string(kReasonChanged);
+        if (!deeper)
+            deeper = "an item inside it goes earlier in this run (" + *it + ")";
+    }
+    return deeper;
+}
+
 bool RemovalVerifier::isThereAsScanned(const CVFile& file, std::string* reason) const {
-    if (m_goneInDryRun && !m_goneInDryRun->empty()) {
-        // By the path as named and by the place it leads to: a kept copy named through a
-        // linked folder is gone once the item it leads to is.
+    if (m_goneEarlier && !m_goneEarlier->empty()) {
         const std::string named = file.path();
-        for (const std::string& start : {named, resolvedPlace(named)})
+        const bool isFolder = dynamic_cast<const CVFolder*>(&file) != nullptr;
+        // By the path as named and, where asked, by the place it leads to: a kept copy
+        // named through a linked folder is gone once the item it leads to is.
+        std::vector<std::string> places{named};
+        if (m_byResolvedPlace)
+            places.push_back(resolvedPlace(named));
+        for (const std::string& start : places) {
             for (std::string path = start; path.size() > 1; path = parentPath(path))
-                if (m_goneInDryRun->contains(path)) {
+                if (m_goneEarlier->contains(path)) {
                     *reason = "missing";
                     return false;
                 }
+            if (auto lost = isFolder ? lostEntryReason(*m_goneEarlier, start) : std::nullopt) {
+                *reason = std::move(*lost);
+                return false;
+            }
+        }
     }
     return isUnchangedSinceScan(file, reason);
 }

@@ -17,6 +17,7 @@
 // copies it handles alone and one for the windows its worker prepares).
 
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 
@@ -46,10 +47,22 @@ public:
     // Whether the copy may be removed now (permanently: deleted rather than trashed).
     RemovalCheck checkBeforeRemoval(const CVFile& copy, bool permanently);
 
-    // For a dry run, which removes nothing: the paths it would have removed by now (null:
-    // none). An item at or below one of them counts as missing, as it would be then. The
-    // set must outlive the checks.
-    void setGoneInDryRun(const std::set<std::string>* paths) { m_goneInDryRun = paths; }
+    // The paths the pass has removed by now (a dry run, which removes nothing: would have
+    // removed; null: none). An item at or below one of them counts as missing, and a folder
+    // that held one as changed (lostEntryReason). byResolvedPlace: the set holds each path
+    // also as resolvedPlace gives it, and items are looked up both ways. The set must
+    // outlive the checks.
+    void setGoneEarlier(const std::set<std::string>* paths, bool byResolvedPlace) {
+        m_goneEarlier = paths;
+        m_byResolvedPlace = byResolvedPlace;
+    }
+
+    // Why a folder copy, or a kept folder, is no longer what its check saw once the paths
+    // in gone are removed: an entry of its own changes the folder's modification time
+    // ("changed since the scan"), one further down its content. Nothing when none lies
+    // inside it.
+    [[nodiscard]] static std::optional<std::string> lostEntryReason(const std::set<std::string>& gone,
+                                                                    const std::string& folder);
 
     // Where the item at path lies with its folders' symbolic links resolved (the item
     // itself as named), so that a folder and a link to it give one place; the path as
@@ -58,11 +71,12 @@ public:
     [[nodiscard]] static std::string resolvedPlace(const std::string& path);
 
 private:
-    // isUnchangedSinceScan, and not gone in the dry run.
+    // isUnchangedSinceScan, and neither gone nor changed by what went earlier.
     bool isThereAsScanned(const CVFile& file, std::string* reason) const;
 
     ContentComparer m_comparer;
-    const std::set<std::string>* m_goneInDryRun = nullptr;
+    const std::set<std::string>* m_goneEarlier = nullptr;
+    bool m_byResolvedPlace = false;
 };
 
 // Reasons a copy fails the checks; the command line and the collector show them.

@@ -1543,6 +1543,64 @@ TEST_P(RemovalDryRun, SaysWhatTheRealRunDoesWithItemsInsideAnEarlierCopy) {
     }
 }
 
+// Folders that an earlier removal of the pass changed: an item removed before the folder
+// copy that holds it (p/f, then p; u/d/f, then u further down), and items removed from a
+// folder kept for another copy (q/f, then t kept by q; k/sub/x, then l kept by k). The
+// folder copies stay, and the dry run says so. In windows of 1 the next window is checked
+// while the one before moves, so the reason depends on which comes first there.
+void checkFoldersChangedEarlier(bool toTrash, std::size_t window) {
+    RemovalHarness h;
+    for (const char* file : {"p/f", "q/f", "s/f", "t/f", "w/f"})
+        h.tree.file(std::string("files/") + file, "folder");
+    for (const char* file : {"u/d/f", "v/d/f", "w/d/f", "k/sub/x", "l/sub/x", "m/x"})
+        h.tree.file(std::string("files/") + file, "deep");
+    h.group({h.files("w/f"), h.files("p/f")}, {1});
+    h.group({h.files("s"), h.files("p")}, {1});
+    h.group({h.files("w/f"), h.files("q/f")}, {1});
+    h.group({h.files("q"), h.files("t")}, {1});
+    h.group({h.files("w/d/f"), h.files("u/d/f")}, {1});
+    h.group({h.files("v"), h.files("u")}, {1});
+    h.group({h.files("m/x"), h.files("k/sub/x")}, {1});
+    h.group({h.files("k"), h.files("l")}, {1});
+    auto options = h.options(toTrash);
+    options.windowCopies = window;
+    auto real = h.pass(options);
+    options.dryRun = true;
+    auto dry = h.pass(options);
+    runPass(*dry);
+    runPass(*real);
+    ASSERT_EQ(dry->records().size(), 8u);
+    ASSERT_EQ(real->records().size(), 8u);
+    const std::string deeper = "an item inside it goes earlier in this run (";
+    const std::vector<std::string> reasons = {
+        "", kReasonChanged,
+        "", std::string(kReasonNoKeptCopy) + " (" + h.files("q") + ": " + kReasonChanged + ")",
+        "", deeper + h.files("u/d/f") + ")",
+        "", std::string(kReasonNoKeptCopy) + " (" + h.files("k") + ": " + deeper + h.files("k/sub/x") + "))"};
+    for (std::size_t i = 0; i < reasons.size(); ++i) {
+        const auto& before = dry->records()[i];
+        const auto& done = real->records()[i];
+        SCOPED_TRACE(done.file->path());
+        const bool goes = reasons[i].empty();
+        EXPECT_EQ(before.outcome,
+                  goes ? (toTrash ? Outcome::WouldTrash : Outcome::WouldDelete) : Outcome::WouldFail);
+        EXPECT_EQ(done.outcome, goes ? (toTrash ? Outcome::Trashed : Outcome::Deleted) : Outcome::Failed);
+        EXPECT_EQ(before.error, reasons[i]);
+        if (window > 1) {
+            EXPECT_EQ(done.error, reasons[i]);
+        }
+    }
+    for (const char* stays : {"p", "t/f", "u/d", "l/sub/x", "s/f", "q", "v/d/f", "k", "m/x"})
+        EXPECT_TRUE(exists(h.files(stays))) << stays;
+}
+
+TEST_P(RemovalDryRun, FoldersThatEarlierRemovalsChangedStay) {
+    for (const std::size_t window : {std::size_t{1024}, std::size_t{1}}) {
+        SCOPED_TRACE("windows of " + std::to_string(window));
+        checkFoldersChangedEarlier(GetParam(), window);
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(Removal, RemovalDryRun, testing::Bool(),
                          [](const auto& param) { return param.param ? "ToTheTrash" : "DeletingOutright"; });
 
