@@ -39,7 +39,7 @@ inline constexpr int kExitStoppedBySignal = 130;
 
 // Runs the removal pass on the marked copies: prints the collector's summary, asks on a
 // terminal (--yes answers; without a terminal and --yes nothing is touched, exit 2), runs
-// the pass with progress on a terminal (SIGINT/SIGTERM, as interrupted, stop it after the
+// the pass with progress on a terminal (SIGINT/SIGTERM/SIGHUP, as interrupted, stop it after the
 // current copy), and prints the report: the whole JSON document with its "removal"
 // member when json is set, else the plain report (failures on stderr). Answers the exit
 // status: 0 every marked copy removed (or none marked, or a dry run), 4 some were not,

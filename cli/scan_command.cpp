@@ -45,6 +45,15 @@ void onInterrupt(int /*unused*/) {
     g_interrupted = true;
 }
 
+// Ctrl-C, a polite kill and the terminal closing each ask the scan or the pass to stop
+// (the pass after the copy at hand), never to end the process in the middle of a move.
+void stopOnInterrupt() {
+    struct sigaction action {};
+    action.sa_handler = onInterrupt;
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+        ::sigaction(signal, &action, nullptr);
+}
+
 const char* refusalReason(std::int64_t verdict) {
     switch (verdict) {
     case ScanRefusedTimeMachine:
@@ -236,10 +245,7 @@ ScanOutcome scanWithProgress(CVDuplicatesLocator& locator, const std::vector<std
         center, center.addObserver(kProgressUpdatedNotification, nullptr,
                                    [&](const Notification& n) { percent = n.object.toDouble(); }));
 
-    struct sigaction action {};
-    action.sa_handler = onInterrupt;
-    ::sigaction(SIGINT, &action, nullptr);
-    ::sigaction(SIGTERM, &action, nullptr);
+    stopOnInterrupt();
     std::optional<std::chrono::steady_clock::time_point> comparingSince;
     const auto drawProgress = [&] {
         const ScanCounters& c = locator.counters();
@@ -466,10 +472,7 @@ int runRemove(const RemoveOptions& options) {
         std::cerr << "corvel: " << escapedForTerminal(message) << "; nothing was removed\n";
         return kExitUsage;
     }
-    struct sigaction action {};
-    action.sa_handler = onInterrupt;
-    ::sigaction(SIGINT, &action, nullptr);
-    ::sigaction(SIGTERM, &action, nullptr);
+    stopOnInterrupt();
     return removeMarkedCopies(*plan.results, plan.roots, options.removal, g_interrupted);
 }
 

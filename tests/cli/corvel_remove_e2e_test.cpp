@@ -292,7 +292,8 @@ TEST_F(CorvelRemove, EveryCopyOfAGroupMayGoOnlyToTheTrashWhenForced) {
     const auto trying = run("scan --remove --dry-run --delete --allow-all-copies --select " +
                             shellQuoted(home / "more.txt") + " " + shellQuoted(tree.path()));
     EXPECT_EQ(trying.status, 2) << trying.err;
-    EXPECT_NE(trying.err.find("may only go to the Trash: remove with --trash"), std::string::npos) << trying.err;
+    EXPECT_NE(trying.err.find("may only go to the Trash: remove with --trash"), std::string::npos)
+        << trying.err;
     EXPECT_EQ(trying.out.find("would delete"), std::string::npos) << trying.out;
     const auto trashing = run("scan --json --remove --yes --trash --allow-all-copies --select " +
                               shellQuoted(home / "all.txt") + " " + shellQuoted(tree.path()));
@@ -416,23 +417,36 @@ void expectEveryCopyAtItsPathOrInTheTrash(const test::TempTree& tree, const std:
     }
 }
 
+// Ctrl-C, a polite kill, and the terminal closing (SIGHUP) each stop the pass after the
+// copy at hand: nothing is left half-moved.
 TEST_F(CorvelRemove, ASignalStopsThePassAfterTheCurrentCopy) {
     constexpr int kCount = 1500;
     home.file("list.txt", buildManyCopies(tree, kCount));
-    const std::string command =
-        "HOME='" + home.path() + "' XDG_DATA_HOME='" + home.path() + "/.local/share' " + CORVEL_BINARY +
-        " scan --min-size 1 --remove --yes --quiet --settings " + shellQuoted(settingsFile()) + " --select " +
-        shellQuoted(home / "list.txt") + " " + shellQuoted(tree.path()) +
-        " >/dev/null 2>&1 </dev/null & pid=$!; " + "for i in $(seq 2000); do [ -d '" + trashFolder() +
-        "/files' ] && break; sleep 0.01; done; " + "kill -INT $pid; wait $pid";
-    const int status = std::system(command.c_str());
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 130);
-    expectEveryCopyAtItsPathOrInTheTrash(tree, trashFolder(), kCount);
-    std::size_t left = 0;
-    for (int i = 0; i < kCount; ++i)
-        left += fs::exists(tree / ("copies/f" + std::to_string(i) + ".txt")) ? 1 : 0;
-    EXPECT_GT(left, 0u) << "the pass stopped before the end";
+    for (const char* signal : {"INT", "TERM", "HUP"}) {
+        SCOPED_TRACE(signal);
+        const std::string command =
+            "HOME='" + home.path() + "' XDG_DATA_HOME='" + home.path() + "/.local/share' " + CORVEL_BINARY +
+            " scan --min-size 1 --remove --yes --quiet --settings " + shellQuoted(settingsFile()) +
+            " --select " + shellQuoted(home / "list.txt") + " " + shellQuoted(tree.path()) +
+            " >/dev/null 2>&1 </dev/null & pid=$!; " + "for i in $(seq 2000); do [ -d '" + trashFolder() +
+            "/files' ] && break; sleep 0.01; done; " + "kill -" + signal + " $pid; wait $pid";
+        const int status = std::system(command.c_str());
+        ASSERT_TRUE(WIFEXITED(status));
+        EXPECT_EQ(WEXITSTATUS(status), 130);
+        expectEveryCopyAtItsPathOrInTheTrash(tree, trashFolder(), kCount);
+        std::size_t left = 0;
+        for (int i = 0; i < kCount; ++i)
+            left += fs::exists(tree / ("copies/f" + std::to_string(i) + ".txt")) ? 1 : 0;
+        EXPECT_GT(left, 0u) << "the pass stopped before the end";
+        // The next round starts with every copy back at its path and a new Trash.
+        for (const auto& entry : fs::directory_iterator(trashFolder() + "/info")) {
+            const std::string info = test::TempTree::read(entry.path());
+            const auto at = info.find("Path=") + 5;
+            fs::rename(trashFolder() + "/files/" + entry.path().stem().string(),
+                       info.substr(at, info.find('\n', at) - at));
+        }
+        fs::remove_all(trashFolder());
+    }
 }
 
 TEST_F(CorvelRemove, KilledAtAnyMomentEveryCopyIsAtItsPathOrInTheTrash) {
