@@ -11,6 +11,7 @@
 #include <optional>
 
 #include "platform/app_info.h"
+#include "platform/process_limits.h"
 #include "platform/resources.h"
 #include "platform/system_log.h"
 #include "platform/user_defaults.h"
@@ -330,6 +331,7 @@ int reportUsageError(CommandLine& line, const CLI::ParseError& e) {
 // NOLINTNEXTLINE(bugprone-exception-escape): an exception out of here is a bug; terminate shows where.
 int main(int argc, char** argv) {
     using namespace corvel::cli;
+    corvel::raiseOpenFileLimit();
     CommandLine line;
     line.app.set_version_flag("--version", corvel::applicationName() + " " + corvel::applicationVersion());
     line.app.require_subcommand(1);

@@ -14,6 +14,7 @@
 #include "local_paths.h"
 #include "platform/app_info.h"
 #include "platform/main_queue.h"
+#include "platform/process_limits.h"
 
 namespace {
 
@@ -49,6 +50,7 @@ int main(int argc, char** argv) {
     if (answeredInformationRequest(argc, argv))
         return 0;
     corvel::MainQueue::shared().setMainThread();
+    corvel::raiseOpenFileLimit();
     QApplication::setHighDpiScaleFactorRoundingPolicy(Qt::HighDpiScaleFactorRoundingPolicy::PassThrough);
     QApplication app(argc, argv);
     QApplication::setApplicationName("corvel-gui");

@@ -148,6 +148,9 @@ public:
     // As Trash::trashDirectoryFor, with the folders looked up once per batch (a dry run
     // over many items keeps one batch for its look-ups and adds nothing).
     std::optional<std::string> trashDirectoryFor(const std::string& path, CVError* error);
+    // How many item folders the batch holds open (each with its Trash folder's three
+    // descriptors), so a caller can bound the descriptors a batch takes.
+    [[nodiscard]] std::size_t folderCount() const { return m_folders.size(); }
 
 private:
     struct Folder;

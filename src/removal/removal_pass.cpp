@@ -50,8 +50,10 @@ constexpr std::uint64_t kTicks = 20;
 constexpr auto kMinimumTickInterval = std::chrono::milliseconds(200);
 constexpr auto kClosingPause = std::chrono::milliseconds(500);
 // A window of copies moved to the Trash together is checked within this time (and holds at
-// most Options::windowCopies copies).
+// most Options::windowCopies copies, from at most kWindowFolders folders: each folder keeps
+// four descriptors open while its window lives, and two windows live at once).
 constexpr auto kWindowTime = std::chrono::milliseconds(250);
+constexpr std::size_t kWindowFolders = 64;
 
 std::string humanDuration(std::chrono::system_clock::duration elapsed) {
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(elapsed).count();
@@ -411,6 +413,7 @@ std::unique_ptr<CVRemovalPass::TrashWindow> CVRemovalPass::prepareWindow(const M
     // Bounded, so progress and Stop stay prompt; a window holds at least one copy.
     for (; i < marked.size(); ++i) {
         if (!window->entries.empty() && (window->entries.size() >= m_options.windowCopies ||
+                                         window->batch->folderCount() >= kWindowFolders ||
                                          std::chrono::steady_clock::now() - started >= kWindowTime))
             break;
         CVFile& file = *marked[i].first;

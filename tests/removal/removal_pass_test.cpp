@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <iostream>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -1200,6 +1201,28 @@ TEST(RemovalGuards, APathWithANulByteIsNeverActedOn) {
         EXPECT_EQ(pass->records()[0].outcome, Outcome::Failed);
         EXPECT_EQ(pass->records()[0].error, "its path holds a NUL byte");
     }
+}
+
+// Copies spread over many folders, under a low limit on open descriptors: a window keeps
+// each of its folders (and that folder's Trash) open, so windows take few enough folders
+// for every copy to go.
+TEST(RemovalWindows, CopiesInManyFoldersStayWithinTheDescriptorLimit) {
+    constexpr int kFolders = 300;
+    RemovalHarness h;
+    for (int i = 0; i < kFolders; ++i)
+        h.copies("keep/k" + std::to_string(i), {"d" + std::to_string(i) + "/copy"},
+                 "same " + std::to_string(i));
+    struct rlimit before {};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    struct rlimit low = before;
+    low.rlim_cur = std::min<rlim_t>(before.rlim_cur, 640);
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &low), 0);
+    auto pass = h.pass(true);
+    runPass(*pass);
+    ::setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_EQ(pass->removedFiles(), static_cast<std::uint64_t>(kFolders));
+    for (const auto& record : pass->records())
+        EXPECT_EQ(record.outcome, Outcome::Trashed) << record.file->path() << ": " << record.error;
 }
 
 // A volume made read-only after the scan: the dry run says the copy would fail, as the real
