@@ -1,6 +1,7 @@
 #include "plan_reader.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstring>
 #include <limits>
 #include <nlohmann/json.hpp>
@@ -39,7 +40,11 @@ std::string markSurrogateEscapes(std::string text) {
             ++i;
             continue;
         }
-        if (text.compare(i, 4, "\\udc") == 0 || text.compare(i, 4, "\\uDC") == 0) {
+        // Only \udc80 to \udcff stand for a byte; any other is left to the parser,
+        // which refuses it as a lone surrogate.
+        if ((text.compare(i, 4, "\\udc") == 0 || text.compare(i, 4, "\\uDC") == 0) && i + 5 < text.size() &&
+            std::string_view("89abcdefABCDEF").find(text[i + 4]) != std::string_view::npos &&
+            std::isxdigit(static_cast<unsigned char>(text[i + 5]))) {
             out += "\\ufdd0\\u00";
             out += text.substr(i + 4, 2);
             i += 5;
@@ -56,8 +61,10 @@ std::string restoreBytes(const std::string& text) {
     std::string out;
     out.reserve(text.size());
     for (std::size_t i = 0; i < text.size(); ++i) {
-        // The marker, then U+0080..U+00FF as two UTF-8 bytes.
-        if (text.compare(i, kByteMarker.size(), kByteMarker) == 0 && i + 4 < text.size()) {
+        // The marker, then U+0080..U+00FF as two UTF-8 bytes (C2 or C3, then the rest);
+        // a marker the document held itself stays as it is.
+        if (text.compare(i, kByteMarker.size(), kByteMarker) == 0 && i + 4 < text.size() &&
+            (text[i + 3] == '\xC2' || text[i + 3] == '\xC3')) {
             const auto lead = static_cast<unsigned char>(text[i + 3]);
             const auto trail = static_cast<unsigned char>(text[i + 4]);
             out += static_cast<char>(((lead & 0x03) << 6) | (trail & 0x3F));

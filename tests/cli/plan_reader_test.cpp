@@ -153,6 +153,20 @@ TEST_F(PlanReader, RefusesWhatIsNoPlanWithTheFirstProblem) {
         {"a syntax error after a bad group", R"({"roots": ["/r"], "groups": [{"files": []}, )",
          "is not a scan document: parse error"},
         {"a list", "[]", R"(is not a scan document (no "groups"))"},
+        // A raw byte is written as \udc80 to \udcff; any other such escape is a lone
+        // surrogate, as JSON has it, and no path.
+        {"a byte escape below 0x80",
+         R"({"roots": ["/r"], "groups": [)" +
+             group(member("/r/\\udc41", true) + ", " + member("/r/b", false)) + "]}",
+         "is not a scan document: parse error"},
+        {"a byte escape of NUL",
+         R"({"roots": ["/r"], "groups": [)" +
+             group(member("/r/a\\udc00b", true) + ", " + member("/r/b", false)) + "]}",
+         "is not a scan document: parse error"},
+        {"a byte escape of a slash",
+         R"({"roots": ["/r"], "groups": [)" +
+             group(member("/r/a\\uDC2f", true) + ", " + member("/r/b", false)) + "]}",
+         "is not a scan document: parse error"},
         {"a number", "5", R"(is not a scan document (no "groups"))"},
         {"no groups", R"({"roots": []})", R"(is not a scan document (no "groups"))"},
         {"groups not a list", R"({"roots": ["/r"], "groups": {"files": []}})",
