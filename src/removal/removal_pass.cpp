@@ -640,8 +640,9 @@ bool CVRemovalPass::keptCopyRemains(const CVFile& kept, std::string* why) const 
     std::string reason;
     if (kept.needToRemove() || kept.wasRemoved())
         reason = "chosen for removal too";
-    else if (auto lost = dynamic_cast<const CVFolder*>(&kept) ? RemovalVerifier::lostEntryReason(m_gone, kept.path())
-                                                             : std::nullopt)
+    else if (auto lost = dynamic_cast<const CVFolder*>(&kept)
+                             ? RemovalVerifier::lostEntryReason(m_gone, kept.path())
+                             : std::nullopt)
         reason = std::move(*lost); // its top looks as scanned, its content does not
     else if (RemovalVerifier::isUnchangedSinceScan(kept, &reason))
         return true;
