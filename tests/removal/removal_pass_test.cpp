@@ -1450,6 +1450,19 @@ std::string fileBytes(const std::string& path) {
     return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
+// The marked copies of h run twice, in windows of window copies: as a dry run, then for real.
+std::pair<std::unique_ptr<CVRemovalPass>, std::unique_ptr<CVRemovalPass>>
+dryAndRealRuns(RemovalHarness& h, bool toTrash, std::size_t window) {
+    auto options = h.options(toTrash);
+    options.windowCopies = window;
+    auto real = h.pass(options);
+    options.dryRun = true;
+    auto dry = h.pass(options);
+    runPass(*dry);
+    runPass(*real);
+    return {std::move(dry), std::move(real)};
+}
+
 // Copies that lie inside, or are kept inside, a folder copy removed earlier in the same
 // pass (in the same window of moves, or in an earlier one): the dry run says of each
 // what the real run then does.
@@ -1471,13 +1484,7 @@ void checkDryRunAgainstRealRun(bool toTrash, std::size_t window) {
     ASSERT_EQ(::symlink("r", h.files("alias").c_str()), 0);
     h.group({h.files("alias/b"), h.files("r/a")}, {1});
     h.group({h.files("alias/a"), h.files("r/b")}, {1});
-    auto options = h.options(toTrash);
-    options.windowCopies = window;
-    auto real = h.pass(options);
-    options.dryRun = true;
-    auto dry = h.pass(options);
-    runPass(*dry);
-    runPass(*real);
+    auto [dry, real] = dryAndRealRuns(h, toTrash, window);
     ASSERT_EQ(dry->records().size(), 5u);
     ASSERT_EQ(real->records().size(), 5u);
     const std::map<Outcome, Outcome> said = {{Outcome::WouldTrash, Outcome::Trashed},
@@ -1585,13 +1592,7 @@ void checkFoldersChangedEarlier(bool toTrash, std::size_t window) {
     h.group({h.files("v"), h.files("u")}, {1});
     h.group({h.files("m/x"), h.files("k/sub/x")}, {1});
     h.group({h.files("k"), h.files("l")}, {1});
-    auto options = h.options(toTrash);
-    options.windowCopies = window;
-    auto real = h.pass(options);
-    options.dryRun = true;
-    auto dry = h.pass(options);
-    runPass(*dry);
-    runPass(*real);
+    auto [dry, real] = dryAndRealRuns(h, toTrash, window);
     ASSERT_EQ(dry->records().size(), 8u);
     ASSERT_EQ(real->records().size(), 8u);
     const std::string deeper = "an item inside it goes earlier in this run (";
