@@ -38,14 +38,18 @@ PropertyValue StringTables::localizedValue(std::string_view key, std::string_vie
     return tableLocked(table)[key];
 }
 
-std::string StringTables::localizedString(std::string_view key, std::string_view table) {
-    const PropertyValue value = localizedValue(key, table);
-    if (const PropertyValue& text = value.isDictionary() ? value["other"] : value; text.isString())
-        return *text.asString();
+namespace {
+
+// The text a table's value holds: the value itself, or of plural forms the one of the
+// category, else the "other" one; the key when there is none.
+std::string textOf(const PropertyValue& value, const std::string& category, std::string_view key) {
+    if (!value.isDictionary())
+        return value.isString() ? *value.asString() : std::string(key);
+    for (const std::string& form : {category, std::string("other")})
+        if (const PropertyValue& text = value[form]; text.isString())
+            return *text.asString();
     return std::string(key);
 }
-
-namespace {
 
 // The plural category of count in English ("one", "other"), by ICU's rules.
 std::string pluralCategory(std::uint64_t count) {
@@ -64,14 +68,12 @@ std::string pluralCategory(std::uint64_t count) {
 
 } // namespace
 
+std::string StringTables::localizedString(std::string_view key, std::string_view table) {
+    return textOf(localizedValue(key, table), "other", key);
+}
+
 std::string StringTables::localizedString(std::string_view key, std::uint64_t count, std::string_view table) {
-    const PropertyValue value = localizedValue(key, table);
-    if (!value.isDictionary())
-        return value.isString() ? *value.asString() : std::string(key);
-    for (const std::string& category : {pluralCategory(count), std::string("other")})
-        if (const PropertyValue& text = value[category]; text.isString())
-            return *text.asString();
-    return std::string(key);
+    return textOf(localizedValue(key, table), pluralCategory(count), key);
 }
 
 std::string localizedCount(std::string_view key, std::uint64_t count, std::string_view table) {

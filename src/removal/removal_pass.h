@@ -133,9 +133,6 @@ public:
     [[nodiscard]] bool removeItemAtPath(const std::string& path, bool toTrash, CVError* error,
                                         const std::vector<ComparedEntry>* compared = nullptr);
     void removeParentFolderIfEmpty(const std::string& removedPath, bool moveToTrash);
-    // What the pass removed counts as gone from here on (a dry run: what it would remove,
-    // by its path and by the place the path leads to).
-    void countAsGone(const std::string& path);
     std::optional<CVError> shrediPhotoDup(CVFile& file);
     std::optional<PropertyValue::Dictionary> trashiPhotoImageWithPath(const std::string& path, bool useAdd,
                                                                       bool isVideo);
@@ -185,6 +182,9 @@ private:
     // (kRemovalCheckErrorDomain). *check names the copy that stays.
     [[nodiscard]] bool checkCopy(CVFile& file, bool permanently, RemovalVerifier& verifier,
                                  RemovalCheck* check, CVError* error);
+    // What the pass removed counts as gone from here on (a dry run: what it would remove,
+    // by its path and by the place the path leads to).
+    void countAsGone(const std::string& path);
     // Whether the kept copy a copy was compared with is still there as the scan saw it and
     // stays (a window's copy is moved a little after its check, and an earlier move of the
     // pass may have taken its kept copy, or an item inside a kept folder); else false with

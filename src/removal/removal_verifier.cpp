@@ -80,13 +80,14 @@ bool RemovalVerifier::isThereAsScanned(const CVFile& file, std::string* reason) 
     if (m_goneEarlier && !m_goneEarlier->empty()) {
         const std::string named = file.path();
         const bool isFolder = dynamic_cast<const CVFolder*>(&file) != nullptr;
-        // By the path as named and, where asked, by the place it leads to: a kept copy
-        // named through a linked folder is gone once the item it leads to is.
+        // A real run finds a removed item missing on disk; a dry run looks it up, by the
+        // path as named and by the place it leads to (a kept copy named through a linked
+        // folder is gone once the item it leads to is).
         std::vector<std::string> places{named};
-        if (m_byResolvedPlace)
+        if (m_dryRun)
             places.push_back(resolvedPlace(named));
         for (const std::string& start : places) {
-            for (std::string path = start; path.size() > 1; path = parentPath(path))
+            for (std::string path = start; m_dryRun && path.size() > 1; path = parentPath(path))
                 if (m_goneEarlier->contains(path)) {
                     *reason = "missing";
                     return false;

@@ -47,14 +47,14 @@ public:
     // Whether the copy may be removed now (permanently: deleted rather than trashed).
     RemovalCheck checkBeforeRemoval(const CVFile& copy, bool permanently);
 
-    // The paths the pass has removed by now (a dry run, which removes nothing: would have
-    // removed; null: none). An item at or below one of them counts as missing, and a folder
-    // that held one as changed (lostEntryReason). byResolvedPlace: the set holds each path
-    // also as resolvedPlace gives it, and items are looked up both ways. The set must
-    // outlive the checks.
-    void setGoneEarlier(const std::set<std::string>* paths, bool byResolvedPlace) {
+    // The paths the pass has removed by now (null: none): a folder that held one counts as
+    // changed (lostEntryReason). dryRun: the set holds what a dry run, which removes
+    // nothing, would have removed, each path also as resolvedPlace gives it; an item at or
+    // below one of them, by either path, then counts as missing, as it would be by then.
+    // The set must outlive the checks.
+    void setGoneEarlier(const std::set<std::string>* paths, bool dryRun) {
         m_goneEarlier = paths;
-        m_byResolvedPlace = byResolvedPlace;
+        m_dryRun = dryRun;
     }
 
     // Why a folder copy, or a kept folder, is no longer what its check saw once the paths
@@ -76,7 +76,7 @@ private:
 
     ContentComparer m_comparer;
     const std::set<std::string>* m_goneEarlier = nullptr;
-    bool m_byResolvedPlace = false;
+    bool m_dryRun = false;
 };
 
 // Reasons a copy fails the checks; the command line and the collector show them.
