@@ -57,10 +57,15 @@ CVError systemError(int errnoValue, const std::string& path, const std::string& 
     return error;
 }
 
-// A read-only volume, or a Trash folder the user may not write in: this volume has no
-// Trash for the user, which is not a fault of the item.
-bool meansNoTrash(int errnoValue) {
-    return errnoValue == EROFS || errnoValue == EACCES || errnoValue == EPERM;
+// The failure to find or open the Trash folder of the item at path: "no Trash on this
+// volume", or the system's text for a passing failure (out of descriptors, say), which
+// neither holds for the volume nor should lead anyone to delete instead.
+CVError trashFolderFailure(const std::string& path, const TrashFolderRefusal& refusal) {
+    if (refusal.systemError == 0)
+        return noTrashOnVolume(path, refusal.reason);
+    CVError error = systemError(refusal.systemError, path, "cannot open the Trash");
+    error.userInfo[kTrashReasonKey] = refusal.reason;
+    return error;
 }
 
 std::string joinPath(const std::string& folder, const std::string& name) {
@@ -149,11 +154,11 @@ struct TrashBatch::Folder {
     std::string resolved; // symbolic links resolved
     UniqueFd fd;          // O_PATH
     bool trashLooked = false;
-    std::shared_ptr<TrashFolder> trash; // null: no Trash on the volume (whyNot says why)
-    std::string whyNot;
+    std::shared_ptr<TrashFolder> trash; // null: no Trash on the volume (refusal says why)
+    TrashFolderRefusal refusal;
     bool foundLooked = false; // the look-up without making anything, for trashDirectoryFor
     std::optional<std::string> found;
-    std::string whyNotFound;
+    TrashFolderRefusal refusalFound;
     // The folder (or one above it) was moved away after it was opened, into the Trash by
     // an item of this batch or of an earlier one: fd leads there now, and what was inside
     // is no longer at its path.
@@ -259,13 +264,14 @@ const TrashFolder* TrashBatch::trashPlaceFor(Folder& folder, const std::string& 
         return nullptr;
     }
     if (!folder.trashLooked) {
-        if (auto opened = openTrashFolder(folder.resolved, trash.m_environment, &folder.whyNot))
+        if (auto opened = openTrashFolder(folder.resolved, trash.m_environment, &folder.refusal))
             folder.trash = std::make_shared<TrashFolder>(std::move(*opened));
-        folder.trashLooked = true;
+        // A passing failure is tried again for the next item.
+        folder.trashLooked = folder.trash || folder.refusal.systemError == 0;
     }
     if (!folder.trash) {
-        systemLog("Trash: no Trash for " + path + ": " + folder.whyNot);
-        setError(error, noTrashOnVolume(path, folder.whyNot));
+        systemLog("Trash: no Trash for " + path + ": " + folder.refusal.reason);
+        setError(error, trashFolderFailure(path, folder.refusal));
         return nullptr;
     }
     if (!checkPlace(path, item, folder.trash->path, error))
@@ -297,7 +303,7 @@ bool TrashBatch::claimName(Item& claimed, const TrashFolder& place, const std::s
             const int saved = errno;
             if (saved == EEXIST)
                 continue;
-            if (meansNoTrash(saved)) {
+            if (errorMeansNoTrash(saved)) {
                 const std::string reason = place.path + "/info: " + std::strerror(saved);
                 systemLog("Trash: no Trash for " + claimed.path + ": " + reason);
                 setError(error, noTrashOnVolume(claimed.path, reason));
@@ -482,11 +488,11 @@ std::optional<std::string> TrashBatch::trashDirectoryFor(const std::string& path
         place = folder->trash->path;
     } else {
         if (!folder->foundLooked) {
-            folder->found = findTrashFolder(folder->resolved, m_trash.m_environment, &folder->whyNotFound);
-            folder->foundLooked = true;
+            folder->found = findTrashFolder(folder->resolved, m_trash.m_environment, &folder->refusalFound);
+            folder->foundLooked = folder->found || folder->refusalFound.systemError == 0;
         }
         if (!folder->found) {
-            setError(error, noTrashOnVolume(path, folder->whyNotFound));
+            setError(error, trashFolderFailure(path, folder->refusalFound));
             return std::nullopt;
         }
         place = *folder->found;

@@ -17,13 +17,20 @@ namespace {
 
 enum class Mode { Open, Find };
 
-void explain(std::string* whyNot, const std::string& text) {
-    if (whyNot)
-        *whyNot = text;
+// A refusal that is the volume's: no usable Trash there.
+void explain(TrashFolderRefusal* refusal, const std::string& text) {
+    if (refusal) {
+        refusal->reason = text;
+        refusal->systemError = 0;
+    }
 }
 
-std::string systemReason(const std::string& path, int errnoValue) {
-    return path + ": " + std::strerror(errnoValue);
+// A system call on path failed with errnoValue: the volume's refusal, or a passing failure.
+void explainFailure(TrashFolderRefusal* refusal, const std::string& path, int errnoValue) {
+    if (refusal) {
+        refusal->reason = path + ": " + std::strerror(errnoValue);
+        refusal->systemError = errorMeansNoTrash(errnoValue) ? 0 : errnoValue;
+    }
 }
 
 std::string joinPath(const std::string& folder, const std::string& name) {
@@ -44,42 +51,42 @@ bool userMayWriteIn(int parent, const char* name) {
 // user may write in it.
 [[nodiscard]] bool realFolder(int parent, const std::string& parentPath, const char* name,
                               std::optional<uid_t> ownerMustBe, Mode mode, UniqueFd* out,
-                              std::string* whyNot) {
+                              TrashFolderRefusal* refusal) {
     const std::string path = joinPath(parentPath, name);
     struct stat st {};
     if (::fstatat(parent, name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
         if (errno != ENOENT) {
-            explain(whyNot, systemReason(path, errno));
+            explainFailure(refusal, path, errno);
             return false;
         }
         if (mode == Mode::Find) {
             if (!userMayWriteIn(parent, ".")) {
-                explain(whyNot, systemReason(parentPath, errno));
+                explainFailure(refusal, parentPath, errno);
                 return false;
             }
             return true;
         }
         if (::mkdirat(parent, name, 0700) != 0 && errno != EEXIST) {
-            explain(whyNot, systemReason(path, errno));
+            explainFailure(refusal, path, errno);
             return false;
         }
     } else if (!S_ISDIR(st.st_mode) || (ownerMustBe && st.st_uid != *ownerMustBe)) {
-        explain(whyNot, path + (ownerMustBe ? " is not a folder of user " + std::to_string(*ownerMustBe)
-                                            : " is not a folder"));
+        explain(refusal, path + (ownerMustBe ? " is not a folder of user " + std::to_string(*ownerMustBe)
+                                             : " is not a folder"));
         return false;
     } else if (mode == Mode::Find && !userMayWriteIn(parent, name)) {
-        explain(whyNot, systemReason(path, errno));
+        explainFailure(refusal, path, errno);
         return false;
     }
     UniqueFd folder(openFolderAt(parent, name));
     if (!folder.valid()) {
-        explain(whyNot, systemReason(path, errno));
+        explainFailure(refusal, path, errno);
         return false;
     }
     // Checked again on the open folder: it may have been swapped since the look above.
     if (::fstat(folder.get(), &st) != 0 || !S_ISDIR(st.st_mode) ||
         (ownerMustBe && st.st_uid != *ownerMustBe)) {
-        explain(whyNot, path + " changed while it was opened");
+        explain(refusal, path + " changed while it was opened");
         return false;
     }
     *out = std::move(folder);
@@ -89,11 +96,11 @@ bool userMayWriteIn(int parent, const char* name) {
 // files/ and info/ of an open Trash folder (Open), or whether they could be used (Find:
 // trashFolder is not valid when the Trash folder itself is still to be made).
 [[nodiscard]] bool contentFolders(const UniqueFd& trashFolder, TrashFolder& found, Mode mode,
-                                  std::string* whyNot) {
+                                  TrashFolderRefusal* refusal) {
     if (mode == Mode::Find && !trashFolder.valid())
         return true;
-    return realFolder(trashFolder.get(), found.path, "files", std::nullopt, mode, &found.files, whyNot) &&
-           realFolder(trashFolder.get(), found.path, "info", std::nullopt, mode, &found.info, whyNot);
+    return realFolder(trashFolder.get(), found.path, "files", std::nullopt, mode, &found.files, refusal) &&
+           realFolder(trashFolder.get(), found.path, "info", std::nullopt, mode, &found.info, refusal);
 }
 
 // The deepest folder of path that exists.
@@ -106,22 +113,22 @@ std::string existingAncestor(std::string path) {
 
 // The Trash must be on the item's file system: rename(2) cannot leave it.
 [[nodiscard]] bool sameFileSystem(const std::string& itemFolder, const std::string& trashPath,
-                                  std::string* whyNot) {
+                                  TrashFolderRefusal* refusal) {
     struct stat item {};
     struct stat trash {};
     if (::stat(itemFolder.c_str(), &item) != 0 || ::stat(existingAncestor(trashPath).c_str(), &trash) != 0) {
-        explain(whyNot, systemReason(itemFolder, errno));
+        explainFailure(refusal, itemFolder, errno);
         return false;
     }
     if (item.st_dev != trash.st_dev) {
-        explain(whyNot, trashPath + " is on another file system than " + itemFolder);
+        explain(refusal, trashPath + " is on another file system than " + itemFolder);
         return false;
     }
     return true;
 }
 
 std::optional<TrashFolder> homeTrash(const std::string& resolvedHomeTrash, const std::string& volume,
-                                     Mode mode, std::string* whyNot) {
+                                     Mode mode, TrashFolderRefusal* refusal) {
     TrashFolder found;
     found.path = resolvedHomeTrash;
     found.topDirectory = volume;
@@ -131,7 +138,7 @@ std::optional<TrashFolder> homeTrash(const std::string& resolvedHomeTrash, const
         if (::lstat(found.path.c_str(), &st) != 0) {
             const std::string ancestor = existingAncestor(found.path);
             if (::access(ancestor.c_str(), W_OK | X_OK) != 0) {
-                explain(whyNot, systemReason(ancestor, errno));
+                explainFailure(refusal, ancestor, errno);
                 return std::nullopt;
             }
             return found;
@@ -139,53 +146,65 @@ std::optional<TrashFolder> homeTrash(const std::string& resolvedHomeTrash, const
     } else {
         CVError error;
         if (!makeDirectories(found.path, &error)) {
-            explain(whyNot, error.localizedDescription());
+            if (error.domain == kPosixErrorDomain)
+                explainFailure(refusal, found.path, static_cast<int>(error.code));
+            else
+                explain(refusal, error.localizedDescription());
             return std::nullopt;
         }
     }
     found.directory = UniqueFd(::open(found.path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!found.directory.valid()) {
-        explain(whyNot, systemReason(found.path, errno));
+        explainFailure(refusal, found.path, errno);
         return std::nullopt;
     }
-    if (!contentFolders(found.directory, found, mode, whyNot))
+    if (!contentFolders(found.directory, found, mode, refusal))
         return std::nullopt;
     return found;
 }
 
-std::optional<TrashFolder> volumeTrash(const std::string& top, Mode mode, std::string* whyNot) {
+std::optional<TrashFolder> volumeTrash(const std::string& top, Mode mode, TrashFolderRefusal* refusal) {
     const uid_t uid = ::geteuid();
     const std::string uidName = std::to_string(uid);
     UniqueFd topFolder(::open(top.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!topFolder.valid()) {
-        explain(whyNot, systemReason(top, errno));
+        explainFailure(refusal, top, errno);
         return std::nullopt;
     }
 
     // $topdir/.Trash/$uid: only in a real, sticky .Trash (another user cannot then
     // rename or remove our $uid folder).
     struct stat st {};
-    std::string sharedReason = joinPath(top, ".Trash") + " is missing";
-    if (::fstatat(topFolder.get(), ".Trash", &st, AT_SYMLINK_NOFOLLOW) == 0) {
-        UniqueFd shared(openFolderAt(topFolder.get(), ".Trash"));
-        struct stat opened {};
-        if (!S_ISDIR(st.st_mode) || !(st.st_mode & S_ISVTX)) {
-            sharedReason = joinPath(top, ".Trash") + " is not a folder with the sticky bit";
-        } else if (!shared.valid() || ::fstat(shared.get(), &opened) != 0 || opened.st_ino != st.st_ino ||
-                   opened.st_dev != st.st_dev || !(opened.st_mode & S_ISVTX)) {
-            sharedReason = joinPath(top, ".Trash") + " changed while it was opened";
-        } else {
-            TrashFolder found;
-            found.path = joinPath(joinPath(top, ".Trash"), uidName);
-            found.topDirectory = top;
-            UniqueFd own;
-            if (realFolder(shared.get(), joinPath(top, ".Trash"), uidName.c_str(), uid, mode, &own,
-                           &sharedReason) &&
-                contentFolders(own, found, mode, &sharedReason)) {
-                found.directory = std::move(own);
-                return found;
-            }
+    TrashFolderRefusal shared{joinPath(top, ".Trash") + " is missing"};
+    if (::fstatat(topFolder.get(), ".Trash", &st, AT_SYMLINK_NOFOLLOW) != 0) {
+        if (errno != ENOENT)
+            explainFailure(&shared, joinPath(top, ".Trash"), errno);
+    } else if (!S_ISDIR(st.st_mode) || !(st.st_mode & S_ISVTX)) {
+        shared.reason = joinPath(top, ".Trash") + " is not a folder with the sticky bit";
+    } else if (UniqueFd sharedFolder(openFolderAt(topFolder.get(), ".Trash")); !sharedFolder.valid()) {
+        explainFailure(&shared, joinPath(top, ".Trash"), errno);
+    } else if (struct stat opened{}; ::fstat(sharedFolder.get(), &opened) != 0 ||
+                                     opened.st_ino != st.st_ino || opened.st_dev != st.st_dev ||
+                                     !(opened.st_mode & S_ISVTX)) {
+        shared.reason = joinPath(top, ".Trash") + " changed while it was opened";
+    } else {
+        TrashFolder found;
+        found.path = joinPath(joinPath(top, ".Trash"), uidName);
+        found.topDirectory = top;
+        UniqueFd own;
+        if (realFolder(sharedFolder.get(), joinPath(top, ".Trash"), uidName.c_str(), uid, mode, &own,
+                       &shared) &&
+            contentFolders(own, found, mode, &shared)) {
+            found.directory = std::move(own);
+            return found;
         }
+    }
+    // A passing failure is not a refusal: the shared Trash may serve when tried again, and
+    // items are not to be spread over two Trash folders because of it.
+    if (shared.systemError != 0) {
+        if (refusal)
+            *refusal = shared;
+        return std::nullopt;
     }
 
     // $topdir/.Trash-$uid.
@@ -193,39 +212,67 @@ std::optional<TrashFolder> volumeTrash(const std::string& top, Mode mode, std::s
     const std::string name = ".Trash-" + uidName;
     found.path = joinPath(top, name);
     found.topDirectory = top;
-    std::string reason;
-    UniqueFd own;
-    if (realFolder(topFolder.get(), top, name.c_str(), uid, mode, &own, &reason) &&
-        contentFolders(own, found, mode, &reason)) {
-        found.directory = std::move(own);
+    TrashFolderRefusal own;
+    UniqueFd ownFolder;
+    if (realFolder(topFolder.get(), top, name.c_str(), uid, mode, &ownFolder, &own) &&
+        contentFolders(ownFolder, found, mode, &own)) {
+        found.directory = std::move(ownFolder);
         return found;
     }
-    explain(whyNot, sharedReason + "; " + reason);
+    if (refusal)
+        *refusal = TrashFolderRefusal{shared.reason + "; " + own.reason, own.systemError};
     return std::nullopt;
 }
 
 std::optional<TrashFolder> locate(const std::string& itemFolder, const TrashEnvironment& environment,
-                                  Mode mode, std::string* whyNot) {
+                                  Mode mode, TrashFolderRefusal* refusal) {
     if (itemFolder.empty() || itemFolder[0] != '/') {
-        explain(whyNot, "not an absolute folder: " + itemFolder);
+        explain(refusal, "not an absolute folder: " + itemFolder);
         return std::nullopt;
     }
-    const std::vector<MountEntry> table = environment.mountTable ? *environment.mountTable : readMountTable();
+    std::vector<MountEntry> table;
+    if (environment.mountTable) {
+        table = *environment.mountTable;
+    } else {
+        errno = 0;
+        table = readMountTable();
+        // Without the table every path would seem to be on the root volume; a table that
+        // could not be read for want of descriptors or memory stops the look-up instead.
+        if (table.empty() && errno != 0 && !errorMeansNoTrash(errno)) {
+            explainFailure(refusal, "/proc/self/mountinfo", errno);
+            return std::nullopt;
+        }
+    }
     const std::string volume = volumePathOfPath(itemFolder, table);
     std::optional<TrashFolder> found;
     const std::string resolvedHomeTrash = environment.dataHome.empty()
                                               ? std::string()
                                               : resolvePathAllowingMissing(environment.dataHome + "/Trash");
     if (!resolvedHomeTrash.empty() && volumePathOfPath(resolvedHomeTrash, table) == volume)
-        found = homeTrash(resolvedHomeTrash, volume, mode, whyNot);
+        found = homeTrash(resolvedHomeTrash, volume, mode, refusal);
     else
-        found = volumeTrash(volume, mode, whyNot);
-    if (found && !sameFileSystem(itemFolder, found->path, whyNot))
+        found = volumeTrash(volume, mode, refusal);
+    if (found && !sameFileSystem(itemFolder, found->path, refusal))
         return std::nullopt;
     return found;
 }
 
 } // namespace
+
+bool errorMeansNoTrash(int errnoValue) {
+    switch (errnoValue) {
+    case EROFS:  // a read-only volume
+    case EACCES: // no permission
+    case EPERM:
+    case ENOTDIR: // something else than a folder where one must be
+    case ELOOP:   // a symbolic link where a real folder must be
+    case ENOENT:  // a folder that vanished
+    case EXDEV:   // another file system
+        return true;
+    default:
+        return false;
+    }
+}
 
 TrashEnvironment TrashEnvironment::current() {
     TrashEnvironment environment;
@@ -251,13 +298,13 @@ std::string resolvePathAllowingMissing(const std::string& path) {
 }
 
 std::optional<TrashFolder> openTrashFolder(const std::string& itemFolder, const TrashEnvironment& environment,
-                                           std::string* whyNot) {
-    return locate(itemFolder, environment, Mode::Open, whyNot);
+                                           TrashFolderRefusal* refusal) {
+    return locate(itemFolder, environment, Mode::Open, refusal);
 }
 
 std::optional<std::string> findTrashFolder(const std::string& itemFolder, const TrashEnvironment& environment,
-                                           std::string* whyNot) {
-    auto found = locate(itemFolder, environment, Mode::Find, whyNot);
+                                           TrashFolderRefusal* refusal) {
+    auto found = locate(itemFolder, environment, Mode::Find, refusal);
     if (!found)
         return std::nullopt;
     return found->path;

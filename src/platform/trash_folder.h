@@ -40,18 +40,33 @@ struct TrashFolder {
     UniqueFd info;            // path + "/info"
 };
 
+// Why no Trash folder was found or opened. reason says what was refused, for logs.
+// systemError is the errno of a failure that says nothing about the volume (out of
+// descriptors or memory, an input/output error, a full disk): the look-up may succeed
+// when tried again. It is 0 when the volume has no usable Trash (read-only, no
+// permission, a folder of the wrong kind or owner, another file system).
+struct TrashFolderRefusal {
+    std::string reason;
+    int systemError = 0;
+};
+
+// Whether a system call failing with errnoValue on a Trash folder or its content means
+// the volume has no usable Trash for the user, rather than a passing failure.
+bool errorMeansNoTrash(int errnoValue);
+
 // Opens the Trash folder for items whose folder is itemFolder (absolute, symbolic links
 // resolved), making the folders it needs. Nothing when that volume has no usable Trash
-// (none can be made: read-only, no permission, a folder of the wrong kind or owner);
-// *whyNot then says what was refused, for logs.
+// (none can be made: read-only, no permission, a folder of the wrong kind or owner) or
+// a passing failure stopped the look-up; *refusal then says which.
 std::optional<TrashFolder> openTrashFolder(const std::string& itemFolder, const TrashEnvironment& environment,
-                                           std::string* whyNot = nullptr);
+                                           TrashFolderRefusal* refusal = nullptr);
 
 // The Trash folder openTrashFolder would use, found without making or changing
 // anything: a folder that is missing counts when the user could make it, one that
-// exists only when the user may write in it. Nothing when the volume has no usable Trash.
+// exists only when the user may write in it. Nothing when the volume has no usable Trash,
+// or a passing failure stopped the look-up (*refusal as above).
 std::optional<std::string> findTrashFolder(const std::string& itemFolder, const TrashEnvironment& environment,
-                                           std::string* whyNot = nullptr);
+                                           TrashFolderRefusal* refusal = nullptr);
 
 // The path with symbolic links resolved in the part that exists; the missing rest is
 // appended as it is ("/real/home/.local/share/Trash" for a Trash not made yet). Empty

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -10,6 +11,7 @@
 #include <map>
 #include <set>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -768,6 +770,71 @@ TEST_F(TrashTest, FullVolumeFailsWhileWritingTheInformationAndMovesNothing) {
     EXPECT_EQ(test::TempTree::read(item), "precious");
     EXPECT_EQ(listFolder(real("full") + "/.Trash-" + uid() + "/info"), std::set<std::string>{});
     EXPECT_EQ(listFolder(real("full") + "/.Trash-" + uid() + "/files"), std::set<std::string>{});
+}
+
+// Every descriptor of the process taken but `left`, under a low soft limit, until destroyed.
+class DescriptorsTaken {
+public:
+    explicit DescriptorsTaken(int left) {
+        ::getrlimit(RLIMIT_NOFILE, &m_limit);
+        struct rlimit low = m_limit;
+        low.rlim_cur = std::min<rlim_t>(m_limit.rlim_cur, 256);
+        ::setrlimit(RLIMIT_NOFILE, &low);
+        for (int fd; (fd = ::open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;)
+            m_taken.push_back(fd);
+        for (; left > 0 && !m_taken.empty(); --left) {
+            ::close(m_taken.back());
+            m_taken.pop_back();
+        }
+    }
+    ~DescriptorsTaken() {
+        for (const int fd : m_taken)
+            ::close(fd);
+        ::setrlimit(RLIMIT_NOFILE, &m_limit);
+    }
+    DescriptorsTaken(const DescriptorsTaken&) = delete;
+    DescriptorsTaken& operator=(const DescriptorsTaken&) = delete;
+
+private:
+    struct rlimit m_limit {};
+    std::vector<int> m_taken;
+};
+
+// A Trash that cannot be opened for want of descriptors is not a volume without a Trash:
+// saying so would suggest deleting instead. The next item looks again.
+TEST_F(TrashTest, ThePassingFailureOfATrashLookUpIsNotAVolumeWithoutTrash) {
+    tree.folder("data/Trash/files");
+    tree.folder("data/Trash/info");
+    for (const bool dryRun : {true, false}) {
+        SCOPED_TRACE(dryRun ? "dry run" : "move");
+        const std::string item = tree.file(dryRun ? "a/dry.txt" : "a/moved.txt", "keep");
+        Trash trash(environment());
+        const auto attempt = [&](TrashBatch& batch, const std::string& path, CVError* error) {
+            if (dryRun)
+                return batch.trashDirectoryFor(path, error).has_value();
+            const auto ticket = batch.add(path, std::nullopt, error);
+            return ticket && batch.sync(error) && batch.commit(*ticket, nullptr, error);
+        };
+        CVError error;
+        {
+            // The same steps once with descriptors to spare: a sanitizer's first look at a
+            // type needs some of its own.
+            TrashBatch warmUp(trash);
+            ASSERT_TRUE(attempt(warmUp, tree.file(dryRun ? "b/warm-dry.txt" : "b/warm-moved.txt"), &error))
+                << error.localizedDescription();
+        }
+        TrashBatch batch(trash);
+        {
+            const DescriptorsTaken taken(1); // the item's folder takes the last one
+            EXPECT_FALSE(attempt(batch, item, &error));
+        }
+        EXPECT_EQ(error.domain, kPosixErrorDomain) << error.localizedDescription();
+        EXPECT_EQ(error.code, EMFILE);
+        EXPECT_EQ(test::TempTree::read(item), "keep");
+        EXPECT_EQ(listFolder(homeTrash() + "/info").count("moved.txt.trashinfo"), 0U);
+        EXPECT_TRUE(attempt(batch, item, &error)) << error.localizedDescription();
+        EXPECT_EQ(exists(item), dryRun);
+    }
 }
 
 // Another implementation lists and restores what we trash: trash-cli (Debian).
