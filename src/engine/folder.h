@@ -33,6 +33,12 @@ public:
     void setChildrenUndeletable(bool value) { setFlag(kChildrenUndeletable, value); }
     // True while every child added so far is ignored.
     bool allChildrenIgnored() const { return flag(kAllChildrenIgnored); }
+    // The walk left part of this folder out of the tree: the folder was not entered
+    // (ignored, another file system) or holds entries that make no node (symbolic links,
+    // a dropped .DS_Store). Its nodes then do not show all it holds, so a folder holding
+    // it can be found equal to another only on sampled evidence.
+    bool holdsUnwalked() const { return flag(kHoldsUnwalked); }
+    void setHoldsUnwalked(bool value) { setFlag(kHoldsUnwalked, value); }
 
     CVNodeDelegate* delegate() const override { return m_delegate; }
     std::uint64_t device() const override { return m_device; }

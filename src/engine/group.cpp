@@ -40,7 +40,7 @@ bool comparedBySamples(const CVNode& top) {
         pending.pop_back();
         CORVEL_ASSERT(node != nullptr); // a folder holds no null child
         if (const auto* folder = dynamic_cast<const CVFolder*>(node)) {
-            if (folder->type() == kNodeTypeApplication)
+            if (folder->type() == kNodeTypeApplication || folder->holdsUnwalked())
                 return true;
             if (seen.insert(folder).second)
                 for (const auto& child : folder->children())
@@ -56,7 +56,13 @@ bool comparedBySamples(const CVNode& top) {
 
 bool CVGroup::wasComparedBySamples() const {
     const auto& members = children();
-    return !members.empty() && comparedBySamples(*members.front());
+    if (members.empty())
+        return false;
+    if (!dynamic_cast<const CVFolder*>(members.front().get()))
+        return comparedBySamples(*members.front()); // files of one size share their way of comparing
+    // What the walk left out of a folder (a link, say) may be in one member only.
+    return std::any_of(members.begin(), members.end(),
+                       [](const NodePtr& member) { return comparedBySamples(*member); });
 }
 
 std::shared_ptr<CVGroup> CVGroup::initWithCVFile(const std::shared_ptr<CVFile>& file) {

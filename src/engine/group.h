@@ -43,7 +43,8 @@ public:
     bool single() const { return children().size() < 2; }
 
     // True when the members were found equal on sampled content: large files compared
-    // on their samples, applications on their property lists, folders holding either.
+    // on their samples, applications on their property lists, folders holding either or
+    // holding what the walk left out of the tree (links, hidden or excluded folders).
     bool wasComparedBySamples() const;
     // The user chose to remove every copy (answering the all-copies warning): the removal
     // may then go on without a kept copy, to the Trash only.

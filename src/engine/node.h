@@ -315,6 +315,7 @@ protected:
         kRelativePath = 1 << 10,
         kMTimeInSeconds = 1 << 11, // m_statMTime holds seconds, not nanoseconds
         kReadFailureNamed = 1 << 12,
+        kHoldsUnwalked = 1 << 13,
     };
     bool flag(Flag f) const { return (m_flags.load(std::memory_order_relaxed) & f) != 0; }
     void setFlag(Flag f, bool value) {

@@ -605,7 +605,10 @@ GroupPtr CVDuplicatesLocator::groupOfFolder(std::span<NodePtr> nodes, std::size_
         return nullptr;
     }
     std::vector<std::shared_ptr<CVFile>> matches;
-    std::optional<bool> sampled; // looked at on the first match
+    // Whether this folder was found equal only on samples, looked at on the first match;
+    // the other folder of a pair may hold what the walk left out too.
+    std::optional<bool> folderSampled;
+    bool confirmedAny = false;
     for (std::size_t j = i + 1; j < nodes.size() && state() != ScanState::Idle; ++j) {
         auto* other = dynamic_cast<CVFolder*>(nodes[j].get());
         if (!other || sameFilesAsEarlier[j] || ignoreFile(*other))
@@ -618,10 +621,15 @@ GroupPtr CVDuplicatesLocator::groupOfFolder(std::span<NodePtr> nodes, std::size_
         }
         if (!folder->isDuplicateOf(*other))
             continue;
-        if (!sampled.has_value())
-            sampled = m_foldersConfirmedWhole && comparedBySamples(*folder);
-        if (!confirmedWhole(*folder, *other, *sampled))
+        bool sampled = false;
+        if (m_foldersConfirmedWhole) {
+            if (!folderSampled.has_value())
+                folderSampled = comparedBySamples(*folder);
+            sampled = *folderSampled || comparedBySamples(*other);
+        }
+        if (!confirmedWhole(*folder, *other, sampled))
             continue;
+        confirmedAny = confirmedAny || sampled;
         if (matches.empty()) {
             decideRemoveForbidden(*folder);
             folder->setIgnore(true);
@@ -634,7 +642,7 @@ GroupPtr CVDuplicatesLocator::groupOfFolder(std::span<NodePtr> nodes, std::size_
     if (matches.empty())
         return nullptr;
     GroupPtr group = makeGroup(std::static_pointer_cast<CVFile>(nodes[i]), matches);
-    if (group && sampled.value_or(false))
+    if (group && confirmedAny)
         group->setContentVerified(true);
     return group;
 }

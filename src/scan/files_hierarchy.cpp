@@ -214,6 +214,10 @@ void CVFilesHierarchy::buildHierarchyForPath(const CVScanPath& root) {
             case WalkEntry::FolderEnd:
                 walk.closeCurrent();
                 break;
+            case WalkEntry::Unseen:
+                if (CVFolder* current = walk.current())
+                    current->setHoldsUnwalked(true);
+                break;
             case WalkEntry::Failure:
                 systemLogf("Error scanning '%s': %s\n", std::string(entry.path),
                            std::string(std::strerror(entry.error)));
@@ -299,6 +303,7 @@ void CVFilesHierarchy::addFolder(Walk& walk, const WalkEntry& entry) {
     folder->setDelegate(m_nodeDelegate);
     folder->setInodeNumber(entry.inode);
     folder->setIgnore(entry.ignored);
+    folder->setHoldsUnwalked(entry.notEntered);
     if (!current)
         folder->setServices(m_services.nodes);
     if (entry.systemFolder)

@@ -152,8 +152,10 @@ void FolderWalk::visitName(std::size_t index) {
         m_frames.emplace_back(); // the slot a folder met here is listed into
     const Frame& folder = current();
     const unsigned char kind = folder.names.kind(index);
-    if (kind == DT_LNK)
-        return; // links make no entry
+    if (kind == DT_LNK) {
+        reportUnseen(folder.names.name(index)); // links make no node
+        return;
+    }
     const char* cName = enterName(folder.names.name(index));
     const std::string_view name(cName);
     struct stat st {};
@@ -165,6 +167,8 @@ void FolderWalk::visitName(std::size_t index) {
         visitFolder({name, &st, fd, openError});
     } else if (!S_ISLNK(st.st_mode)) {
         visitFile(name, st, false);
+    } else {
+        reportUnseen(name);
     }
 }
 
@@ -172,8 +176,11 @@ void FolderWalk::visitFile(std::string_view name, const struct stat& st, bool to
     const NodeType parentType = m_open > 0 ? current().type : kNodeTypeUnknown;
     const ScanVerdict verdict =
         m_ignoreList.isPathForbiddenToScan(m_path, parentType, m_root.forceScan, false, nullptr, m_pattern);
-    if (verdict != ScanAllowed && name == ".DS_Store")
-        return; // dropped without a trace
+    if (verdict != ScanAllowed && name == ".DS_Store") {
+        if (!top)
+            reportUnseen(name); // dropped without a node
+        return;
+    }
     WalkEntry e = describe(WalkEntry::File, name, st);
     e.ignored = verdict != ScanAllowed;
     if (top)
@@ -201,7 +208,9 @@ void FolderWalk::visitFolder(MetFolder folder) {
                                            m_root.forceScan, true, &names, m_pattern);
     if (verdict != ScanAllowed && folder.name == ".DS_Store") {
         closeDescriptor(folder.fd);
-        return; // dropped without a trace
+        if (parent != nullptr)
+            reportUnseen(folder.name); // dropped without a node
+        return;
     }
     WalkEntry e = describe(WalkEntry::Folder, folder.name, *folder.st);
     e.path = m_path;
@@ -213,9 +222,10 @@ void FolderWalk::visitFolder(MetFolder folder) {
     e.contentUndeletable = m_ignoreList.isPathContentForbiddenToRemove(m_path);
     e.depthLimited = !e.ignored && parent != nullptr && parent->depth >= TreeWalker::kMaxPlainDepth &&
                      parent->specialOpen == 0;
+    e.notEntered = e.ignored || folder.st->st_dev != m_context.device;
     m_sink.emit(e);
 
-    if (e.ignored || e.depthLimited || folder.st->st_dev != m_context.device) {
+    if (e.notEntered || e.depthLimited) {
         closeDescriptor(folder.fd);
         endFolder(folder.name);
     } else if (folder.fd < 0) {
@@ -302,6 +312,13 @@ bool FolderWalk::reopen(std::size_t index, int childFd) {
     reportFailure(std::string_view(path).substr(folder.nameOffset), error);
     folder.next = folder.names.size();
     return false;
+}
+
+void FolderWalk::reportUnseen(std::string_view name) {
+    WalkEntry e;
+    e.kind = WalkEntry::Unseen;
+    e.name = name;
+    m_sink.emit(e);
 }
 
 void FolderWalk::endFolder(std::string_view name) {

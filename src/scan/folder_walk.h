@@ -120,6 +120,8 @@ private:
     void leaveFolder();
     bool reopen(std::size_t index, int childFd);
     void endFolder(std::string_view name);
+    // An entry of the current folder that makes no node (a link, a dropped .DS_Store).
+    void reportUnseen(std::string_view name);
     void reportFailure(std::string_view name, int error, bool closesFolder = false, bool atRoot = false);
     [[nodiscard]] WalkEntry describe(WalkEntry::Kind kind, std::string_view name,
                                      const struct stat& st) const;

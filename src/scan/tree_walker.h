@@ -39,6 +39,8 @@ struct WalkEntry {
         Folder,    // a folder, entered or not; a FolderEnd follows
         FolderEnd, // the last entry of a folder
         Failure,   // an entry that could not be read (logged by the consumer)
+        Unseen,    // an entry left out of the tree (a symbolic link, a dropped .DS_Store):
+                   // the current folder holds more than its nodes show
     };
     Kind kind = File;
     bool ignored = false;             // refused by the ignore list; kept as an ignored node
@@ -47,6 +49,7 @@ struct WalkEntry {
     bool closesFolder = false;        // Failure: the folder just entered could not be read
     bool endsRoot = false;            // Failure: the root is gone or its device failed
     bool depthLimited = false;        // Folder: too deep to be entered
+    bool notEntered = false;          // Folder: ignored or on another device, so not entered
     bool systemFolder = false;        // Folder: ignored as a protected system folder
     bool pathTooLong = false;         // File, Folder: the whole path passes PATH_MAX, so the
                                       // calls that take paths (reading, removing) fail on it

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <dirent.h>
+#include <functional>
 #include <gtest/gtest.h>
 #include <map>
 #include <memory>
@@ -352,6 +353,66 @@ TEST_F(CorvelScan, GroupsComparedOnSamplesSaySoAndVerifyConfirmsThem) {
               (std::map<std::string, bool>{{tree / "same", true}, {tree / "small", true}}))
         << "the pair that differs beyond its samples is dropped";
     EXPECT_NE(verified.err.find("dropped"), std::string::npos) << verified.err;
+}
+
+// The walk leaves some things out of the tree (links, hidden and excluded folders), so two
+// folders whose nodes match may still differ there: such a group is only sampled, and
+// --verify compares the folders whole, splitting those that differ.
+TEST_F(CorvelScan, FoldersHoldingWhatTheWalkLeavesOutAreComparedWholeByVerify) {
+    struct Case {
+        const char* name;
+        std::function<void(const std::string& folder, bool second)> add;
+        bool equal;
+        const char* options;
+    };
+    const Case cases[] = {
+        {"hidden folders that differ",
+         [&](const std::string& f, bool second) { tree.file(f + "/.cfg/key", second ? "two" : "one"); },
+         false, ""},
+        {"equal hidden folders", [&](const std::string& f, bool) { tree.file(f + "/.cfg/key", "same"); },
+         true, ""},
+        {"excluded folders that differ",
+         [&](const std::string& f, bool second) { tree.file(f + "/node_modules/p", second ? "2" : "1"); },
+         false, "--exclude node_modules"},
+        {"links to other places",
+         [&](const std::string& f, bool second) { tree.symlink(f + "/link", second ? "/b" : "/a"); }, false,
+         ""},
+        {"links to one place", [&](const std::string& f, bool) { tree.symlink(f + "/link", "/a"); }, true,
+         ""},
+        {"a link in one folder only",
+         [&](const std::string& f, bool second) {
+             if (second)
+                 tree.symlink(f + "/link", "/a");
+         },
+         false, ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const std::string root = tree.folder(c.name);
+        for (const bool second : {false, true}) {
+            const std::string folder = std::string(c.name) + (second ? "/b" : "/a");
+            tree.file(folder + "/f", std::string("the same file ") + c.name);
+            c.add(folder, second);
+        }
+        // Each member's folder -> whether its group is verified.
+        auto groupsOf = [&](const std::string& options) {
+            const Outcome run = corvel("scan --json --min-size 1 " + options + " " + c.options + " " +
+                                           settings() + " " + quoted(root),
+                                       home);
+            EXPECT_EQ(run.status, 0) << run.err;
+            const auto doc = nlohmann::json::parse(run.out);
+            std::map<std::string, bool> found;
+            for (const auto& group : doc["groups"])
+                for (const auto& file : group["files"])
+                    found[std::string(file["path"]).substr(root.size() + 1)] = group["verified"];
+            return found;
+        };
+        EXPECT_EQ(groupsOf(""), (std::map<std::string, bool>{{"a", false}, {"b", false}})) << "sampled";
+        using Verified = std::map<std::string, bool>;
+        const Verified whole = {{"a", true}, {"b", true}};
+        const Verified split = {{"a/f", true}, {"b/f", true}};
+        EXPECT_EQ(groupsOf("--verify"), c.equal ? whole : split);
+    }
 }
 
 // Two folders equal on their samples but not on every byte hide the copies inside them

@@ -189,7 +189,9 @@ std::vector<std::string> referenceWalk(const std::string& root) {
             lines.push_back("E " + name);
         else if (e->fts_info == FTS_F || e->fts_info == FTS_DEFAULT)
             lines.push_back("f " + name + detail());
-        else if (e->fts_info != FTS_SL && e->fts_info != FTS_SLNONE)
+        else if (e->fts_info == FTS_SL || e->fts_info == FTS_SLNONE)
+            lines.push_back("~ " + name);
+        else
             lines.push_back("! " + std::string(e->fts_path) + " " + std::to_string(e->fts_errno));
     }
     if (fts)
@@ -225,7 +227,7 @@ std::vector<Seen> collect(test::ScanHarness& harness, const std::string& root, T
 }
 
 // One line per entry: "D name" for a folder, "E name" for its end, "f name" for a file,
-// "! path error" for a failure.
+// "~ name" for a link, "! path error" for a failure.
 std::vector<std::string> outline(const std::vector<Seen>& seen) {
     std::vector<std::string> lines;
     for (const Seen& e : seen) {
@@ -241,6 +243,9 @@ std::vector<std::string> outline(const std::vector<Seen>& seen) {
             break;
         case WalkEntry::Failure:
             lines.push_back("! " + e.path + " " + std::to_string(e.error));
+            break;
+        case WalkEntry::Unseen:
+            lines.push_back("~ " + e.name);
             break;
         }
     }
