@@ -270,7 +270,9 @@ const TrashFolder* TrashBatch::trashPlaceFor(Folder& folder, const std::string& 
         folder.trashLooked = folder.trash || folder.refusal.systemError == 0;
     }
     if (!folder.trash) {
-        systemLog("Trash: no Trash for " + path + ": " + folder.refusal.reason);
+        systemLog(std::string(folder.refusal.systemError == 0 ? "Trash: no Trash for "
+                                                              : "Trash: cannot open the Trash for ") +
+                  path + ": " + folder.refusal.reason);
         setError(error, trashFolderFailure(path, folder.refusal));
         return nullptr;
     }
