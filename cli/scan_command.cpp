@@ -97,8 +97,9 @@ std::shared_ptr<CVDuplicatesController> verifiedResults(CVDuplicatesController& 
     for (const auto& problem : verification.problems)
         std::cerr << "corvel: --verify: " << problem << "\n";
     if (!quiet && (verification.split > 0 || verification.dropped > 0))
-        std::cerr << "corvel: --verify: " << verification.split << " groups split and "
-                  << verification.dropped << " dropped: their copies differ beyond the compared samples\n";
+        std::cerr << "corvel: --verify: " << verification.split
+                  << (verification.split == 1 ? " group" : " groups") << " split and " << verification.dropped
+                  << " dropped: their copies differ beyond the compared samples\n";
     return verified;
 }
 

@@ -597,7 +597,34 @@ EqualClasses CVDuplicatesLocator::classesOfSizeGroup(std::span<const NodePtr> no
         files, positions, digests, [this] { return state() != ScanState::Idle; }, &m_unreadFiles);
 }
 
+FolderCandidates CVDuplicatesLocator::folderCandidates(std::span<const NodePtr> nodes) {
+    const auto folders = std::count_if(nodes.begin(), nodes.end(), [](const NodePtr& node) {
+        return dynamic_cast<const CVFolder*>(node.get()) != nullptr;
+    });
+    if (static_cast<std::size_t>(folders) < kFingerprintedFoldersFrom)
+        return FolderCandidates(nodes);
+    // Nothing is kept: the digests only feed the fingerprints. A file that cannot be read
+    // leaves its folder without one; the comparison then reads it again and names it.
+    KeptBytesBudget nothingKept(0);
+    const std::function<SignatureDigest(CVFile&)> digestOf = [&](CVFile& file) {
+        SignatureDigest digest = digestOfFile(file, &nothingKept);
+        m_counters.bytesRead.fetch_add(digest.length, std::memory_order_relaxed);
+        return digest;
+    };
+    const std::function<bool()> keepGoing = [this] { return state() != ScanState::Idle; };
+    std::vector<FolderFingerprint> fingerprints(nodes.size());
+    for (std::size_t k = 0; k < nodes.size() && keepGoing(); ++k) {
+        const auto* folder = dynamic_cast<const CVFolder*>(nodes[k].get());
+        if (!folder || ignoreFile(*folder))
+            continue;
+        showScanPath(*folder);
+        fingerprints[k] = folderFingerprint(*folder, digestOf, keepGoing);
+    }
+    return {nodes, fingerprints};
+}
+
 GroupPtr CVDuplicatesLocator::groupOfFolder(std::span<NodePtr> nodes, std::size_t i,
+                                            const FolderCandidates& candidates,
                                             std::vector<bool>& sameFilesAsEarlier) {
     auto* folder = static_cast<CVFolder*>(nodes[i].get());
     if (sameFilesAsEarlier[i] || ignoreFile(*folder)) {
@@ -609,7 +636,9 @@ GroupPtr CVDuplicatesLocator::groupOfFolder(std::span<NodePtr> nodes, std::size_
     // the other folder of a pair may hold what the walk left out too.
     std::optional<bool> folderSampled;
     bool confirmedAny = false;
-    for (std::size_t j = i + 1; j < nodes.size() && state() != ScanState::Idle; ++j) {
+    for (const std::size_t j : candidates.after(i)) {
+        if (state() == ScanState::Idle)
+            break;
         auto* other = dynamic_cast<CVFolder*>(nodes[j].get());
         if (!other || sameFilesAsEarlier[j] || ignoreFile(*other))
             continue;
@@ -705,12 +734,13 @@ std::vector<GroupPtr> CVDuplicatesLocator::findDuplicatesInSizeGroup(std::span<N
     }
     std::vector<GroupPtr> groups;
     std::vector<bool> sameFilesAsEarlier(nodes.size(), false);
+    const FolderCandidates candidates = folderCandidates(nodes);
     bool pathShown = false;
     for (std::size_t i = 0; i < nodes.size() && state() != ScanState::Idle; ++i) {
         GroupPtr group;
         if (dynamic_cast<CVFolder*>(nodes[i].get())) {
             showScanPath(*nodes[i]);
-            group = groupOfFolder(nodes, i, sameFilesAsEarlier);
+            group = groupOfFolder(nodes, i, candidates, sameFilesAsEarlier);
         } else {
             if (!pathShown) {
                 showScanPath(*nodes[i]);

@@ -26,6 +26,7 @@
 #include "engine/group.h"
 #include "engine/node.h"
 #include "files_hierarchy.h"
+#include "folder_fingerprint.h"
 #include "platform/change_notifier.h"
 #include "platform/file_access.h"
 #include "platform/thread_annotations.h"
@@ -195,10 +196,15 @@ private:
     // The size group's files in classes of equal signatures: from the reader during a
     // scan, read on this thread otherwise.
     EqualClasses classesOfSizeGroup(std::span<const NodePtr> nodes);
-    // The group the folder at i forms with the later folders equal to it, or null. A later
-    // folder holding the very same files (hard links) is no copy: it is marked in
-    // sameFilesAsEarlier (one flag per node) and left out of folder groups after that.
-    GroupPtr groupOfFolder(std::span<NodePtr> nodes, std::size_t i, std::vector<bool>& sameFilesAsEarlier);
+    // The folders of the size group that may equal each other: by fingerprint when the
+    // group holds many, else every pair.
+    FolderCandidates folderCandidates(std::span<const NodePtr> nodes);
+    // The group the folder at i forms with the later folders equal to it, or null; only
+    // its candidates are compared with it. A later folder holding the very same files
+    // (hard links) is no copy: it is marked in sameFilesAsEarlier (one flag per node) and
+    // left out of folder groups after that.
+    GroupPtr groupOfFolder(std::span<NodePtr> nodes, std::size_t i, const FolderCandidates& candidates,
+                           std::vector<bool>& sameFilesAsEarlier);
     // Whether two folders whose signatures match hold the same bytes: true unless folders
     // are confirmed whole and these were compared on samples, then by their content.
     bool confirmedWhole(const CVFolder& folder, const CVFolder& other, bool sampled);

@@ -543,28 +543,37 @@ TEST_F(Locator, AFolderOfHardLinksIsNoCopyOfItsFolder) {
     tree.file("partly/g2", content('g', 80000));
     tree.file("partly/sub/other", content('o', 70000));
     ASSERT_EQ(::link(g.c_str(), (tree / "partly/g").c_str()), 0);
-    for (const bool withARealCopy : {false, true}) {
-        if (withARealCopy) {
-            tree.file("real/g", content('g', 80000));
-            tree.file("real/g2", content('g', 80000));
-            tree.file("real/sub/other", content('o', 70000));
+    // Then among many other folders of their size, which the search fingerprints.
+    for (const bool amongMany : {false, true}) {
+        for (std::size_t n = 0; amongMany && n < kFingerprintedFoldersFrom; ++n)
+            tree.file("many/" + std::to_string(n) + "/g", content(static_cast<char>('A' + n), 230000));
+        for (const bool withARealCopy : {false, true}) {
+            SCOPED_TRACE(std::string(amongMany ? "among many, " : "") +
+                         (withARealCopy ? "a real copy" : "links"));
+            fs::remove_all(tree / "real");
+            if (withARealCopy) {
+                tree.file("real/g", content('g', 80000));
+                tree.file("real/g2", content('g', 80000));
+                tree.file("real/sub/other", content('o', 70000));
+            }
+            auto locator = harness.locator();
+            const auto results = scan(*locator, {tree.path()});
+            ASSERT_TRUE(results);
+            std::set<std::set<std::string>> groups;
+            for (const auto& group : results->duplicatesGroups()) {
+                std::set<std::string> members;
+                for (const auto& file : group->files())
+                    members.insert(file->path());
+                groups.insert(members);
+            }
+            if (withARealCopy)
+                EXPECT_EQ(groups,
+                          (std::set<std::set<std::string>>{{tree / "x", tree / "real", tree / "partly"},
+                                                           {tree / "snap/g", tree / "snap/g2"}}));
+            else
+                EXPECT_EQ(groups, (std::set<std::set<std::string>>{{tree / "x", tree / "partly"},
+                                                                   {tree / "snap/g", tree / "snap/g2"}}));
         }
-        auto locator = harness.locator();
-        const auto results = scan(*locator, {tree.path()});
-        ASSERT_TRUE(results);
-        std::set<std::set<std::string>> groups;
-        for (const auto& group : results->duplicatesGroups()) {
-            std::set<std::string> members;
-            for (const auto& file : group->files())
-                members.insert(file->path());
-            groups.insert(members);
-        }
-        if (withARealCopy)
-            EXPECT_EQ(groups, (std::set<std::set<std::string>>{{tree / "x", tree / "real", tree / "partly"},
-                                                               {tree / "snap/g", tree / "snap/g2"}}));
-        else
-            EXPECT_EQ(groups, (std::set<std::set<std::string>>{{tree / "x", tree / "partly"},
-                                                               {tree / "snap/g", tree / "snap/g2"}}));
     }
 }
 
@@ -751,6 +760,51 @@ void buildRandomTree(const test::TempTree& tree, std::mt19937& rng) {
     tree.symlink("r/sym", tree / "r/f-linked0");
 }
 
+// Searches the roots size group by size group, and through a whole threaded search
+// with several budgets of kept bytes, and expects the groups the plain pairwise search
+// finds each time; found gets how many groups that is.
+void expectWhatPairwiseComparisonFinds(test::ScanHarness& harness, const std::vector<std::string>& roots,
+                                       int& found) {
+    auto fastLocator = harness.locator();
+    auto fastWalk = harness.walk(roots, fastLocator.get());
+    auto referenceLocator = harness.locator();
+    auto referenceWalk = harness.walk(roots, referenceLocator.get());
+    fastLocator->startSearching();
+    referenceLocator->startSearching();
+
+    auto& fastSizes = fastWalk->filesGroupedBySize();
+    auto& referenceSizes = referenceWalk->filesGroupedBySize();
+    ASSERT_EQ(fastSizes.size(), referenceSizes.size());
+    harness.cache.resetCache();
+    Outcome fast;
+    for (const std::uint64_t size : fastSizes.sizesLargestFirst())
+        for (auto& group : outcome(fastLocator->findDuplicatesInSizeGroup(fastSizes.nodes(size))))
+            fast.push_back(group);
+    harness.cache.resetCache();
+    Outcome reference;
+    for (const std::uint64_t size : referenceSizes.sizesLargestFirst())
+        for (auto& group :
+             outcome(test::referenceFindDuplicatesInSizeGroup(*referenceLocator, referenceSizes.nodes(size))))
+            reference.push_back(group);
+    ASSERT_EQ(fast, reference);
+
+    // The same through a whole search, where reader threads sort the files ahead:
+    // with the usual budget of kept bytes, none (every shared digest read again), and
+    // room for one whole signature of 60,000 bytes at a time.
+    for (const std::uint64_t limit : {kKeptBytesBudget, std::uint64_t{0}, std::uint64_t{60000}}) {
+        SCOPED_TRACE("kept bytes " + std::to_string(limit));
+        auto threadedLocator = harness.locator();
+        threadedLocator->setMinimumSizeOverride(1);
+        threadedLocator->setKeptBytesLimit(limit);
+        auto threadedWalk = harness.walk(roots, threadedLocator.get());
+        threadedLocator->startSearching();
+        harness.cache.resetCache();
+        threadedLocator->locateDuplicatesInDictionary(threadedWalk->filesGroupedBySize());
+        ASSERT_EQ(outcome(threadedLocator->duplicatesController()->allDuplicatesGroups()), reference);
+    }
+    found = static_cast<int>(reference.size());
+}
+
 TEST_F(Locator, DigestBucketsFindExactlyWhatPairwiseComparisonFinds) {
     std::mt19937 rng(20261121);
     int compared = 0;
@@ -761,47 +815,66 @@ TEST_F(Locator, DigestBucketsFindExactlyWhatPairwiseComparisonFinds) {
         std::vector<std::string> roots{tree2 / "r"};
         if (rng() % 4 == 0)
             roots.push_back(tree2 / "r"); // the same root twice: same-path doubles
-
-        auto fastLocator = harness.locator();
-        auto fastWalk = harness.walk(roots, fastLocator.get());
-        auto referenceLocator = harness.locator();
-        auto referenceWalk = harness.walk(roots, referenceLocator.get());
-        fastLocator->startSearching();
-        referenceLocator->startSearching();
-
-        auto& fastSizes = fastWalk->filesGroupedBySize();
-        auto& referenceSizes = referenceWalk->filesGroupedBySize();
-        ASSERT_EQ(fastSizes.size(), referenceSizes.size());
-        harness.cache.resetCache();
-        Outcome fast;
-        for (const std::uint64_t size : fastSizes.sizesLargestFirst())
-            for (auto& group : outcome(fastLocator->findDuplicatesInSizeGroup(fastSizes.nodes(size))))
-                fast.push_back(group);
-        harness.cache.resetCache();
-        Outcome reference;
-        for (const std::uint64_t size : referenceSizes.sizesLargestFirst())
-            for (auto& group : outcome(
-                     test::referenceFindDuplicatesInSizeGroup(*referenceLocator, referenceSizes.nodes(size))))
-                reference.push_back(group);
-        ASSERT_EQ(fast, reference);
-
-        // The same through a whole search, where reader threads sort the files ahead:
-        // with the usual budget of kept bytes, none (every shared digest read again), and
-        // room for one whole signature of 60,000 bytes at a time.
-        for (const std::uint64_t limit : {kKeptBytesBudget, std::uint64_t{0}, std::uint64_t{60000}}) {
-            SCOPED_TRACE("kept bytes " + std::to_string(limit));
-            auto threadedLocator = harness.locator();
-            threadedLocator->setMinimumSizeOverride(1);
-            threadedLocator->setKeptBytesLimit(limit);
-            auto threadedWalk = harness.walk(roots, threadedLocator.get());
-            threadedLocator->startSearching();
-            harness.cache.resetCache();
-            threadedLocator->locateDuplicatesInDictionary(threadedWalk->filesGroupedBySize());
-            ASSERT_EQ(outcome(threadedLocator->duplicatesController()->allDuplicatesGroups()), reference);
-        }
-        compared += static_cast<int>(reference.size());
+        int found = 0;
+        expectWhatPairwiseComparisonFinds(harness, roots, found);
+        if (HasFatalFailure())
+            return;
+        compared += found;
     }
     EXPECT_GT(compared, 100) << "the random trees must actually hold duplicates";
+}
+
+// Many folders of one size (8,192 bytes), so that the search fingerprints them: one
+// file or two, files in sub-folders, an empty file beside, contents from a small pool
+// and names from a few, and bundles. A loose file of that size shares the size group.
+void buildManySameSizeFolders(const test::TempTree& tree, std::mt19937& rng) {
+    auto pick = [&](std::size_t n) { return static_cast<std::size_t>(rng() % n); };
+    auto salt = [&] { return static_cast<char>('a' + pick(2)); };
+    const std::size_t folders = kFingerprintedFoldersFrom + pick(24);
+    for (std::size_t n = 0; n < folders; ++n) {
+        // Bundles are compared by their "Contents/Info.plist" alone.
+        const std::size_t shape = pick(5);
+        const bool bundle = pick(shape == 3 ? 2 : 10) == 0;
+        const std::string folder = "r/d" + std::to_string(n) + (bundle ? ".app" : "");
+        switch (shape) {
+        case 0:
+            tree.file(folder + "/a.bin", content(salt(), 8192));
+            break;
+        case 1:
+            tree.file(folder + "/a.bin", content(salt(), 4096));
+            tree.file(folder + (pick(2) == 0 ? "/b.bin" : "/c.bin"), content(salt(), 4096));
+            break;
+        case 2:
+            tree.file(folder + "/s/a.bin", content(salt(), 4096));
+            tree.file(folder + "/t/a.bin", content(salt(), 4096));
+            break;
+        case 3:
+            tree.file(folder + "/Contents/Info.plist", content(salt(), 4096));
+            tree.file(folder + "/a.bin", content(salt(), 4096));
+            break;
+        default:
+            tree.file(folder + "/a.bin", content(salt(), 8192));
+            tree.file(folder + "/empty", "");
+            break;
+        }
+    }
+    tree.file("r/loose.bin", content(salt(), 8192));
+}
+
+TEST_F(Locator, ManyFoldersOfOneSizeFindExactlyWhatPairwiseComparisonFinds) {
+    std::mt19937 rng(20261125);
+    int compared = 0;
+    for (int round = 0; round < 12; ++round) {
+        SCOPED_TRACE(round);
+        test::TempTree tree2;
+        buildManySameSizeFolders(tree2, rng);
+        int found = 0;
+        expectWhatPairwiseComparisonFinds(harness, {tree2 / "r"}, found);
+        if (HasFatalFailure())
+            return;
+        compared += found;
+    }
+    EXPECT_GT(compared, 50) << "the folders must actually hold copies";
 }
 
 // A part of a folder the walk cannot read, made the same way in two folders that are
