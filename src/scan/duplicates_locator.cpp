@@ -34,9 +34,11 @@
 // 4. Groups (scan thread). The size group is walked in its sorted order, as the plain
 //    pairwise comparison would: a folder is compared with the later folders as a
 //    whole (child counts and sizes first, then every child by position: same name,
-//    equal sub-folders, files with equal signatures); a file takes every later member
-//    of its class that still takes part (files inside folders found equal before it
-//    are ignored by then) and has another path. Groups go out in the order of their
+//    equal sub-folders, files with equal signatures); where a size group holds many
+//    folders, each is fingerprinted first and compared only with the later folders
+//    its fingerprint does not rule out (folder_fingerprint.h); a file takes every
+//    later member of its class that still takes part (files inside folders found
+//    equal before it are ignored by then) and has another path. Groups go out in the order of their
 //    first members, so the result is the pairwise result, found in about linear time
 //    instead of quadratic. Groups whose files may not be removed, or that are one
 //    file under several hard links, are dropped.
