@@ -97,11 +97,12 @@ bool isPlainFolder(const CVNode& node) {
     return dynamic_cast<const CVFolder*>(&node) && node.type() == kNodeTypePlainFolder;
 }
 
-// Whether two equal folders hold the very same files: every file of one is a hard link
-// of the file at its place in the other (a snapshot made with "cp -al" or a backup tool
-// that links unchanged files). Removing either would free nothing, and grouping them
-// would hide the files inside from the comparison of files. Children stand in the same
-// order in equal folders; a sub-folder met twice in a list is looked at once.
+// Whether two folders hold the very same files: every entry of one has the name of the
+// entry at its place in the other, and every file is a hard link of the file there (a
+// snapshot made with "cp -al" or a backup tool that links unchanged files). Removing
+// either would free nothing, and grouping them would hide the files inside from the
+// comparison of files. Children stand in the same order in equal folders; a sub-folder
+// met twice in a list is looked at once.
 bool holdTheSameFiles(const CVNode& a, const CVNode& b, std::unordered_set<const CVNode*>& seen) {
     const auto& mine = a.children();
     const auto& theirs = b.children();
@@ -110,6 +111,8 @@ bool holdTheSameFiles(const CVNode& a, const CVNode& b, std::unordered_set<const
     for (std::size_t i = 0; i < mine.size(); ++i) {
         const CVNode& x = *mine[i];
         const CVNode& y = *theirs[i];
+        if (lastPathComponent(x.storedPath()) != lastPathComponent(y.storedPath()))
+            return false;
         const auto* folderX = dynamic_cast<const CVFolder*>(&x);
         const auto* folderY = dynamic_cast<const CVFolder*>(&y);
         if (folderX || folderY) {

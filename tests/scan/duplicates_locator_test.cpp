@@ -577,6 +577,26 @@ TEST_F(Locator, AFolderOfHardLinksIsNoCopyOfItsFolder) {
     }
 }
 
+// A link under another name is no snapshot: the folder holding it may still be a copy
+// of another folder.
+TEST_F(Locator, AFolderLinkingAFileUnderAnotherNameIsStillACopy) {
+    const std::string x = tree.file("a/x", content('h', 60000));
+    tree.folder("b");
+    ASSERT_EQ(::link(x.c_str(), (tree / "b/y").c_str()), 0);
+    tree.file("c/y", content('h', 60000));
+    auto locator = harness.locator();
+    const auto results = scan(*locator, {tree.path()});
+    ASSERT_TRUE(results);
+    std::set<std::set<std::string>> groups;
+    for (const auto& group : results->duplicatesGroups()) {
+        std::set<std::string> members;
+        for (const auto& file : group->files())
+            members.insert(file->path());
+        groups.insert(members);
+    }
+    EXPECT_EQ(groups, (std::set<std::set<std::string>>{{tree / "b", tree / "c"}}));
+}
+
 TEST_F(Locator, AFileThatAnITunesLibraryDoesNotListIsFreedFromTheLibrary) {
     const std::string listed = tree.file("Music/Media/listed.mp3", content('l', 60000));
     const std::string unlisted = tree.file("Music/Media/unlisted.mp3", content('u', 61000));
