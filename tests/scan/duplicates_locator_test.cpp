@@ -44,6 +44,18 @@ Outcome outcome(const std::vector<GroupPtr>& groups) {
     return out;
 }
 
+// Each group's member paths, in no order.
+std::set<std::set<std::string>> memberSets(CVDuplicatesController& results) {
+    std::set<std::set<std::string>> groups;
+    for (const auto& group : results.duplicatesGroups()) {
+        std::set<std::string> members;
+        for (const auto& file : group->files())
+            members.insert(file->path());
+        groups.insert(members);
+    }
+    return groups;
+}
+
 std::string content(char salt, std::size_t size) {
     std::string s(size, '\0');
     for (std::size_t i = 0; i < size; ++i)
@@ -559,13 +571,7 @@ TEST_F(Locator, AFolderOfHardLinksIsNoCopyOfItsFolder) {
             auto locator = harness.locator();
             const auto results = scan(*locator, {tree.path()});
             ASSERT_TRUE(results);
-            std::set<std::set<std::string>> groups;
-            for (const auto& group : results->duplicatesGroups()) {
-                std::set<std::string> members;
-                for (const auto& file : group->files())
-                    members.insert(file->path());
-                groups.insert(members);
-            }
+            const auto groups = memberSets(*results);
             if (withARealCopy)
                 EXPECT_EQ(groups,
                           (std::set<std::set<std::string>>{{tree / "x", tree / "real", tree / "partly"},
@@ -587,13 +593,7 @@ TEST_F(Locator, AFolderLinkingAFileUnderAnotherNameIsStillACopy) {
     auto locator = harness.locator();
     const auto results = scan(*locator, {tree.path()});
     ASSERT_TRUE(results);
-    std::set<std::set<std::string>> groups;
-    for (const auto& group : results->duplicatesGroups()) {
-        std::set<std::string> members;
-        for (const auto& file : group->files())
-            members.insert(file->path());
-        groups.insert(members);
-    }
+    const auto groups = memberSets(*results);
     EXPECT_EQ(groups, (std::set<std::set<std::string>>{{tree / "b", tree / "c"}}));
 }
 
