@@ -603,11 +603,9 @@ EqualClasses CVDuplicatesLocator::classesOfSizeGroup(std::span<const NodePtr> no
 }
 
 FolderCandidates CVDuplicatesLocator::folderCandidates(std::span<const NodePtr> nodes) {
-    const auto folders = std::count_if(nodes.begin(), nodes.end(), [](const NodePtr& node) {
-        return dynamic_cast<const CVFolder*>(node.get()) != nullptr;
-    });
-    if (static_cast<std::size_t>(folders) < kFingerprintedFoldersFrom)
-        return FolderCandidates(nodes);
+    FolderCandidates everyPair(nodes);
+    if (everyPair.folderCount() < kFingerprintedFoldersFrom)
+        return everyPair;
     // Nothing is kept: the digests only feed the fingerprints. A file that cannot be read
     // leaves its folder without one; the comparison then reads it again and names it.
     KeptBytesBudget nothingKept(0);

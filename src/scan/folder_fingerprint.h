@@ -46,6 +46,8 @@ public:
     // The places after i of the folders that may equal the folder at i, in order: those
     // with its fingerprint and those without one; every later folder when it has none.
     std::vector<std::size_t> after(std::size_t i) const;
+    // How many of the nodes are folders.
+    std::size_t folderCount() const { return m_folders.size(); }
 
 private:
     std::vector<std::size_t> m_folders;      // places of the folders, in order
