@@ -47,6 +47,18 @@ struct CommandLine {
     CLI::App* remind = nullptr;
 };
 
+// --settings names a file; an empty name (an unset variable in a script) would otherwise
+// mean the user's own settings file.
+void addSettingsOption(CLI::App* command, std::string& value, const std::string& description) {
+    const CLI::Validator named(
+        [](const std::string& text) {
+            return text.empty() ? std::string("an empty file name (without --settings the default file is used)")
+                                : std::string();
+        },
+        "");
+    command->add_option("--settings", value, description)->check(named)->type_name("FILE");
+}
+
 // Sizes take decimal suffixes as the sizes shown do (10k = 10,000 bytes) and binary ones
 // when asked (1MiB = 1,048,576 bytes).
 void addSizeOption(CLI::App* command, const std::string& name, std::optional<std::uint64_t>& value,
@@ -126,8 +138,7 @@ void addScanOutputs(CLI::App* scan, ScanOptions& options, CLI::Option* json, std
     scan->add_flag("-0,--null", options.nullSeparated,
                    "--export writes and --select reads paths each ended by a NUL byte, not a line "
                    "(names may hold line feeds)");
-    scan->add_option("--settings", settings, "use FILE as the settings store (created when missing)")
-        ->type_name("FILE");
+    addSettingsOption(scan, settings, "use FILE as the settings store (created when missing)");
     auto* quiet = scan->add_flag("--quiet", options.quiet, "no progress");
     scan->add_flag("--verbose", options.verbose, "diagnostic lines on stderr too")->excludes(quiet);
     scan->add_flag("--verify", options.verify,
@@ -173,8 +184,7 @@ void addRemoveCommand(CommandLine& line) {
     removeCommand->add_flag("--allow-all-copies", removeOptions.allowAllCopies,
                             "let the plan mark every copy of a group (they may then only go to the Trash)");
     removeCommand->add_flag("--json", removeOptions.removal.json, "one JSON document on stdout");
-    removeCommand->add_option("--settings", line.removeSettings, "use FILE as the settings store")
-        ->type_name("FILE");
+    addSettingsOption(removeCommand, line.removeSettings, "use FILE as the settings store");
     auto* removeQuiet = removeCommand->add_flag("--quiet", removeOptions.removal.quiet, "no progress");
     removeCommand->add_flag("--verbose", removeOptions.verbose, "diagnostic lines on stderr too")
         ->excludes(removeQuiet);
@@ -186,10 +196,7 @@ void addRemoveCommand(CommandLine& line) {
 void addStatsCommand(CommandLine& line) {
     line.stats = line.app.add_subcommand("stats", "the scans recorded, the total size saved, level and rank");
     line.stats->add_flag("--json", line.statsOptions.json, "one JSON document on stdout");
-    line.stats
-        ->add_option("--settings", line.statsOptions.settings,
-                     "read FILE as the settings store (never written)")
-        ->type_name("FILE");
+    addSettingsOption(line.stats, line.statsOptions.settings, "read FILE as the settings store (never written)");
 }
 
 void addRemindCommand(CommandLine& line) {
@@ -211,10 +218,8 @@ void addRemindCommand(CommandLine& line) {
     remind->add_flag("--json", remindOptions.json, "with --status: one JSON document on stdout")
         ->needs(remindStatus);
     every->excludes(remindStatus);
-    remind
-        ->add_option("--settings", remindOptions.settings,
-                     "use FILE as the settings store (--every writes the period there)")
-        ->type_name("FILE");
+    addSettingsOption(remind, remindOptions.settings,
+                      "use FILE as the settings store (--every writes the period there)");
     remind->footer("Without options, shows the reminder as a desktop notification when it is due and does "
                    "nothing otherwise. A finished \"corvel scan\" re-arms it one period ahead. To have it "
                    "shown while Corvel is not running, turn on one of the two deliveries \"make install\" "

@@ -58,6 +58,20 @@ const char* kindName(const PropertyValue& value) {
     return "a value";
 }
 
+// A registered default as a message shows it: reals with six significant digits (the
+// minimum-size slider's single-precision 0.0499999 reads as written, not as its double),
+// an empty list in words.
+std::string shownDefault(const PropertyValue& value) {
+    if (value.type() == PropertyValue::Type::Real) {
+        char text[32];
+        std::snprintf(text, sizeof text, "%g", value.toDouble());
+        return text;
+    }
+    if (const auto* array = value.asArray(); array && array->empty())
+        return "(an empty list)";
+    return value.description();
+}
+
 // Whether a stored value may stand where the registered default has this type: numbers
 // (integer or real) for numbers, otherwise exactly the same type.
 bool fitsRegisteredType(const PropertyValue& stored, const PropertyValue& registered) {
@@ -246,7 +260,7 @@ PropertyValue UserDefaults::effectiveValueLocked(std::string_view key, std::stri
         if (warning && m_reportedKeys.insert(std::string(key)).second)
             *warning = "Setting \"" + std::string(key) + "\" in " + m_path + " has the wrong type (" +
                        kindName(it->second) + " where " + kindName(registered->second) +
-                       " belongs); the default " + registered->second.description() + " is used";
+                       " belongs); the default " + shownDefault(registered->second) + " is used";
         return registered->second;
     }
     if (registered != m_registered.end())

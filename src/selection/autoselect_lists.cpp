@@ -59,6 +59,9 @@ PropertyValue CVAutoselectListItem::userDefaultValue() const {
 }
 
 CVAutoselectLists::CVAutoselectLists(UserDefaults& defaults) : m_defaults(defaults) {
+    // A stored list that is not an array then reads as empty, with a line telling the user
+    // (once), and stays in the file.
+    m_defaults.registerDefaults({{kAutoselectListKey, PropertyValue::Array{}}});
     initAutoselectDefaultList();
 }
 
@@ -66,10 +69,14 @@ void CVAutoselectLists::initAutoselectDefaultList() {
     // Linux has no mail client that keeps a downloads folder of its own: no Mail
     // downloads entry (nor its "AutoselectMailDownloadsSet" flag) is ever written, and an
     // entry already stored is the user's and stays as it is.
-    if (!m_defaults.hasStoredValueForKey(kAutoSelectDefaultSetKey)) {
+    if (m_defaults.hasStoredValueForKey(kAutoSelectDefaultSetKey))
+        return;
+    // A list stored without the flag was made by the user (by hand, or before any run
+    // that selects): it is theirs, whatever it holds, and the defaults are not written
+    // over it.
+    if (!m_defaults.hasStoredValueForKey(kAutoselectListKey))
         resetAutoselectList();
-        m_defaults.setBool(true, kAutoSelectDefaultSetKey);
-    }
+    m_defaults.setBool(true, kAutoSelectDefaultSetKey);
 }
 
 void CVAutoselectLists::resetAutoselectList() {

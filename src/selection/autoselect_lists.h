@@ -54,8 +54,9 @@ enum AutoselectRelation : int {
 
 class CVAutoselectLists {
 public:
-    // Reads the lists; on the first use writes the default Always Select entry (the
-    // user's Downloads folder) and "AutoSelectDefaultSet". Stored entries are never changed here.
+    // Reads the lists; on the first use writes "AutoSelectDefaultSet" and, when no list is
+    // stored yet, the default Always Select entry (the user's Downloads folder). Stored
+    // entries are never changed here.
     explicit CVAutoselectLists(UserDefaults& defaults);
 
     void initAutoselectDefaultList();

@@ -658,6 +658,20 @@ TEST_F(CorvelSettingsFile, ANamedFileThatIsNotASettingsFileIsAUsageErrorAndUntou
     EXPECT_TRUE(filesStartingWith(home.path(), "array.plist.").empty());
 }
 
+// An empty name (an unset variable in a script) is refused: it would otherwise mean the
+// user's own settings file.
+TEST_F(CorvelSettingsFile, AnEmptyNameIsAUsageErrorAndTheDefaultFileIsNotTouched) {
+    const std::string path = home / ".config/corvel/com.halvik.Corvel.plist";
+    for (const std::string& command :
+         {"scan " + quoted(tree.path()), std::string("stats"), std::string("remind --status"),
+          "remove " + quoted(tree / "plan.json")}) {
+        const Outcome run = corvelWith("env -u CORVEL_SETTINGS", command + " --settings ''", home);
+        EXPECT_EQ(run.status, 2) << command << "\n" << run.err;
+        EXPECT_NE(run.err.find("--settings: an empty file name"), std::string::npos) << run.err;
+        EXPECT_FALSE(pathExists(path, false)) << command;
+    }
+}
+
 TEST_F(CorvelSettingsFile, TheDefaultFileIsRepairedAndTheDamagedOneKeptWithATimestamp) {
     const std::string damaged = "<plist><dict><key>MoveIntoTrash</key><false/>";
     const std::string folder = home / ".config/corvel";

@@ -598,7 +598,8 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(UserDefaults, AValueOfTheWrongTypeReadsAsTheRegisteredDefault) {
     test::TempTree tree;
     const std::string path = tree.file(
-        "w.plist", propertyListData(PropertyValue::Dictionary{{"Flag", "NO"}, {"Count", 2.0}, {"Free", "x"}},
+        "w.plist", propertyListData(PropertyValue::Dictionary{{"Flag", "NO"}, {"Count", 2.0}, {"Free", "x"},
+                                                              {"Slider", "small"}, {"List", 3}},
                                     PropertyListFormat::XML));
     ScopedLogCapture log;
     UserDefaults defaults(path);
@@ -618,6 +619,12 @@ TEST(UserDefaults, AValueOfTheWrongTypeReadsAsTheRegisteredDefault) {
     EXPECT_TRUE(
         log.contains("Setting \"Flag\" in " + path +
                      " has the wrong type (a string where a boolean belongs); the default YES is used"))
+        << testing::PrintToString(log.lines());
+    // Defaults as a user would write them: a single-precision real as written, not as its double.
+    defaults.registerDefaults({{"Slider", static_cast<double>(0.0499999F)}, {"List", PropertyValue::Array{}}});
+    EXPECT_TRUE(log.contains("has the wrong type (a string where a number belongs); the default 0.0499999 is used"))
+        << testing::PrintToString(log.lines());
+    EXPECT_TRUE(log.contains("has the wrong type (a number where an array belongs); the default (an empty list) is used"))
         << testing::PrintToString(log.lines());
     defaults.setObject(0, "Flag");
     EXPECT_TRUE(defaults.boolForKey("Flag"));

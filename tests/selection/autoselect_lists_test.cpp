@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include "platform/property_list.h"
+#include "platform/system_log.h"
 #include "platform/user_defaults.h"
 #include "platform/user_paths.h"
 #include "selection/autoselect_lists.h"
@@ -44,6 +46,49 @@ TEST_F(AutoselectListsTest, TheFirstStartWritesTheDownloadsFolderOnly) {
     ASSERT_EQ(again.list().size(), 1u);
     EXPECT_EQ(again.list()[0].path, "/data/keep");
     EXPECT_FALSE(defaults.hasStoredValueForKey(kAutoselectMailDownloadsSetKey));
+}
+
+// A list in the file before anything selected (written by hand, as the README invites) is
+// the user's: the first use keeps it as it is, whatever it holds, and a list of the wrong
+// type is reported and reads as empty.
+TEST_F(AutoselectListsTest, AListStoredBeforeTheFirstUseIsKeptAsItIs) {
+    const PropertyValue::Dictionary always{{"Path", "/data/incoming"}, {"Category", 0}, {"Enabled", true}};
+    const PropertyValue::Dictionary bytes{
+        {"Path", PropertyValue::Data{'/', 'd', 0xe9}}, {"Category", 0}, {"Enabled", true}};
+    const struct {
+        const char* name;
+        PropertyValue stored;
+        std::vector<std::string> paths; // what the lists read
+        bool reported;
+    } cases[] = {
+        {"an Always Select entry", PropertyValue::Array{always}, {"/data/incoming"}, false},
+        {"a path stored as bytes and a stray element", PropertyValue::Array{bytes, "stray"}, {"/d\xe9"}, false},
+        {"an empty list", PropertyValue::Array{}, {}, false},
+        {"a string", "/data/incoming", {}, true},
+        {"a dictionary", always, {}, true},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const std::string path =
+            tree.file(std::string("hand-") + std::to_string(&c - cases) + ".plist",
+                      propertyListData(PropertyValue::Dictionary{{kAutoselectListKey, c.stored}},
+                                       PropertyListFormat::XML));
+        ScopedLogCapture log;
+        {
+            UserDefaults store(path);
+            CVAutoselectLists lists(store);
+            std::vector<std::string> read;
+            for (const auto& item : lists.list())
+                read.push_back(item.path);
+            EXPECT_EQ(read, c.paths);
+            EXPECT_TRUE(store.boolForKey(kAutoSelectDefaultSetKey));
+            ASSERT_TRUE(store.synchronize());
+        }
+        UserDefaults reopened(path);
+        EXPECT_EQ(reopened.objectForKey(kAutoselectListKey), c.stored) << "the stored list is unchanged";
+        EXPECT_EQ(log.contains("Setting \"AutoselectList\" in " + path + " has the wrong type"), c.reported)
+            << testing::PrintToString(log.lines());
+    }
 }
 
 TEST_F(AutoselectListsTest, AStoredMailDownloadsEntryIsTheUsersAndStays) {
