@@ -113,8 +113,9 @@ std::optional<double> parseXmlDate(std::string_view text) {
 }
 
 std::string formatXmlDate(double secondsSince1970) {
-    // Years 1 to 9999, the range the text form can carry.
-    const double t = std::fmax(-62135596800.0, std::fmin(253402300799.999999, secondsSince1970));
+    // Years 1 to 9999, the range the text form can carry; the last instant is the double
+    // just below year 10000 (a fraction near 1 read from the text may round up to it).
+    const double t = std::fmax(-62135596800.0, std::fmin(std::nextafter(253402300800.0, 0.0), secondsSince1970));
     const double whole = std::floor(t);
     const auto seconds = static_cast<std::int64_t>(whole);
     std::int64_t days = seconds / 86400;
@@ -138,7 +139,7 @@ std::string formatXmlDate(double secondsSince1970) {
             char f[16];
             std::snprintf(f, sizeof f, "%.*f", digits, fraction);
             if (f[0] != '0')
-                break; // rounds up to a whole second: keep the whole second
+                continue; // rounds up to the next second: more digits, else the whole second
             const std::string candidate = out + (f + 1) + "Z";
             const auto back = parseXmlDate(candidate);
             if ((back && *back == t) || digits == 9) {

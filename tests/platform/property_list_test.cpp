@@ -397,6 +397,30 @@ INSTANTIATE_TEST_SUITE_P(
                       PropertyValue(static_cast<long long>(INT64_MAX))}),
     [](const auto& p) { return std::string(p.param.name); });
 
+// A fraction too fine for a double may round a date up past the last second the text
+// form can carry, or up to the next second: the date written stays the same instant as
+// near as a double holds it, within years 1 to 9999, and reads back unchanged.
+TEST(PropertyList, DatesAtTheLimitsOfTheTextFormStayWithinThem) {
+    const struct {
+        const char* element;
+        const char* written;
+    } cases[] = {
+        {"<date>9999-12-31T23:59:59.999999999Z</date>", "<date>9999-12-31T23:59:59.99997Z</date>"},
+        {"<date>2024-02-29T23:59:59.9999999999Z</date>", "<date>2024-03-01T00:00:00Z</date>"},
+        {"<date>2024-02-29T23:59:59.99999Z</date>", "<date>2024-02-29T23:59:59.99999Z</date>"},
+    };
+    for (const auto& c : cases) {
+        std::string text = "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>v</key>" +
+                           std::string(c.element) + "</dict></plist>";
+        for (int round = 0; round < 2; ++round) {
+            PropertyValue back;
+            ASSERT_TRUE(readPropertyList(text, back, nullptr)) << c.element;
+            text = propertyListData(back, PropertyListFormat::XML);
+            EXPECT_NE(text.find(c.written), std::string::npos) << c.element << " round " << round << "\n" << text;
+        }
+    }
+}
+
 TEST(PropertyList, FilesAreWrittenAsXmlAndReadBack) {
     test::TempTree tree;
     const std::string path = tree / "settings.plist";
