@@ -13,7 +13,8 @@ namespace {
 
 constexpr std::uint64_t kLargestStoredTotal = std::numeric_limits<std::int64_t>::max();
 
-// The stored total, or 0 (logged) for a value that is not a non-negative number.
+// The stored total, or 0 for a value that is not a non-negative number (the user is
+// told: a hand edit gone wrong stays in the file until a pass frees space).
 std::uint64_t storedTotal(const UserDefaults& defaults) {
     const PropertyValue stored = defaults.objectForKey(kTotalSizeSavedKey);
     if (stored.isNull())
@@ -21,8 +22,9 @@ std::uint64_t storedTotal(const UserDefaults& defaults) {
     const bool number = stored.asInteger() || stored.asReal();
     if (number && (stored.isUnsignedInteger() || stored.toDouble() >= 0))
         return std::min(stored.toUInt64(), kLargestStoredTotal);
-    systemLog(std::string("Achievements: \"") + kTotalSizeSavedKey + "\" holds " + stored.description() +
-              ", not a size; counting from 0");
+    warnUser(std::string("Setting \"") + kTotalSizeSavedKey + "\" in " + defaults.path() + " holds " +
+             stored.description() + ", not a size: the total saved counts from 0, and the next removal that "
+                                    "frees space replaces it");
     return 0;
 }
 
@@ -67,7 +69,8 @@ void HVAchievementsController::shreddingFinishedAndRemoved(std::uint64_t bytes, 
     m_scanSavedString = stringWithSize(m_lastTimeSize);
     m_totallySavedString = stringWithSize(m_userTotalSize);
     systemLogf("Total size saved: %@", m_totallySavedString);
-    if (m_defaults)
+    // A pass that freed nothing leaves the stored total as it is (an odd value stays too).
+    if (m_defaults && bytes > 0)
         m_defaults->setInteger(static_cast<std::int64_t>(m_userTotalSize), kTotalSizeSavedKey);
     updateLevel();
     updateRank();

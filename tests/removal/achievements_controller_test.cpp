@@ -167,14 +167,21 @@ struct OddTotalCase {
 
 class AchievementsOddTotal : public testing::TestWithParam<OddTotalCase> {};
 
-TEST_P(AchievementsOddTotal, CountsFromWhatMakesSenseAndLeavesTheValueUntilAPass) {
+TEST_P(AchievementsOddTotal, CountsFromWhatMakesSenseAndLeavesTheValueUntilAPassFreesSpace) {
     const auto& c = GetParam();
     test::TempTree scratch;
     UserDefaults store(scratch / "settings.plist");
     store.setObject(c.stored, kTotalSizeSavedKey);
-    const HVAchievementsController achievements(store);
+    ScopedLogCapture log;
+    HVAchievementsController achievements(store);
     EXPECT_EQ(achievements.userTotalSize(), c.total);
     EXPECT_EQ(store.objectForKey(kTotalSizeSavedKey), c.stored);
+    EXPECT_EQ(log.contains("Setting \"TotalSizeSaved\" in " + store.path() + " holds"), c.total == 0)
+        << testing::PrintToString(log.lines());
+    achievements.shreddingFinishedAndRemoved(0, false, false);
+    EXPECT_EQ(store.objectForKey(kTotalSizeSavedKey), c.stored) << "a pass that freed nothing writes nothing";
+    achievements.shreddingFinishedAndRemoved(100, false, false);
+    EXPECT_EQ(store.objectForKey(kTotalSizeSavedKey).toUInt64(), std::min(c.total + 100, std::uint64_t{INT64_MAX}));
 }
 
 INSTANTIATE_TEST_SUITE_P(Values, AchievementsOddTotal,
