@@ -158,10 +158,13 @@ AlertChoice MainWindow::runModalAlert(const std::string& message, const std::str
     box.setText(qs(message));
     box.setInformativeText(qs(informative));
     QPushButton* def = box.addButton(qs(defaultButton), QMessageBox::AcceptRole);
-    box.addButton(qs(alternateButton), QMessageBox::RejectRole);
+    QPushButton* alt = box.addButton(qs(alternateButton), QMessageBox::RejectRole);
     box.setDefaultButton(def);
+    // The default keeps things as they are; without this, Escape would press the
+    // alternate (the reject role) and throw the results away.
+    box.setEscapeButton(def);
     box.exec();
-    return box.clickedButton() == def ? AlertChoice::Default : AlertChoice::Alternate;
+    return box.clickedButton() == alt ? AlertChoice::Alternate : AlertChoice::Default;
 }
 
 void MainWindow::showOpenPanel(const std::string& prompt,

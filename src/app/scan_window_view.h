@@ -55,7 +55,8 @@ public:
     // Folders dropped anywhere on the window.
     virtual void setDropsEnabled(bool enabled) = 0;
     virtual void clearUndoActions() = 0;
-    // A modal alert; answers the button chosen.
+    // A modal alert; answers the button chosen. The default button is the answer that
+    // changes nothing: Return and Escape (or closing the alert) both choose it.
     virtual AlertChoice runModalAlert(const std::string& message, const std::string& informative,
                                       const std::string& defaultButton,
                                       const std::string& alternateButton) = 0;

@@ -7,13 +7,16 @@
 #include <QApplication>
 #include <QDropEvent>
 #include <QLocalServer>
+#include <QMessageBox>
 #include <QMimeData>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTest>
+#include <QTimer>
 #include <QUrl>
 #include <atomic>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <thread>
 
@@ -94,6 +97,7 @@ private Q_SLOTS:
     void anUnreadableIgnoreListIsNeverOverwritten();
     void alwaysAndNeverSelectFoldersAreStored();
     void menuItemsFollowTheWindowState();
+    void theWindowsAlertAnswersItsDefaultToReturnAndEscape();
 };
 
 void GuiTest::scanOfADroppedTreeFindsItsDuplicates() {
@@ -418,6 +422,41 @@ void GuiTest::alwaysAndNeverSelectFoldersAreStored() {
     prefs.alwaysSelect()->setCurrentRow(prefs.alwaysSelect()->count() - 1);
     prefs.removeSelectedSelectionFolder(kAlwaysSelect);
     QVERIFY(!inFile(kAlwaysSelect, keep));
+}
+
+// The window's alert ("Start a new scan? The current results will be lost.") keeps things
+// as they are on Return and on Escape; only a click on the other button goes on.
+void GuiTest::theWindowsAlertAnswersItsDefaultToReturnAndEscape() {
+    test::TempTree tree;
+    GuiApplication app({socketIn(tree), {}, {}});
+    app.start();
+    const struct {
+        const char* name;
+        std::function<void(QMessageBox*)> answer;
+        AlertChoice expected;
+    } cases[] = {
+        {"Return", [](QMessageBox* box) { QTest::keyClick(box, Qt::Key_Return); }, AlertChoice::Default},
+        {"Escape", [](QMessageBox* box) { QTest::keyClick(box, Qt::Key_Escape); }, AlertChoice::Default},
+        {"the other button",
+         [](QMessageBox* box) {
+             for (QAbstractButton* button : box->buttons())
+                 if (button->text() == "Go on")
+                     button->click();
+         },
+         AlertChoice::Alternate},
+    };
+    for (const auto& c : cases) {
+        bool answered = false;
+        QTimer::singleShot(50, [&] {
+            if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
+                c.answer(box);
+                answered = true;
+            }
+        });
+        const AlertChoice choice = app.window().runModalAlert("Start again?", "", "Keep", "Go on");
+        QVERIFY2(answered, c.name);
+        QVERIFY2(choice == c.expected, c.name);
+    }
 }
 
 void GuiTest::menuItemsFollowTheWindowState() {
