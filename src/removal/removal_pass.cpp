@@ -346,7 +346,7 @@ void CVRemovalPass::removeMarkedFiles(const MarkedFiles& marked, std::uint64_t& 
             break; // it stays marked and in the collector
         report(file, ok, error, toTrash);
         flushReports();
-        settle(*file, completedGroups, lastTick);
+        settle(*file, ok, completedGroups, lastTick);
         ++i;
     }
     if (ahead.valid())
@@ -497,7 +497,7 @@ bool CVRemovalPass::moveWindow(TrashWindow& window, const MarkedFiles& marked,
         if (entry.ticket && removeEmptyFolders())
             removeParentFolderIfEmpty(entry.path, true);
         report(file, ok, error, true);
-        settle(*file, completedGroups, lastTick);
+        settle(*file, ok, completedGroups, lastTick);
     }
     flushReports();
     return true;
@@ -568,9 +568,11 @@ void CVRemovalPass::flushReports() {
     m_unmanifested.clear();
 }
 
-void CVRemovalPass::settle(CVFile& file, std::uint64_t& completedGroups,
+void CVRemovalPass::settle(CVFile& file, bool removed, std::uint64_t& completedGroups,
                            std::chrono::steady_clock::time_point& lastTick) {
-    if (!m_options.dryRun) {
+    // A copy the pass could not remove is still on the disk: it stays in its group and
+    // marked, so the results go on showing it (the list of failures says why).
+    if (removed && !m_options.dryRun) {
         file.setWasRemoved(true);
         if (CVGroup* owner = file.parentGroup()) {
             owner->setSilentFilesToRemoveCount(owner->silentFilesToRemoveCount() - 1);

@@ -211,12 +211,12 @@ private:
     std::unique_ptr<TrashWindow> prepareWindow(const MarkedFiles& marked, std::size_t from);
     bool moveWindow(TrashWindow& window, const MarkedFiles& marked,
                     std::chrono::steady_clock::time_point& lastTick, std::uint64_t& completedGroups);
-    // Records a handled copy; settle then marks it removed and ticks. The counters and the
-    // view learn of handled copies in batches (flushReports), at each tick, after each
-    // window and after a copy handled alone.
+    // Records a handled copy; settle then marks it removed (when it was) and ticks. The
+    // counters and the view learn of handled copies in batches (flushReports), at each
+    // tick, after each window and after a copy handled alone.
     void report(const std::shared_ptr<CVFile>& file, bool ok, const CVError& error, bool toTrash);
     void flushReports();
-    void settle(CVFile& file, std::uint64_t& completedGroups,
+    void settle(CVFile& file, bool removed, std::uint64_t& completedGroups,
                 std::chrono::steady_clock::time_point& lastTick);
     void tick(std::chrono::steady_clock::time_point& lastTick);
     bool parentMayBeCleaned(const std::string& folder) const;

@@ -342,6 +342,11 @@ TEST(RemovalFailures, NeverStopThePassAndAreLogged) {
     for (const auto& g : {changed, fine1, missing, fine2})
         marked += g->files()[1]->sizeOnDisk();
     const std::uint64_t removed = fine1->files()[1]->sizeOnDisk() + fine2->files()[1]->sizeOnDisk();
+    const std::vector<std::tuple<GroupPtr, std::shared_ptr<CVFile>, bool>> outcomes{
+        {changed, changed->files()[1], false},
+        {fine1, fine1->files()[1], true},
+        {missing, missing->files()[1], false},
+        {fine2, fine2->files()[1], true}};
     auto pass = h.pass(true);
     ScopedLogCapture log;
     runPass(*pass);
@@ -373,6 +378,18 @@ TEST(RemovalFailures, NeverStopThePassAndAreLogged) {
     EXPECT_TRUE(log.contains(". Removed Count = 4 Size = " + std::to_string(removed)));
     for (const auto& line : lines)
         EXPECT_NE(line, "Removing was stopped by user");
+
+    // What the results show afterwards: the copies removed are gone with their groups; a
+    // copy that could not be removed is still a marked member of its group.
+    h.results->removeDeletedFiles();
+    for (const auto& [group, copy, gone] : outcomes) {
+        EXPECT_EQ(copy->wasRemoved(), gone) << copy->path();
+        EXPECT_EQ(h.results->fileAtPath(copy->path()) != nullptr, !gone) << copy->path();
+        EXPECT_EQ(group->childrenCount(), gone ? 1u : 2u) << copy->path();
+        EXPECT_EQ(group->removedFilesCount(), 0u) << copy->path();
+        EXPECT_TRUE(copy->needToRemove()) << copy->path();
+    }
+    EXPECT_EQ(h.results->count(), 2u);
 }
 
 TEST(RemovalFailures, DeleteModeLogsWithoutTheTrashWord) {
