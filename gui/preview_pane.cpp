@@ -8,6 +8,7 @@
 #include <QPainter>
 #include <QResizeEvent>
 #include <QVBoxLayout>
+#include <fcntl.h>
 
 #ifdef CORVEL_HAVE_QT_PDF
 #include <QPdfDocument>
@@ -15,6 +16,8 @@
 
 #include "engine/file_sizer.h"
 #include "gui_text.h"
+#include "platform/file_io.h"
+#include "platform/unique_fd.h"
 
 namespace corvel::gui {
 
@@ -60,9 +63,22 @@ void PreviewPane::showFile(const std::string& path) {
         m_stack->setCurrentWidget(m_info);
         return;
     }
+    // A name that is not UTF-8 has no QString leading back to it: that file is read through
+    // a descriptor opened by the name's bytes, which /proc/self/fd names in plain digits.
+    UniqueFd opened;
+    if (QFile::encodeName(m_path).toStdString() != path) {
+        opened = UniqueFd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+        if (opened.valid())
+            m_path = QStringLiteral("/proc/self/fd/%1").arg(opened.get());
+    }
+    const QString name = QFile::decodeName(QByteArray::fromStdString(lastPathComponent(path)));
     const QFileInfo info(m_path);
     QMimeDatabase db;
-    const QMimeType type = db.mimeTypeForFile(info);
+    QFile sniffed(m_path);
+    const QMimeType type = opened.valid() && sniffed.open(QIODevice::ReadOnly)
+                               ? db.mimeTypeForFileNameAndData(name, &sniffed)
+                               : db.mimeTypeForFile(info);
+    sniffed.close();
     if (info.isFile() && type.name().startsWith("image/")) {
         QImageReader reader(m_path);
         reader.setAutoTransform(true);
@@ -93,7 +109,7 @@ void PreviewPane::showFile(const std::string& path) {
         }
     }
     m_kind = Kind::Other;
-    QString line = info.fileName() + "\n" + type.comment();
+    QString line = name + "\n" + type.comment();
     if (info.exists() && info.isFile())
         line += "\n" + qs(stringWithSize(static_cast<std::uint64_t>(info.size())));
     else if (!info.exists())

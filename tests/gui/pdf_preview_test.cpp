@@ -1,12 +1,13 @@
-// The preview pane's PDF pages on the offscreen platform: PDF files written by hand in
-// the test, their first page rendered in the pane; a damaged PDF falls back to the name
-// and nothing the pane reads is changed.
+// The preview pane on the offscreen platform: PDF files written by hand in the test, their
+// first page rendered in the pane; a damaged PDF falls back to the name and nothing the
+// pane reads is changed; names that are not UTF-8 are previewed too.
 
 #include <QApplication>
 #include <QTest>
 #include <string>
 #include <vector>
 
+#include "gui_text.h"
 #include "preview_pane.h"
 #include "support/temp_tree.h"
 
@@ -80,6 +81,7 @@ private Q_SLOTS:
     void theFirstPageIsShown_data();
     void theFirstPageIsShown();
     void aDamagedPdfShowsItsName();
+    void namesThatAreNotUtf8AreFoundAndRead();
 };
 
 void PdfPreviewTest::theFirstPageIsShown_data() {
@@ -137,6 +139,26 @@ void PdfPreviewTest::aDamagedPdfShowsItsName() {
     QCOMPARE(pane.kind(), PreviewPane::Kind::Other);
     QVERIFY(pane.infoLabel()->text().contains("torn.pdf"));
     QCOMPARE(test::TempTree::read(path), content);
+}
+
+// A name with a byte that is not UTF-8 (Latin-1 "é") has no QString of its own: the file
+// is still found, read and sized, and a missing one is still said to be gone.
+void PdfPreviewTest::namesThatAreNotUtf8AreFoundAndRead() {
+    test::TempTree tree;
+    const std::string text = tree.file("caf\xe9.txt", "latin-1 named notes\n");
+    const std::string other = tree.file("r\xe9sum\xe9.bin", std::string(3000, '\x01'));
+    PreviewPane pane;
+    pane.resize(300, 300);
+    pane.showFile(text);
+    QCOMPARE(pane.kind(), PreviewPane::Kind::Text);
+    QCOMPARE(pane.textView()->toPlainText(), QString("latin-1 named notes\n"));
+    pane.showFile(other);
+    QCOMPARE(pane.kind(), PreviewPane::Kind::Other);
+    QVERIFY2(pane.infoLabel()->text().contains("3 KB"), qPrintable(pane.infoLabel()->text()));
+    QVERIFY2(!pane.infoLabel()->text().contains(windowText("Results_FileGone")), qPrintable(pane.infoLabel()->text()));
+    pane.showFile(tree / "gone\xe9.bin");
+    QCOMPARE(pane.kind(), PreviewPane::Kind::Other);
+    QVERIFY2(pane.infoLabel()->text().contains(windowText("Results_FileGone")), qPrintable(pane.infoLabel()->text()));
 }
 
 int runPdfPreviewTests(int argc, char** argv) {
