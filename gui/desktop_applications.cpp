@@ -11,6 +11,7 @@
 #include <QUrl>
 
 #include "gui_text.h"
+#include "platform/file_url.h"
 #include "platform/system_log.h"
 
 namespace corvel::gui {
@@ -65,7 +66,8 @@ QUrl urlFor(const std::string& path) {
     const QString text = QString::fromStdString(path);
     if (text.startsWith("http://") || text.startsWith("https://"))
         return QUrl(text);
-    return QUrl::fromLocalFile(QFile::decodeName(QByteArray::fromStdString(path)));
+    // From the path's bytes, which a name that is not UTF-8 keeps (%E9).
+    return QUrl::fromEncoded(QByteArray::fromStdString(fileURLStringFromPath(path)));
 }
 
 } // namespace
