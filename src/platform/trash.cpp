@@ -58,9 +58,12 @@ CVError systemError(int errnoValue, const std::string& path, const std::string& 
 }
 
 // The failure to find or open the Trash folder of the item at path: "no Trash on this
-// volume", or the system's text for a passing failure (out of descriptors, say), which
-// neither holds for the volume nor should lead anyone to delete instead.
+// volume"; "the Trash folder cannot be used" when one is there but broken (a file where a
+// folder belongs); or the system's text for a passing failure (out of descriptors, say).
+// Only the first may lead anyone to delete instead.
 CVError trashFolderFailure(const std::string& path, const TrashFolderRefusal& refusal) {
+    if (refusal.systemError == 0 && refusal.damaged)
+        return trashError(kTrashErrorTrashDamaged, path, "the Trash folder cannot be used", refusal.reason);
     if (refusal.systemError == 0)
         return noTrashOnVolume(path, refusal.reason);
     CVError error = systemError(refusal.systemError, path, "cannot open the Trash");

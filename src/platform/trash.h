@@ -48,6 +48,7 @@ enum TrashErrorCode : int {
     kTrashErrorNoFreeName = 4,      // every name tried was taken
     kTrashErrorNotAName = 5,        // the path names no item ("", "/", ".", "..")
     kTrashErrorItemChanged = 6,     // another item than the expected one is at the path
+    kTrashErrorTrashDamaged = 7,    // "the Trash folder cannot be used": it is there, but broken
 };
 
 // Which item a caller means: the device and inode it saw (lstat), and when given, the
@@ -79,7 +80,8 @@ public:
     // Moves the item at path (a symbolic link is moved itself, not what it points to) to
     // the Trash of its volume. On success answers true and fills *trashed. On failure
     // answers false with *error: domain kTrashErrorDomain with a TrashErrorCode (the
-    // description of kTrashErrorNoTrashOnVolume is "no Trash on this volume"), or the
+    // description of kTrashErrorNoTrashOnVolume is "no Trash on this volume", of
+    // kTrashErrorTrashDamaged "the Trash folder cannot be used"), or the
     // POSIX domain with errno as the code and the system's text (a full disk while the
     // information file is written, no permission to move the item out of its folder,
     // the item missing); the user info holds the path (kFilePathErrorKey). After a

@@ -18,10 +18,11 @@ namespace {
 enum class Mode { Open, Find };
 
 // A refusal that is the volume's: no usable Trash there.
-void explain(TrashFolderRefusal* refusal, const std::string& text) {
+void explain(TrashFolderRefusal* refusal, const std::string& text, bool damaged = false) {
     if (refusal) {
         refusal->reason = text;
         refusal->systemError = 0;
+        refusal->damaged = damaged;
     }
 }
 
@@ -30,6 +31,8 @@ void explainFailure(TrashFolderRefusal* refusal, const std::string& path, int er
     if (refusal) {
         refusal->reason = path + ": " + std::strerror(errnoValue);
         refusal->systemError = errorMeansNoTrash(errnoValue) ? 0 : errnoValue;
+        // A file where a folder of the Trash belongs.
+        refusal->damaged = errnoValue == ENOTDIR || errnoValue == EEXIST;
     }
 }
 
@@ -71,8 +74,9 @@ bool userMayWriteIn(int parent, const char* name) {
             return false;
         }
     } else if (!S_ISDIR(st.st_mode) || (ownerMustBe && st.st_uid != *ownerMustBe)) {
-        explain(refusal, path + (ownerMustBe ? " is not a folder of user " + std::to_string(*ownerMustBe)
-                                             : " is not a folder"));
+        explain(refusal,
+                path + (ownerMustBe ? " is not a folder of user " + std::to_string(*ownerMustBe) : " is not a folder"),
+                true);
         return false;
     } else if (mode == Mode::Find && !userMayWriteIn(parent, name)) {
         explainFailure(refusal, path, errno);
@@ -220,7 +224,7 @@ std::optional<TrashFolder> volumeTrash(const std::string& top, Mode mode, TrashF
         return found;
     }
     if (refusal)
-        *refusal = TrashFolderRefusal{shared.reason + "; " + own.reason, own.systemError};
+        *refusal = TrashFolderRefusal{shared.reason + "; " + own.reason, own.systemError, own.damaged};
     return std::nullopt;
 }
 

@@ -45,9 +45,13 @@ struct TrashFolder {
 // descriptors or memory, an input/output error, a full disk): the look-up may succeed
 // when tried again. It is 0 when the volume has no usable Trash (read-only, no
 // permission, a folder of the wrong kind or owner, another file system).
+// damaged says the volume has a Trash folder that cannot be used as it stands (it, or
+// its files/ or info/, is not a folder, or not the user's): the user may mend it, and
+// deleting instead is no answer.
 struct TrashFolderRefusal {
     std::string reason;
     int systemError = 0;
+    bool damaged = false;
 };
 
 // Whether a system call failing with errnoValue on a Trash folder or its content means

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <ctime>
 #include <dirent.h>
+#include <filesystem>
 #include <fcntl.h>
 #include <fstream>
 #include <functional>
@@ -582,12 +583,13 @@ TEST_P(VolumeTrash, PicksTheTrashFolderTheRulesAllow) {
     CVError error;
     const bool moved = trash.moveToTrash(item, &trashed, &error);
     if (c.expected.empty()) {
+        // The volume has a Trash folder, broken: mended, not deleted around.
         EXPECT_FALSE(moved);
         EXPECT_EQ(error.domain, kTrashErrorDomain);
-        EXPECT_EQ(error.code, kTrashErrorNoTrashOnVolume);
-        EXPECT_EQ(error.localizedDescription(), "no Trash on this volume");
+        EXPECT_EQ(error.code, kTrashErrorTrashDamaged);
+        EXPECT_EQ(error.localizedDescription(), "the Trash folder cannot be used");
         EXPECT_FALSE(predicted);
-        EXPECT_EQ(dryError.code, kTrashErrorNoTrashOnVolume);
+        EXPECT_EQ(dryError.code, kTrashErrorTrashDamaged);
         EXPECT_EQ(test::TempTree::read(item), "item");
     } else {
         ASSERT_TRUE(moved) << error.localizedDescription();
@@ -722,6 +724,46 @@ TEST_F(TrashTest, BindMountIsAVolumeOfItsOwnAndNeverCrossed) {
     EXPECT_EQ(test::TempTree::read(tree / "bound/g.txt"), "stays");
     EXPECT_EQ(listFolder(homeTrash() + "/info"), std::set<std::string>{});
     EXPECT_EQ(listFolder(homeTrash() + "/files"), std::set<std::string>{});
+}
+
+// A home Trash that is there but broken (a file where a folder belongs, files/ a link) is
+// not "no Trash on this volume": the copy stays, and nothing suggests deleting it instead.
+TEST_F(TrashTest, ABrokenHomeTrashCannotBeUsedAndIsLeftAsItIs) {
+    const struct {
+        const char* name;
+        std::function<void(const std::string&)> breakIt;
+    } cases[] = {
+        {"a file", [](const std::string& t) { ASSERT_EQ(::close(::creat(t.c_str(), 0644)), 0); }},
+        {"files/ a link",
+         [](const std::string& t) {
+             makeFolder(t, 0700);
+             makeFolder(t + "/info", 0700);
+             ASSERT_EQ(::symlink("/tmp", (t + "/files").c_str()), 0);
+         }},
+        {"info/ a file",
+         [](const std::string& t) {
+             makeFolder(t, 0700);
+             makeFolder(t + "/files", 0700);
+             ASSERT_EQ(::close(::creat((t + "/info").c_str(), 0644)), 0);
+         }},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::filesystem::remove_all(homeTrash());
+        ::mkdir(parentPath(homeTrash()).c_str(), 0700);
+        c.breakIt(homeTrash());
+        const std::string item = tree.file("home-item.txt", "stays");
+        Trash trash(environment());
+        CVError error;
+        EXPECT_FALSE(trash.trashDirectoryFor(item, &error));
+        EXPECT_EQ(error.code, kTrashErrorTrashDamaged) << error.localizedDescription();
+        EXPECT_FALSE(trash.moveToTrash(item, nullptr, &error));
+        EXPECT_EQ(error.domain, kTrashErrorDomain);
+        EXPECT_EQ(error.code, kTrashErrorTrashDamaged);
+        EXPECT_EQ(error.localizedDescription(), "the Trash folder cannot be used");
+        EXPECT_EQ(test::TempTree::read(item), "stays");
+    }
+    std::filesystem::remove_all(homeTrash());
 }
 
 TEST_F(TrashTest, ReadOnlyVolumeHasNoTrash) {
