@@ -349,6 +349,11 @@ void PreferencesWindow::loadIgnoreLists() {
     m_loading = false;
 }
 
+void PreferencesWindow::showEvent(QShowEvent* event) {
+    loadIgnoreLists();
+    QDialog::showEvent(event);
+}
+
 void PreferencesWindow::saveIgnoreLists() {
     if (!m_ignoreEditable)
         return;

@@ -82,6 +82,11 @@ public:
     void addSelectionFolder(std::int32_t category, const std::string& path);
     void removeSelectedSelectionFolder(std::int32_t category);
 
+protected:
+    // The ignore lists are read again each time the window shows: the results view may
+    // have excluded an item since.
+    void showEvent(QShowEvent* event) override;
+
 private:
     QWidget* makeGeneralPage();
     QWidget* makeIgnorePage();

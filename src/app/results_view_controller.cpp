@@ -479,6 +479,8 @@ void CVResultsViewController::addToIgnoreListAction(const FilePtr& item) {
         addEnabledRecord(ignoreList.excludeFilesList(), item->path());
     else
         addEnabledRecord(ignoreList.excludePathsList(), item->path());
+    // Saved at once, as every change of the settings is.
+    ignoreList.synchronize();
     m_services.center.post(kItemsAddedToIgnoreListNotification);
     if (item->needToRemove() && m_selecting)
         m_selecting->deselectItem(item);

@@ -123,6 +123,12 @@ void CVIgnoreList::initIgnoreList() {
 }
 
 void CVIgnoreList::synchronize() {
+    // A stored list of the wrong type is the user's (reported when read): it stays.
+    if (m_defaults.hasStoredValueForKey(kIgnoreListKey) && !m_defaults.dictionaryForKey(kIgnoreListKey)) {
+        systemLog(std::string("The ignore list is not saved: \"") + kIgnoreListKey + "\" in " +
+                  m_defaults.path() + " has the wrong type and is left as it is");
+        return;
+    }
     m_defaults.setObject(PropertyValue::Dictionary{{kDirectoriesKey, m_excludePathsList},
                                                    {kExtentionsGroupsKey, m_excludeExtentionsGroups},
                                                    {kFilePathesKey, m_excludeFilesList}},

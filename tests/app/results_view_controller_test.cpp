@@ -510,6 +510,12 @@ TEST_P(ResultsAddToIgnoreList, ExcludesTheItemUnmarksItAndDropsItOrItsGroup) {
     EXPECT_EQ(f.face().groups.size(), groups.size());
     // The item itself is untouched on the disk.
     EXPECT_TRUE(test::exists(item->path()));
+    // The exclusion is in the settings file at once, not only when the program quits.
+    UserDefaults reread(f.scan.defaults.path());
+    const PropertyValue stored = reread.objectForKey(kIgnoreListKey);
+    const PropertyValue& saved = stored[c.toFileList ? kFilePathesKey : kDirectoriesKey];
+    ASSERT_TRUE(saved.asArray() && !saved.asArray()->empty());
+    EXPECT_EQ(saved.asArray()->back()[kRecordValueKey].toString(), item->path());
 }
 
 INSTANTIATE_TEST_SUITE_P(Items, ResultsAddToIgnoreList,

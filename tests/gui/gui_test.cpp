@@ -344,6 +344,15 @@ void GuiTest::preferencesAreWrittenToTheSettingsFile() {
     prefs->ignorePattern()->setText("\\.part$");
     prefs->applyPattern();
     QCOMPARE(stored(kIgnoreRegexpStringKey), PropertyValue("\\.part$"));
+
+    // An item excluded from the results meanwhile shows when the window opens again.
+    prefs->hide();
+    CVIgnoreList::sharedIgnoreList().excludeFilesList().push_back(
+        PropertyValue::Dictionary{{kRecordValueKey, "/data/excluded.iso"}, {kRecordEnabledKey, true}});
+    app.delegate().showPreferences();
+    QVERIFY(prefs->isVisible());
+    QCOMPARE(prefs->ignoredFiles()->item(prefs->ignoredFiles()->count() - 1)->text(),
+             QString("/data/excluded.iso"));
 }
 
 void GuiTest::anInvalidPatternIsRefusedAndTheStoredOneStays() {

@@ -245,6 +245,10 @@ TEST_F(IgnoreListTest, AnIgnoreListOfTheWrongTypeIsLeftInTheFile) {
         UserDefaults store(path);
         CVIgnoreList ignoreList(store, resource, environment(), generator);
         EXPECT_EQ(ignoreList.excludePathsList().size(), 2u) << "the shipped lists";
+        // Saving the lists (an exclusion, the program quitting) leaves the user's value too.
+        ignoreList.excludeFilesList().push_back(
+            PropertyValue::Dictionary{{"Value", "/data/x"}, {"Enabled", true}});
+        ignoreList.synchronize();
         ASSERT_TRUE(store.synchronize());
     }
     EXPECT_EQ(test::TempTree::read(path), original);
