@@ -98,8 +98,9 @@ std::string escapedForTerminal(std::string_view text) {
 }
 
 std::string notASettingsFileLine(std::string_view namedBy, const std::string& path, const std::string& why) {
-    return "corvel: " + (namedBy.empty() ? std::string() : std::string(namedBy) + ": ") + path +
-           " is not a settings file (" + why + "); it was left as it is\n";
+    return "corvel: " + (namedBy.empty() ? std::string() : std::string(namedBy) + ": ") +
+           escapedForTerminal(path) + " is not a settings file (" + escapedForTerminal(why) +
+           "); it was left as it is\n";
 }
 
 namespace {

@@ -7,6 +7,7 @@
 #include "platform/file_io.h"
 #include "platform/text.h"
 #include "platform/user_defaults.h"
+#include "report.h"
 #include "scan/duplicates_locator.h"
 #include "selection/autoselect_lists.h"
 #include "settings/ignore_list.h"
@@ -55,7 +56,7 @@ std::string lowercaseAscii(std::string_view text) {
         struct stat st {};
         if (::stat(folder.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
             *message = std::string(category == kAlwaysSelect ? "--always-select" : "--never-select") + ": " +
-                       folder + " is not a folder";
+                       escapedForTerminal(folder) + " is not a folder";
             return false;
         }
         items.push_back(CVAutoselectListItem::autoselectItemWithPath(folder, category));

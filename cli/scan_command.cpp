@@ -198,6 +198,11 @@ std::optional<int> checkScanRequest(const ScanOptions& options, std::vector<std:
         return kExitUsage;
     }
     for (const auto& path : options.paths) {
+        if (path.empty()) {
+            // An unset variable in a script, most likely: "" would name nothing anyway.
+            std::cerr << "corvel: an empty path was given\n";
+            return kExitUsage;
+        }
         char resolved[PATH_MAX];
         if (!::realpath(path.c_str(), resolved)) {
             // Why, in the words of the other messages ("no such file or directory", "too
@@ -205,12 +210,12 @@ std::optional<int> checkScanRequest(const ScanOptions& options, std::vector<std:
             std::string why = std::strerror(errno);
             if (!why.empty())
                 why[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(why[0])));
-            std::cerr << "corvel: " << path << ": " << why << "\n";
+            std::cerr << "corvel: " << escapedForTerminal(path) << ": " << why << "\n";
             return kExitUsage;
         }
         struct stat st {};
         if (::stat(resolved, &st) != 0 || !S_ISDIR(st.st_mode)) {
-            std::cerr << "corvel: " << path << ": not a folder\n";
+            std::cerr << "corvel: " << escapedForTerminal(path) << ": not a folder\n";
             return kExitUsage;
         }
         roots.emplace_back(resolved);

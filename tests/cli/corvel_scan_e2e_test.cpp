@@ -486,6 +486,7 @@ TEST_F(CorvelScan, ControlBytesInNamesAreEscapedInTextAndExactInJson) {
 
 TEST_F(CorvelScan, ExitStatusesTellWhatHappened) {
     tree.file("x/a.txt", "a");
+    tree.file("red\x1b[31mname", "a file, named with a terminal escape");
     tree.symlink("loop1", tree / "loop2");
     tree.symlink("loop2", tree / "loop1");
     struct Case {
@@ -497,6 +498,8 @@ TEST_F(CorvelScan, ExitStatusesTellWhatHappened) {
          {Case{"scan " + quoted(tree / "x"), 0, ""},
           Case{"scan " + quoted(tree / "missing"), 2, "missing: no such file or directory"},
           Case{"scan " + quoted(tree / "loop1"), 2, "loop1: too many levels of symbolic links"},
+          Case{"scan ''", 2, "corvel: an empty path was given"},
+          Case{"scan " + quoted(tree / "red\x1b[31mname"), 2, "red\\x1b[31mname: not a folder"},
           Case{"scan --frobnicate " + quoted(tree / "x"), 2, "frobnicate"}, Case{"scan", 2, "paths"},
           Case{"", 2, "a command is required"}, Case{"frobnicate", 2, "frobnicate is not a command"},
           Case{"scan --frobnicate", 2, "not understood: --frobnicate"},
