@@ -31,8 +31,7 @@ void explainFailure(TrashFolderRefusal* refusal, const std::string& path, int er
     if (refusal) {
         refusal->reason = path + ": " + std::strerror(errnoValue);
         refusal->systemError = errorMeansNoTrash(errnoValue) ? 0 : errnoValue;
-        // A file where a folder of the Trash belongs.
-        refusal->damaged = errnoValue == ENOTDIR || errnoValue == EEXIST;
+        refusal->damaged = false;
     }
 }
 
@@ -131,6 +130,14 @@ std::string existingAncestor(std::string path) {
     return true;
 }
 
+// A refusal at the home Trash is the Trash's own damage when something else than a folder
+// stands at its path (a file, a link that leads nowhere).
+void noteDamage(TrashFolderRefusal* refusal, const std::string& path) {
+    struct stat st {};
+    if (refusal && refusal->systemError == 0 && ::lstat(path.c_str(), &st) == 0 && !S_ISDIR(st.st_mode))
+        refusal->damaged = true;
+}
+
 std::optional<TrashFolder> homeTrash(const std::string& resolvedHomeTrash, const std::string& volume,
                                      Mode mode, TrashFolderRefusal* refusal) {
     TrashFolder found;
@@ -154,12 +161,14 @@ std::optional<TrashFolder> homeTrash(const std::string& resolvedHomeTrash, const
                 explainFailure(refusal, found.path, static_cast<int>(error.code));
             else
                 explain(refusal, error.localizedDescription());
+            noteDamage(refusal, found.path);
             return std::nullopt;
         }
     }
     found.directory = UniqueFd(::open(found.path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!found.directory.valid()) {
         explainFailure(refusal, found.path, errno);
+        noteDamage(refusal, found.path);
         return std::nullopt;
     }
     if (!contentFolders(found.directory, found, mode, refusal))
