@@ -399,13 +399,15 @@ void CVResultsViewController::switchFileSelectionAction(const FilePtr& file) {
     CVGroup* group = file->parentGroup();
     if (!group)
         return;
-    if (file->needToRemove()) {
+    if (file->needToRemove())
         m_selecting->deselectItem(file);
+    else if (!file->removeForbidden())
+        m_selecting->selectItem(file, std::static_pointer_cast<CVGroup>(group->shared_from_this()), false);
+    else
         return;
-    }
-    if (file->removeForbidden())
-        return;
-    m_selecting->selectItem(file, std::static_pointer_cast<CVGroup>(group->shared_from_this()), false);
+    // The group's count of marked copies and the Review button follow at once, not when
+    // another row is chosen.
+    m_view->refreshRows();
 }
 
 void CVResultsViewController::selectAllButFileAction(const FilePtr& file) {
@@ -485,10 +487,18 @@ void CVResultsViewController::addToIgnoreListAction(const FilePtr& item) {
     if (item->needToRemove() && m_selecting)
         m_selecting->deselectItem(item);
     if (CVGroup* owner = item->parentGroup()) {
-        if (owner->childrenCount() < 3)
-            m_duplicates->removeGroupsLoud({std::static_pointer_cast<CVGroup>(owner->shared_from_this())});
-        else
+        if (owner->childrenCount() < 3) {
+            // The other copy leaves the results with the group: it is no longer one to
+            // remove, and the count of marked copies must say so.
+            const auto group = std::static_pointer_cast<CVGroup>(owner->shared_from_this());
+            if (m_selecting)
+                for (const auto& member : group->files())
+                    if (member->needToRemove())
+                        m_selecting->deselectItem(member);
+            m_duplicates->removeGroupsLoud({group});
+        } else {
             m_duplicates->removeFiles({item});
+        }
     }
     reloadCategories();
 }

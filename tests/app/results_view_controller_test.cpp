@@ -296,13 +296,17 @@ TEST(ResultsView, TogglingAFileMarksAndUnmarksItAndSelectAllButThisOneKeepsIt) {
     auto g = f.group("a.txt", kNodeTypeDocument, {"x", "y", "z"}, "text");
     f.open();
     const auto files = g->files();
+    // Each toggle refreshes the rows shown (the group's Selected column).
+    const int refreshes = f.face().refreshes;
     f.view().switchFileSelectionAction(files[1]);
     EXPECT_EQ(ResultsFixture::marks(g), (std::vector<bool>{false, true, false}));
     EXPECT_EQ(f.collector().count(), 1u);
     EXPECT_EQ(f.collector().size(), files[1]->sizeOnDisk());
+    EXPECT_EQ(f.face().refreshes, refreshes + 1);
     f.view().switchFileSelectionAction(files[1]);
     EXPECT_EQ(ResultsFixture::marks(g), (std::vector<bool>{false, false, false}));
     EXPECT_EQ(f.collector().count(), 0u);
+    EXPECT_EQ(f.face().refreshes, refreshes + 2);
 
     f.view().selectAllButFileAction(files[2]);
     EXPECT_EQ(ResultsFixture::marks(g), (std::vector<bool>{true, true, false}));
@@ -516,6 +520,21 @@ TEST_P(ResultsAddToIgnoreList, ExcludesTheItemUnmarksItAndDropsItOrItsGroup) {
     const PropertyValue& saved = stored[c.toFileList ? kFilePathesKey : kDirectoriesKey];
     ASSERT_TRUE(saved.asArray() && !saved.asArray()->empty());
     EXPECT_EQ(saved.asArray()->back()[kRecordValueKey].toString(), item->path());
+}
+
+// Excluding the copy kept of a pair takes the marked one out of the results with it: it
+// no longer counts among the copies to remove.
+TEST(ResultsView, ExcludingTheKeptCopyOfAPairUnmarksTheOther) {
+    ResultsFixture f;
+    auto g = f.group("pair.txt", kNodeTypeDocument, {"x", "y"}, "content");
+    f.open();
+    f.view().switchFileSelectionAction(g->files()[0]);
+    ASSERT_EQ(f.collector().count(), 1u);
+    f.view().addToIgnoreListAction(g->files()[1]);
+    EXPECT_EQ(f.collector().count(), 0u);
+    EXPECT_EQ(f.collector().size(), 0u);
+    EXPECT_FALSE(g->files()[0]->needToRemove());
+    EXPECT_TRUE(f.results->allDuplicatesGroups().empty());
 }
 
 INSTANTIATE_TEST_SUITE_P(Items, ResultsAddToIgnoreList,
