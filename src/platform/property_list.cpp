@@ -115,7 +115,8 @@ std::optional<double> parseXmlDate(std::string_view text) {
 std::string formatXmlDate(double secondsSince1970) {
     // Years 1 to 9999, the range the text form can carry; the last instant is the double
     // just below year 10000 (a fraction near 1 read from the text may round up to it).
-    const double t = std::fmax(-62135596800.0, std::fmin(std::nextafter(253402300800.0, 0.0), secondsSince1970));
+    const double t =
+        std::fmax(-62135596800.0, std::fmin(std::nextafter(253402300800.0, 0.0), secondsSince1970));
     const double whole = std::floor(t);
     const auto seconds = static_cast<std::int64_t>(whole);
     std::int64_t days = seconds / 86400;
@@ -860,6 +861,14 @@ std::uint64_t propertyListNodeCount(std::string_view bytes) {
 }
 
 bool readPropertyList(std::string_view bytes, PropertyValue& out, CVError* error) {
+    // Editors on other systems may start a UTF-8 file with a byte-order mark: it says
+    // nothing the XML declaration does not.
+    if (bytes.starts_with("\xEF\xBB\xBF"))
+        bytes.remove_prefix(3);
+    if (bytes.starts_with("\xFF\xFE") || bytes.starts_with("\xFE\xFF")) {
+        setError(error, malformed("The property list is written in UTF-16; only UTF-8 is read"));
+        return false;
+    }
     if (bytes.empty()) {
         setError(error, malformed("The property list is empty"));
         return false;

@@ -416,9 +416,28 @@ TEST(PropertyList, DatesAtTheLimitsOfTheTextFormStayWithinThem) {
             PropertyValue back;
             ASSERT_TRUE(readPropertyList(text, back, nullptr)) << c.element;
             text = propertyListData(back, PropertyListFormat::XML);
-            EXPECT_NE(text.find(c.written), std::string::npos) << c.element << " round " << round << "\n" << text;
+            EXPECT_NE(text.find(c.written), std::string::npos) << c.element << " round " << round << "\n"
+                                                               << text;
         }
     }
+}
+
+// How other editors save a list: a UTF-8 file may begin with a byte-order mark (read as
+// if it did not); a UTF-16 one is refused with a message that says so.
+TEST(PropertyList, AByteOrderMarkIsReadPastAndUtf16IsNamed) {
+    const std::string xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">"
+                            "<dict><key>k</key><string>caf\u00e9</string></dict></plist>\n";
+    PropertyValue back;
+    CVError error;
+    ASSERT_TRUE(readPropertyList("\xEF\xBB\xBF" + xml, back, &error)) << error.localizedDescription();
+    EXPECT_EQ(back["k"], PropertyValue("caf\u00e9"));
+    std::string utf16 = "\xFF\xFE";
+    for (const char c : xml) {
+        utf16 += c;
+        utf16 += '\0';
+    }
+    EXPECT_FALSE(readPropertyList(utf16, back, &error));
+    EXPECT_NE(error.localizedDescription().find("UTF-16"), std::string::npos) << error.localizedDescription();
 }
 
 TEST(PropertyList, FilesAreWrittenAsXmlAndReadBack) {
