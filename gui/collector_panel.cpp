@@ -174,6 +174,9 @@ QWidget* CollectorPanel::makeListPage() {
     title->setWordWrap(false);
     m_amount = new QLabel(page);
     m_amount->setObjectName("collectorAmount");
+    m_mode = new QLabel(page);
+    m_mode->setObjectName("removalMode");
+    m_mode->setWordWrap(true);
     m_message = new QLabel(page);
     m_message->setObjectName("selectionMessage");
     m_message->setWordWrap(true);
@@ -251,6 +254,7 @@ QWidget* CollectorPanel::makeListPage() {
     buttons->addWidget(m_remove);
     auto* layout = new QVBoxLayout(page);
     layout->addLayout(head);
+    layout->addWidget(m_mode);
     layout->addWidget(m_message);
     layout->addWidget(m_list, 1);
     layout->addLayout(buttons);
@@ -380,6 +384,15 @@ void CollectorPanel::setAmountLine(const QString& line) {
         m_page->setAmountLine(line);
 }
 
+void CollectorPanel::setRemovalMode(bool toTrash) {
+    m_mode->setText(windowText(toTrash ? "Collector_ModeTrash" : "Collector_ModeDelete"));
+    // Deleting for good is said in red, not in passing.
+    QPalette palette = m_mode->palette();
+    palette.setColor(QPalette::WindowText,
+                     toTrash ? this->palette().color(QPalette::WindowText) : QColor(0xc0, 0x1c, 0x28));
+    m_mode->setPalette(palette);
+}
+
 void CollectorPanel::setRemoveButton(const QString& title, const QString& toolTip) {
     m_remove->setText(title);
     m_remove->setToolTip(toolTip);
@@ -493,6 +506,11 @@ void CollectorFace::deselectAllRows() {
 void CollectorFace::setAmountLine(const std::string& text) {
     if (m_panel)
         m_panel->setAmountLine(qs(text));
+}
+
+void CollectorFace::setRemovalMode(bool toTrash) {
+    if (m_panel)
+        m_panel->setRemovalMode(toTrash);
 }
 
 void CollectorFace::setRemoveButtonEnabled(bool enabled) {

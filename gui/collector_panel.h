@@ -61,6 +61,7 @@ public:
     // What the face was told.
     void showList(const std::vector<CollectorListGroup>& groups);
     void setAmountLine(const QString& line);
+    void setRemovalMode(bool toTrash);
     void setRemoveButton(const QString& title, const QString& toolTip);
     void setButtonsEnabled(bool enabled);
     void startProgress();
@@ -110,6 +111,7 @@ private:
     CollectorModel* m_model;
     QTreeView* m_list;
     QLabel* m_amount;
+    QLabel* m_mode;
     QLabel* m_message;
     QPushButton* m_keep;
     QPushButton* m_putBack;
@@ -137,6 +139,7 @@ public:
     void showList(const std::vector<CollectorListGroup>& groups) override;
     void deselectAllRows() override;
     void setAmountLine(const std::string& text) override;
+    void setRemovalMode(bool toTrash) override;
     void setRemoveButtonEnabled(bool enabled) override;
     void slideIn(std::function<void()> done) override;
     void slideOut(std::function<void()> done) override;

@@ -55,6 +55,9 @@ public:
     virtual void showFailedFiles(const std::vector<std::shared_ptr<CVFile>>& files) = 0;
     // The selection message of the last selecting operation (warning empty for none).
     virtual void showSelectionMessage(const std::string& /*warning*/, const std::string& /*details*/) {}
+    // Where the copies listed will go (the Trash, or deleted for good), said beside the
+    // list each time it opens, so that a permanent deletion is never a surprise.
+    virtual void setRemovalMode(bool /*toTrash*/) {}
     virtual void hideAdvertisement() {}
     virtual void closeSharingWindow() {}
 };

@@ -120,6 +120,7 @@ void CVCollectorViewController::open() {
     systemLog("Openning collector");
     m_filterActive = true;
     m_view->setRemoveButtonEnabled(true);
+    m_view->setRemovalMode(m_services.preferences.moveDuplicatesToTrash());
     rebuildList();
     std::weak_ptr<bool> alive = m_alive;
     m_animationInProgress = true;

@@ -90,6 +90,19 @@ TEST(Collector, OpensOverTheResultsAndClosesBackToThem) {
     EXPECT_TRUE(log.contains("Closing collector"));
 }
 
+// Where the copies will go is said each time the list opens, as the preference stands.
+TEST(Collector, SaysWhetherTheCopiesGoToTheTrashOrAreDeletedForGood) {
+    TwoMarkedGroups f;
+    auto& face = f.collectorFace();
+    EXPECT_FALSE(face.removalToTrash);
+    f.collector().showHideCollector();
+    EXPECT_EQ(face.removalToTrash, std::optional<bool>(true));
+    f.collector().showHideCollector();
+    f.scan.defaults.setBool(false, kMoveIntoTrashKey);
+    f.collector().showHideCollector();
+    EXPECT_EQ(face.removalToTrash, std::optional<bool>(false));
+}
+
 TEST(Collector, AToggleWhileTheAnimationRunsIsIgnored) {
     TwoMarkedGroups f;
     auto& face = f.collectorFace();
@@ -430,6 +443,12 @@ TEST(Collector, ACopyChangedSinceTheScanFailsIntoTheErrorList) {
     EXPECT_EQ(f.collectorFace().errorListText, formatf(localized("TextFieldString_TotalUndeletedSize"),
                                                        stringWithSize(changed->sizeOnDisk())));
     EXPECT_EQ(f.collectorFace().failed, std::vector<std::shared_ptr<CVFile>>{changed});
+    // Back in the results, the copy that stayed is still there and marked; the other left.
+    f.collector().showHideCollector();
+    EXPECT_NE(f.results->fileAtPath(changed->path()), nullptr);
+    EXPECT_TRUE(changed->needToRemove());
+    EXPECT_EQ(f.results->fileAtPath(f.second->files()[0]->path()), nullptr);
+    EXPECT_EQ(f.collector().count(), 1u);
 }
 
 TEST(Collector, ShareRevealAndPreviewFollowTheListsOfAPass) {

@@ -102,6 +102,7 @@ public:
     void showList(const std::vector<CollectorListGroup>& groups) override { list = groups; }
     void deselectAllRows() override { ++deselections; }
     void setAmountLine(const std::string& text) override { amountLine = text; }
+    void setRemovalMode(bool toTrash) override { removalToTrash = toTrash; }
     void setRemoveButtonEnabled(bool enabled) override { removeEnabled = enabled; }
     void slideIn(std::function<void()> done) override {
         calls.push_back("slideIn");
@@ -162,6 +163,7 @@ public:
     std::vector<CollectorListGroup> list;
     int deselections = 0;
     std::string amountLine;
+    std::optional<bool> removalToTrash;
     bool removeEnabled = false;
     bool animateAtOnce = true;
     std::function<void()> pendingAnimation;
