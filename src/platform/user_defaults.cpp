@@ -1,5 +1,6 @@
 #include "user_defaults.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -7,6 +8,7 @@
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <limits>
 #include <map>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -70,6 +72,58 @@ std::string shownDefault(const PropertyValue& value) {
     if (const auto* array = value.asArray(); array && array->empty())
         return "(an empty list)";
     return value.description();
+}
+
+// A stored number as a signed 64-bit integer (larger ones held at the largest); 0 for
+// anything else: a total of the wrong type counts from 0.
+std::int64_t wholeNumber(const PropertyValue& value) {
+    constexpr auto kLargest = std::numeric_limits<std::int64_t>::max();
+    if (value.isUnsignedInteger())
+        return static_cast<std::int64_t>(std::min<std::uint64_t>(value.toUInt64(), kLargest));
+    if (value.asInteger())
+        return value.toInt64();
+    if (value.asReal()) {
+        const double d = value.toDouble();
+        return d >= 9.2e18 ? kLargest : d <= -9.2e18 ? -kLargest : static_cast<std::int64_t>(d);
+    }
+    return 0;
+}
+
+// a + b, held within the signed 64 bits.
+std::int64_t saturatingAdd(std::int64_t a, std::int64_t b) {
+    std::int64_t sum = 0;
+    if (__builtin_add_overflow(a, b, &sum))
+        return b > 0 ? std::numeric_limits<std::int64_t>::max() : std::numeric_limits<std::int64_t>::min();
+    return sum;
+}
+
+// The value to write for a key this store set to mine, merged with the file's value as
+// the key's SaveMerge says; base is the value this store last read or wrote.
+PropertyValue mergedForSave(UserDefaults::SaveMerge merge, const PropertyValue& base,
+                            const PropertyValue& mine, const PropertyValue& inFile) {
+    using SaveMerge = UserDefaults::SaveMerge;
+    if (merge == SaveMerge::Sum && (mine.asInteger() || mine.asReal())) {
+        // What this store added (its value less the one it started from), onto the file's.
+        const std::int64_t added = saturatingAdd(wholeNumber(mine), -wholeNumber(base));
+        return PropertyValue(
+            static_cast<long long>(std::max<std::int64_t>(0, saturatingAdd(wholeNumber(inFile), added))));
+    }
+    const auto* mineArray = mine.asArray();
+    const auto* fileArray = inFile.asArray();
+    if (merge != SaveMerge::ArrayByIndex || !mineArray || !fileArray)
+        return mine;
+    static const PropertyValue::Array none;
+    const PropertyValue::Array& baseArray = base.asArray() ? *base.asArray() : none;
+    PropertyValue::Array merged = *fileArray;
+    for (std::size_t i = 0; i < std::min(baseArray.size(), mineArray->size()); ++i) {
+        const PropertyValue& element = (*mineArray)[i];
+        const bool changed = !(element == baseArray[i]) || element.type() != baseArray[i].type();
+        if (changed && i < merged.size())
+            merged[i] = element;
+    }
+    for (std::size_t i = baseArray.size(); i < mineArray->size(); ++i)
+        merged.push_back((*mineArray)[i]);
+    return PropertyValue(std::move(merged));
 }
 
 // Whether a stored value may stand where the registered default has this type: numbers
@@ -230,6 +284,7 @@ void UserDefaults::loadFile() {
         }
     } else if (root.isDictionary()) {
         m_stored = *root.asDictionary();
+        m_base = m_stored;
         m_state = FileState::Loaded;
         return;
     } else {
@@ -345,6 +400,11 @@ void UserDefaults::setObject(PropertyValue value, std::string_view key) {
         notifyObservers(std::string(key), oldValue, newValue);
 }
 
+void UserDefaults::setSaveMerge(std::string_view key, SaveMerge merge) {
+    std::lock_guard lock(m_mutex);
+    m_saveMerges.insert_or_assign(std::string(key), merge);
+}
+
 void UserDefaults::registerDefaults(const PropertyValue::Dictionary& defaults) {
     std::vector<std::tuple<std::string, PropertyValue, PropertyValue>> changes;
     std::vector<std::string> warnings;
@@ -410,11 +470,23 @@ bool UserDefaults::synchronize(CVError* error) {
                                     m_fileError.localizedDescription() + "), so it is not written"));
         return false;
     }
-    // What this store changed: the new value, or null for a key it removed.
-    std::map<std::string, PropertyValue, std::less<>> changes;
+    // What this store changed: the new value, or null for a key it removed, with how it
+    // is merged into the file and the value that change was made from.
+    struct Change {
+        PropertyValue value;
+        SaveMerge merge = SaveMerge::Replace;
+        PropertyValue base;
+        PropertyValue written;
+    };
+    std::map<std::string, Change, std::less<>> changes;
     for (const auto& key : m_changedKeys) {
-        const auto it = m_stored.find(key);
-        changes.emplace(key, it != m_stored.end() ? it->second : PropertyValue());
+        Change& change = changes[key];
+        if (const auto it = m_stored.find(key); it != m_stored.end())
+            change.value = it->second;
+        if (const auto it = m_saveMerges.find(key); it != m_saveMerges.end())
+            change.merge = it->second;
+        if (const auto it = m_base.find(key); it != m_base.end())
+            change.base = it->second;
     }
     lock.unlock();
     if (!makeDirectories(parentPath(m_path), error))
@@ -428,21 +500,35 @@ bool UserDefaults::synchronize(CVError* error) {
     PropertyValue::Dictionary file;
     if (!readFileForMerge(*filePath, file, error))
         return false;
-    for (const auto& [key, value] : changes) {
-        if (value.isNull())
+    for (auto& [key, change] : changes) {
+        if (change.value.isNull()) {
             file.erase(key);
-        else
-            file.insert_or_assign(key, value);
+            continue;
+        }
+        const auto inFile = file.find(key);
+        change.written = change.merge == SaveMerge::Replace
+                             ? change.value
+                             : mergedForSave(change.merge, change.base, change.value,
+                                             inFile != file.end() ? inFile->second : PropertyValue());
+        file.insert_or_assign(key, change.written);
     }
     if (!writePropertyListFile(*filePath, PropertyValue(std::move(file)), error))
         return false;
     lock.lock();
-    // A key changed again while writing stays unsaved for the next synchronize.
-    for (const auto& [key, written] : changes) {
+    for (const auto& [key, change] : changes) {
         const auto it = m_stored.find(key);
         const PropertyValue now = it != m_stored.end() ? it->second : PropertyValue();
-        if (now == written && now.type() == written.type())
-            m_changedKeys.erase(key);
+        if (change.written.isNull())
+            m_base.erase(key);
+        else
+            m_base.insert_or_assign(key, change.written);
+        // A key changed again while writing stays unsaved for the next synchronize.
+        if (!(now == change.value) || now.type() != change.value.type())
+            continue;
+        m_changedKeys.erase(key);
+        // A merged key now holds what the file holds, other programs' part included.
+        if (change.merge != SaveMerge::Replace && !change.written.isNull())
+            m_stored.insert_or_assign(key, change.written);
     }
     return true;
 }

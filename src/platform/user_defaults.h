@@ -41,6 +41,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -141,6 +142,15 @@ public:
 
     // Adds registered defaults (later registrations of a key win). Never written.
     void registerDefaults(const PropertyValue::Dictionary& defaults);
+
+    // How a key this store changed is saved into a file that another program (a second
+    // corvel running at the same time) changed since this store read it. Replace writes
+    // this store's value, as for every key by default. Sum adds what this store added to
+    // the number (a running total); ArrayByIndex keeps the file's array, with the elements
+    // this store changed put in their places and those it appended added at the end (a
+    // list of records). Either way the store then holds what was written.
+    enum class SaveMerge { Replace, Sum, ArrayByIndex };
+    void setSaveMerge(std::string_view key, SaveMerge merge);
     // True when the file (not a registered default) holds the key.
     bool hasStoredValueForKey(std::string_view key) const;
 
@@ -190,6 +200,10 @@ private:
     mutable std::mutex m_mutex;
     std::mutex m_saveMutex; // held through a whole synchronize
     PropertyValue::Dictionary m_stored;
+    // The file's values as this store last read or wrote them: what its changes are
+    // measured from when a key is merged on save.
+    PropertyValue::Dictionary m_base;
+    std::map<std::string, SaveMerge, std::less<>> m_saveMerges;
     PropertyValue::Dictionary m_registered;
     PropertyValue::Dictionary m_volatile;
     // Keys set or removed since the last successful synchronize.

@@ -23,8 +23,9 @@ std::uint64_t storedTotal(const UserDefaults& defaults) {
     if (number && (stored.isUnsignedInteger() || stored.toDouble() >= 0))
         return std::min(stored.toUInt64(), kLargestStoredTotal);
     warnUser(std::string("Setting \"") + kTotalSizeSavedKey + "\" in " + defaults.path() + " holds " +
-             stored.description() + ", not a size: the total saved counts from 0, and the next removal that "
-                                    "frees space replaces it");
+             stored.description() +
+             ", not a size: the total saved counts from 0, and the next removal that "
+             "frees space replaces it");
     return 0;
 }
 
@@ -49,6 +50,9 @@ HVAchievementsController::HVAchievementsController(UserDefaults* writable, const
                    "Supreme Woodland Commander",
                    "General of the Vegetable Kingdom"},
       m_defaults(writable) {
+    // Two passes at once each add what they freed to the total.
+    if (m_defaults)
+        m_defaults->setSaveMerge(kTotalSizeSavedKey, UserDefaults::SaveMerge::Sum);
     if (m_defaults && !m_defaults->hasStoredValueForKey(kTotalSizeSavedKey)) {
         m_defaults->setInteger(0, kTotalSizeSavedKey);
         CVError error;

@@ -24,7 +24,10 @@ CVStatisticsController& CVStatisticsController::sharedInstance() {
     return *instance;
 }
 
-CVStatisticsController::CVStatisticsController(UserDefaults& defaults) : m_defaults(defaults) {}
+CVStatisticsController::CVStatisticsController(UserDefaults& defaults) : m_defaults(defaults) {
+    // Two runs at once each add their own records, and neither loses the other's.
+    m_defaults.setSaveMerge(kUserStatisticsArrayKey, UserDefaults::SaveMerge::ArrayByIndex);
+}
 
 std::optional<PropertyValue::Array> CVStatisticsController::scanRecords(const UserDefaults& defaults) {
     return defaults.arrayForKey(kUserStatisticsArrayKey);

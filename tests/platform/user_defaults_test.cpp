@@ -422,6 +422,67 @@ INSTANTIATE_TEST_SUITE_P(
                        [](const std::string& p) { overwrite(p, "not a property list"); }, PropertyValue()}),
     [](const testing::TestParamInfo<ConcurrentSave>& param) { return param.param.name; });
 
+// Two runs at once, each adding to a running total and to a list of records: the file
+// keeps what both added, and each store then holds what was written.
+TEST(UserDefaults, MergedKeysKeepWhatAnotherProgramAddedMeanwhile) {
+    using SaveMerge = UserDefaults::SaveMerge;
+    const PropertyValue::Dictionary a{{"n", 1}};
+    const struct {
+        const char* name;
+        SaveMerge merge;
+        PropertyValue seed;
+        std::function<PropertyValue(const PropertyValue&)> ours, theirs;
+        PropertyValue expected;
+    } cases[] = {
+        {"a total", SaveMerge::Sum, 100,
+         [](const PropertyValue& v) { return PropertyValue(v.toInt64() + 30); },
+         [](const PropertyValue& v) { return PropertyValue(v.toInt64() + 50); }, 180},
+        {"a total that was not a number", SaveMerge::Sum, "lots",
+         [](const PropertyValue&) { return PropertyValue(30); }, [](const PropertyValue& v) { return v; },
+         30},
+        {"records", SaveMerge::ArrayByIndex, PropertyValue::Array{a},
+         [](const PropertyValue& v) {
+             PropertyValue::Array records = *v.asArray();
+             records[0].set("done", true); // ours finishes the record both read
+             records.emplace_back(PropertyValue::Dictionary{{"n", 2}});
+             return PropertyValue(records);
+         },
+         [](const PropertyValue& v) {
+             PropertyValue::Array records = *v.asArray();
+             records.emplace_back(PropertyValue::Dictionary{{"n", 3}});
+             return PropertyValue(records);
+         },
+         PropertyValue::Array{PropertyValue::Dictionary{{"n", 1}, {"done", true}},
+                              PropertyValue::Dictionary{{"n", 3}}, PropertyValue::Dictionary{{"n", 2}}}},
+        {"without a merge the last save wins", SaveMerge::Replace, 100,
+         [](const PropertyValue& v) { return PropertyValue(v.toInt64() + 30); },
+         [](const PropertyValue& v) { return PropertyValue(v.toInt64() + 50); }, 130},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        test::TempTree tree;
+        const std::string path = tree / "settings.plist";
+        {
+            UserDefaults first(path);
+            first.setObject(c.seed, "Key");
+            ASSERT_TRUE(first.synchronize());
+        }
+        UserDefaults ours(path);
+        ours.setSaveMerge("Key", c.merge);
+        ours.setObject(c.ours(ours.objectForKey("Key")), "Key");
+        otherProgram(path, [&](UserDefaults& theirs) {
+            theirs.setSaveMerge("Key", c.merge);
+            theirs.setObject(c.theirs(theirs.objectForKey("Key")), "Key");
+        });
+        ASSERT_TRUE(ours.synchronize());
+        EXPECT_EQ(readFile(path)["Key"], c.expected) << readFile(path)["Key"].description();
+        EXPECT_EQ(ours.objectForKey("Key"), c.expected) << "the store holds what was written";
+        // Nothing new: a second save leaves the file as it is.
+        ASSERT_TRUE(ours.synchronize());
+        EXPECT_EQ(readFile(path)["Key"], c.expected);
+    }
+}
+
 // The user puts a link in the file's place while the program runs (a dotfile manager
 // taking the file over): the save goes through the link, which stays; a link into a
 // folder that is gone is not written over.
@@ -598,9 +659,10 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(UserDefaults, AValueOfTheWrongTypeReadsAsTheRegisteredDefault) {
     test::TempTree tree;
     const std::string path = tree.file(
-        "w.plist", propertyListData(PropertyValue::Dictionary{{"Flag", "NO"}, {"Count", 2.0}, {"Free", "x"},
-                                                              {"Slider", "small"}, {"List", 3}},
-                                    PropertyListFormat::XML));
+        "w.plist", propertyListData(
+                       PropertyValue::Dictionary{
+                           {"Flag", "NO"}, {"Count", 2.0}, {"Free", "x"}, {"Slider", "small"}, {"List", 3}},
+                       PropertyListFormat::XML));
     ScopedLogCapture log;
     UserDefaults defaults(path);
     EXPECT_FALSE(defaults.boolForKey("Flag")) << "nothing registered: the value as it stands";
@@ -621,10 +683,13 @@ TEST(UserDefaults, AValueOfTheWrongTypeReadsAsTheRegisteredDefault) {
                      " has the wrong type (a string where a boolean belongs); the default YES is used"))
         << testing::PrintToString(log.lines());
     // Defaults as a user would write them: a single-precision real as written, not as its double.
-    defaults.registerDefaults({{"Slider", static_cast<double>(0.0499999F)}, {"List", PropertyValue::Array{}}});
-    EXPECT_TRUE(log.contains("has the wrong type (a string where a number belongs); the default 0.0499999 is used"))
+    defaults.registerDefaults(
+        {{"Slider", static_cast<double>(0.0499999F)}, {"List", PropertyValue::Array{}}});
+    EXPECT_TRUE(
+        log.contains("has the wrong type (a string where a number belongs); the default 0.0499999 is used"))
         << testing::PrintToString(log.lines());
-    EXPECT_TRUE(log.contains("has the wrong type (a number where an array belongs); the default (an empty list) is used"))
+    EXPECT_TRUE(log.contains(
+        "has the wrong type (a number where an array belongs); the default (an empty list) is used"))
         << testing::PrintToString(log.lines());
     defaults.setObject(0, "Flag");
     EXPECT_TRUE(defaults.boolForKey("Flag"));
