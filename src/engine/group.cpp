@@ -194,9 +194,10 @@ std::string CVGroup::utiType() const {
     return m_utiType;
 }
 
+// A copy a removal pass took was counted off by the pass already (it stays marked).
 void CVGroup::removeFile(CVFile* file) {
     keepWhatTheFirstMemberGives(file);
-    if (file->needToRemove())
+    if (file->needToRemove() && !file->wasRemoved())
         decFilesToRemoveCount();
     const std::uint64_t total = totalSize();
     setTotalSize(total >= file->sizeOnDisk() ? total - file->sizeOnDisk() : 0);
@@ -206,7 +207,7 @@ void CVGroup::removeFile(CVFile* file) {
 
 void CVGroup::removeFileSilently(CVFile* file) {
     keepWhatTheFirstMemberGives(file);
-    if (file->needToRemove())
+    if (file->needToRemove() && !file->wasRemoved())
         decFilesToRemoveCount();
     const std::uint64_t total = totalSize();
     setTotalSize(total >= file->sizeOnDisk() ? total - file->sizeOnDisk() : 0);

@@ -451,6 +451,24 @@ TEST(Collector, ACopyChangedSinceTheScanFailsIntoTheErrorList) {
     EXPECT_EQ(f.collector().count(), 1u);
 }
 
+// Of two copies marked in a group, one goes and one fails: back in the results the group
+// counts the one still marked (the pass counted off the one that went, once).
+TEST(Collector, AGroupCountsTheCopyThatStayedMarkedAfterAPass) {
+    TwoMarkedGroups f;
+    f.view().switchFileSelectionAction(f.first->files()[2]);
+    const auto stays = f.first->files()[1];
+    ASSERT_TRUE(appendTo(stays->path(), "more"));
+    f.collector().showHideCollector();
+    f.remove();
+    EXPECT_FALSE(test::exists(f.first->files()[2]->path()));
+    f.collector().showHideCollector();
+    MainQueue::shared().drain();
+    ASSERT_EQ(f.first->childrenCount(), 2u);
+    EXPECT_TRUE(stays->needToRemove());
+    EXPECT_EQ(f.first->filesToRemoveCount(), 1);
+    EXPECT_EQ(f.collector().count(), 1u);
+}
+
 TEST(Collector, ShareRevealAndPreviewFollowTheListsOfAPass) {
     TwoMarkedGroups f;
     const auto changed = f.first->files()[1];
