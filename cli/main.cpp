@@ -47,16 +47,21 @@ struct CommandLine {
     CLI::App* remind = nullptr;
 };
 
-// --settings names a file; an empty name (an unset variable in a script) would otherwise
-// mean the user's own settings file.
-void addSettingsOption(CLI::App* command, std::string& value, const std::string& description) {
-    const CLI::Validator named(
-        [](const std::string& text) {
-            return text.empty() ? std::string("an empty file name (without --settings the default file is used)")
+// A file name may not be empty: it comes from an unset variable in a script, most
+// likely, and would otherwise be dropped or, for --settings, mean the user's own file.
+CLI::Validator namedFile(const std::string& note = {}) {
+    return CLI::Validator(
+        [note](const std::string& text) {
+            return text.empty() ? "an empty file name" + (note.empty() ? std::string() : " (" + note + ")")
                                 : std::string();
         },
         "");
-    command->add_option("--settings", value, description)->check(named)->type_name("FILE");
+}
+
+void addSettingsOption(CLI::App* command, std::string& value, const std::string& description) {
+    command->add_option("--settings", value, description)
+        ->check(namedFile("without --settings the default file is used"))
+        ->type_name("FILE");
 }
 
 // Sizes take decimal suffixes as the sizes shown do (10k = 10,000 bytes) and binary ones
@@ -107,6 +112,7 @@ void addScanFilters(CLI::App* scan, ScanOptions& options, CLI::Option* autoselec
         ->type_name("GLOB");
     scan->add_option("--exclude-from", options.overrides.excludeFrom,
                      "the --exclude globs in FILE, one per line")
+        ->check(namedFile())
         ->type_name("FILE");
     scan->add_option("--always-select", options.overrides.alwaysSelect,
                      "automatic selection selects the copies in DIR (repeatable; this run only)")
@@ -134,6 +140,7 @@ void addScanOutputs(CLI::App* scan, ScanOptions& options, CLI::Option* json, std
     scan->add_option(
             "--export", options.exportFile,
             "write the list of selected copies to FILE (- writes it to stdout instead of the groups)")
+        ->check(namedFile())
         ->type_name("FILE");
     scan->add_flag("-0,--null", options.nullSeparated,
                    "--export writes and --select reads paths each ended by a NUL byte, not a line "
@@ -145,6 +152,7 @@ void addScanOutputs(CLI::App* scan, ScanOptions& options, CLI::Option* json, std
                    "confirm groups compared on samples byte for byte; split or drop those that differ");
     auto* select = scan->add_option("--select", options.selectFile,
                                     "mark the copies listed in FILE (one path per line, the --export format)")
+                       ->check(namedFile())
                        ->type_name("FILE");
     scan->add_flag("--allow-all-copies", options.allowAllCopies,
                    "let --select mark every copy of a group (they may then only go to the Trash)")
@@ -180,6 +188,7 @@ void addRemoveCommand(CommandLine& line) {
         "remove", "remove the copies marked in a document written by \"corvel scan --json\"");
     removeCommand->add_option("plan", removeOptions.plan, "the scan document (PLAN.json)")
         ->required()
+        ->check(namedFile())
         ->type_name("PLAN.json");
     removeCommand->add_flag("--allow-all-copies", removeOptions.allowAllCopies,
                             "let the plan mark every copy of a group (they may then only go to the Trash)");
@@ -196,7 +205,8 @@ void addRemoveCommand(CommandLine& line) {
 void addStatsCommand(CommandLine& line) {
     line.stats = line.app.add_subcommand("stats", "the scans recorded, the total size saved, level and rank");
     line.stats->add_flag("--json", line.statsOptions.json, "one JSON document on stdout");
-    addSettingsOption(line.stats, line.statsOptions.settings, "read FILE as the settings store (never written)");
+    addSettingsOption(line.stats, line.statsOptions.settings,
+                      "read FILE as the settings store (never written)");
 }
 
 void addRemindCommand(CommandLine& line) {

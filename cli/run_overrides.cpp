@@ -32,7 +32,7 @@ std::string lowercaseAscii(std::string_view text) {
     std::string text;
     CVError error;
     if (!readFileContents(path, text, kMaxGlobFileBytes, &error)) {
-        *message = "--exclude-from: " + error.localizedDescription();
+        *message = "--exclude-from: " + escapedForTerminal(error.localizedDescription());
         return false;
     }
     std::size_t start = 0;

@@ -865,6 +865,11 @@ bool readPropertyList(std::string_view bytes, PropertyValue& out, CVError* error
     // nothing the XML declaration does not.
     if (bytes.starts_with("\xEF\xBB\xBF"))
         bytes.remove_prefix(3);
+    if (bytes.starts_with(std::string_view("\xFF\xFE\0\0", 4)) ||
+        bytes.starts_with(std::string_view("\0\0\xFE\xFF", 4))) {
+        setError(error, malformed("The property list is written in UTF-32; only UTF-8 is read"));
+        return false;
+    }
     if (bytes.starts_with("\xFF\xFE") || bytes.starts_with("\xFE\xFF")) {
         setError(error, malformed("The property list is written in UTF-16; only UTF-8 is read"));
         return false;

@@ -423,7 +423,7 @@ TEST(PropertyList, DatesAtTheLimitsOfTheTextFormStayWithinThem) {
 }
 
 // How other editors save a list: a UTF-8 file may begin with a byte-order mark (read as
-// if it did not); a UTF-16 one is refused with a message that says so.
+// if it did not); a UTF-16 or UTF-32 one is refused with a message that says which.
 TEST(PropertyList, AByteOrderMarkIsReadPastAndUtf16IsNamed) {
     const std::string xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">"
                             "<dict><key>k</key><string>caf\u00e9</string></dict></plist>\n";
@@ -438,6 +438,8 @@ TEST(PropertyList, AByteOrderMarkIsReadPastAndUtf16IsNamed) {
     }
     EXPECT_FALSE(readPropertyList(utf16, back, &error));
     EXPECT_NE(error.localizedDescription().find("UTF-16"), std::string::npos) << error.localizedDescription();
+    EXPECT_FALSE(readPropertyList(std::string("\xFF\xFE\0\0<\0\0\0", 8), back, &error));
+    EXPECT_NE(error.localizedDescription().find("UTF-32"), std::string::npos) << error.localizedDescription();
 }
 
 TEST(PropertyList, FilesAreWrittenAsXmlAndReadBack) {
