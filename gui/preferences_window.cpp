@@ -13,6 +13,7 @@
 #include <cmath>
 #include <memory>
 
+#include "app/results_view_controller.h"
 #include "engine/file_sizer.h"
 #include "gui_text.h"
 #include "platform/text.h"
@@ -98,6 +99,12 @@ PreferencesWindow::PreferencesWindow(UserDefaults& defaults, CVPreferences& pref
     // A stored ignore list of the wrong type stays in the file untouched.
     m_ignoreEditable =
         !(defaults.hasStoredValueForKey(kIgnoreListKey) && !defaults.dictionaryForKey(kIgnoreListKey));
+    NotificationCenter& center = NotificationCenter::defaultCenter();
+    m_exclusions = ScopedObserver(
+        center, center.addObserver(kItemsAddedToIgnoreListNotification, nullptr, [this](const Notification&) {
+            if (isVisible())
+                loadIgnoreLists();
+        }));
 
     m_tabs = new QTabWidget(this);
     m_tabs->addTab(makeGeneralPage(), windowText("Preferences_GeneralTab"));

@@ -25,6 +25,7 @@
 #include <string>
 
 #include "app/scan_window_view.h"
+#include "platform/notification_center.h"
 #include "platform/property_value.h"
 #include "settings/reminder_scheduling.h"
 
@@ -83,8 +84,8 @@ public:
     void removeSelectedSelectionFolder(std::int32_t category);
 
 protected:
-    // The ignore lists are read again each time the window shows: the results view may
-    // have excluded an item since.
+    // The ignore lists are read again each time the window shows, and while it shows when
+    // the results view excludes an item.
     void showEvent(QShowEvent* event) override;
 
 private:
@@ -104,6 +105,7 @@ private:
     Chooser m_choose;
     Asker m_ask;
     bool m_ignoreEditable = true;
+    ScopedObserver m_exclusions;
     bool m_loading = false;
 
     QTabWidget* m_tabs;

@@ -497,7 +497,14 @@ void CVResultsViewController::addToIgnoreListAction(const FilePtr& item) {
                         m_selecting->deselectItem(member);
             m_duplicates->removeGroupsLoud({group});
         } else {
+            const auto group = std::static_pointer_cast<CVGroup>(owner->shared_from_this());
             m_duplicates->removeFiles({item});
+            // The copy left out was the only one kept: one of the others is kept in its
+            // place, as every selection keeps one (unless the user chose them all).
+            const auto members = group->files();
+            if (m_selecting && !members.empty() && !group->userForcedAllCopies() &&
+                std::all_of(members.begin(), members.end(), [](const auto& m) { return m->needToRemove(); }))
+                m_selecting->deselectItem(members.front());
         }
     }
     reloadCategories();

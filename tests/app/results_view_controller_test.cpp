@@ -537,6 +537,21 @@ TEST(ResultsView, ExcludingTheKeptCopyOfAPairUnmarksTheOther) {
     EXPECT_TRUE(f.results->allDuplicatesGroups().empty());
 }
 
+// Excluding the one copy kept of three leaves one of the other two kept in its place.
+TEST(ResultsView, ExcludingTheOnlyKeptCopyKeepsAnother) {
+    ResultsFixture f;
+    auto g = f.group("three.txt", kNodeTypeDocument, {"x", "y", "z"}, "content");
+    f.open();
+    f.view().switchFileSelectionAction(g->files()[1]);
+    f.view().switchFileSelectionAction(g->files()[2]);
+    ASSERT_EQ(f.collector().count(), 2u);
+    const auto kept = g->files()[0];
+    f.view().addToIgnoreListAction(kept);
+    ASSERT_EQ(g->childrenCount(), 2u);
+    EXPECT_EQ(ResultsFixture::marks(g), (std::vector<bool>{false, true}));
+    EXPECT_EQ(f.collector().count(), 1u);
+}
+
 INSTANTIATE_TEST_SUITE_P(Items, ResultsAddToIgnoreList,
                          testing::Values(IgnoreCase{"FileOfTwo", kNodeTypeDocument, 2, true, true},
                                          IgnoreCase{"FileOfThree", kNodeTypeDocument, 3, true, false},

@@ -21,6 +21,7 @@
 #include <thread>
 
 #include "app/app_delegate.h"
+#include "app/results_view_controller.h"
 #include "app/scan_window_controller.h"
 #include "app_shell.h"
 #include "background_release.h"
@@ -29,6 +30,7 @@
 #include "main_window.h"
 #include "menu_bar.h"
 #include "platform/main_queue.h"
+#include "platform/notification_center.h"
 #include "platform/string_tables.h"
 #include "platform/user_defaults.h"
 #include "preferences_window.h"
@@ -353,6 +355,12 @@ void GuiTest::preferencesAreWrittenToTheSettingsFile() {
     QVERIFY(prefs->isVisible());
     QCOMPARE(prefs->ignoredFiles()->item(prefs->ignoredFiles()->count() - 1)->text(),
              QString("/data/excluded.iso"));
+    // And while the window is open, as the results view tells of the exclusion.
+    CVIgnoreList::sharedIgnoreList().excludeFilesList().push_back(
+        PropertyValue::Dictionary{{kRecordValueKey, "/data/second.iso"}, {kRecordEnabledKey, true}});
+    NotificationCenter::defaultCenter().post(kItemsAddedToIgnoreListNotification);
+    QCOMPARE(prefs->ignoredFiles()->item(prefs->ignoredFiles()->count() - 1)->text(),
+             QString("/data/second.iso"));
 }
 
 void GuiTest::anInvalidPatternIsRefusedAndTheStoredOneStays() {
