@@ -74,7 +74,8 @@ bool userMayWriteIn(int parent, const char* name) {
         }
     } else if (!S_ISDIR(st.st_mode) || (ownerMustBe && st.st_uid != *ownerMustBe)) {
         explain(refusal,
-                path + (ownerMustBe ? " is not a folder of user " + std::to_string(*ownerMustBe) : " is not a folder"),
+                path + (ownerMustBe ? " is not a folder of user " + std::to_string(*ownerMustBe)
+                                    : " is not a folder"),
                 true);
         return false;
     } else if (mode == Mode::Find && !userMayWriteIn(parent, name)) {

@@ -155,10 +155,12 @@ void PdfPreviewTest::namesThatAreNotUtf8AreFoundAndRead() {
     pane.showFile(other);
     QCOMPARE(pane.kind(), PreviewPane::Kind::Other);
     QVERIFY2(pane.infoLabel()->text().contains("3 KB"), qPrintable(pane.infoLabel()->text()));
-    QVERIFY2(!pane.infoLabel()->text().contains(windowText("Results_FileGone")), qPrintable(pane.infoLabel()->text()));
+    QVERIFY2(!pane.infoLabel()->text().contains(windowText("Results_FileGone")),
+             qPrintable(pane.infoLabel()->text()));
     pane.showFile(tree / "gone\xe9.bin");
     QCOMPARE(pane.kind(), PreviewPane::Kind::Other);
-    QVERIFY2(pane.infoLabel()->text().contains(windowText("Results_FileGone")), qPrintable(pane.infoLabel()->text()));
+    QVERIFY2(pane.infoLabel()->text().contains(windowText("Results_FileGone")),
+             qPrintable(pane.infoLabel()->text()));
 }
 
 int runPdfPreviewTests(int argc, char** argv) {

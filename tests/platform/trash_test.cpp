@@ -4,8 +4,8 @@
 #include <cstring>
 #include <ctime>
 #include <dirent.h>
-#include <filesystem>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>

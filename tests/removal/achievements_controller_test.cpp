@@ -181,7 +181,8 @@ TEST_P(AchievementsOddTotal, CountsFromWhatMakesSenseAndLeavesTheValueUntilAPass
     achievements.shreddingFinishedAndRemoved(0, false, false);
     EXPECT_EQ(store.objectForKey(kTotalSizeSavedKey), c.stored) << "a pass that freed nothing writes nothing";
     achievements.shreddingFinishedAndRemoved(100, false, false);
-    EXPECT_EQ(store.objectForKey(kTotalSizeSavedKey).toUInt64(), std::min(c.total + 100, std::uint64_t{INT64_MAX}));
+    EXPECT_EQ(store.objectForKey(kTotalSizeSavedKey).toUInt64(),
+              std::min(c.total + 100, std::uint64_t{INT64_MAX}));
 }
 
 INSTANTIATE_TEST_SUITE_P(Values, AchievementsOddTotal,

@@ -62,7 +62,10 @@ TEST_F(AutoselectListsTest, AListStoredBeforeTheFirstUseIsKeptAsItIs) {
         bool reported;
     } cases[] = {
         {"an Always Select entry", PropertyValue::Array{always}, {"/data/incoming"}, false},
-        {"a path stored as bytes and a stray element", PropertyValue::Array{bytes, "stray"}, {"/d\xe9"}, false},
+        {"a path stored as bytes and a stray element",
+         PropertyValue::Array{bytes, "stray"},
+         {"/d\xe9"},
+         false},
         {"an empty list", PropertyValue::Array{}, {}, false},
         {"a string", "/data/incoming", {}, true},
         {"a dictionary", always, {}, true},
