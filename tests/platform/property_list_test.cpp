@@ -410,7 +410,7 @@ TEST(PropertyList, DatesAtTheLimitsOfTheTextFormStayWithinThem) {
         {"<date>2024-02-29T23:59:59.99999Z</date>", "<date>2024-02-29T23:59:59.99999Z</date>"},
     };
     for (const auto& c : cases) {
-        std::string text = "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>v</key>" +
+        std::string text = R"(<?xml version="1.0"?><plist version="1.0"><dict><key>v</key>)" +
                            std::string(c.element) + "</dict></plist>";
         for (int round = 0; round < 2; ++round) {
             PropertyValue back;
@@ -425,8 +425,9 @@ TEST(PropertyList, DatesAtTheLimitsOfTheTextFormStayWithinThem) {
 // How other editors save a list: a UTF-8 file may begin with a byte-order mark (read as
 // if it did not); a UTF-16 or UTF-32 one is refused with a message that says which.
 TEST(PropertyList, AByteOrderMarkIsReadPastAndUtf16IsNamed) {
-    const std::string xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">"
-                            "<dict><key>k</key><string>caf\u00e9</string></dict></plist>\n";
+    const std::string xml = R"(<?xml version="1.0" encoding="UTF-8"?>
+<plist version="1.0"><dict><key>k</key><string>café</string></dict></plist>
+)";
     PropertyValue back;
     CVError error;
     ASSERT_TRUE(readPropertyList("\xEF\xBB\xBF" + xml, back, &error)) << error.localizedDescription();
