@@ -29,6 +29,22 @@ namespace {
 
 constexpr int kSearchDelayMs = 200;
 
+// Escape in a search field clears it, as search fields do; an empty field lets it through.
+class ClearOnEscape final : public QObject {
+public:
+    using QObject::QObject;
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override {
+        auto* field = qobject_cast<QLineEdit*>(watched);
+        if (!field || event->type() != QEvent::KeyPress ||
+            static_cast<QKeyEvent*>(event)->key() != Qt::Key_Escape || field->text().isEmpty())
+            return false;
+        field->clear();
+        return true;
+    }
+};
+
 QTableView* makeTable(QAbstractItemModel* model, QWidget* parent, const char* name) {
     auto* table = new QTableView(parent);
     table->setObjectName(name);
@@ -99,6 +115,7 @@ ResultsPage::ResultsPage(QWidget* parent) : QWidget(parent) {
     m_searchTimer.setInterval(kSearchDelayMs);
     connect(&m_searchTimer, &QTimer::timeout, this, &ResultsPage::searchChanged);
     connect(m_search, &QLineEdit::textChanged, this, [this] { m_searchTimer.start(); });
+    m_search->installEventFilter(new ClearOnEscape(m_search));
     connect(m_searchScope, &QComboBox::currentIndexChanged, this, [this] { m_searchTimer.start(); });
     auto* top = new QHBoxLayout;
     top->addWidget(m_folderName, 1);
