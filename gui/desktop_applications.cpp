@@ -11,7 +11,6 @@
 #include <QUrl>
 
 #include "gui_text.h"
-#include "platform/file_url.h"
 #include "platform/system_log.h"
 
 namespace corvel::gui {
@@ -66,8 +65,7 @@ QUrl urlFor(const std::string& path) {
     const QString text = QString::fromStdString(path);
     if (text.startsWith("http://") || text.startsWith("https://"))
         return QUrl(text);
-    // From the path's bytes, which a name that is not UTF-8 keeps (%E9).
-    return QUrl::fromEncoded(QByteArray::fromStdString(fileURLStringFromPath(path)));
+    return fileUrl(path);
 }
 
 } // namespace

@@ -8,19 +8,13 @@
 #include <QStringList>
 #include <QUrl>
 
-#include "platform/file_url.h"
+#include "gui_text.h"
 #include "platform/system_log.h"
 
 namespace corvel::gui {
 
 namespace {
 constexpr int kShowItemsTimeoutMs = 3000;
-
-// Built from the path's bytes: a name that is not UTF-8 keeps them (%E9), where a
-// QString would turn them into U+FFFD and name another file.
-QUrl fileUrl(const std::string& path) {
-    return QUrl::fromEncoded(QByteArray::fromStdString(fileURLStringFromPath(path)));
-}
 } // namespace
 
 std::string FileManagerReveal::parentFolder(const std::string& path) {

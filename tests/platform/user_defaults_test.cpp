@@ -430,7 +430,7 @@ TEST(UserDefaults, MergedKeysKeepWhatAnotherProgramAddedMeanwhile) {
     const struct {
         const char* name;
         SaveMerge merge;
-        PropertyValue seed;
+        PropertyValue before; // in the file when both programs read it
         std::function<PropertyValue(const PropertyValue&)> ours, theirs;
         PropertyValue expected;
     } cases[] = {
@@ -464,7 +464,7 @@ TEST(UserDefaults, MergedKeysKeepWhatAnotherProgramAddedMeanwhile) {
         const std::string path = tree / "settings.plist";
         {
             UserDefaults first(path);
-            first.setObject(c.seed, "Key");
+            first.setObject(c.before, "Key");
             ASSERT_TRUE(first.synchronize());
         }
         UserDefaults ours(path);
