@@ -90,7 +90,7 @@ lint: dev-deps build
 # corpus (fuzz/corpus/<harness>/); crashing inputs land in fuzz/crashes/<harness>/.
 FUZZ_SECONDS ?= 60
 FUZZ_MAX_LEN ?= 65536
-FUZZ_HARNESSES ?= property_list predicate itunes_parser photo_parser
+FUZZ_HARNESSES ?= property_list predicate itunes_parser photo_parser plan_reader
 
 fuzz: deps
 	@scripts/install-fuzz-deps

@@ -87,6 +87,23 @@ std::optional<std::string> canonicalPath(const std::string& path) {
     return std::string(resolved);
 }
 
+std::optional<std::string> placeOfOpenFolder(int fd) {
+    char place[PATH_MAX];
+    const std::string link = "/proc/self/fd/" + std::to_string(fd);
+    const ssize_t length = ::readlink(link.c_str(), place, sizeof place);
+    // Anything but an absolute path (a removed folder reads "... (deleted)", which an
+    // existing path may end with too, so such a folder is checked) is no place.
+    if (length <= 0 || static_cast<std::size_t>(length) >= sizeof place || place[0] != '/')
+        return std::nullopt;
+    std::string found(place, static_cast<std::size_t>(length));
+    struct stat opened {};
+    struct stat atPlace {};
+    if (::fstat(fd, &opened) != 0 || opened.st_nlink == 0 || ::stat(found.c_str(), &atPlace) != 0 ||
+        opened.st_dev != atPlace.st_dev || opened.st_ino != atPlace.st_ino)
+        return std::nullopt;
+    return found;
+}
+
 std::string lastPathComponent(std::string_view path) {
     while (path.size() > 1 && path.back() == '/')
         path.remove_suffix(1);

@@ -113,5 +113,8 @@ std::string lastPathComponent(std::string_view path);
 // The path with every link and "." or ".." resolved (realpath(3)); nothing, with errno
 // set, when it or a folder on the way does not exist or cannot be looked up.
 std::optional<std::string> canonicalPath(const std::string& path);
+// Where the open folder lies now, as the kernel names it (its links resolved); nothing when
+// that cannot be read or the folder was removed.
+std::optional<std::string> placeOfOpenFolder(int fd);
 
 } // namespace corvel

@@ -153,9 +153,10 @@ bool Trash::moveToTrash(const std::string& path, TrashedItem* trashed, CVError* 
 }
 
 struct TrashBatch::Folder {
-    int failure = 0;      // errno of resolving or opening the folder; 0 when usable
-    std::string resolved; // symbolic links resolved
-    UniqueFd fd;          // O_PATH
+    int failure = 0;       // errno of resolving or opening the folder; 0 when usable
+    std::string resolved;  // where fd lies, symbolic links resolved
+    UniqueFd fd;           // O_PATH
+    struct stat opened {}; // fd's status when opened
     bool trashLooked = false;
     std::shared_ptr<TrashFolder> trash; // null: no Trash on the volume (refusal says why)
     TrashFolderRefusal refusal;
@@ -207,11 +208,14 @@ std::shared_ptr<TrashBatch::Folder> TrashBatch::folderOfItem(const std::string& 
         if (!::realpath(given.c_str(), resolved)) {
             folder->failure = errno;
         } else {
-            folder->resolved = resolved;
             // O_PATH: moving an item out of a folder needs write and search permission, not read.
             folder->fd = UniqueFd(::open(resolved, O_PATH | O_DIRECTORY | O_CLOEXEC));
-            if (!folder->fd.valid())
+            if (!folder->fd.valid() || ::fstat(folder->fd.get(), &folder->opened) != 0)
                 folder->failure = errno;
+            // A folder of the path swapped for a link after it was resolved leads the open
+            // elsewhere: the information file names where the folder opened really lies.
+            else
+                folder->resolved = placeOfOpenFolder(folder->fd.get()).value_or(resolved);
         }
     }
     if (folder->failure != 0) {
@@ -399,10 +403,9 @@ bool TrashBatch::commit(std::size_t ticket, TrashedItem* trashed, CVError* error
         // Once per folder: a batch prepared while the one before it moved its items may
         // have opened a folder that one of them then took into the Trash.
         folder.placeChecked = true;
-        struct stat opened {};
         struct stat atPath {};
-        if (::fstat(folder.fd.get(), &opened) != 0 || ::stat(folder.resolved.c_str(), &atPath) != 0 ||
-            opened.st_dev != atPath.st_dev || opened.st_ino != atPath.st_ino)
+        if (::lstat(folder.resolved.c_str(), &atPath) != 0 || folder.opened.st_dev != atPath.st_dev ||
+            folder.opened.st_ino != atPath.st_ino)
             folder.movedAway = true;
     }
     if (folder.movedAway) {
@@ -448,6 +451,8 @@ bool TrashBatch::commit(std::size_t ticket, TrashedItem* trashed, CVError* error
     }
 
     TrashedItem done;
+    done.folderDevice = static_cast<std::uint64_t>(folder.opened.st_dev);
+    done.folderInode = static_cast<std::uint64_t>(folder.opened.st_ino);
     done.trashDirectory = place.path;
     done.trashFile = trashFile;
     done.trashInfo = place.path + "/info/" + item.infoName();

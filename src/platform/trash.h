@@ -69,6 +69,9 @@ struct TrashedItem {
     std::string trashDirectory; // the Trash folder
     std::string trashFile;      // trashDirectory + "/files/" + NAME: the item itself
     std::string trashInfo;      // trashDirectory + "/info/" + NAME + ".trashinfo"
+    // The folder the item left, as the move found it (whatever its path leads to by now).
+    std::uint64_t folderDevice = 0;
+    std::uint64_t folderInode = 0;
 };
 
 // One object may serve a whole removal pass; any thread may call it (one lock guards
@@ -76,6 +79,7 @@ struct TrashedItem {
 class Trash {
 public:
     explicit Trash(TrashEnvironment environment = TrashEnvironment::current());
+    const TrashEnvironment& environment() const { return m_environment; }
 
     // Moves the item at path (a symbolic link is moved itself, not what it points to) to
     // the Trash of its volume. On success answers true and fills *trashed. On failure

@@ -73,10 +73,11 @@ bool userMayWriteIn(int parent, const char* name) {
             return false;
         }
     } else if (!S_ISDIR(st.st_mode) || (ownerMustBe && st.st_uid != *ownerMustBe)) {
-        explain(refusal,
-                path + (ownerMustBe ? " is not a folder of user " + std::to_string(*ownerMustBe)
-                                    : " is not a folder"),
-                true);
+        const std::string what = S_ISLNK(st.st_mode)    ? " is a symbolic link, not a folder"
+                                 : !S_ISDIR(st.st_mode) ? " is not a folder"
+                                                        : " belongs to user " + std::to_string(st.st_uid) +
+                                                              ", not to user " + std::to_string(*ownerMustBe);
+        explain(refusal, path + what, true);
         return false;
     } else if (mode == Mode::Find && !userMayWriteIn(parent, name)) {
         explainFailure(refusal, path, errno);
@@ -286,6 +287,32 @@ bool errorMeansNoTrash(int errnoValue) {
     default:
         return false;
     }
+}
+
+std::vector<std::string> homeTrashPlaces(const TrashEnvironment& environment) {
+    if (environment.dataHome.empty())
+        return {};
+    const std::string home = environment.dataHome + "/Trash";
+    return {home, resolvePathAllowingMissing(home)};
+}
+
+bool liesInTrashFolder(std::string_view path, const std::vector<std::string>& homeTrash) {
+    for (const std::string& folder : homeTrash)
+        if (path.size() > folder.size() && path.starts_with(folder) && path[folder.size()] == '/')
+            return true;
+    const std::string_view prefix = ".Trash-";
+    for (std::size_t start = 0; start < path.size();) {
+        const std::size_t end = std::min(path.find('/', start), path.size());
+        const std::string_view part = path.substr(start, end - start);
+        const std::string_view uid =
+            part.starts_with(prefix) ? part.substr(prefix.size()) : std::string_view();
+        const bool isTrash = part == ".Trash" ||
+                             (!uid.empty() && uid.find_first_not_of("0123456789") == std::string_view::npos);
+        if (isTrash && end < path.size()) // a folder above the item, not the item itself
+            return true;
+        start = end + 1;
+    }
+    return false;
 }
 
 TrashEnvironment TrashEnvironment::current() {

@@ -12,6 +12,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "unique_fd.h"
@@ -76,5 +77,14 @@ std::optional<std::string> findTrashFolder(const std::string& itemFolder, const 
 // appended as it is ("/real/home/.local/share/Trash" for a Trash not made yet). Empty
 // for a relative path.
 std::string resolvePathAllowingMissing(const std::string& path);
+
+// The home Trash folder as the environment names it and with its links resolved (none
+// without a home Trash).
+std::vector<std::string> homeTrashPlaces(const TrashEnvironment& environment);
+// Whether the path names an item inside a Trash folder: inside one of homeTrash
+// (homeTrashPlaces), or inside a folder named ".Trash" or ".Trash-UID" (a volume's Trash,
+// wherever the volume is mounted). The path is read as written, without looking anything
+// up. Such an item is one emptying of the Trash away from being gone.
+bool liesInTrashFolder(std::string_view path, const std::vector<std::string>& homeTrash);
 
 } // namespace corvel

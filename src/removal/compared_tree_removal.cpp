@@ -42,19 +42,23 @@ class Removal {
 public:
     explicit Removal(std::string* why) : m_why(why) {}
 
-    bool run(const std::string& path, const std::vector<ComparedEntry>& compared) {
+    bool run(const std::string& path, const std::vector<ComparedEntry>& compared, int parentFd) {
         if (compared.empty() || compared.front().depth != 0 || compared.front().type != S_IFDIR)
             return keep(path, "no comparison of the folder to go by");
-        UniqueFd parent(::open(parentPath(path).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-        if (!parent.valid())
-            return keep(path, std::strerror(errno));
+        UniqueFd opened;
+        if (parentFd < 0) {
+            opened = UniqueFd(::open(parentPath(path).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+            if (!opened.valid())
+                return keep(path, std::strerror(errno));
+            parentFd = opened.get();
+        }
         const std::string rootName = lastPathComponent(path);
-        if (!enter(parent.get(), path, rootName, compared.front()))
+        if (!enter(parentFd, path, rootName, compared.front()))
             return false;
         for (std::size_t i = 1; i < compared.size(); ++i) {
             const ComparedEntry& entry = compared[i];
             while (m_levels.size() > entry.depth)
-                leave(parent.get());
+                leave(parentFd);
             if (m_levels.size() != entry.depth)
                 continue; // inside a folder that stays
             const Level& folder = m_levels.back();
@@ -82,7 +86,7 @@ public:
             }
         }
         while (!m_levels.empty())
-            leave(parent.get());
+            leave(parentFd);
         return !m_keptAny;
     }
 
@@ -137,9 +141,9 @@ bool isAsCompared(const struct stat& st, const ComparedEntry& entry) {
     return isListedAs(st, entry, false);
 }
 
-bool removeComparedTree(const std::string& path, const std::vector<ComparedEntry>& compared,
-                        std::string* why) {
-    return Removal(why).run(path, compared);
+bool removeComparedTree(const std::string& path, const std::vector<ComparedEntry>& compared, std::string* why,
+                        int parentFd) {
+    return Removal(why).run(path, compared, parentFd);
 }
 
 } // namespace corvel

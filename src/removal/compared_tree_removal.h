@@ -18,16 +18,18 @@ struct stat;
 
 namespace corvel {
 
-// Removes the folder at path as listed in compared (ContentComparer::compareTrees's list
-// of the folder's side, the folder itself first). True when the folder is gone; false
-// with *why naming the first entry that stayed and why ("PATH: changed since the
-// comparison", "PATH: holds entries the comparison did not see", or a system error);
-// everything else listed is removed even then.
 // Whether st (an lstat of the entry) is the entry as it was compared: the same device,
 // inode and type, and for a file the same size, modification time and change time.
 bool isAsCompared(const struct stat& st, const ComparedEntry& entry);
 
+// Removes the folder at path as listed in compared (ContentComparer::compareTrees's list
+// of the folder's side, the folder itself first). True when the folder is gone; false
+// with *why naming the first entry that stayed and why ("PATH: changed since the
+// comparison", "PATH: holds entries the comparison did not see", or a system error);
+// everything else listed is removed even then. parentFd: the folder holding the tree,
+// opened by the caller (the tree's top is then looked up there, and the path serves only
+// in messages); -1 opens the path's folder.
 [[nodiscard]] bool removeComparedTree(const std::string& path, const std::vector<ComparedEntry>& compared,
-                                      std::string* why);
+                                      std::string* why, int parentFd = -1);
 
 } // namespace corvel

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <dirent.h>
 #include <fcntl.h>
 #include <filesystem>
 #include <future>
@@ -25,6 +24,7 @@
 #include "platform/text_format.h"
 #include "platform/tracker.h"
 #include "platform/trash.h"
+#include "platform/unique_fd.h"
 #include "platform/user_defaults.h"
 #include "platform/volumes.h"
 #include "removal_view.h"
@@ -37,13 +37,11 @@ namespace corvel {
 
 namespace {
 
-// The file a folder may hold and still count as empty for the clean-up.
-constexpr std::string_view kLeftoverName = ".DS_Store";
-
-// Whether the path (absolute, or a walked node's name) names such a file.
+// Whether the path (absolute, or a walked node's name) names a leftover.
 bool namesLeftover(std::string_view path) {
-    return path.ends_with(kLeftoverName) &&
-           (path.size() == kLeftoverName.size() || path[path.size() - kLeftoverName.size() - 1] == '/');
+    return path.ends_with(kCleanUpLeftoverName) &&
+           (path.size() == kCleanUpLeftoverName.size() ||
+            path[path.size() - kCleanUpLeftoverName.size() - 1] == '/');
 }
 
 constexpr std::uint64_t kTicks = 20;
@@ -109,6 +107,8 @@ CVRemovalPass::CVRemovalPass(Services services, Options options)
       m_windowVerifier([this] { return !m_shredInProgress.load(); }),
       m_protectedFolders(services.ignoreList.protectedFolders()),
       m_protectedIdentities(services.ignoreList.protectedFolderIdentities()) {
+    m_verifier.setTrashEnvironment(services.trash.environment());
+    m_windowVerifier.setTrashEnvironment(services.trash.environment());
     countDuplicates();
     for (const auto& group : m_services.results.allDuplicatesGroups())
         for (const auto& file : group->files())
@@ -489,13 +489,14 @@ bool CVRemovalPass::moveWindow(TrashWindow& window, const MarkedFiles& marked,
                 m_current->trashFile = trashed.trashFile;
                 m_current->trashInfo = trashed.trashInfo;
                 countAsGone(entry.path);
+                if (removeEmptyFolders())
+                    removeParentFolderIfEmpty(entry.path, true,
+                                              FolderIdentity{trashed.folderDevice, trashed.folderInode});
             }
         }
         if (!ok && entry.unlocked)
             lockAgain(entry.path);
         entry.handled = true;
-        if (entry.ticket && removeEmptyFolders())
-            removeParentFolderIfEmpty(entry.path, true);
         report(file, ok, error, true);
         settle(*file, ok, completedGroups, lastTick);
     }
@@ -730,7 +731,7 @@ bool CVRemovalPass::shredPhysicallyDup(CVFile& file, bool toTrash, CVError* erro
         if (ok)
             countAsGone(path);
         if (removeEmptyFolders())
-            removeParentFolderIfEmpty(path, toTrash);
+            noteParentFolderIfEmpty(path);
         return ok;
     }
     // A file copy deleted permanently must still be as compared, its change time included;
@@ -752,22 +753,24 @@ bool CVRemovalPass::shredPhysicallyDup(CVFile& file, bool toTrash, CVError* erro
     if (unlocked && !asCompared.empty() && ::lstat(path.c_str(), &st) == 0)
         asCompared.front().changeTime = nanosecondsSince1970(st.st_ctim);
     CVError removeError;
-    const bool ok =
-        removeItemAtPath(path, toTrash, &removeError, asCompared.empty() ? compared : &asCompared);
+    FolderIdentity removedFrom;
+    const bool ok = removeItemAtPath(path, toTrash, &removeError, asCompared.empty() ? compared : &asCompared,
+                                     &removedFrom);
     if (!ok) {
         if (unlocked)
             lockAgain(path);
         setError(error, removeError);
-    } else {
-        countAsGone(path);
+        return false;
     }
+    countAsGone(path);
     if (removeEmptyFolders())
-        removeParentFolderIfEmpty(path, toTrash);
-    return ok;
+        removeParentFolderIfEmpty(path, toTrash, removedFrom);
+    return true;
 }
 
 bool CVRemovalPass::removeItemAtPath(const std::string& path, bool toTrash, CVError* error,
-                                     const std::vector<ComparedEntry>* compared) {
+                                     const std::vector<ComparedEntry>* compared,
+                                     FolderIdentity* removedFrom) {
     if (toTrash) {
         TrashedItem trashed;
         std::optional<TrashItemIdentity> expected;
@@ -779,10 +782,19 @@ bool CVRemovalPass::removeItemAtPath(const std::string& path, bool toTrash, CVEr
             m_current->trashFile = trashed.trashFile;
             m_current->trashInfo = trashed.trashInfo;
         }
+        if (removedFrom)
+            *removedFrom = {trashed.folderDevice, trashed.folderInode};
         return true;
     }
+    // The copy's folder is opened once, and the entry checked in it is the entry removed
+    // from it: a folder of the path swapped for another (or for a link) meanwhile leads
+    // neither the checks nor the removal elsewhere.
+    const std::string name = lastPathComponent(path);
+    UniqueFd folder(::open(parentPath(path).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    struct stat folderStat {};
     struct stat st {};
-    if (::lstat(path.c_str(), &st) != 0) {
+    if (!folder.valid() || ::fstat(folder.get(), &folderStat) != 0 ||
+        ::fstatat(folder.get(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
         setError(error, posixError(errno, path, "remove"));
         return false;
     }
@@ -791,106 +803,37 @@ bool CVRemovalPass::removeItemAtPath(const std::string& path, bool toTrash, CVEr
     if (S_ISDIR(st.st_mode)) {
         // Never a recursive delete: what appeared or changed since the comparison stays.
         std::string why = "a folder is deleted only as far as it was compared";
-        if (!compared || !removeComparedTree(path, *compared, &why)) {
+        if (!compared || !removeComparedTree(path, *compared, &why, folder.get())) {
             setError(error, checkError(compared ? "only what was compared was deleted; " + why : why));
             return false;
         }
-        return true;
-    }
-    // A file: still the one the scan saw and, when known, as it was compared a moment ago.
-    struct stat now {};
-    const bool scanned = m_current && m_current->file && m_current->file->path() == path;
-    const bool asCompared = compared && compared->size() == 1 && compared->front().type == S_IFREG;
-    if ((scanned || asCompared) &&
-        (::lstat(path.c_str(), &now) != 0 || (scanned && !hasIdentity(now, identityOf(*m_current->file))) ||
-         (asCompared && !isAsCompared(now, compared->front())))) {
-        setError(error, checkError(kReasonChanged));
-        return false;
-    }
-    if (::unlink(path.c_str()) != 0) {
-        setError(error, posixError(errno, path, "remove"));
-        return false;
-    }
-    return true;
-}
-
-bool CVRemovalPass::parentMayBeCleaned(const std::string& folder) const {
-    if (folder.empty() || folder == "/")
-        return false;
-    for (const auto& root : m_options.scanRoots)
-        if (root == folder || root.starts_with(folder + "/"))
+    } else {
+        // A file: still the one the scan saw and, when known, as it was compared a moment ago.
+        struct stat now {};
+        const bool scanned = m_current && m_current->file && m_current->file->path() == path;
+        const bool asCompared = compared && compared->size() == 1 && compared->front().type == S_IFREG;
+        if ((scanned || asCompared) &&
+            (::fstatat(folder.get(), name.c_str(), &now, AT_SYMLINK_NOFOLLOW) != 0 ||
+             (scanned && !hasIdentity(now, identityOf(*m_current->file))) ||
+             (asCompared && !isAsCompared(now, compared->front())))) {
+            setError(error, checkError(kReasonChanged));
             return false;
-    if (isMountRoot(folder))
-        return false; // a mount point (a bind mount too)
-    if (takesProtectedFolder(folder))
-        return false;
-    return isDeletableByUser(folder);
-}
-
-bool CVRemovalPass::isEmptyForCleanUp(const std::string& folder, TrashItemIdentity* identity) const {
-    // The status first: an entry made after it changes the folder's modification time.
-    struct stat st {};
-    if (::lstat(folder.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))
-        return false;
-    *identity = {static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino), std::nullopt,
-                 nanosecondsSince1970(st.st_mtim)};
-    DIR* dir = ::opendir(folder.c_str());
-    if (!dir)
-        return false;
-    bool empty = true;
-    while (const dirent* entry = ::readdir(dir)) {
-        const std::string_view name = entry->d_name;
-        if (name == "." || name == "..")
-            continue;
-        const std::string path = folder + "/" + std::string(name);
-        // Only a plain file is a leftover: a folder or link of that name is the user's.
-        struct stat leftover {};
-        if (name == kLeftoverName && !m_groupedLeftovers.contains(path) &&
-            ::fstatat(::dirfd(dir), entry->d_name, &leftover, AT_SYMLINK_NOFOLLOW) == 0 &&
-            S_ISREG(leftover.st_mode))
-            continue;
-        // A dry run removes nothing: what it would remove counts as gone.
-        if (m_options.dryRun && m_gone.contains(path))
-            continue;
-        empty = false;
-        break;
+        }
+        if (::unlinkat(folder.get(), name.c_str(), 0) != 0) {
+            setError(error, posixError(errno, path, "remove"));
+            return false;
+        }
     }
-    ::closedir(dir);
-    return empty;
+    if (removedFrom)
+        *removedFrom = {static_cast<std::uint64_t>(folderStat.st_dev),
+                        static_cast<std::uint64_t>(folderStat.st_ino)};
+    return true;
 }
 
 void CVRemovalPass::countAsGone(const std::string& path) {
     m_gone.insert(path);
     if (m_options.dryRun)
         m_gone.insert(RemovalVerifier::resolvedPlace(path));
-}
-
-void CVRemovalPass::removeParentFolderIfEmpty(const std::string& removedPath, bool moveToTrashFlag) {
-    const std::string folder = parentPath(removedPath);
-    TrashItemIdentity identity;
-    if (!parentMayBeCleaned(folder) || !isEmptyForCleanUp(folder, &identity))
-        return;
-    if (m_options.dryRun) {
-        countAsGone(folder);
-        m_removedFolders.push_back(folder);
-        return;
-    }
-    bool removed;
-    if (moveToTrashFlag) {
-        // Checked again just before the move: a folder that gained an entry since it was
-        // read stays where it is, with the entry.
-        TrashedItem trashed;
-        removed = m_services.trash.moveToTrash(folder, &trashed, nullptr, identity);
-    } else {
-        // Never a recursive delete: only the ".DS_Store" leftover, then the empty folder, so a
-        // file that arrived meanwhile keeps its folder.
-        ::unlink((folder + "/" + std::string(kLeftoverName)).c_str());
-        removed = ::rmdir(folder.c_str()) == 0;
-    }
-    if (removed) {
-        countAsGone(folder);
-        m_removedFolders.push_back(folder);
-    }
 }
 
 std::optional<CVError> CVRemovalPass::shrediPhotoDup(CVFile& file) {

@@ -31,12 +31,14 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
 #include "engine/group.h"
 #include "platform/error.h"
 #include "platform/property_value.h"
+#include "platform/unique_fd.h"
 #include "removal_verifier.h"
 #include "settings/ignore_list.h"
 
@@ -62,6 +64,9 @@ inline constexpr std::int64_t kLibraryLaunchErrorCode = 100501;
 inline constexpr std::int64_t kLibraryRemoveErrorCode = 100500;
 inline constexpr const char* kRemovedPhotosKey = "RemovedPhotos";
 inline constexpr const char* kRemoveHardAnimationsKey = "RemoveHardAnimations";
+// The file a folder may hold and still count as emptied for the clean-up: the folder
+// views' leftover, removed with its folder.
+inline constexpr std::string_view kCleanUpLeftoverName = ".DS_Store";
 // The error domain of copies refused by the checks before removal.
 inline constexpr const char* kRemovalCheckErrorDomain = "com.halvik.Corvel.RemovalCheck";
 
@@ -85,8 +90,9 @@ public:
         bool tickPacing = true;                 // at least 0.2 s between ticks and a pause at the end
         std::vector<std::string> scanRoots;     // never removed by the clean-up
         std::size_t windowCopies = 1024;        // at most this many copies moved to the Trash together
-        // Called with a copy's path just before it is deleted permanently (tests change the
-        // tree there, as a program running beside the pass could).
+        // Called with a copy's path just before it is deleted permanently, and with an
+        // emptied folder's just before the clean-up deletes it (tests change the tree
+        // there, as a program running beside the pass could).
         std::function<void(const std::string&)> beforeDelete;
     };
 
@@ -130,9 +136,17 @@ public:
     // them; a file is deleted only while it is as compared.
     [[nodiscard]] bool shredPhysicallyDup(CVFile& file, bool toTrash, CVError* error,
                                           const std::vector<ComparedEntry>* compared = nullptr);
+    // removedFrom, when given, gets the folder the item left, as the removal found it.
     [[nodiscard]] bool removeItemAtPath(const std::string& path, bool toTrash, CVError* error,
-                                        const std::vector<ComparedEntry>* compared = nullptr);
-    void removeParentFolderIfEmpty(const std::string& removedPath, bool moveToTrash);
+                                        const std::vector<ComparedEntry>* compared = nullptr,
+                                        FolderIdentity* removedFrom = nullptr);
+    // The clean-up after a removal of the item at removedPath: its folder goes when nothing
+    // but a leftover is left in it. removedFrom: the folder the removal took the item from;
+    // only that folder is cleaned, whatever the path leads to by now.
+    void removeParentFolderIfEmpty(const std::string& removedPath, bool moveToTrash,
+                                   const FolderIdentity& removedFrom);
+    // A dry run's clean-up: notes the folder the clean-up would remove, going by the path.
+    void noteParentFolderIfEmpty(const std::string& removedPath);
     std::optional<CVError> shrediPhotoDup(CVFile& file);
     std::optional<PropertyValue::Dictionary> trashiPhotoImageWithPath(const std::string& path, bool useAdd,
                                                                       bool isVideo);
@@ -220,10 +234,20 @@ private:
                 std::chrono::steady_clock::time_point& lastTick);
     void tick(std::chrono::steady_clock::time_point& lastTick);
     bool parentMayBeCleaned(const std::string& folder) const;
-    // Whether the folder holds nothing but a ".DS_Store" leftover (one that no group holds)
-    // and, in a dry run, what the run would remove; *identity gets the folder's device, inode
-    // and modification time from before it was read, so that an entry arriving later shows.
-    bool isEmptyForCleanUp(const std::string& folder, TrashItemIdentity* identity) const;
+    // Whether the open folder (at path folder) holds nothing but a ".DS_Store" leftover (one
+    // that no group holds) and, in a dry run, what the run would remove; *identity gets its
+    // device, inode and modification time from before it was read, so that an entry
+    // arriving later shows.
+    bool isEmptyForCleanUp(int folderFd, const std::string& folder, TrashItemIdentity* identity) const;
+    // The folder open when the clean-up may take it: not kept from it, opened without
+    // following a link at its end, the folder removedFrom names when given, and empty as
+    // isEmptyForCleanUp says (which fills *identity); not valid otherwise.
+    UniqueFd openFolderToClean(const std::string& folder, const std::optional<FolderIdentity>& removedFrom,
+                               TrashItemIdentity* identity) const;
+    // Deletes the open folder (at path folder, identity as isEmptyForCleanUp took it): its
+    // leftover, then the folder itself with rmdir, through the folder that holds it now.
+    bool deleteEmptiedFolder(int folderFd, const std::string& folder,
+                             const TrashItemIdentity& identity) const;
     CVError checkError(const std::string& reason) const;
     // What a record says of a failure: the error's text, with the Trash's reason when it gave one.
     static std::string failureText(const CVError& error);

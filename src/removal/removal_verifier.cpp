@@ -117,9 +117,11 @@ RemovalCheck RemovalVerifier::checkBeforeRemoval(const CVFile& copy, bool perman
             if (member.get() == &copy || member->needToRemove() || member->wasRemoved())
                 continue;
             std::string why;
-            if (isThereAsScanned(*member, &why))
+            if (liesInTrashFolder(member->path(), m_homeTrash))
+                why = "lies in the Trash";
+            else if (isThereAsScanned(*member, &why))
                 kept.push_back(member);
-            else if (unusable.empty())
+            if (!why.empty() && unusable.empty())
                 unusable = member->path() + ": " + why;
         }
     for (const auto& member : kept)

@@ -23,6 +23,7 @@
 
 #include "engine/content_comparison.h"
 #include "engine/node.h"
+#include "platform/trash_folder.h"
 
 namespace corvel {
 
@@ -46,6 +47,13 @@ public:
 
     // Whether the copy may be removed now (permanently: deleted rather than trashed).
     RemovalCheck checkBeforeRemoval(const CVFile& copy, bool permanently);
+
+    // Where the Trash folders are: a member inside one is never the kept copy (it is one
+    // emptying of the Trash away from being gone). Without it only ".Trash" and
+    // ".Trash-UID" folders are known.
+    void setTrashEnvironment(const TrashEnvironment& environment) {
+        m_homeTrash = homeTrashPlaces(environment);
+    }
 
     // The paths the pass has removed by now (null: none): a folder that held one counts as
     // changed (lostEntryReason). dryRun: the set holds what a dry run, which removes
@@ -75,6 +83,7 @@ private:
     bool isThereAsScanned(const CVFile& file, std::string* reason) const;
 
     ContentComparer m_comparer;
+    std::vector<std::string> m_homeTrash; // homeTrashPlaces
     const std::set<std::string>* m_goneEarlier = nullptr;
     bool m_dryRun = false;
 };

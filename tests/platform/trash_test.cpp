@@ -135,6 +135,31 @@ TEST_F(TrashTest, FileGoesToTheHomeTrashWithItsInformation) {
     for (const char* folder : {"data/Trash", "data/Trash/files", "data/Trash/info"})
         EXPECT_EQ(permissions(tree / folder), 0700u) << folder;
     EXPECT_FALSE(exists(homeTrash() + "/directorysizes")) << "only folders are recorded";
+    struct stat folder {};
+    ASSERT_EQ(::stat((tree / "docs").c_str(), &folder), 0);
+    EXPECT_EQ(trashed.folderDevice, static_cast<std::uint64_t>(folder.st_dev));
+    EXPECT_EQ(trashed.folderInode, static_cast<std::uint64_t>(folder.st_ino));
+}
+
+// Information files name the folder an item left where that folder really lies, even when
+// the path given led there through a link that has changed since.
+TEST_F(TrashTest, AnOpenFolderIsPlacedWhereItLiesNow) {
+    tree.folder("real/inner");
+    tree.folder("gone (deleted)");
+    ASSERT_EQ(::symlink("real", (tree / "link").c_str()), 0);
+    const int fd = ::open((tree / "link/inner").c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    ASSERT_GE(fd, 0);
+    EXPECT_EQ(placeOfOpenFolder(fd), real("real/inner"));
+    ASSERT_EQ(::rename((tree / "real/inner").c_str(), (tree / "real/moved").c_str()), 0);
+    EXPECT_EQ(placeOfOpenFolder(fd), real("real/moved"));
+    ASSERT_EQ(::rmdir((tree / "real/moved").c_str()), 0);
+    EXPECT_EQ(placeOfOpenFolder(fd), std::nullopt);
+    ::close(fd);
+    // A folder whose own name ends like the kernel's mark of a removed one is still a place.
+    const int named = ::open((tree / "gone (deleted)").c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    ASSERT_GE(named, 0);
+    EXPECT_EQ(placeOfOpenFolder(named), real("gone (deleted)"));
+    ::close(named);
 }
 
 TEST_F(TrashTest, SymbolicLinkGoesItselfAndItsTargetStays) {

@@ -320,6 +320,27 @@ TEST(RemovalChecks, AnEqualCopyGoesAndNamesItsKeptCopy) {
     EXPECT_EQ(record->keptCopy, h.files("kept.txt")) << "the first member that is byte-equal";
 }
 
+// A kept copy named in the Trash (a plan edited by hand can name one) is one emptying of the
+// Trash away from being gone: it keeps nothing.
+TEST(RemovalChecks, AMemberInTheTrashIsNoKeptCopy) {
+    const struct {
+        const char* keptIn; // relative to the harness's tree
+        bool toTrash;
+    } cases[] = {{"data/Trash/files", false}, {"data/Trash/files", true}, {"files/.Trash-1000/files", false}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.keptIn);
+        RemovalHarness h;
+        const std::string kept = h.tree.file(std::string(c.keptIn) + "/kept.txt", "the same words");
+        const std::string copy = h.tree.file("files/copy.txt", "the same words");
+        h.group({kept, copy}, {1});
+        auto pass = h.pass(c.toTrash);
+        runPass(*pass);
+        EXPECT_EQ(test::TempTree::read(copy), "the same words");
+        EXPECT_EQ(recordOf(*pass, copy)->error,
+                  std::string(kReasonNoKeptCopy) + " (" + kept + ": lies in the Trash)");
+    }
+}
+
 // Another file put in the copy's place after the checks, just before the move: the move
 // refuses it, and it stays.
 TEST(RemovalChecks, AFileSwappedInJustBeforeTheMoveStays) {
