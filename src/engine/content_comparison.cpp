@@ -210,7 +210,15 @@ public:
         : m_owner(owner), m_rootA(withoutTrailingSlashes(rootA)), m_rootB(withoutTrailingSlashes(rootB)),
           m_comparedA(comparedA) {}
 
-    std::uint64_t bytesCompared() const { return m_bytesCompared; }
+    // The result with what the walk counted and the roots it looked at.
+    ContentComparison finished(ContentComparison result) const {
+        result.bytesCompared = m_bytesCompared;
+        result.deviceA = m_statusA.device;
+        result.inodeA = m_statusA.inode;
+        result.deviceB = m_statusB.device;
+        result.inodeB = m_statusB.inode;
+        return result;
+    }
 
     bool stopRequested() const { return m_owner.m_stop && m_owner.m_stop(); }
 
@@ -256,11 +264,13 @@ public:
 
 private:
     // Reads both roots' status; the failure to report when one cannot be read.
-    std::optional<ContentComparison> rootStatuses(EntryStatus& a, EntryStatus& b) const {
+    std::optional<ContentComparison> rootStatuses(EntryStatus& a, EntryStatus& b) {
         if (const int err = statusOf(AT_FDCWD, m_rootA.c_str(), a))
             return cannotRead(m_rootA, err);
+        m_statusA = a;
         if (const int err = statusOf(AT_FDCWD, m_rootB.c_str(), b))
             return cannotRead(m_rootB, err);
+        m_statusB = b;
         return std::nullopt;
     }
 
@@ -536,6 +546,8 @@ private:
     ContentComparer& m_owner;
     const std::string m_rootA;
     const std::string m_rootB;
+    EntryStatus m_statusA; // the roots as first looked at (all zero until then)
+    EntryStatus m_statusB;
     EntryStatus m_rootStatusA;
     EntryStatus m_rootStatusB;
     UniqueFd m_folderA;
@@ -560,9 +572,7 @@ void ContentComparer::reserveBuffers(std::size_t size) {
 
 ContentComparison ContentComparer::compareFileContents(const std::string& pathA, const std::string& pathB) {
     Walk walk(*this, pathA, pathB);
-    ContentComparison result = walk.files();
-    result.bytesCompared = walk.bytesCompared();
-    return result;
+    return walk.finished(walk.files());
 }
 
 ContentComparison ContentComparer::compareTrees(const std::string& pathA, const std::string& pathB,
@@ -570,9 +580,7 @@ ContentComparison ContentComparer::compareTrees(const std::string& pathA, const 
     if (comparedA)
         comparedA->clear();
     Walk walk(*this, pathA, pathB, comparedA);
-    ContentComparison result = walk.trees();
-    result.bytesCompared = walk.bytesCompared();
-    return result;
+    return walk.finished(walk.trees());
 }
 
 namespace {

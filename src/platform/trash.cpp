@@ -123,7 +123,8 @@ bool hasIdentity(const struct stat& st, const TrashItemIdentity& identity) {
     return static_cast<std::uint64_t>(st.st_dev) == identity.device &&
            static_cast<std::uint64_t>(st.st_ino) == identity.inode &&
            (!identity.size || static_cast<std::uint64_t>(st.st_size) == *identity.size) &&
-           (!identity.modificationTime || mtime == *identity.modificationTime);
+           (!identity.modificationTime || mtime == *identity.modificationTime) &&
+           (!identity.changeTime || nanosecondsSince1970(st.st_ctim) == *identity.changeTime);
 }
 
 std::string TrashItemName::path() const {

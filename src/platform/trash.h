@@ -59,6 +59,9 @@ struct TrashItemIdentity {
     std::uint64_t inode = 0;
     std::optional<std::uint64_t> size;
     std::optional<std::int64_t> modificationTime;
+    // The status-change time (nanoseconds), which no program can set back: an entry added
+    // to a folder changes it even when the folder's modification time is put back.
+    std::optional<std::int64_t> changeTime;
 };
 
 // Whether st (an lstat of the path) is the item the identity names.

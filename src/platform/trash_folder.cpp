@@ -300,6 +300,9 @@ bool liesInTrashFolder(std::string_view path, const std::vector<std::string>& ho
     for (const std::string& folder : homeTrash)
         if (path.size() > folder.size() && path.starts_with(folder) && path[folder.size()] == '/')
             return true;
+    // Any account's home Trash where the standard places it.
+    if (path.find("/.local/share/Trash/") != std::string_view::npos)
+        return true;
     const std::string_view prefix = ".Trash-";
     for (std::size_t start = 0; start < path.size();) {
         const std::size_t end = std::min(path.find('/', start), path.size());

@@ -82,9 +82,9 @@ std::string resolvePathAllowingMissing(const std::string& path);
 // without a home Trash).
 std::vector<std::string> homeTrashPlaces(const TrashEnvironment& environment);
 // Whether the path names an item inside a Trash folder: inside one of homeTrash
-// (homeTrashPlaces), or inside a folder named ".Trash" or ".Trash-UID" (a volume's Trash,
-// wherever the volume is mounted). The path is read as written, without looking anything
-// up. Such an item is one emptying of the Trash away from being gone.
+// (homeTrashPlaces) or any account's ".local/share/Trash", or inside a folder named
+// ".Trash" or ".Trash-UID" (a volume's Trash, wherever the volume is mounted). The path is read as written,
+// without looking anything up. Such an item is one emptying of the Trash away from being gone.
 bool liesInTrashFolder(std::string_view path, const std::vector<std::string>& homeTrash);
 
 } // namespace corvel

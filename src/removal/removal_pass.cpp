@@ -654,7 +654,8 @@ bool CVRemovalPass::keptCopyRemains(const CVFile& kept, std::string* why) const 
 }
 
 TrashItemIdentity CVRemovalPass::identityOf(const CVFile& file) {
-    TrashItemIdentity identity{file.device(), file.inodeNumber(), std::nullopt, file.statMTimeNanoseconds()};
+    TrashItemIdentity identity{file.device(), file.inodeNumber(), std::nullopt, file.statMTimeNanoseconds(),
+                               std::nullopt};
     if (dynamic_cast<const CVFolder*>(&file) == nullptr)
         identity.size = file.size();
     return identity;

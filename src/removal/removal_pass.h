@@ -236,7 +236,7 @@ private:
     bool parentMayBeCleaned(const std::string& folder) const;
     // Whether the open folder (at path folder) holds nothing but a ".DS_Store" leftover (one
     // that no group holds) and, in a dry run, what the run would remove; *identity gets its
-    // device, inode and modification time from before it was read, so that an entry
+    // device, inode, modification and change times from before it was read, so that an entry
     // arriving later shows.
     bool isEmptyForCleanUp(int folderFd, const std::string& folder, TrashItemIdentity* identity) const;
     // The folder open when the clean-up may take it: not kept from it, opened without

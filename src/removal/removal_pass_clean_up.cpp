@@ -54,7 +54,7 @@ bool CVRemovalPass::isEmptyForCleanUp(int folderFd, const std::string& folder,
     if (::fstat(folderFd, &st) != 0 || !S_ISDIR(st.st_mode))
         return false;
     *identity = {static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino), std::nullopt,
-                 nanosecondsSince1970(st.st_mtim)};
+                 nanosecondsSince1970(st.st_mtim), nanosecondsSince1970(st.st_ctim)};
     // A listing through a descriptor of its own (closedir closes it).
     const int listed = ::openat(folderFd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     DIR* dir = listed < 0 ? nullptr : ::fdopendir(listed);

@@ -101,6 +101,18 @@ bool RemovalVerifier::isThereAsScanned(const CVFile& file, std::string* reason) 
     return isUnchangedSinceScan(file, reason);
 }
 
+bool RemovalVerifier::liesInTrash(const std::string& path) {
+    if (liesInTrashFolder(path, m_homeTrash))
+        return true;
+    // The folder with its links resolved, once per folder (a pass keeps many copies in one).
+    const std::string folder = parentPath(path);
+    const auto [known, added] = m_folderInTrash.try_emplace(folder, false);
+    if (added)
+        if (const auto resolved = canonicalPath(folder))
+            known->second = liesInTrashFolder(*resolved + "/" + lastPathComponent(path), m_homeTrash);
+    return known->second;
+}
+
 RemovalCheck RemovalVerifier::checkBeforeRemoval(const CVFile& copy, bool permanently) {
     RemovalCheck check;
     if (!isThereAsScanned(copy, &check.reason))
@@ -117,7 +129,7 @@ RemovalCheck RemovalVerifier::checkBeforeRemoval(const CVFile& copy, bool perman
             if (member.get() == &copy || member->needToRemove() || member->wasRemoved())
                 continue;
             std::string why;
-            if (liesInTrashFolder(member->path(), m_homeTrash))
+            if (liesInTrash(member->path()))
                 why = "lies in the Trash";
             else if (isThereAsScanned(*member, &why))
                 kept.push_back(member);
@@ -141,6 +153,19 @@ RemovalCheck RemovalVerifier::checkBeforeRemoval(const CVFile& copy, bool perman
         }
         const ContentComparison comparison =
             m_comparer.compareTrees(copyPath, keptPath, permanently ? &check.compared : nullptr);
+        // The paths may have led elsewhere by the time they were compared (a folder of
+        // one swapped for a link meanwhile): then what was compared says nothing of them.
+        if (comparison.deviceA != 0 && !sameItem({comparison.deviceA, comparison.inodeA}, copyIdentity)) {
+            check.compared.clear();
+            check.reason = kReasonChanged;
+            return check;
+        }
+        if (comparison.deviceB != 0 &&
+            !sameItem({comparison.deviceB, comparison.inodeB}, {member->device(), member->inodeNumber()})) {
+            if (unusable.empty())
+                unusable = keptPath + ": " + kReasonChanged;
+            continue;
+        }
         if (comparison.isEqual() && !comparison.sameFile) {
             check.ok = true;
             check.keptCopy = keptPath;

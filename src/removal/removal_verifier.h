@@ -20,6 +20,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <unordered_map>
 
 #include "engine/content_comparison.h"
 #include "engine/node.h"
@@ -81,9 +82,13 @@ public:
 private:
     // isUnchangedSinceScan, and neither gone nor changed by what went earlier.
     bool isThereAsScanned(const CVFile& file, std::string* reason) const;
+    // Whether the item lies in a Trash folder, by its path as written or with its folder's
+    // links resolved.
+    bool liesInTrash(const std::string& path);
 
     ContentComparer m_comparer;
-    std::vector<std::string> m_homeTrash; // homeTrashPlaces
+    std::vector<std::string> m_homeTrash;                  // homeTrashPlaces
+    std::unordered_map<std::string, bool> m_folderInTrash; // by folder as written
     const std::set<std::string>* m_goneEarlier = nullptr;
     bool m_dryRun = false;
 };

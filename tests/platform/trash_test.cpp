@@ -361,11 +361,11 @@ TEST_F(TrashTest, BatchItemReplacedAfterItsClaimStays) {
     Trash trash(environment());
     TrashBatch batch(trash);
     CVError error;
-    const auto ticket =
-        batch.add(item,
-                  TrashItemIdentity{
-                      static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino), {}, {}},
-                  &error);
+    const auto ticket = batch.add(
+        item,
+        TrashItemIdentity{
+            static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino), {}, {}, {}},
+        &error);
     ASSERT_TRUE(ticket);
     ASSERT_TRUE(batch.sync(&error));
     ASSERT_EQ(::rename(tree.file("a/other.txt", "another file").c_str(), item.c_str()), 0);
@@ -394,8 +394,11 @@ TEST_F(TrashTest, BatchItemEditedInPlaceAfterItsClaimStays) {
         const std::string item = tree.file(std::string("a/") + edit.name + ".txt", "scanned");
         struct stat st {};
         ASSERT_EQ(::lstat(item.c_str(), &st), 0);
-        const TrashItemIdentity scanned{st.st_dev, st.st_ino, static_cast<std::uint64_t>(st.st_size),
-                                        st.st_mtim.tv_sec * 1000000000LL + st.st_mtim.tv_nsec};
+        const TrashItemIdentity scanned{st.st_dev,
+                                        st.st_ino,
+                                        static_cast<std::uint64_t>(st.st_size),
+                                        st.st_mtim.tv_sec * 1000000000LL + st.st_mtim.tv_nsec,
+                                        {}};
         Trash trash(environment());
         TrashBatch batch(trash);
         CVError error;
@@ -427,7 +430,7 @@ TEST_F(TrashTest, AnotherItemAtThePathIsNeverMoved) {
     const std::string item = tree.file("a/copy.txt", "scanned");
     struct stat st {};
     ASSERT_EQ(::lstat(item.c_str(), &st), 0);
-    const TrashItemIdentity scanned{st.st_dev, st.st_ino, {}, {}};
+    const TrashItemIdentity scanned{st.st_dev, st.st_ino, {}, {}, {}};
 
     // Replaced before the move starts: refused before anything is made.
     ASSERT_EQ(::rename(item.c_str(), (tree / "a/aside.txt").c_str()), 0);

@@ -1038,23 +1038,33 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& param) { return std::string(param.param.name); });
 
 // A file that arrives in the emptied folder while the clean-up moves it to the Trash (after
-// the folder was read, before the rename) keeps the folder where it is.
+// the folder was read, before the rename) keeps the folder where it is, also when the
+// folder's modification time is put back after it (as rsync and cp -a do).
 TEST(ParentCleanUpGuards, AFolderThatGainsAFileIsNotMovedToTheTrash) {
-    RemovalHarness h;
-    const CleanUpSetup s = copyIn(h, "files/a", {});
-    bool arrived = false;
-    h.trash.setBeforeMoveHook([&](const std::string& trashFile) {
-        if (trashFile.ends_with("/a")) {
+    for (const bool timePutBack : {false, true}) {
+        SCOPED_TRACE(timePutBack ? "time put back" : "time left");
+        RemovalHarness h;
+        const CleanUpSetup s = copyIn(h, "files/a", {});
+        bool arrived = false;
+        h.trash.setBeforeMoveHook([&](const std::string& trashFile) {
+            if (!trashFile.ends_with("/a"))
+                return;
+            struct stat before {};
+            ASSERT_EQ(::lstat(s.folder.c_str(), &before), 0);
             std::ofstream(s.folder + "/late.txt") << "new";
+            const timespec times[2] = {before.st_atim, before.st_mtim};
+            if (timePutBack) {
+                ASSERT_EQ(::utimensat(AT_FDCWD, s.folder.c_str(), times, 0), 0);
+            }
             arrived = true;
-        }
-    });
-    auto pass = h.pass(true, true);
-    runPass(*pass);
-    EXPECT_FALSE(exists(s.copy));
-    ASSERT_TRUE(arrived) << "the clean-up did not try to move the folder";
-    EXPECT_TRUE(exists(s.folder + "/late.txt"));
-    EXPECT_TRUE(pass->removedFolders().empty());
+        });
+        auto pass = h.pass(true, true);
+        runPass(*pass);
+        EXPECT_FALSE(exists(s.copy));
+        ASSERT_TRUE(arrived) << "the clean-up did not try to move the folder";
+        EXPECT_TRUE(exists(s.folder + "/late.txt"));
+        EXPECT_TRUE(pass->removedFolders().empty());
+    }
 }
 
 // Folders the ignore list protects: the home folder and the user folders in it.

@@ -1,5 +1,6 @@
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <map>
@@ -321,16 +322,25 @@ TEST(RemovalChecks, AnEqualCopyGoesAndNamesItsKeptCopy) {
 }
 
 // A kept copy named in the Trash (a plan edited by hand can name one) is one emptying of the
-// Trash away from being gone: it keeps nothing.
+// Trash away from being gone: it keeps nothing, whichever path names it.
 TEST(RemovalChecks, AMemberInTheTrashIsNoKeptCopy) {
     const struct {
         const char* keptIn; // relative to the harness's tree
         bool toTrash;
-    } cases[] = {{"data/Trash/files", false}, {"data/Trash/files", true}, {"files/.Trash-1000/files", false}};
+        const char* throughLink = nullptr; // the kept copy named through this link to keptIn
+    } cases[] = {{"data/Trash/files", false},
+                 {"data/Trash/files", true},
+                 {"files/.Trash-1000/files", false},
+                 {"files/other/.local/share/Trash/files", false},
+                 {"data/Trash/files", false, "files/link"}};
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.keptIn);
+        SCOPED_TRACE(std::string(c.keptIn) + (c.throughLink ? " through a link" : ""));
         RemovalHarness h;
-        const std::string kept = h.tree.file(std::string(c.keptIn) + "/kept.txt", "the same words");
+        std::string kept = h.tree.file(std::string(c.keptIn) + "/kept.txt", "the same words");
+        if (c.throughLink) {
+            ASSERT_EQ(::symlink((h.tree / c.keptIn).c_str(), (h.tree / c.throughLink).c_str()), 0);
+            kept = h.tree / (std::string(c.throughLink) + "/kept.txt");
+        }
         const std::string copy = h.tree.file("files/copy.txt", "the same words");
         h.group({kept, copy}, {1});
         auto pass = h.pass(c.toTrash);
@@ -338,6 +348,37 @@ TEST(RemovalChecks, AMemberInTheTrashIsNoKeptCopy) {
         EXPECT_EQ(test::TempTree::read(copy), "the same words");
         EXPECT_EQ(recordOf(*pass, copy)->error,
                   std::string(kReasonNoKeptCopy) + " (" + kept + ": lies in the Trash)");
+    }
+}
+
+// A folder of the copy's path, or of the kept copy's, swapped for a link during the checks,
+// so that the path leads to the user's own copy of the folder elsewhere when it is compared:
+// what was compared is not the copy (or not the kept copy), and the check vouches for neither.
+TEST(RemovalChecks, APathThatLedElsewhereWhenComparedProvesNothing) {
+    const struct {
+        const char* swapped; // under files/
+        const char* reason;  // the start of the check's reason
+    } cases[] = {{"m", kReasonChanged}, {"k2", kReasonDiffers}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.swapped);
+        RemovalHarness h;
+        for (const char* folder : {"files/k1/g", "files/k2/g", "files/m/g", "files/victim/g"})
+            h.tree.file(std::string(folder) + "/x", std::string(folder) == "files/k1/g" ? "other" : "same");
+        auto group = h.group({h.files("k1/g"), h.files("k2/g"), h.files("m/g")}, {2});
+        bool swapped = false;
+        // Polled by the comparison with k1 (which differs), before the one with k2.
+        RemovalVerifier verifier([&] {
+            if (!std::exchange(swapped, true)) {
+                std::filesystem::rename(h.files(c.swapped), h.files(std::string(c.swapped) + ".moved"));
+                std::filesystem::create_directory_symlink("victim", h.files(c.swapped));
+            }
+            return false;
+        });
+        const RemovalCheck check = verifier.checkBeforeRemoval(*group->files()[2], /*permanently*/ true);
+        EXPECT_TRUE(swapped);
+        EXPECT_FALSE(check.ok);
+        EXPECT_TRUE(check.reason.starts_with(c.reason)) << check.reason;
+        EXPECT_TRUE(check.compared.empty());
     }
 }
 
