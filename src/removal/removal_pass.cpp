@@ -834,7 +834,7 @@ bool CVRemovalPass::removeItemAtPath(const std::string& path, bool toTrash, CVEr
 void CVRemovalPass::countAsGone(const std::string& path) {
     m_gone.insert(path);
     if (m_options.dryRun)
-        m_gone.insert(RemovalVerifier::resolvedPlace(path));
+        m_gone.insert(RemovalVerifier::resolvedPlace(path, &m_resolvedFolders));
 }
 
 std::optional<CVError> CVRemovalPass::shrediPhotoDup(CVFile& file) {

@@ -285,6 +285,7 @@ private:
     std::vector<std::string> m_removedFolders;
     // The paths removed so far (a dry run: that it would have removed, as named and resolved).
     std::set<std::string> m_gone;
+    RemovalVerifier::ResolvedFolders m_resolvedFolders; // a dry run's (countAsGone)
     // The ".DS_Store" files that are members of a group: content, never a leftover the
     // clean-up may remove with its folder.
     std::set<std::string> m_groupedLeftovers;

@@ -55,9 +55,20 @@ bool RemovalVerifier::isUnchangedSinceScan(const CVFile& file, std::string* reas
     return true;
 }
 
-std::string RemovalVerifier::resolvedPlace(const std::string& path) {
+std::string RemovalVerifier::resolvedPlace(const std::string& path, ResolvedFolders* folders) {
+    if (path.size() < 2)
+        return path;
     const std::string name = lastPathComponent(path);
-    const auto folder = path.size() > 1 ? canonicalPath(parentPath(path)) : std::nullopt;
+    const std::string given = parentPath(path);
+    std::optional<std::string> folder;
+    if (!folders) {
+        folder = canonicalPath(given);
+    } else {
+        const auto [known, added] = folders->try_emplace(given);
+        if (added)
+            known->second = canonicalPath(given);
+        folder = known->second;
+    }
     if (!folder)
         return path;
     return (*folder == "/" ? std::string() : *folder) + "/" + name;
@@ -85,7 +96,7 @@ bool RemovalVerifier::isThereAsScanned(const CVFile& file, std::string* reason) 
         // folder is gone once the item it leads to is).
         std::vector<std::string> places{named};
         if (m_dryRun)
-            places.push_back(resolvedPlace(named));
+            places.push_back(resolvedPlace(named, &m_resolvedFolders));
         for (const std::string& start : places) {
             for (std::string path = start; m_dryRun && path.size() > 1; path = parentPath(path))
                 if (m_goneEarlier->contains(path)) {

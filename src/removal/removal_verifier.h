@@ -77,7 +77,12 @@ public:
     // itself as named), so that a folder and a link to it give one place; the path as
     // given when its folder cannot be resolved. The dry run records what it would remove
     // under both.
-    [[nodiscard]] static std::string resolvedPlace(const std::string& path);
+    // folders, when given, keeps each folder's resolution for the next call: for a dry run,
+    // which changes nothing, so a folder leads where it led (a pass of many copies in a
+    // few folders then resolves each folder once).
+    using ResolvedFolders = std::unordered_map<std::string, std::optional<std::string>>;
+    [[nodiscard]] static std::string resolvedPlace(const std::string& path,
+                                                   ResolvedFolders* folders = nullptr);
 
 private:
     // isUnchangedSinceScan, and neither gone nor changed by what went earlier.
@@ -89,6 +94,7 @@ private:
     ContentComparer m_comparer;
     std::vector<std::string> m_homeTrash;                  // homeTrashPlaces
     std::unordered_map<std::string, bool> m_folderInTrash; // by folder as written
+    mutable ResolvedFolders m_resolvedFolders;             // a dry run's
     const std::set<std::string>* m_goneEarlier = nullptr;
     bool m_dryRun = false;
 };
