@@ -7,10 +7,10 @@
 #include <fcntl.h>
 #include <optional>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 #include <vector>
 
+#include "platform/item_status.h"
 #include "platform/unique_fd.h"
 
 namespace corvel {
@@ -21,44 +21,8 @@ constexpr std::size_t kComparedPiece = std::size_t{128} << 10;
 constexpr int kOpenFileFlags = O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
 constexpr int kOpenFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
-// What the file system says about an entry, the entry itself (a link is not followed).
-struct EntryStatus {
-    mode_t type = 0;
-    std::uint64_t size = 0;
-    dev_t device = 0;
-    ino_t inode = 0;
-    bool hasMountId = false;
-    std::uint64_t mountId = 0;
-    bool isMountRoot = false;
-    std::int64_t modificationTime = 0; // nanoseconds
-    std::int64_t changeTime = 0;       // nanoseconds; no program can set it
-
-    bool sameObjectAs(const EntryStatus& other) const {
-        return device == other.device && inode == other.inode;
-    }
-};
-
-// statx of name relative to dirFd (AT_FDCWD with a path); answers 0 or the errno value.
-int statusOf(int dirFd, const char* name, EntryStatus& out) {
-    struct statx stx {};
-    const unsigned mask = STATX_TYPE | STATX_INO | STATX_SIZE | STATX_MTIME | STATX_CTIME | STATX_MNT_ID;
-    if (::statx(dirFd, name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, mask, &stx) != 0)
-        return errno;
-    out.type = stx.stx_mode & S_IFMT;
-    out.size = stx.stx_size;
-    out.device = makedev(stx.stx_dev_major, stx.stx_dev_minor);
-    out.inode = stx.stx_ino;
-    out.modificationTime = stx.stx_mtime.tv_sec * std::int64_t{1000000000} + stx.stx_mtime.tv_nsec;
-    out.changeTime = stx.stx_ctime.tv_sec * std::int64_t{1000000000} + stx.stx_ctime.tv_nsec;
-    out.hasMountId = (stx.stx_mask & STATX_MNT_ID) != 0;
-    out.mountId = stx.stx_mnt_id;
-    out.isMountRoot =
-        (stx.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT) && (stx.stx_attributes & STATX_ATTR_MOUNT_ROOT);
-    return 0;
-}
-
 // True when the open descriptor is still the entry that was looked at; *st gets its status.
-bool descriptorMatches(int fd, const EntryStatus& expected, struct stat* st) {
+bool descriptorMatches(int fd, const ItemStatus& expected, struct stat* st) {
     return ::fstat(fd, st) == 0 && st->st_dev == expected.device && st->st_ino == expected.inode &&
            (st->st_mode & S_IFMT) == expected.type;
 }
@@ -206,9 +170,10 @@ ContentComparison stopped() {
 class ContentComparer::Walk {
 public:
     Walk(ContentComparer& owner, const std::string& rootA, const std::string& rootB,
-         std::vector<ComparedEntry>* comparedA = nullptr)
+         std::vector<ComparedEntry>* comparedA = nullptr, const ItemStatus* seenA = nullptr,
+         const ItemStatus* seenB = nullptr)
         : m_owner(owner), m_rootA(withoutTrailingSlashes(rootA)), m_rootB(withoutTrailingSlashes(rootB)),
-          m_comparedA(comparedA) {}
+          m_seenA(seenA), m_seenB(seenB), m_comparedA(comparedA) {}
 
     // The result with what the walk counted and the roots it looked at.
     ContentComparison finished(ContentComparison result) const {
@@ -223,8 +188,8 @@ public:
     bool stopRequested() const { return m_owner.m_stop && m_owner.m_stop(); }
 
     ContentComparison files() {
-        EntryStatus a;
-        EntryStatus b;
+        ItemStatus a;
+        ItemStatus b;
         if (auto failed = rootStatuses(a, b))
             return *failed;
         if (a.type != S_IFREG)
@@ -236,8 +201,8 @@ public:
     }
 
     ContentComparison trees() {
-        EntryStatus a;
-        EntryStatus b;
+        ItemStatus a;
+        ItemStatus b;
         if (auto failed = rootStatuses(a, b))
             return *failed;
         if (stopRequested())
@@ -246,7 +211,7 @@ public:
             return refusedType(m_rootA, a.type);
         if (!isComparableType(b.type))
             return refusedType(m_rootB, b.type);
-        if (a.sameObjectAs(b)) {
+        if (sameItem(a, b)) {
             ContentComparison same = equal();
             same.sameFile = true;
             return same;
@@ -264,18 +229,24 @@ public:
 
 private:
     // Reads both roots' status; the failure to report when one cannot be read.
-    std::optional<ContentComparison> rootStatuses(EntryStatus& a, EntryStatus& b) {
-        if (const int err = statusOf(AT_FDCWD, m_rootA.c_str(), a))
+    // A status the caller has just taken is used as it is (every open is checked against
+    // it all the same).
+    std::optional<ContentComparison> rootStatuses(ItemStatus& a, ItemStatus& b) {
+        if (m_seenA)
+            a = *m_seenA;
+        else if (const int err = itemStatus(AT_FDCWD, m_rootA.c_str(), a))
             return cannotRead(m_rootA, err);
         m_statusA = a;
-        if (const int err = statusOf(AT_FDCWD, m_rootB.c_str(), b))
+        if (m_seenB)
+            b = *m_seenB;
+        else if (const int err = itemStatus(AT_FDCWD, m_rootB.c_str(), b))
             return cannotRead(m_rootB, err);
         m_statusB = b;
         return std::nullopt;
     }
 
     // Lists an entry of the first tree, when asked to.
-    void record(unsigned depth, const std::string& name, const EntryStatus& a) {
+    void record(unsigned depth, const std::string& name, const ItemStatus& a) {
         if (!m_comparedA)
             return;
         ComparedEntry entry;
@@ -296,13 +267,13 @@ private:
         std::vector<std::string> names;
         std::size_t next = 0;
         std::string rel;
-        EntryStatus folderA, folderB;
+        ItemStatus folderA, folderB;
         unsigned depth = 0;
     };
 
     // Opens name relative to dirFd and checks it is still the entry looked at.
-    static bool openChecked(int dirFd, const char* name, int flags, const EntryStatus& expected,
-                            UniqueFd& out, int& err, struct stat* opened = nullptr) {
+    static bool openChecked(int dirFd, const char* name, int flags, const ItemStatus& expected, UniqueFd& out,
+                            int& err, struct stat* opened = nullptr) {
         out = UniqueFd(::openat(dirFd, name, flags));
         if (!out.valid()) {
             err = errno;
@@ -315,10 +286,10 @@ private:
 
     // Opens two regular files and compares their contents. sameFile reports two names of
     // one file as such (the given paths); inside trees a hard link across them is just equal.
-    ContentComparison openedFiles(int dirA, const char* nameA, const EntryStatus& a, const std::string& pathA,
-                                  int dirB, const char* nameB, const EntryStatus& b, const std::string& pathB,
+    ContentComparison openedFiles(int dirA, const char* nameA, const ItemStatus& a, const std::string& pathA,
+                                  int dirB, const char* nameB, const ItemStatus& b, const std::string& pathB,
                                   bool reportSameFile) {
-        if (a.sameObjectAs(b)) {
+        if (sameItem(a, b)) {
             ContentComparison same = equal();
             same.sameFile = reportSameFile;
             return same;
@@ -419,17 +390,18 @@ private:
     }
 
     // Refuses an entry inside a compared folder that lies on another mount or file system.
-    static ContentComparison mountRefusal(const EntryStatus& entry, const EntryStatus& root,
+    static ContentComparison mountRefusal(const ItemStatus& entry, const ItemStatus& root,
                                           const std::string& path) {
         if (entry.device != root.device)
             return verdict(ContentComparison::CannotCompare, path + " is on another file system");
-        if (entry.isMountRoot || (entry.hasMountId && root.hasMountId && entry.mountId != root.mountId))
+        if (entry.mountRoot.value_or(false) ||
+            (entry.mountId && root.mountId && *entry.mountId != *root.mountId))
             return verdict(ContentComparison::CannotCompare, path + " is a mount point");
         return equal();
     }
 
     // Lists both folders (already open as m_folderA/B) and pushes their frame, or answers why not.
-    ContentComparison enter(std::string rel, const EntryStatus& a, const EntryStatus& b, unsigned depth) {
+    ContentComparison enter(std::string rel, const ItemStatus& a, const ItemStatus& b, unsigned depth) {
         Frame frame;
         frame.rel = std::move(rel);
         frame.folderA = a;
@@ -456,7 +428,7 @@ private:
         return equal();
     }
 
-    ContentComparison folders(const EntryStatus& a, const EntryStatus& b) {
+    ContentComparison folders(const ItemStatus& a, const ItemStatus& b) {
         m_rootStatusA = a;
         m_rootStatusB = b;
         int err = 0;
@@ -503,11 +475,11 @@ private:
         const std::string rel = frame.rel.empty() ? name : frame.rel + "/" + name;
         const std::string pathA = joinPath(m_rootA, rel);
         const std::string pathB = joinPath(m_rootB, rel);
-        EntryStatus a;
-        EntryStatus b;
-        if (const int err = statusOf(m_folderA.get(), name.c_str(), a))
+        ItemStatus a;
+        ItemStatus b;
+        if (const int err = itemStatus(m_folderA.get(), name.c_str(), a))
             return cannotRead(pathA, err);
-        if (const int err = statusOf(m_folderB.get(), name.c_str(), b))
+        if (const int err = itemStatus(m_folderB.get(), name.c_str(), b))
             return cannotRead(pathB, err);
         if (auto refusal = mountRefusal(a, m_rootStatusA, pathA); !refusal.isEqual())
             return refusal;
@@ -546,10 +518,12 @@ private:
     ContentComparer& m_owner;
     const std::string m_rootA;
     const std::string m_rootB;
-    EntryStatus m_statusA; // the roots as first looked at (all zero until then)
-    EntryStatus m_statusB;
-    EntryStatus m_rootStatusA;
-    EntryStatus m_rootStatusB;
+    const ItemStatus* m_seenA;
+    const ItemStatus* m_seenB;
+    ItemStatus m_statusA; // the roots as first looked at (all zero until then)
+    ItemStatus m_statusB;
+    ItemStatus m_rootStatusA;
+    ItemStatus m_rootStatusB;
     UniqueFd m_folderA;
     UniqueFd m_folderB;
     std::vector<Frame> m_frames;
@@ -576,10 +550,11 @@ ContentComparison ContentComparer::compareFileContents(const std::string& pathA,
 }
 
 ContentComparison ContentComparer::compareTrees(const std::string& pathA, const std::string& pathB,
-                                                std::vector<ComparedEntry>* comparedA) {
+                                                std::vector<ComparedEntry>* comparedA,
+                                                const ItemStatus* seenA, const ItemStatus* seenB) {
     if (comparedA)
         comparedA->clear();
-    Walk walk(*this, pathA, pathB, comparedA);
+    Walk walk(*this, pathA, pathB, comparedA, seenA, seenB);
     return walk.finished(walk.trees());
 }
 

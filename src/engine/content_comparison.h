@@ -42,6 +42,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/item_status.h"
+
 namespace corvel {
 
 inline constexpr std::size_t kContentComparisonChunk = std::size_t{1} << 20;
@@ -103,9 +105,12 @@ public:
 
     // Compares two trees. A path naming a file compares as a file, a link by its target; a
     // file against a folder (or a link) is different. With comparedA, the entries of the
-    // first tree that were compared are listed there (complete only when equal).
+    // first tree that were compared are listed there (complete only when equal). seenA
+    // and seenB, when given, are the paths' status as the caller has just taken it
+    // (itemStatus), which the comparison then does not take again.
     ContentComparison compareTrees(const std::string& pathA, const std::string& pathB,
-                                   std::vector<ComparedEntry>* comparedA = nullptr);
+                                   std::vector<ComparedEntry>* comparedA = nullptr,
+                                   const ItemStatus* seenA = nullptr, const ItemStatus* seenB = nullptr);
 
 private:
     class Walk;

@@ -50,8 +50,12 @@ bool forbidsRemoval(const struct statx& st) {
 
 FolderRemovalAccess folderRemovalAccess(const std::string& folder) {
     FolderRemovalAccess access;
+    if (::access(folder.c_str(), W_OK | X_OK) != 0) {
+        access.refusal = errno;
+        return access;
+    }
     struct statx dir {};
-    if (!statWithAttributes(folder, true, dir) || ::access(folder.c_str(), W_OK | X_OK) != 0)
+    if (!statWithAttributes(folder, true, dir))
         return access;
     access.usable = !forbidsRemoval(dir);
     access.sticky = (dir.stx_mode & S_ISVTX) != 0;
@@ -98,24 +102,33 @@ bool isDeletableByUser(const std::string& path) {
 }
 
 int removalRefusal(const std::string& path) {
-    const std::string folder = parentPath(path);
-    if (::access(folder.c_str(), W_OK | X_OK) != 0)
-        return errno;
+    return removalRefusal(path, folderRemovalAccess(parentPath(path)));
+}
+
+int removalRefusal(const std::string& path, const FolderRemovalAccess& folder) {
+    if (folder.refusal != 0)
+        return folder.refusal;
     ItemRemovalAccess item = itemRemovalAccess(path);
     if (!item.exists)
         return ENOENT;
     item.locked = false;
-    return isDeletableByUser(item, folderRemovalAccess(folder)) ? 0 : EPERM;
+    return isDeletableByUser(item, folder) ? 0 : EPERM;
 }
 
 std::optional<bool> isImmutable(const std::string& path) {
+    ItemStatus status;
+    if (itemStatus(AT_FDCWD, path.c_str(), status) != 0)
+        return std::nullopt;
+    return isImmutable(path, status);
+}
+
+std::optional<bool> isImmutable(const std::string& path, const ItemStatus& status) {
     // statx answers without opening the item where the file system reports the flag
     // (ext4, btrfs, XFS); elsewhere the flags are asked of an open descriptor.
-    struct statx item {};
-    if (!statWithAttributes(path, false, item) || !(S_ISREG(item.stx_mode) || S_ISDIR(item.stx_mode)))
+    if (status.type != S_IFREG && status.type != S_IFDIR)
         return std::nullopt;
-    if ((item.stx_attributes_mask & STATX_ATTR_IMMUTABLE) != 0)
-        return (item.stx_attributes & STATX_ATTR_IMMUTABLE) != 0;
+    if (status.immutable)
+        return status.immutable;
     const auto flags = readFlags(path);
     if (!flags)
         return std::nullopt;

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "error.h"
+#include "item_status.h"
 
 namespace corvel {
 
@@ -20,6 +21,7 @@ struct FolderRemovalAccess {
     bool usable = false; // the folder exists, is writable and searchable by the user, and is not locked
     bool sticky = false;
     unsigned owner = 0;
+    int refusal = 0; // why the user may not write or search it (an errno value; 0 when they may)
 };
 FolderRemovalAccess folderRemovalAccess(const std::string& folder);
 // isDeletableByUser for an item of a folder whose access was read before.
@@ -43,10 +45,16 @@ bool isDeletableByUser(const ItemRemovalAccess& item, const FolderRemovalAccess&
 // the user (EACCES), locked, or sticky and neither it nor the item is the user's (EPERM).
 // The item's own lock is left out: a removal unlocks a locked item first.
 int removalRefusal(const std::string& path);
+// The same for an item of a folder whose access was read before (folderRemovalAccess of
+// its parent).
+int removalRefusal(const std::string& path, const FolderRemovalAccess& folder);
 
 // The immutable flag of a file or folder (chattr +i). Nothing when it cannot be read:
 // the item is missing, a symbolic link, or on a file system without such flags.
 std::optional<bool> isImmutable(const std::string& path);
+// The same of an item whose status was just taken (itemStatus): asked of the item itself
+// only where the status does not say.
+std::optional<bool> isImmutable(const std::string& path, const ItemStatus& status);
 
 // Sets or clears the immutable flag. Needs the CAP_LINUX_IMMUTABLE capability (root)
 // and a file system that keeps the flag; otherwise answers false with a POSIX error.

@@ -96,11 +96,13 @@ std::string volumePathOfPath(std::string_view path) {
 }
 
 bool isMountRoot(const std::string& path) {
-    struct statx item {};
-    if (::statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, STATX_TYPE, &item) != 0)
-        return false;
-    if ((item.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT) != 0)
-        return (item.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+    ItemStatus status;
+    return itemStatus(AT_FDCWD, path.c_str(), status) == 0 && isMountRoot(path, status);
+}
+
+bool isMountRoot(const std::string& path, const ItemStatus& status) {
+    if (status.mountRoot)
+        return *status.mountRoot;
     // Kernels before 5.8 do not say: the mount table does (links are not resolved).
     return volumePathOfPath(path) == path;
 }

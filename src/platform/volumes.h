@@ -5,6 +5,8 @@
 #include <string_view>
 #include <vector>
 
+#include "item_status.h"
+
 namespace corvel {
 
 struct MountEntry {
@@ -28,6 +30,8 @@ std::string volumePathOfPath(std::string_view path);
 // only empty what is mounted there, which may lie outside every folder the user named.
 // False when the item cannot be examined.
 bool isMountRoot(const std::string& path);
+// The same of an item whose status was just taken (itemStatus).
+bool isMountRoot(const std::string& path, const ItemStatus& status);
 
 // False for network and user-space (FUSE) file systems and for paths that cannot be
 // examined; true for disks, removable media, tmpfs and the like.

@@ -425,8 +425,10 @@ std::unique_ptr<CVRemovalPass::TrashWindow> CVRemovalPass::prepareWindow(const M
         entry.index = i;
         entry.path = file.path();
         if (checkCopy(file, false, m_windowVerifier, &entry.check, &entry.failure)) {
+            const auto& status = entry.check.copyStatus;
             entry.unlocked =
-                isImmutable(entry.path).value_or(false) && setImmutable(entry.path, false, nullptr);
+                (status ? isImmutable(entry.path, *status) : isImmutable(entry.path)).value_or(false) &&
+                setImmutable(entry.path, false, nullptr);
             entry.ticket = window->batch->add(entry.path, identityOf(file), &entry.failure);
             if (!entry.ticket && entry.unlocked) {
                 lockAgain(entry.path);
@@ -625,11 +627,6 @@ bool CVRemovalPass::checkCopy(CVFile& file, bool permanently, RemovalVerifier& v
         setError(error, checkError(kReasonProtectedFolder));
         return false;
     }
-    if (isMountRoot(file.path())) {
-        // Neither moved nor deleted: emptying it would remove what is mounted there.
-        setError(error, checkError(kReasonMountPoint));
-        return false;
-    }
     RemovalCheck checked = verifier.checkBeforeRemoval(file, permanently);
     const bool ok = checked.ok;
     if (!ok)
@@ -710,6 +707,13 @@ bool CVRemovalPass::shredPhysicallyDup(CVFile& file, bool toTrash, CVError* erro
                                     : posixError(refusal, path, "remove"));
             ok = false;
         };
+        const auto refusalOf = [&] {
+            const std::string folder = parentPath(path);
+            auto known = m_folderAccess.find(folder);
+            if (known == m_folderAccess.end())
+                known = m_folderAccess.emplace(folder, folderRemovalAccess(folder)).first;
+            return removalRefusal(path, known->second);
+        };
         if (toTrash) {
             CVError trashError;
             if (!m_lookups)
@@ -718,13 +722,13 @@ bool CVRemovalPass::shredPhysicallyDup(CVFile& file, bool toTrash, CVError* erro
             if (!directory) {
                 setError(error, trashError);
                 ok = false;
-            } else if (const int refusal = removalRefusal(path); refusal != 0) {
+            } else if (const int refusal = refusalOf(); refusal != 0) {
                 refuse(refusal);
             } else if (m_current) {
                 m_current->outcome = Outcome::WouldTrash;
                 m_current->trashDirectory = *directory;
             }
-        } else if (const int refusal = removalRefusal(path); refusal != 0) {
+        } else if (const int refusal = refusalOf(); refusal != 0) {
             refuse(refusal);
         } else if (m_current) {
             m_current->outcome = Outcome::WouldDelete;

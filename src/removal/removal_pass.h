@@ -33,10 +33,12 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <unordered_map>
 #include <vector>
 
 #include "engine/group.h"
 #include "platform/error.h"
+#include "platform/file_access.h"
 #include "platform/property_value.h"
 #include "platform/unique_fd.h"
 #include "removal_verifier.h"
@@ -290,6 +292,9 @@ private:
     // clean-up may remove with its folder.
     std::set<std::string> m_groupedLeftovers;
     std::unique_ptr<TrashBatch> m_lookups; // a dry run: where the copies would go, folder by folder
+    // A dry run's: what the user may do in each copy's folder (a dry run changes nothing,
+    // so a folder's answer holds for every copy in it).
+    std::unordered_map<std::string, FolderRemovalAccess> m_folderAccess;
     std::uint64_t m_markedAtStart = 0;
     std::uint64_t m_markedSizeAtStart = 0;
     std::uint64_t m_removedFiles = 0;

@@ -1,11 +1,14 @@
 #include "removal_verifier.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <utility>
 
 #include "engine/folder.h"
 #include "engine/group.h"
 #include "platform/file_dates.h"
 #include "platform/file_io.h"
+#include "platform/volumes.h"
 
 namespace corvel {
 
@@ -16,7 +19,7 @@ struct Identity {
     std::uint64_t inode = 0;
 };
 
-bool sameItem(const Identity& a, const Identity& b) {
+bool sameIdentity(const Identity& a, const Identity& b) {
     return a.device == b.device && a.inode == b.inode;
 }
 
@@ -32,25 +35,27 @@ bool nested(const std::string& a, const std::string& b) {
 
 RemovalVerifier::RemovalVerifier(ContentComparer::StopRequest stop) : m_comparer(std::move(stop)) {}
 
-bool RemovalVerifier::isUnchangedSinceScan(const CVFile& file, std::string* reason) {
+bool RemovalVerifier::isUnchangedSinceScan(const CVFile& file, std::string* reason,
+                                           std::optional<ItemStatus>* seen) {
     auto fail = [&](const char* why) {
         if (reason)
             *reason = why;
         return false;
     };
-    struct stat st {};
-    if (::lstat(file.path().c_str(), &st) != 0)
-        return fail(errno == ENOENT ? "missing" : kReasonChanged);
+    ItemStatus st;
+    if (const int err = itemStatus(AT_FDCWD, file.path().c_str(), st))
+        return fail(err == ENOENT ? "missing" : kReasonChanged);
+    if (seen)
+        *seen = st;
     const bool isFolder = dynamic_cast<const CVFolder*>(&file) != nullptr;
-    if (isFolder ? !S_ISDIR(st.st_mode) : (S_ISDIR(st.st_mode) || S_ISLNK(st.st_mode)))
+    if (isFolder ? st.type != S_IFDIR : (st.type == S_IFDIR || st.type == S_IFLNK))
         return fail(kReasonChanged);
     // A node no walk recorded (device 0) is never trusted.
-    if (file.device() == 0 || st.st_dev != file.device() || st.st_ino != file.inodeNumber())
+    if (file.device() == 0 || st.device != file.device() || st.inode != file.inodeNumber())
         return fail(kReasonChanged);
-    const std::int64_t mtime = nanosecondsSince1970(st.st_mtim);
-    if (mtime != file.statMTimeNanoseconds())
+    if (st.modificationTime != file.statMTimeNanoseconds())
         return fail(kReasonChanged);
-    if (!isFolder && static_cast<std::uint64_t>(st.st_size) != file.size())
+    if (!isFolder && st.size != file.size())
         return fail(kReasonChanged);
     return true;
 }
@@ -87,7 +92,8 @@ std::optional<std::string> RemovalVerifier::lostEntryReason(const std::set<std::
     return deeper;
 }
 
-bool RemovalVerifier::isThereAsScanned(const CVFile& file, std::string* reason) const {
+bool RemovalVerifier::isThereAsScanned(const CVFile& file, std::string* reason,
+                                       std::optional<ItemStatus>* seen) const {
     if (m_goneEarlier && !m_goneEarlier->empty()) {
         const std::string named = file.path();
         const bool isFolder = dynamic_cast<const CVFolder*>(&file) != nullptr;
@@ -109,7 +115,7 @@ bool RemovalVerifier::isThereAsScanned(const CVFile& file, std::string* reason) 
             }
         }
     }
-    return isUnchangedSinceScan(file, reason);
+    return isUnchangedSinceScan(file, reason, seen);
 }
 
 bool RemovalVerifier::liesInTrash(const std::string& path) {
@@ -126,35 +132,47 @@ bool RemovalVerifier::liesInTrash(const std::string& path) {
 
 RemovalCheck RemovalVerifier::checkBeforeRemoval(const CVFile& copy, bool permanently) {
     RemovalCheck check;
-    if (!isThereAsScanned(copy, &check.reason))
-        return check;
     const std::string copyPath = copy.path();
+    const bool there = isThereAsScanned(copy, &check.reason, &check.copyStatus);
+    if (check.copyStatus && isMountRoot(copyPath, *check.copyStatus)) {
+        // Neither moved nor deleted: emptying it would remove what is mounted there.
+        check.reason = kReasonMountPoint;
+        return check;
+    }
+    if (!there)
+        return check;
     const Identity copyIdentity{copy.device(), copy.inodeNumber()};
     CVGroup* group = copy.parentGroup();
     // The members that stay and still are what the scan saw; the first that stays but
     // cannot serve is named when no kept copy is found.
-    std::vector<std::shared_ptr<CVFile>> kept;
+    struct Kept {
+        std::shared_ptr<CVFile> member;
+        ItemStatus status; // as its check took it, for the comparison
+    };
+    std::vector<Kept> kept;
     std::string unusable;
     if (group)
         for (const auto& member : group->files()) {
             if (member.get() == &copy || member->needToRemove() || member->wasRemoved())
                 continue;
             std::string why;
+            std::optional<ItemStatus> seen;
             if (liesInTrash(member->path()))
                 why = "lies in the Trash";
-            else if (isThereAsScanned(*member, &why))
-                kept.push_back(member);
+            else if (isThereAsScanned(*member, &why, &seen))
+                kept.push_back({member, *seen});
             if (!why.empty() && unusable.empty())
                 unusable = member->path() + ": " + why;
         }
-    for (const auto& member : kept)
-        if (sameItem({member->device(), member->inodeNumber()}, copyIdentity)) {
+    for (const Kept& candidate : kept)
+        if (sameIdentity({candidate.member->device(), candidate.member->inodeNumber()}, copyIdentity)) {
             check.reason = kReasonHardLink;
             return check;
         }
     std::string difference;
     std::string uncertainty;
-    for (const auto& member : kept) {
+    bool firstComparison = true;
+    for (const auto& [member, keptStatus] : kept) {
         const std::string keptPath = member->path();
         if (nested(keptPath, copyPath)) {
             if (unusable.empty())
@@ -162,17 +180,21 @@ RemovalCheck RemovalVerifier::checkBeforeRemoval(const CVFile& copy, bool perman
                            (keptPath.size() < copyPath.size() ? "holds the copy" : "lies inside the copy");
             continue;
         }
+        // The statuses the checks above took are handed to the first comparison, which
+        // follows them at once; a later one looks again at what the paths lead to by then.
+        const bool fresh = std::exchange(firstComparison, false);
         const ContentComparison comparison =
-            m_comparer.compareTrees(copyPath, keptPath, permanently ? &check.compared : nullptr);
+            m_comparer.compareTrees(copyPath, keptPath, permanently ? &check.compared : nullptr,
+                                    fresh ? &*check.copyStatus : nullptr, fresh ? &keptStatus : nullptr);
         // The paths may have led elsewhere by the time they were compared (a folder of
         // one swapped for a link meanwhile): then what was compared says nothing of them.
-        if (comparison.deviceA != 0 && !sameItem({comparison.deviceA, comparison.inodeA}, copyIdentity)) {
+        if (comparison.deviceA != 0 && !sameIdentity({comparison.deviceA, comparison.inodeA}, copyIdentity)) {
             check.compared.clear();
             check.reason = kReasonChanged;
             return check;
         }
-        if (comparison.deviceB != 0 &&
-            !sameItem({comparison.deviceB, comparison.inodeB}, {member->device(), member->inodeNumber()})) {
+        if (comparison.deviceB != 0 && !sameIdentity({comparison.deviceB, comparison.inodeB},
+                                                     {member->device(), member->inodeNumber()})) {
             if (unusable.empty())
                 unusable = keptPath + ": " + kReasonChanged;
             continue;

@@ -24,6 +24,7 @@
 
 #include "engine/content_comparison.h"
 #include "engine/node.h"
+#include "platform/item_status.h"
 #include "platform/trash_folder.h"
 
 namespace corvel {
@@ -33,6 +34,9 @@ struct RemovalCheck {
     std::string reason;           // why the copy may not go (empty when ok)
     std::string keptCopy;         // the copy that stays, compared with it (empty for a forced group)
     std::shared_ptr<CVFile> kept; // its node (null for a forced group)
+    // The copy's status as the checks took it (nothing when they stopped before): a
+    // caller asks it what it would otherwise look up again, such as the immutable flag.
+    std::optional<ItemStatus> copyStatus;
     // A copy to be deleted permanently: its entries as compared (see
     // compared_tree_removal.h; a file copy is its only entry); empty otherwise.
     std::vector<ComparedEntry> compared;
@@ -43,8 +47,10 @@ public:
     explicit RemovalVerifier(ContentComparer::StopRequest stop = {});
 
     // True when the item at the file's path is the one the scan recorded; else false
-    // with the reason ("changed since the scan", "missing").
-    [[nodiscard]] static bool isUnchangedSinceScan(const CVFile& file, std::string* reason);
+    // with the reason ("changed since the scan", "missing"). seen, when given, gets the
+    // status looked at (nothing when none could be taken).
+    [[nodiscard]] static bool isUnchangedSinceScan(const CVFile& file, std::string* reason,
+                                                   std::optional<ItemStatus>* seen = nullptr);
 
     // Whether the copy may be removed now (permanently: deleted rather than trashed).
     RemovalCheck checkBeforeRemoval(const CVFile& copy, bool permanently);
@@ -86,7 +92,7 @@ public:
 
 private:
     // isUnchangedSinceScan, and neither gone nor changed by what went earlier.
-    bool isThereAsScanned(const CVFile& file, std::string* reason) const;
+    bool isThereAsScanned(const CVFile& file, std::string* reason, std::optional<ItemStatus>* seen) const;
     // Whether the item lies in a Trash folder, by its path as written or with its folder's
     // links resolved.
     bool liesInTrash(const std::string& path);

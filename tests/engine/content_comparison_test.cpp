@@ -422,6 +422,31 @@ TEST(TreeComparisonRoots, TheSameFolderTwiceIsTheSameFile) {
     EXPECT_TRUE(result.sameFile);
 }
 
+// A status the caller took is used as given, but never vouches for what the path holds
+// when it is opened: a file or folder put in its place since then is noticed.
+TEST(TreeComparisonRoots, AStatusTakenBeforeTheItemWasReplacedProvesNothing) {
+    for (const bool folders : {false, true}) {
+        SCOPED_TRACE(folders ? "folders" : "files");
+        TempTree tree;
+        const std::string a = folders ? tree.file("a/f", "same"), tree / "a" : tree.file("a", "same");
+        const std::string b = folders ? tree.file("b/f", "same"), tree / "b" : tree.file("b", "same");
+        ItemStatus seenA;
+        ItemStatus seenB;
+        ASSERT_EQ(itemStatus(AT_FDCWD, a.c_str(), seenA), 0);
+        ASSERT_EQ(itemStatus(AT_FDCWD, b.c_str(), seenB), 0);
+        EXPECT_TRUE(ContentComparer().compareTrees(a, b, nullptr, &seenA, &seenB).isEqual());
+        // The same content under another inode, renamed over the first path.
+        const std::string other = folders ? tree.file("c/f", "same"), tree / "c" : tree.file("c", "same");
+        ASSERT_EQ(::renameat2(AT_FDCWD, other.c_str(), AT_FDCWD, a.c_str(), RENAME_EXCHANGE), 0);
+        const ContentComparison result = ContentComparer().compareTrees(a, b, nullptr, &seenA, &seenB);
+        EXPECT_EQ(result.outcome, Outcome::CannotCompare);
+        EXPECT_EQ(result.message, a + " changed during the comparison");
+        EXPECT_EQ(result.inodeA, seenA.inode);
+        // Looked up afresh, the new item is what is compared.
+        EXPECT_TRUE(ContentComparer().compareTrees(a, b).isEqual());
+    }
+}
+
 TEST(TreeComparisonCounts, HardLinksAcrossTheTreesAreEqualWithoutReading) {
     TempTree tree;
     both(tree, "read", patterned(1000));
