@@ -135,10 +135,20 @@ std::optional<bool> isImmutable(const std::string& path, const ItemStatus& statu
     return (*flags & FS_IMMUTABLE_FL) != 0;
 }
 
-bool setImmutable(const std::string& path, bool immutable, CVError* error) {
+bool setImmutable(const std::string& path, bool immutable, CVError* error,
+                  std::optional<ItemIdentity> expected) {
     const int fd = openForFlags(path);
     if (fd < 0) {
         setError(error, posixError(errno, path, "Cannot open"));
+        return false;
+    }
+    struct stat st {};
+    if (expected &&
+        (::fstat(fd, &st) != 0 || st.st_dev != expected->device || st.st_ino != expected->inode)) {
+        ::close(fd);
+        CVError stale(kPosixErrorDomain, ESTALE, path + " leads to another item than the one checked");
+        stale.userInfo[kFilePathErrorKey] = path;
+        setError(error, stale);
         return false;
     }
     int flags = 0;

@@ -1,6 +1,7 @@
 #pragma once
 // What the user may do to a path: remove it, and the immutable flag that forbids it.
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -56,8 +57,18 @@ std::optional<bool> isImmutable(const std::string& path);
 // only where the status does not say.
 std::optional<bool> isImmutable(const std::string& path, const ItemStatus& status);
 
+// The item a change is meant for: its device and inode.
+struct ItemIdentity {
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
+};
+
 // Sets or clears the immutable flag. Needs the CAP_LINUX_IMMUTABLE capability (root)
 // and a file system that keeps the flag; otherwise answers false with a POSIX error.
-[[nodiscard]] bool setImmutable(const std::string& path, bool immutable, CVError* error);
+// With expected, the item the path leads to when opened must be that one, else nothing
+// changes (ESTALE): a folder of the path swapped meanwhile never leads the change to
+// another item.
+[[nodiscard]] bool setImmutable(const std::string& path, bool immutable, CVError* error,
+                                std::optional<ItemIdentity> expected = std::nullopt);
 
 } // namespace corvel

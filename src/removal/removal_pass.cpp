@@ -273,6 +273,7 @@ struct CVRemovalPass::TrashWindow {
     struct Entry {
         std::size_t index = 0;
         std::string path;
+        ItemIdentity identity;             // the copy's, as the scan recorded it
         std::optional<std::size_t> ticket; // claimed in the batch; else failure says why not
         CVError failure;
         RemovalCheck check;    // what the copy was compared with
@@ -293,7 +294,7 @@ struct CVRemovalPass::TrashWindow {
         batch.reset();
         for (const Entry& entry : entries)
             if (entry.unlocked && !entry.handled)
-                lockAgain(entry.path);
+                lockAgain(entry.path, entry.identity);
     }
 };
 
@@ -386,9 +387,9 @@ void CVRemovalPass::endPass(std::uint64_t total, std::uint64_t completedGroups) 
         systemLogf("Could not save the preferences = %@", saveError.localizedDescription());
 }
 
-void CVRemovalPass::lockAgain(const std::string& path) {
+void CVRemovalPass::lockAgain(const std::string& path, const ItemIdentity& identity) {
     CVError error;
-    if (!setImmutable(path, true, &error))
+    if (!setImmutable(path, true, &error, identity))
         systemLogf("Could not make %@ immutable again = %@", path, error.localizedDescription());
 }
 
@@ -424,14 +425,15 @@ std::unique_ptr<CVRemovalPass::TrashWindow> CVRemovalPass::prepareWindow(const M
         TrashWindow::Entry entry;
         entry.index = i;
         entry.path = file.path();
+        entry.identity = {file.device(), file.inodeNumber()};
         if (checkCopy(file, false, m_windowVerifier, &entry.check, &entry.failure)) {
             const auto& status = entry.check.copyStatus;
             entry.unlocked =
                 (status ? isImmutable(entry.path, *status) : isImmutable(entry.path)).value_or(false) &&
-                setImmutable(entry.path, false, nullptr);
+                setImmutable(entry.path, false, nullptr, entry.identity);
             entry.ticket = window->batch->add(entry.path, identityOf(file), &entry.failure);
             if (!entry.ticket && entry.unlocked) {
-                lockAgain(entry.path);
+                lockAgain(entry.path, entry.identity);
                 entry.unlocked = false;
             }
         } else if (stoppedDuringCheck(entry.failure)) {
@@ -462,7 +464,7 @@ bool CVRemovalPass::moveWindow(TrashWindow& window, const MarkedFiles& marked,
             if (entry.ticket)
                 window.batch->drop(*entry.ticket);
             if (entry.unlocked)
-                lockAgain(entry.path);
+                lockAgain(entry.path, entry.identity);
             entry.handled = true;
             continue;
         }
@@ -497,7 +499,7 @@ bool CVRemovalPass::moveWindow(TrashWindow& window, const MarkedFiles& marked,
             }
         }
         if (!ok && entry.unlocked)
-            lockAgain(entry.path);
+            lockAgain(entry.path, entry.identity);
         entry.handled = true;
         report(file, ok, error, true);
         settle(*file, ok, completedGroups, lastTick);
@@ -754,7 +756,8 @@ bool CVRemovalPass::shredPhysicallyDup(CVFile& file, bool toTrash, CVError* erro
         return false;
     }
     // A locked item is unlocked for its removal, and locked again when the removal fails.
-    const bool unlocked = locked && setImmutable(path, false, nullptr);
+    const ItemIdentity identity{file.device(), file.inodeNumber()};
+    const bool unlocked = locked && setImmutable(path, false, nullptr, identity);
     if (unlocked && !asCompared.empty() && ::lstat(path.c_str(), &st) == 0)
         asCompared.front().changeTime = nanosecondsSince1970(st.st_ctim);
     CVError removeError;
@@ -763,7 +766,7 @@ bool CVRemovalPass::shredPhysicallyDup(CVFile& file, bool toTrash, CVError* erro
                                      &removedFrom);
     if (!ok) {
         if (unlocked)
-            lockAgain(path);
+            lockAgain(path, identity);
         setError(error, removeError);
         return false;
     }

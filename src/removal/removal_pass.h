@@ -213,9 +213,9 @@ private:
     bool stoppedDuringCheck(const CVError& error) const;
     // Whether the copy is moved by the pass itself (not through a library application).
     bool goesToTrashDirectly(const CVFile& file) const;
-    // Sets the immutable flag of a copy unlocked for a removal that did not happen again;
-    // a failure is logged.
-    static void lockAgain(const std::string& path);
+    // Sets the immutable flag of a copy unlocked for a removal that did not happen again,
+    // when the path still leads to that copy; a failure is logged.
+    static void lockAgain(const std::string& path, const ItemIdentity& identity);
     // Plain copies going to the Trash are moved in windows. prepareWindow takes the copies
     // from marked[from] on, up to a copy that is not goesToTrashDirectly or the window's
     // bounds: checks each, unlocks an immutable one and claims its Trash name with a

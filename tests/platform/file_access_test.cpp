@@ -82,5 +82,29 @@ TEST(FileAccess, TheImmutableFlagIsReadSetAndCleared) {
     EXPECT_EQ(error.domain, kPosixErrorDomain);
 }
 
+// The item meant (device and inode) is checked on the open descriptor: a path that leads
+// elsewhere by then, as a folder swapped for a link would make it, changes nothing there.
+TEST(FileAccess, TheImmutableFlagChangesOnlyOnTheItemMeant) {
+    test::TempTree tree;
+    const std::string meant = tree.file("meant/x", "the copy");
+    const std::string other = tree.file("other/x", "the user's locked file");
+    struct stat st {};
+    ASSERT_EQ(::lstat(meant.c_str(), &st), 0);
+    const ItemIdentity identity{st.st_dev, st.st_ino};
+    CVError error;
+    if (!setImmutable(other, true, &error))
+        GTEST_SKIP() << "cannot set the flag here: " << error.localizedDescription();
+    for (const bool lock : {false, true}) {
+        SCOPED_TRACE(lock ? "lock" : "unlock");
+        ASSERT_TRUE(setImmutable(other, !lock, nullptr));
+        EXPECT_FALSE(setImmutable(other, lock, &error, identity));
+        EXPECT_EQ(error.code, ESTALE);
+        EXPECT_EQ(isImmutable(other), std::optional<bool>(!lock));
+        EXPECT_TRUE(setImmutable(meant, lock, &error, identity)) << error.localizedDescription();
+        EXPECT_EQ(isImmutable(meant), std::optional<bool>(lock));
+    }
+    (void)setImmutable(other, false, nullptr);
+}
+
 } // namespace
 } // namespace corvel
