@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "file_io.h"
+#include "item_status.h"
 
 namespace corvel {
 
@@ -116,15 +117,11 @@ int removalRefusal(const std::string& path, const FolderRemovalAccess& folder) {
 }
 
 std::optional<bool> isImmutable(const std::string& path) {
+    // statx answers without opening the item where the file system reports the flag
+    // (ext4, btrfs, XFS); elsewhere the flags are asked of an open descriptor.
     ItemStatus status;
     if (itemStatus(AT_FDCWD, path.c_str(), status) != 0)
         return std::nullopt;
-    return isImmutable(path, status);
-}
-
-std::optional<bool> isImmutable(const std::string& path, const ItemStatus& status) {
-    // statx answers without opening the item where the file system reports the flag
-    // (ext4, btrfs, XFS); elsewhere the flags are asked of an open descriptor.
     if (status.type != S_IFREG && status.type != S_IFDIR)
         return std::nullopt;
     if (status.immutable)

@@ -6,7 +6,6 @@
 #include <string>
 
 #include "error.h"
-#include "item_status.h"
 
 namespace corvel {
 
@@ -53,9 +52,6 @@ int removalRefusal(const std::string& path, const FolderRemovalAccess& folder);
 // The immutable flag of a file or folder (chattr +i). Nothing when it cannot be read:
 // the item is missing, a symbolic link, or on a file system without such flags.
 std::optional<bool> isImmutable(const std::string& path);
-// The same of an item whose status was just taken (itemStatus): asked of the item itself
-// only where the status does not say.
-std::optional<bool> isImmutable(const std::string& path, const ItemStatus& status);
 
 // The item a change is meant for: its device and inode.
 struct ItemIdentity {

@@ -229,6 +229,8 @@ void CVRemovalPass::beginPass(const MarkedFiles& marked) {
     m_records.clear();
     m_removedFolders.clear();
     m_gone.clear();
+    m_resolvedFolders.clear();
+    m_folderAccess.clear();
     // Its checks learn what went earlier in the pass (a dry run: what would have gone).
     m_verifier.setGoneEarlier(&m_gone, m_options.dryRun);
     m_lookups.reset();
@@ -427,10 +429,10 @@ std::unique_ptr<CVRemovalPass::TrashWindow> CVRemovalPass::prepareWindow(const M
         entry.path = file.path();
         entry.identity = {file.device(), file.inodeNumber()};
         if (checkCopy(file, false, m_windowVerifier, &entry.check, &entry.failure)) {
-            const auto& status = entry.check.copyStatus;
-            entry.unlocked =
-                (status ? isImmutable(entry.path, *status) : isImmutable(entry.path)).value_or(false) &&
-                setImmutable(entry.path, false, nullptr, entry.identity);
+            // Read now, not from the checks' status: a long comparison leaves the user time
+            // to lock or unlock the copy, and a copy the user unlocked is not locked again.
+            entry.unlocked = isImmutable(entry.path).value_or(false) &&
+                             setImmutable(entry.path, false, nullptr, entry.identity);
             entry.ticket = window->batch->add(entry.path, identityOf(file), &entry.failure);
             if (!entry.ticket && entry.unlocked) {
                 lockAgain(entry.path, entry.identity);

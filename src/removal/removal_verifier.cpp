@@ -133,8 +133,9 @@ bool RemovalVerifier::liesInTrash(const std::string& path) {
 RemovalCheck RemovalVerifier::checkBeforeRemoval(const CVFile& copy, bool permanently) {
     RemovalCheck check;
     const std::string copyPath = copy.path();
-    const bool there = isThereAsScanned(copy, &check.reason, &check.copyStatus);
-    if (check.copyStatus && isMountRoot(copyPath, *check.copyStatus)) {
+    std::optional<ItemStatus> copyStatus;
+    const bool there = isThereAsScanned(copy, &check.reason, &copyStatus);
+    if (copyStatus && isMountRoot(copyPath, *copyStatus)) {
         // Neither moved nor deleted: emptying it would remove what is mounted there.
         check.reason = kReasonMountPoint;
         return check;
@@ -185,7 +186,7 @@ RemovalCheck RemovalVerifier::checkBeforeRemoval(const CVFile& copy, bool perman
         const bool fresh = std::exchange(firstComparison, false);
         const ContentComparison comparison =
             m_comparer.compareTrees(copyPath, keptPath, permanently ? &check.compared : nullptr,
-                                    fresh ? &*check.copyStatus : nullptr, fresh ? &keptStatus : nullptr);
+                                    fresh ? &*copyStatus : nullptr, fresh ? &keptStatus : nullptr);
         // The paths may have led elsewhere by the time they were compared (a folder of
         // one swapped for a link meanwhile): then what was compared says nothing of them.
         if (comparison.deviceA != 0 && !sameIdentity({comparison.deviceA, comparison.inodeA}, copyIdentity)) {

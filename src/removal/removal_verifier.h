@@ -34,9 +34,6 @@ struct RemovalCheck {
     std::string reason;           // why the copy may not go (empty when ok)
     std::string keptCopy;         // the copy that stays, compared with it (empty for a forced group)
     std::shared_ptr<CVFile> kept; // its node (null for a forced group)
-    // The copy's status as the checks took it (nothing when they stopped before): a
-    // caller asks it what it would otherwise look up again, such as the immutable flag.
-    std::optional<ItemStatus> copyStatus;
     // A copy to be deleted permanently: its entries as compared (see
     // compared_tree_removal.h; a file copy is its only entry); empty otherwise.
     std::vector<ComparedEntry> compared;

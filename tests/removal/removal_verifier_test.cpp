@@ -332,7 +332,9 @@ TEST(RemovalChecks, AMemberInTheTrashIsNoKeptCopy) {
                  {"data/Trash/files", true},
                  {"files/.Trash-1000/files", false},
                  {"files/other/.local/share/Trash/files", false},
-                 {"data/Trash/files", false, "files/link"}};
+                 {"data/Trash/files", false, "files/link"},
+                 // By the path as written: a link named like a Trash folder, to a plain one.
+                 {"files/plain", false, "files/.Trash-1000"}};
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.keptIn) + (c.throughLink ? " through a link" : ""));
         RemovalHarness h;
