@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "engine/content_comparison.h"
+#include "support/other_user.h"
 #include "support/scoped_mount.h"
 #include "support/temp_tree.h"
 
@@ -179,16 +180,21 @@ std::vector<RefusalCase> refusalCases() {
 
 INSTANTIATE_TEST_SUITE_P(Cases, FileRefusal, testing::ValuesIn(refusalCases()), CaseName());
 
+// Root reads files whatever their mode, so the comparison runs as another account.
 TEST(FileComparisonErrors, AnUnreadableFileCannotBeCompared) {
-    if (::geteuid() == 0)
-        GTEST_SKIP() << "root reads files whatever their mode; FIFOs and folders stand in above";
     TempTree tree;
     const std::string a = tree.file("a", "x");
     const std::string b = tree.file("b", "x");
-    ASSERT_EQ(::chmod(b.c_str(), 0), 0);
-    const ContentComparison result = compareFileContents(a, b);
-    EXPECT_EQ(result.outcome, Outcome::CannotCompare);
-    EXPECT_EQ(result.message, "cannot read " + b + ": Permission denied");
+    test::openToAnotherUser(tree.path());
+    ASSERT_EQ(::chmod(a.c_str(), 0644), 0);
+    test::makeUnreadableToAnotherUser(b);
+    const int answer = test::runAsAnotherUser([&] {
+        const ContentComparison result = compareFileContents(a, b);
+        if (result.outcome != Outcome::CannotCompare)
+            return 1;
+        return result.message == "cannot read " + b + ": Permission denied" ? 0 : 2;
+    });
+    EXPECT_EQ(answer, 0) << "1: not refused, 2: another message, 125: no other account";
 }
 
 TEST(FileComparisonStop, StopsBetweenChunks) {

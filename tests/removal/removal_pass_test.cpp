@@ -18,6 +18,7 @@
 #include "platform/volumes.h"
 #include "removal/removal_verifier.h"
 #include "removal_harness.h"
+#include "support/other_user.h"
 #include "support/scoped_mount.h"
 
 namespace corvel {
@@ -1286,25 +1287,29 @@ TEST(RemovalOnAReadOnlyVolume, TheDryRunSaysWhatTheRealRunDoesAndNoDeletingIsSug
 }
 
 // A copy in a folder the user may not change (here a folder made read-only for its owner,
-// who is not root): the dry run says it would fail rather than promise a removal.
+// who is not root: root may change every folder, so the dry run runs as another account
+// that owns the tree): the dry run says it would fail rather than promise a removal.
 TEST(RemovalDryRunRefusals, AFolderTheUserMayNotChangeIsNamed) {
-    if (::geteuid() == 0)
-        GTEST_SKIP() << "root may change every folder; the read-only volume test covers the refusal";
     for (const bool toTrash : {true, false}) {
+        SCOPED_TRACE(toTrash ? "trash" : "delete");
         RemovalHarness h;
         const std::string kept = h.tree.file("files/kept.txt", "same");
         const std::string copy = h.tree.file("files/locked/copy.txt", "same");
         h.group({kept, copy}, {1});
+        test::giveToAnotherUser(h.tree.path());
         ASSERT_EQ(::chmod(h.files("locked").c_str(), 0555), 0);
-        auto options = h.options(toTrash);
-        options.dryRun = true;
-        auto dry = h.pass(options);
-        runPass(*dry);
+        const int answer = test::runAsAnotherUser([&] {
+            auto options = h.options(toTrash);
+            options.dryRun = true;
+            auto dry = h.pass(options);
+            runPass(*dry);
+            if (dry->records().size() != 1 || dry->records()[0].outcome != Outcome::WouldFail)
+                return 1;
+            return dry->records()[0].error.find(std::strerror(EACCES)) != std::string::npos ? 0 : 2;
+        });
         ::chmod(h.files("locked").c_str(), 0755);
-        ASSERT_EQ(dry->records().size(), 1u);
-        EXPECT_EQ(dry->records()[0].outcome, Outcome::WouldFail);
-        EXPECT_NE(dry->records()[0].error.find(std::strerror(EACCES)), std::string::npos)
-            << dry->records()[0].error;
+        EXPECT_EQ(answer, 0) << "1: no refusal, 2: another reason, 125: no other account";
+        EXPECT_EQ(test::TempTree::read(copy), "same");
     }
 }
 

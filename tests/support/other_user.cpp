@@ -1,6 +1,7 @@
 #include "support/other_user.h"
 
 #include <cstdlib>
+#include <filesystem>
 #include <grp.h>
 #include <stdexcept>
 #include <sys/stat.h>
@@ -52,6 +53,21 @@ void openToAnotherUser(const std::string& folder) {
         if (::stat(above.c_str(), &st) == 0 && (st.st_mode & 0001) == 0)
             ::chmod(above.c_str(), st.st_mode | 0001);
     }
+}
+
+void giveToAnotherUser(const std::string& tree) {
+    if (::geteuid() != 0)
+        return;
+    std::error_code error;
+    if (::lchown(tree.c_str(), kNobody, kNobody) != 0)
+        throw std::runtime_error("cannot give " + tree + " to another account");
+    for (auto it = std::filesystem::recursive_directory_iterator(tree, error);
+         !error && it != std::filesystem::recursive_directory_iterator(); it.increment(error))
+        if (::lchown(it->path().c_str(), kNobody, kNobody) != 0)
+            throw std::runtime_error("cannot give " + it->path().string() + " to another account");
+    if (error)
+        throw std::runtime_error("cannot list " + tree + ": " + error.message());
+    openToAnotherUser(tree);
 }
 
 } // namespace corvel::test

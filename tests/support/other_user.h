@@ -22,4 +22,8 @@ void makeUnreadableToAnotherUser(const std::string& file);
 // account: mode 0777 on the folder, search permission on the ones above.
 void openToAnotherUser(const std::string& folder);
 
+// Gives a whole tree to the other account (every entry, links themselves), so that code
+// given to runAsAnotherUser meets it as its owner; nothing when not running as root.
+void giveToAnotherUser(const std::string& tree);
+
 } // namespace corvel::test
