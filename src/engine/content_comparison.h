@@ -61,9 +61,10 @@ struct ContentComparison {
     std::uint64_t bytesCompared = 0;
     // True when the two given paths are one file or folder (equal without reading).
     bool sameFile = false;
-    // What the two paths led to when the comparison looked (device and inode; 0 when it
-    // could not look): a caller checks that they are the items it meant, since a folder of
-    // a path swapped meanwhile leads a path elsewhere.
+    // What the two paths led to when the comparison looked, or the statuses it was given
+    // (device and inode; 0 when it could not look): a caller checks that they are the items
+    // it meant, since a folder of a path swapped meanwhile leads a path elsewhere. Anything
+    // opened was checked to be these.
     std::uint64_t deviceA = 0;
     std::uint64_t inodeA = 0;
     std::uint64_t deviceB = 0;
