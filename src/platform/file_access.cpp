@@ -3,13 +3,16 @@
 #include <cerrno>
 #include <cstdint>
 #include <fcntl.h>
+#include <linux/capability.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include "file_io.h"
 #include "item_status.h"
+#include "unique_fd.h"
 
 namespace corvel {
 
@@ -112,8 +115,17 @@ int removalRefusal(const std::string& path, const FolderRemovalAccess& folder) {
     ItemRemovalAccess item = itemRemovalAccess(path);
     if (!item.exists)
         return ENOENT;
-    item.locked = false;
+    if (mayChangeImmutableFlags())
+        item.locked = false;
     return isDeletableByUser(item, folder) ? 0 : EPERM;
+}
+
+bool mayChangeImmutableFlags() {
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct data[_LINUX_CAPABILITY_U32S_3]{};
+    if (::syscall(SYS_capget, &header, data) != 0)
+        return ::geteuid() == 0;
+    return (data[CAP_TO_INDEX(CAP_LINUX_IMMUTABLE)].effective & CAP_TO_MASK(CAP_LINUX_IMMUTABLE)) != 0;
 }
 
 std::optional<bool> isImmutable(const std::string& path) {
@@ -132,38 +144,41 @@ std::optional<bool> isImmutable(const std::string& path) {
     return (*flags & FS_IMMUTABLE_FL) != 0;
 }
 
-bool setImmutable(const std::string& path, bool immutable, CVError* error,
-                  std::optional<ItemIdentity> expected) {
-    const int fd = openForFlags(path);
-    if (fd < 0) {
+UniqueFd openForFlagChange(const std::string& path, std::optional<ItemIdentity> expected, CVError* error) {
+    UniqueFd fd(openForFlags(path));
+    if (!fd.valid()) {
         setError(error, posixError(errno, path, "Cannot open"));
-        return false;
+        return fd;
     }
     struct stat st {};
     if (expected &&
-        (::fstat(fd, &st) != 0 || st.st_dev != expected->device || st.st_ino != expected->inode)) {
-        ::close(fd);
+        (::fstat(fd.get(), &st) != 0 || st.st_dev != expected->device || st.st_ino != expected->inode)) {
         CVError stale(kPosixErrorDomain, ESTALE, path + " leads to another item than the one checked");
         stale.userInfo[kFilePathErrorKey] = path;
         setError(error, stale);
-        return false;
+        return UniqueFd();
     }
+    return fd;
+}
+
+bool setImmutable(int fd, const std::string& path, bool immutable, CVError* error) {
     int flags = 0;
     if (::ioctl(fd, FS_IOC_GETFLAGS, &flags) != 0) {
-        const int saved = errno;
-        ::close(fd);
-        setError(error, posixError(saved, path, "Cannot read the flags of"));
+        setError(error, posixError(errno, path, "Cannot read the flags of"));
         return false;
     }
     flags = immutable ? (flags | FS_IMMUTABLE_FL) : (flags & ~FS_IMMUTABLE_FL);
     if (::ioctl(fd, FS_IOC_SETFLAGS, &flags) != 0) {
-        const int saved = errno;
-        ::close(fd);
-        setError(error, posixError(saved, path, "Cannot change the flags of"));
+        setError(error, posixError(errno, path, "Cannot change the flags of"));
         return false;
     }
-    ::close(fd);
     return true;
+}
+
+bool setImmutable(const std::string& path, bool immutable, CVError* error,
+                  std::optional<ItemIdentity> expected) {
+    const UniqueFd fd = openForFlagChange(path, expected, error);
+    return fd.valid() && setImmutable(fd.get(), path, immutable, error);
 }
 
 } // namespace corvel

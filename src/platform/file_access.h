@@ -6,6 +6,7 @@
 #include <string>
 
 #include "error.h"
+#include "unique_fd.h"
 
 namespace corvel {
 
@@ -43,11 +44,16 @@ bool isDeletableByUser(const ItemRemovalAccess& item, const FolderRemovalAccess&
 // Why the item at path could not be taken out of its folder now, as an errno value (0:
 // it could): the folder is on a read-only volume (EROFS), not writable or searchable by
 // the user (EACCES), locked, or sticky and neither it nor the item is the user's (EPERM).
-// The item's own lock is left out: a removal unlocks a locked item first.
+// The item's own lock counts only when the user may not change it (mayChangeImmutableFlags):
+// a removal unlocks a locked item first.
 int removalRefusal(const std::string& path);
 // The same for an item of a folder whose access was read before (folderRemovalAccess of
 // its parent).
 int removalRefusal(const std::string& path, const FolderRemovalAccess& folder);
+
+// Whether this process may set and clear the immutable flag (the CAP_LINUX_IMMUTABLE
+// capability, which root has).
+bool mayChangeImmutableFlags();
 
 // The immutable flag of a file or folder (chattr +i). Nothing when it cannot be read:
 // the item is missing, a symbolic link, or on a file system without such flags.
@@ -59,11 +65,19 @@ struct ItemIdentity {
     std::uint64_t inode = 0;
 };
 
-// Sets or clears the immutable flag. Needs the CAP_LINUX_IMMUTABLE capability (root)
-// and a file system that keeps the flag; otherwise answers false with a POSIX error.
-// With expected, the item the path leads to when opened must be that one, else nothing
-// changes (ESTALE): a folder of the path swapped meanwhile never leads the change to
-// another item.
+// Opens the item at path to change its flags (a final symbolic link is not opened, a
+// device or FIFO never blocks the open). With expected, the item opened must be that one,
+// else nothing is answered (ESTALE): a folder of the path swapped meanwhile never leads a
+// flag change to another item. Invalid, with the error, on failure.
+UniqueFd openForFlagChange(const std::string& path, std::optional<ItemIdentity> expected, CVError* error);
+
+// Sets or clears the immutable flag of an item open with openForFlagChange (path names it
+// in the error). Needs the CAP_LINUX_IMMUTABLE capability (root) and a file system that
+// keeps the flag; otherwise answers false with a POSIX error. A caller that unlocks an
+// item for a while keeps the descriptor to lock that same item again, wherever its path
+// leads by then.
+[[nodiscard]] bool setImmutable(int fd, const std::string& path, bool immutable, CVError* error);
+// The same through the item at path (openForFlagChange, then the change).
 [[nodiscard]] bool setImmutable(const std::string& path, bool immutable, CVError* error,
                                 std::optional<ItemIdentity> expected = std::nullopt);
 

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/file_access.h"
 #include "platform/file_dates.h"
 #include "platform/file_io.h"
 #include "platform/unique_fd.h"
@@ -41,6 +42,8 @@ struct Level {
 class Removal {
 public:
     explicit Removal(std::string* why) : m_why(why) {}
+
+    std::size_t removed() const { return m_removed; }
 
     bool run(const std::string& path, const std::vector<ComparedEntry>& compared, int parentFd) {
         if (compared.empty() || compared.front().depth != 0 || compared.front().type != S_IFDIR)
@@ -81,9 +84,11 @@ public:
             if (::unlinkat(folder.fd.get(), entry.name.c_str(), 0) != 0) {
                 if (errno != ENOENT)
                     keep(entryPath, std::strerror(errno));
-            } else if (st.st_nlink > 1) {
-                m_unlinkedLinks.insert(inode);
+                continue;
             }
+            ++m_removed;
+            if (st.st_nlink > 1)
+                m_unlinkedLinks.insert(inode);
         }
         while (!m_levels.empty())
             leave(parentFd);
@@ -120,6 +125,8 @@ private:
             keep(level.path, errno == ENOTEMPTY || errno == EEXIST
                                  ? "holds entries the comparison did not see"
                                  : std::strerror(errno));
+        else
+            ++m_removed;
     }
 
     bool keep(const std::string& path, const std::string& reason) {
@@ -132,6 +139,7 @@ private:
     std::string* m_why;
     std::vector<Level> m_levels;
     bool m_keptAny = false;
+    std::size_t m_removed = 0;
     std::set<std::pair<std::uint64_t, std::uint64_t>> m_unlinkedLinks; // files with another name left
 };
 
@@ -142,8 +150,39 @@ bool isAsCompared(const struct stat& st, const ComparedEntry& entry) {
 }
 
 bool removeComparedTree(const std::string& path, const std::vector<ComparedEntry>& compared, std::string* why,
-                        int parentFd) {
-    return Removal(why).run(path, compared, parentFd);
+                        int parentFd, std::size_t* removed) {
+    Removal removal(why);
+    const bool gone = removal.run(path, compared, parentFd);
+    if (removed)
+        *removed = removal.removed();
+    return gone;
+}
+
+std::optional<EntryRefusal> comparedTreeRefusal(const std::string& path,
+                                                const std::vector<ComparedEntry>& compared) {
+    // The folder of each depth, as the list walks down, and what the user may do in it.
+    std::vector<std::pair<std::string, FolderRemovalAccess>> folders;
+    for (const ComparedEntry& entry : compared) {
+        if (entry.depth == 0) {
+            folders.assign(1, {path, folderRemovalAccess(path)});
+            continue;
+        }
+        if (entry.depth > folders.size())
+            continue; // below a folder the list left
+        folders.resize(entry.depth);
+        const auto& [folder, access] = folders.back();
+        const std::string entryPath = folder + "/" + entry.name;
+        if (access.refusal != 0)
+            return EntryRefusal{entryPath, access.refusal};
+        const ItemRemovalAccess item = itemRemovalAccess(entryPath);
+        if (!item.exists)
+            return EntryRefusal{entryPath, ENOENT};
+        if (!isDeletableByUser(item, access))
+            return EntryRefusal{entryPath, EPERM};
+        if (entry.type == S_IFDIR)
+            folders.emplace_back(entryPath, folderRemovalAccess(entryPath));
+    }
+    return std::nullopt;
 }
 
 } // namespace corvel

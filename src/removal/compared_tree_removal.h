@@ -9,6 +9,8 @@
 // and folders are removed with rmdir, so anything that appeared or changed stays, with
 // the folders that hold it.
 
+#include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -29,7 +31,19 @@ bool isAsCompared(const struct stat& st, const ComparedEntry& entry);
 // everything else listed is removed even then. parentFd: the folder holding the tree,
 // opened by the caller (the tree's top is then looked up there, and the path serves only
 // in messages); -1 opens the path's folder.
+// removed, when given, counts the entries that went (folders included).
 [[nodiscard]] bool removeComparedTree(const std::string& path, const std::vector<ComparedEntry>& compared,
-                                      std::string* why, int parentFd = -1);
+                                      std::string* why, int parentFd = -1, std::size_t* removed = nullptr);
+
+// Why removeComparedTree could not remove every entry below the folder at path now, as
+// the user's rights stand (nothing is removed here, for a dry run): the first entry it
+// would have to leave and an errno value (a folder the user may not change, a locked
+// entry, which the removal does not unlock). Nothing when every entry could go.
+struct EntryRefusal {
+    std::string path;
+    int error = 0;
+};
+std::optional<EntryRefusal> comparedTreeRefusal(const std::string& path,
+                                                const std::vector<ComparedEntry>& compared);
 
 } // namespace corvel

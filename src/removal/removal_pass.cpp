@@ -278,9 +278,9 @@ struct CVRemovalPass::TrashWindow {
         ItemIdentity identity;             // the copy's, as the scan recorded it
         std::optional<std::size_t> ticket; // claimed in the batch; else failure says why not
         CVError failure;
-        RemovalCheck check;    // what the copy was compared with
-        bool unlocked = false; // an immutable copy unlocked for its move
-        bool handled = false;  // moved, or failed and reported: nothing left to undo
+        RemovalCheck check;   // what the copy was compared with
+        UniqueFd unlocked;    // an immutable copy unlocked for its move, open to lock it again
+        bool handled = false; // moved, or failed and reported: nothing left to undo
     };
     std::size_t begin = 0; // marked[begin, end) were looked at
     std::size_t end = 0;
@@ -294,9 +294,9 @@ struct CVRemovalPass::TrashWindow {
     // then those copies are locked again.
     ~TrashWindow() {
         batch.reset();
-        for (const Entry& entry : entries)
-            if (entry.unlocked && !entry.handled)
-                lockAgain(entry.path, entry.identity);
+        for (Entry& entry : entries)
+            if (entry.unlocked.valid() && !entry.handled)
+                lockAgain(entry.unlocked, entry.path);
     }
 };
 
@@ -389,9 +389,18 @@ void CVRemovalPass::endPass(std::uint64_t total, std::uint64_t completedGroups) 
         systemLogf("Could not save the preferences = %@", saveError.localizedDescription());
 }
 
-void CVRemovalPass::lockAgain(const std::string& path, const ItemIdentity& identity) {
+UniqueFd CVRemovalPass::unlockForRemoval(const std::string& path, const ItemIdentity& identity) {
+    UniqueFd copy = openForFlagChange(path, identity, nullptr);
+    if (copy.valid() && !setImmutable(copy.get(), path, false, nullptr))
+        copy.reset();
+    return copy;
+}
+
+void CVRemovalPass::lockAgain(UniqueFd& copy, const std::string& path) {
     CVError error;
-    if (!setImmutable(path, true, &error, identity))
+    const bool locked = setImmutable(copy.get(), path, true, &error);
+    copy.reset();
+    if (!locked)
         systemLogf("Could not make %@ immutable again = %@", path, error.localizedDescription());
 }
 
@@ -431,13 +440,11 @@ std::unique_ptr<CVRemovalPass::TrashWindow> CVRemovalPass::prepareWindow(const M
         if (checkCopy(file, false, m_windowVerifier, &entry.check, &entry.failure)) {
             // Read now, not from the checks' status: a long comparison leaves the user time
             // to lock or unlock the copy, and a copy the user unlocked is not locked again.
-            entry.unlocked = isImmutable(entry.path).value_or(false) &&
-                             setImmutable(entry.path, false, nullptr, entry.identity);
+            if (isImmutable(entry.path).value_or(false))
+                entry.unlocked = unlockForRemoval(entry.path, entry.identity);
             entry.ticket = window->batch->add(entry.path, identityOf(file), &entry.failure);
-            if (!entry.ticket && entry.unlocked) {
-                lockAgain(entry.path, entry.identity);
-                entry.unlocked = false;
-            }
+            if (!entry.ticket && entry.unlocked.valid())
+                lockAgain(entry.unlocked, entry.path);
         } else if (stoppedDuringCheck(entry.failure)) {
             break;
         }
@@ -465,8 +472,8 @@ bool CVRemovalPass::moveWindow(TrashWindow& window, const MarkedFiles& marked,
         if (!file->needToRemove()) { // unmarked since its window was prepared: left alone
             if (entry.ticket)
                 window.batch->drop(*entry.ticket);
-            if (entry.unlocked)
-                lockAgain(entry.path, entry.identity);
+            if (entry.unlocked.valid())
+                lockAgain(entry.unlocked, entry.path);
             entry.handled = true;
             continue;
         }
@@ -500,8 +507,9 @@ bool CVRemovalPass::moveWindow(TrashWindow& window, const MarkedFiles& marked,
                                               FolderIdentity{trashed.folderDevice, trashed.folderInode});
             }
         }
-        if (!ok && entry.unlocked)
-            lockAgain(entry.path, entry.identity);
+        if (!ok && entry.unlocked.valid())
+            lockAgain(entry.unlocked, entry.path);
+        entry.unlocked.reset();
         entry.handled = true;
         report(file, ok, error, true);
         settle(*file, ok, completedGroups, lastTick);
@@ -734,6 +742,11 @@ bool CVRemovalPass::shredPhysicallyDup(CVFile& file, bool toTrash, CVError* erro
             }
         } else if (const int refusal = refusalOf(); refusal != 0) {
             refuse(refusal);
+        } else if (const auto inside = compared && compared->size() > 1 ? comparedTreeRefusal(path, *compared)
+                                                                        : std::nullopt) {
+            // A folder copy goes entry by entry, and none of them is unlocked.
+            setError(error, posixError(inside->error, inside->path, "remove"));
+            ok = false;
         } else if (m_current) {
             m_current->outcome = Outcome::WouldDelete;
         }
@@ -758,17 +771,16 @@ bool CVRemovalPass::shredPhysicallyDup(CVFile& file, bool toTrash, CVError* erro
         return false;
     }
     // A locked item is unlocked for its removal, and locked again when the removal fails.
-    const ItemIdentity identity{file.device(), file.inodeNumber()};
-    const bool unlocked = locked && setImmutable(path, false, nullptr, identity);
-    if (unlocked && !asCompared.empty() && ::lstat(path.c_str(), &st) == 0)
+    UniqueFd unlocked = locked ? unlockForRemoval(path, {file.device(), file.inodeNumber()}) : UniqueFd();
+    if (unlocked.valid() && !asCompared.empty() && ::lstat(path.c_str(), &st) == 0)
         asCompared.front().changeTime = nanosecondsSince1970(st.st_ctim);
     CVError removeError;
     FolderIdentity removedFrom;
     const bool ok = removeItemAtPath(path, toTrash, &removeError, asCompared.empty() ? compared : &asCompared,
                                      &removedFrom);
     if (!ok) {
-        if (unlocked)
-            lockAgain(path, identity);
+        if (unlocked.valid())
+            lockAgain(unlocked, path);
         setError(error, removeError);
         return false;
     }
@@ -813,8 +825,15 @@ bool CVRemovalPass::removeItemAtPath(const std::string& path, bool toTrash, CVEr
     if (S_ISDIR(st.st_mode)) {
         // Never a recursive delete: what appeared or changed since the comparison stays.
         std::string why = "a folder is deleted only as far as it was compared";
-        if (!compared || !removeComparedTree(path, *compared, &why, folder.get())) {
-            setError(error, checkError(compared ? "only what was compared was deleted; " + why : why));
+        std::size_t removed = 0;
+        if (!compared || !removeComparedTree(path, *compared, &why, folder.get(), &removed)) {
+            if (compared)
+                why =
+                    (removed == 0 ? std::string("nothing of it was deleted")
+                                  : std::to_string(removed) + " of its " + std::to_string(compared->size()) +
+                                        " entries deleted, each as compared") +
+                    "; " + why;
+            setError(error, checkError(why));
             return false;
         }
     } else {

@@ -213,9 +213,14 @@ private:
     bool stoppedDuringCheck(const CVError& error) const;
     // Whether the copy is moved by the pass itself (not through a library application).
     bool goesToTrashDirectly(const CVFile& file) const;
+    // Clears the immutable flag of the copy at path (identity: the copy's) for its removal;
+    // answers the copy, open, to lock it again should the removal fail, or an invalid
+    // descriptor when it could not be unlocked.
+    static UniqueFd unlockForRemoval(const std::string& path, const ItemIdentity& identity);
     // Sets the immutable flag of a copy unlocked for a removal that did not happen again,
-    // when the path still leads to that copy; a failure is logged.
-    static void lockAgain(const std::string& path, const ItemIdentity& identity);
+    // through the descriptor it was unlocked through (wherever its path leads by now), and
+    // closes that; a failure is logged.
+    static void lockAgain(UniqueFd& copy, const std::string& path);
     // Plain copies going to the Trash are moved in windows. prepareWindow takes the copies
     // from marked[from] on, up to a copy that is not goesToTrashDirectly or the window's
     // bounds: checks each, unlocks an immutable one and claims its Trash name with a

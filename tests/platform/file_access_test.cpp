@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include "platform/file_access.h"
+#include "support/other_user.h"
 #include "support/temp_tree.h"
 
 namespace corvel {
@@ -80,6 +81,25 @@ TEST(FileAccess, TheImmutableFlagIsReadSetAndCleared) {
     EXPECT_FALSE(isImmutable(tree.symlink("link", file)).has_value());
     EXPECT_FALSE(setImmutable(tree / "missing", true, &error));
     EXPECT_EQ(error.domain, kPosixErrorDomain);
+}
+
+// A locked item is no refusal for a user who may unlock it (a removal does that first), and
+// is one for a user who may not.
+TEST(FileAccess, ALockedItemRefusesItsRemovalOnlyToAUserWhoCannotUnlockIt) {
+    test::TempTree tree;
+    const std::string file = tree.file("folder/locked.txt", "x");
+    test::giveToAnotherUser(tree.path()); // a locked file can no longer change hands
+    CVError error;
+    if (!setImmutable(file, true, &error))
+        GTEST_SKIP() << "cannot set the flag here: " << error.localizedDescription();
+    EXPECT_EQ(removalRefusal(file), mayChangeImmutableFlags() ? 0 : EPERM);
+    const int answer = test::runAsAnotherUser([&] {
+        if (mayChangeImmutableFlags())
+            return 3;
+        return removalRefusal(file) == EPERM ? 0 : 1;
+    });
+    ASSERT_TRUE(setImmutable(file, false, &error));
+    EXPECT_EQ(answer, 0) << "1: not refused, 3: the other account may unlock it, 125: no other account";
 }
 
 // The item meant (device and inode) is checked on the open descriptor: a path that leads

@@ -2,6 +2,7 @@
 // copy, or changes in it, between its comparison and its deletion stays where it is.
 
 #include <chrono>
+#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -76,7 +77,7 @@ INSTANTIATE_TEST_SUITE_P(
                    true,
                    [](const std::string& copy) { std::ofstream(copy + "/a/new.txt") << "written late"; },
                    Outcome::Failed,
-                   "only what was compared was deleted; ",
+                   "2 of its 4 entries deleted, each as compared; ",
                    {"/a/new.txt", "/a", ""},
                    {"/a/x", "/b"}},
         LateChange{
@@ -84,7 +85,7 @@ INSTANTIATE_TEST_SUITE_P(
             true,
             [](const std::string& copy) { std::ofstream(copy + "/a/x", std::ios::app) << " and more"; },
             Outcome::Failed,
-            "only what was compared was deleted; ",
+            "1 of its 4 entries deleted, each as compared; ",
             {"/a/x"},
             {"/b"}},
         LateChange{"AComparedFolderSwappedForALink",
@@ -94,14 +95,14 @@ INSTANTIATE_TEST_SUITE_P(
                        std::filesystem::create_directory_symlink("../elsewhere", copy + "/a");
                    },
                    Outcome::Failed,
-                   "only what was compared was deleted; ",
+                   "1 of its 4 entries deleted, each as compared; ",
                    {"/a", "/../elsewhere/x"},
                    {"/b"}},
         LateChange{"AComparedFileRewrittenWithItsTimePutBack",
                    true,
                    [](const std::string& copy) { rewriteKeepingTime(copy + "/a/x"); },
                    Outcome::Failed,
-                   "only what was compared was deleted; ",
+                   "1 of its 4 entries deleted, each as compared; ",
                    {"/a/x"},
                    {"/b"}},
         LateChange{"AFileCopyRewrittenWithItsTimePutBack",
@@ -119,6 +120,34 @@ INSTANTIATE_TEST_SUITE_P(
                    {""},
                    {}}),
     [](const auto& param) { return std::string(param.param.name); });
+
+// A locked entry inside a folder copy: the deletion unlocks only the copy itself, so the
+// entry stays; the dry run says so before, and the real run leaves it with its bytes.
+TEST(PermanentDeletionOfALockedEntry, TheDryRunSaysTheCopyWouldFailAndItDoes) {
+    RemovalHarness h;
+    if (const std::string why = immutableFlagUnavailable(h.tree); !why.empty())
+        GTEST_SKIP() << why;
+    ImmutableFlags flags;
+    const auto copy = folderCopy(h);
+    ASSERT_TRUE(flags.lock(h.files("copy/a/x")));
+    auto options = h.options(false);
+    options.dryRun = true;
+    auto dry = h.pass(options);
+    runPass(*dry);
+    const auto* said = recordOf(*dry, copy->path());
+    ASSERT_NE(said, nullptr);
+    EXPECT_EQ(said->outcome, Outcome::WouldFail);
+    EXPECT_EQ(said->error, "remove " + h.files("copy/a/x") + ": " + std::strerror(EPERM));
+    auto pass = h.pass(false);
+    runPass(*pass);
+    const auto* done = recordOf(*pass, copy->path());
+    ASSERT_NE(done, nullptr);
+    EXPECT_EQ(done->outcome, Outcome::Failed);
+    EXPECT_TRUE(
+        done->error.starts_with("1 of its 4 entries deleted, each as compared; " + h.files("copy/a/x")))
+        << done->error;
+    EXPECT_EQ(TempTree::read(h.files("copy/a/x")), "the same x");
+}
 
 // Two names of one file inside the copy: removing the first gives the file a new change
 // time, which must not keep the second.

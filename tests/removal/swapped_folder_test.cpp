@@ -106,5 +106,32 @@ TEST(SwappedFolderAtTheCleanUp, TheEmptiedFolderGoesAndNotTheOneTheLinkLeadsTo) 
     EXPECT_EQ(pass->removedFolders(), std::vector<std::string>{h.files("m/d")});
 }
 
+// A locked copy is unlocked for its deletion; its folder is swapped for a link to a folder
+// holding the user's locked file of the same name, and the deletion then fails (the
+// copy's own folder locked meanwhile): the copy is locked again, wherever its path leads
+// by now, and the user's file keeps its lock and its bytes.
+TEST(SwappedFolderAtTheLock, ACopyUnlockedForNothingIsLockedAgain) {
+    RemovalHarness h;
+    if (const std::string why = immutableFlagUnavailable(h.tree); !why.empty())
+        GTEST_SKIP() << why;
+    ImmutableFlags flags;
+    const std::string victim = h.tree.file("files/victim/x", "the user's locked file");
+    h.copies("k/x", {"m/x"}, "same bytes");
+    ASSERT_TRUE(flags.lock(victim));
+    ASSERT_TRUE(flags.lock(h.files("m/x")));
+    auto options = h.options(false);
+    options.beforeDelete = [&](const std::string&) {
+        swapCopiesFolderForALink(h);
+        ASSERT_TRUE(flags.lock(h.files("m.moved")));
+    };
+    auto pass = h.pass(options);
+    runPass(*pass);
+    EXPECT_EQ(recordOf(*pass, h.files("m/x"))->outcome, Outcome::Failed);
+    EXPECT_EQ(isImmutable(h.files("m.moved/x")), std::optional<bool>(true));
+    EXPECT_EQ(isImmutable(victim), std::optional<bool>(true));
+    EXPECT_EQ(TempTree::read(victim), "the user's locked file");
+    EXPECT_EQ(TempTree::read(h.files("m.moved/x")), "same bytes");
+}
+
 } // namespace
 } // namespace corvel::test
