@@ -120,6 +120,10 @@ int removalRefusal(const std::string& path, const FolderRemovalAccess& folder) {
     return isDeletableByUser(item, folder) ? 0 : EPERM;
 }
 
+int folderMoveRefusal(const std::string& folder) {
+    return ::access(folder.c_str(), W_OK) == 0 ? 0 : errno;
+}
+
 bool mayChangeImmutableFlags() {
     __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
     __user_cap_data_struct data[_LINUX_CAPABILITY_U32S_3]{};

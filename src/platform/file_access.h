@@ -51,6 +51,11 @@ int removalRefusal(const std::string& path);
 // its parent).
 int removalRefusal(const std::string& path, const FolderRemovalAccess& folder);
 
+// Why the folder at path could not be moved into another folder now, as an errno value (0:
+// it could), on top of removalRefusal: the move rewrites the folder's own ".." entry, so
+// the user must be able to write in the folder itself.
+int folderMoveRefusal(const std::string& folder);
+
 // Whether this process may set and clear the immutable flag (the CAP_LINUX_IMMUTABLE
 // capability, which root has).
 bool mayChangeImmutableFlags();

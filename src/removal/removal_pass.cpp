@@ -736,6 +736,9 @@ bool CVRemovalPass::shredPhysicallyDup(CVFile& file, bool toTrash, CVError* erro
                 ok = false;
             } else if (const int refusal = refusalOf(); refusal != 0) {
                 refuse(refusal);
+            } else if (const int moving = dynamic_cast<const CVFolder*>(&file) ? folderMoveRefusal(path) : 0;
+                       moving != 0) {
+                refuse(moving);
             } else if (m_current) {
                 m_current->outcome = Outcome::WouldTrash;
                 m_current->trashDirectory = *directory;

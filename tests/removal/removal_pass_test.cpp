@@ -1313,6 +1313,32 @@ TEST(RemovalDryRunRefusals, AFolderTheUserMayNotChangeIsNamed) {
     }
 }
 
+// A folder copy the user may not write in: moving it would rewrite its ".." entry, so the
+// dry run says it would fail, as the move then does (as another account: root may).
+TEST(RemovalDryRunRefusals, AFolderCopyTheUserMayNotWriteInWouldNotMove) {
+    RemovalHarness h;
+    h.tree.file("files/kept/x", "same");
+    h.tree.file("files/copy/x", "same");
+    h.group({h.files("kept"), h.files("copy")}, {1});
+    test::giveToAnotherUser(h.tree.path());
+    ASSERT_EQ(::chmod(h.files("copy").c_str(), 0555), 0);
+    const int answer = test::runAsAnotherUser([&] {
+        auto options = h.options(true);
+        options.dryRun = true;
+        auto dry = h.pass(options);
+        runPass(*dry);
+        if (dry->records().size() != 1 || dry->records()[0].outcome != Outcome::WouldFail ||
+            dry->records()[0].error != std::strerror(EACCES))
+            return 1;
+        auto pass = h.pass(true);
+        runPass(*pass);
+        return pass->records()[0].outcome == Outcome::Failed ? 0 : 2;
+    });
+    ::chmod(h.files("copy").c_str(), 0755);
+    EXPECT_EQ(answer, 0) << "1: the dry run promised the move, 2: the move went, 125: no other account";
+    EXPECT_EQ(test::TempTree::read(h.files("copy/x")), "same");
+}
+
 TEST(ParentCleanUpGuards, NeverTouchesAMountPoint) {
     RemovalHarness h;
     const std::string mountPoint = h.tree.folder("files/volume");
