@@ -409,7 +409,10 @@ private:
                 group->addFile(node);
             if (member.needToRemove) {
                 if (member.removeForbidden) {
-                    m_problem = *member.path + " is marked but may not be removed";
+                    m_problem = *member.path +
+                                " is marked but may not be removed (\"removeForbidden\": the scan found it"
+                                " protected, a mount point, a library's item, or in a folder you may not"
+                                " change); unmark it (\"needToRemove\": false) or scan again";
                     return;
                 }
                 m_toMark.emplace_back(group, node);
