@@ -38,16 +38,10 @@ std::optional<int> readFlags(const std::string& path) {
     return flags;
 }
 
-// Status with the immutable and append-only attributes, which statx reports without
-// opening the item (file systems that keep no such flags report them as unknown).
-bool statWithAttributes(const std::string& path, bool followLink, struct statx& out) {
-    const int flags = followLink ? 0 : AT_SYMLINK_NOFOLLOW;
-    return ::statx(AT_FDCWD, path.c_str(), flags, STATX_BASIC_STATS, &out) == 0;
-}
-
-bool forbidsRemoval(const struct statx& st) {
-    const std::uint64_t locked = STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND;
-    return (st.stx_attributes & st.stx_attributes_mask & locked) != 0;
+// The immutable and append-only attributes, which statx reports without opening the item
+// (file systems that keep no such flags report them as unknown, taken as unset here).
+bool forbidsRemoval(const ItemStatus& st) {
+    return st.immutable.value_or(false) || st.appendOnly.value_or(false);
 }
 
 } // namespace
@@ -58,34 +52,33 @@ FolderRemovalAccess folderRemovalAccess(const std::string& folder) {
         access.refusal = errno;
         return access;
     }
-    struct statx dir {};
-    if (!statWithAttributes(folder, true, dir))
+    ItemStatus dir;
+    if (itemStatus(AT_FDCWD, folder.c_str(), dir, /*followLink*/ true) != 0)
         return access;
     access.usable = !forbidsRemoval(dir);
-    access.sticky = (dir.stx_mode & S_ISVTX) != 0;
-    access.owner = dir.stx_uid;
+    access.sticky = (dir.mode & S_ISVTX) != 0;
+    access.owner = dir.owner;
     return access;
 }
 
 namespace {
 
-ItemRemovalAccess accessOf(const struct statx& item) {
+ItemRemovalAccess accessOf(const ItemStatus& item) {
     // A link's own flags do not lock it; only files and folders carry them.
-    const bool flagged = S_ISREG(item.stx_mode) || S_ISDIR(item.stx_mode);
-    return ItemRemovalAccess{true, item.stx_uid, flagged && forbidsRemoval(item)};
+    const bool flagged = item.type == S_IFREG || item.type == S_IFDIR;
+    return ItemRemovalAccess{true, item.owner, flagged && forbidsRemoval(item)};
 }
 
 } // namespace
 
 ItemRemovalAccess itemRemovalAccess(const std::string& path) {
-    struct statx item {};
-    return statWithAttributes(path, false, item) ? accessOf(item) : ItemRemovalAccess{};
+    ItemStatus item;
+    return itemStatus(AT_FDCWD, path.c_str(), item) == 0 ? accessOf(item) : ItemRemovalAccess{};
 }
 
 ItemRemovalAccess itemRemovalAccess(int fd) {
-    struct statx item {};
-    return ::statx(fd, "", AT_EMPTY_PATH, STATX_BASIC_STATS, &item) == 0 ? accessOf(item)
-                                                                         : ItemRemovalAccess{};
+    ItemStatus item;
+    return itemStatus(fd, "", item) == 0 ? accessOf(item) : ItemRemovalAccess{};
 }
 
 bool isDeletableByUser(const ItemRemovalAccess& item, const FolderRemovalAccess& folder) {

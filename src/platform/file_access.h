@@ -6,6 +6,7 @@
 #include <string>
 
 #include "error.h"
+#include "item_status.h"
 #include "unique_fd.h"
 
 namespace corvel {
@@ -63,12 +64,6 @@ bool mayChangeImmutableFlags();
 // The immutable flag of a file or folder (chattr +i). Nothing when it cannot be read:
 // the item is missing, a symbolic link, or on a file system without such flags.
 std::optional<bool> isImmutable(const std::string& path);
-
-// The item a change is meant for: its device and inode.
-struct ItemIdentity {
-    std::uint64_t device = 0;
-    std::uint64_t inode = 0;
-};
 
 // Opens the item at path to change its flags (a final symbolic link is not opened, a
 // device or FIFO never blocks the open). With expected, the item opened must be that one,

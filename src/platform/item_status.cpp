@@ -21,10 +21,11 @@ std::optional<bool> attribute(const struct statx& stx, std::uint64_t which) {
 
 } // namespace
 
-int itemStatus(int dirFd, const char* name, ItemStatus& out) {
+int itemStatus(int dirFd, const char* name, ItemStatus& out, bool followLink) {
     struct statx stx {};
-    if (::statx(dirFd, name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, STATX_BASIC_STATS | STATX_MNT_ID, &stx) !=
-        0)
+    const int flags =
+        AT_NO_AUTOMOUNT | (followLink ? 0 : AT_SYMLINK_NOFOLLOW) | (name[0] == '\0' ? AT_EMPTY_PATH : 0);
+    if (::statx(dirFd, name, flags, STATX_BASIC_STATS | STATX_MNT_ID, &stx) != 0)
         return errno;
     out.type = stx.stx_mode & S_IFMT;
     out.mode = stx.stx_mode & ~S_IFMT;

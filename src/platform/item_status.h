@@ -9,6 +9,13 @@
 
 namespace corvel {
 
+// Which item: its device and inode.
+struct ItemIdentity {
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
+    bool operator==(const ItemIdentity&) const = default;
+};
+
 struct ItemStatus {
     std::uint32_t type = 0; // the S_IFMT bits of the mode
     std::uint32_t mode = 0; // the permission bits, sticky bit included
@@ -26,9 +33,10 @@ struct ItemStatus {
     std::optional<bool> appendOnly;
 };
 
-// The entry name in the folder dirFd (AT_FDCWD: name is a path) into out; 0, or the errno
-// value when it cannot be looked at.
-int itemStatus(int dirFd, const char* name, ItemStatus& out);
+// The entry name in the folder dirFd (AT_FDCWD: name is a path; empty: dirFd itself) into
+// out; 0, or the errno value when it cannot be looked at. followLink: a final symbolic link
+// is followed, for what it leads to.
+int itemStatus(int dirFd, const char* name, ItemStatus& out, bool followLink = false);
 
 // Whether the two are one item (device and inode).
 inline bool sameItem(const ItemStatus& a, const ItemStatus& b) {

@@ -14,15 +14,6 @@ namespace corvel {
 
 namespace {
 
-struct Identity {
-    std::uint64_t device = 0;
-    std::uint64_t inode = 0;
-};
-
-bool sameIdentity(const Identity& a, const Identity& b) {
-    return a.device == b.device && a.inode == b.inode;
-}
-
 // Whether one path lies inside the other (or they are the same).
 bool nested(const std::string& a, const std::string& b) {
     const std::string& shorter = a.size() <= b.size() ? a : b;
@@ -142,7 +133,7 @@ RemovalCheck RemovalVerifier::checkBeforeRemoval(const CVFile& copy, bool perman
     }
     if (!there)
         return check;
-    const Identity copyIdentity{copy.device(), copy.inodeNumber()};
+    const ItemIdentity copyIdentity{copy.device(), copy.inodeNumber()};
     CVGroup* group = copy.parentGroup();
     // The members that stay and still are what the scan saw; the first that stays but
     // cannot serve is named when no kept copy is found.
@@ -166,7 +157,7 @@ RemovalCheck RemovalVerifier::checkBeforeRemoval(const CVFile& copy, bool perman
                 unusable = member->path() + ": " + why;
         }
     for (const Kept& candidate : kept)
-        if (sameIdentity({candidate.member->device(), candidate.member->inodeNumber()}, copyIdentity)) {
+        if (ItemIdentity{candidate.member->device(), candidate.member->inodeNumber()} == copyIdentity) {
             check.reason = kReasonHardLink;
             return check;
         }
@@ -189,13 +180,13 @@ RemovalCheck RemovalVerifier::checkBeforeRemoval(const CVFile& copy, bool perman
                                     fresh ? &*copyStatus : nullptr, fresh ? &keptStatus : nullptr);
         // The paths may have led elsewhere by the time they were compared (a folder of
         // one swapped for a link meanwhile): then what was compared says nothing of them.
-        if (comparison.deviceA != 0 && !sameIdentity({comparison.deviceA, comparison.inodeA}, copyIdentity)) {
+        if (comparison.deviceA != 0 && ItemIdentity{comparison.deviceA, comparison.inodeA} != copyIdentity) {
             check.compared.clear();
             check.reason = kReasonChanged;
             return check;
         }
-        if (comparison.deviceB != 0 && !sameIdentity({comparison.deviceB, comparison.inodeB},
-                                                     {member->device(), member->inodeNumber()})) {
+        if (comparison.deviceB != 0 && ItemIdentity{comparison.deviceB, comparison.inodeB} !=
+                                           ItemIdentity{member->device(), member->inodeNumber()}) {
             if (unusable.empty())
                 unusable = keptPath + ": " + kReasonChanged;
             continue;

@@ -29,6 +29,7 @@
 #include <vector>
 
 #include "engine/node_type.h"
+#include "platform/item_status.h"
 #include "platform/property_value.h"
 #include "platform/text.h"
 
@@ -60,11 +61,7 @@ inline constexpr const char* kGroupIDKey = "ID";
 inline constexpr const char* kGroupExtentionsKey = "Extentions";
 
 // A folder as the file system knows it, whatever path leads to it.
-struct FolderIdentity {
-    std::uint64_t device = 0;
-    std::uint64_t inode = 0;
-    bool operator==(const FolderIdentity&) const = default;
-};
+using FolderIdentity = ItemIdentity;
 
 class CVIgnoreList {
 public:
