@@ -1,4 +1,7 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -81,6 +84,30 @@ TEST(FileAccess, TheImmutableFlagIsReadSetAndCleared) {
     EXPECT_FALSE(isImmutable(tree.symlink("link", file)).has_value());
     EXPECT_FALSE(setImmutable(tree / "missing", true, &error));
     EXPECT_EQ(error.domain, kPosixErrorDomain);
+}
+
+// An append-only folder lets nothing be removed from it, though the user may write in it.
+TEST(FileAccess, AnAppendOnlyFolderForbidsRemoval) {
+    test::TempTree tree;
+    const std::string folder = tree.folder("append-only");
+    const std::string file = tree.file("append-only/x", "x");
+    const auto setAppendOnly = [&](bool on) {
+        const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        int flags = 0;
+        const bool done = fd >= 0 && ::ioctl(fd, FS_IOC_GETFLAGS, &flags) == 0 &&
+                          (flags = on ? (flags | FS_APPEND_FL) : (flags & ~FS_APPEND_FL),
+                           ::ioctl(fd, FS_IOC_SETFLAGS, &flags) == 0);
+        if (fd >= 0)
+            ::close(fd);
+        return done;
+    };
+    if (!setAppendOnly(true))
+        GTEST_SKIP() << "cannot set the append-only flag here";
+    const bool deletable = isDeletableByUser(file);
+    const bool unlinked = ::unlink(file.c_str()) == 0;
+    ASSERT_TRUE(setAppendOnly(false));
+    EXPECT_FALSE(unlinked) << "the system refuses it";
+    EXPECT_FALSE(deletable);
 }
 
 // A locked item is no refusal for a user who may unlock it (a removal does that first), and
