@@ -211,16 +211,27 @@ TEST_F(TrashTest, ClaimNeverOverwritesAnotherInformationFile) {
               "[Trash Info]\nPath=/elsewhere/report.pdf\n");
 }
 
+// Entries without their information files (left by a crash of some program) keep their
+// names: an information file made durable never describes one of them, not even while
+// the item is still on its way.
 TEST_F(TrashTest, AnEntryWithoutInformationKeepsItsName) {
     tree.file("data/Trash/files/report.pdf", "orphan");
+    tree.file("data/Trash/files/report.2.pdf", "orphan 2");
     tree.folder("data/Trash/info");
     const std::string item = tree.file("a/report.pdf", "mine");
-    TrashedItem trashed;
+    Trash trash(environment());
+    TrashBatch batch(trash);
     CVError error;
-    ASSERT_TRUE(Trash(environment()).moveToTrash(item, &trashed, &error)) << error.localizedDescription();
-    EXPECT_EQ(trashed.trashFile, homeTrash() + "/files/report.2.pdf");
+    const auto ticket = batch.add(item, std::nullopt, &error);
+    ASSERT_TRUE(ticket) << error.localizedDescription();
+    ASSERT_TRUE(batch.sync(&error)) << error.localizedDescription();
+    EXPECT_EQ(listFolder(homeTrash() + "/info"), std::set<std::string>{"report.3.pdf.trashinfo"});
+    TrashedItem trashed;
+    ASSERT_TRUE(batch.commit(*ticket, &trashed, &error)) << error.localizedDescription();
+    EXPECT_EQ(trashed.trashFile, homeTrash() + "/files/report.3.pdf");
     EXPECT_EQ(test::TempTree::read(homeTrash() + "/files/report.pdf"), "orphan");
-    EXPECT_EQ(listFolder(homeTrash() + "/info"), std::set<std::string>{"report.2.pdf.trashinfo"});
+    EXPECT_EQ(test::TempTree::read(homeTrash() + "/files/report.2.pdf"), "orphan 2");
+    EXPECT_EQ(listFolder(homeTrash() + "/info"), std::set<std::string>{"report.3.pdf.trashinfo"});
 }
 
 TEST_F(TrashTest, MoveNeverReplacesAnEntryThatAppearsAfterTheClaim) {
