@@ -6,6 +6,11 @@
 #
 #   bench/removal.sh [COUNT] [ROUNDS]
 #
+# FRESH_FS=1 (root only) runs everything on a new ext4 file system in a loop device made
+# for the run: creating files on a volume where many were deleted in the last minutes is
+# several times slower (ext4 skips recently freed inodes), which otherwise makes a run
+# depend on what ran before it.
+#
 # BASELINE=another corvel build (with CORVEL_RESOURCES set for it) adds a pass of that
 # build on its own new set of copies in each round, for a before-and-after comparison
 # within one run: a later run would meet the inodes this one freed at its end.
@@ -18,6 +23,13 @@ baseline=${BASELINE:-}
 make -s build >/dev/null
 scratch=$(mktemp -d /tmp/corvel-removal-bench.XXXXXX)
 trap 'rm -rf "$scratch"' EXIT
+if [[ ${FRESH_FS:-0} == 1 ]]; then
+    image=$(mktemp /tmp/corvel-removal-bench-fs.XXXXXX)
+    truncate -s $((count / 1000 + 4))G "$image"
+    mkfs.ext4 -q -F -N $((count * 12 * (rounds + 1) + 100000)) "$image"
+    mount -o loop "$image" "$scratch"
+    trap 'umount "$scratch"; rm -f "$image"; rm -rf "$scratch"' EXIT
+fi
 export HOME=$scratch/home XDG_CONFIG_HOME=$scratch/home/.config
 mkdir -p "$HOME"
 settings=$scratch/settings.plist

@@ -212,7 +212,8 @@ void CVSignature::wholeFile(const std::string& path, std::uint64_t size) {
         m_readError = errno;
         return;
     }
-    if (static_cast<std::uint64_t>(st.st_size) < length)
+    // A file grown or cut since the walk does not hold the bytes filed under its size.
+    if (static_cast<std::uint64_t>(st.st_size) != size)
         return;
     m_streamPath = path;
     m_length = length;

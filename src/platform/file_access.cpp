@@ -61,24 +61,20 @@ FolderRemovalAccess folderRemovalAccess(const std::string& folder) {
     return access;
 }
 
-namespace {
-
-ItemRemovalAccess accessOf(const ItemStatus& item) {
+ItemRemovalAccess itemRemovalAccess(const ItemStatus& status) {
     // A link's own flags do not lock it; only files and folders carry them.
-    const bool flagged = item.type == S_IFREG || item.type == S_IFDIR;
-    return ItemRemovalAccess{true, item.owner, flagged && forbidsRemoval(item)};
+    const bool flagged = status.type == S_IFREG || status.type == S_IFDIR;
+    return ItemRemovalAccess{true, status.owner, flagged && forbidsRemoval(status)};
 }
-
-} // namespace
 
 ItemRemovalAccess itemRemovalAccess(const std::string& path) {
     ItemStatus item;
-    return itemStatus(AT_FDCWD, path.c_str(), item) == 0 ? accessOf(item) : ItemRemovalAccess{};
+    return itemStatus(AT_FDCWD, path.c_str(), item) == 0 ? itemRemovalAccess(item) : ItemRemovalAccess{};
 }
 
 ItemRemovalAccess itemRemovalAccess(int fd) {
     ItemStatus item;
-    return itemStatus(fd, "", item) == 0 ? accessOf(item) : ItemRemovalAccess{};
+    return itemStatus(fd, "", item) == 0 ? itemRemovalAccess(item) : ItemRemovalAccess{};
 }
 
 bool isDeletableByUser(const ItemRemovalAccess& item, const FolderRemovalAccess& folder) {

@@ -39,6 +39,8 @@ struct ItemRemovalAccess {
 ItemRemovalAccess itemRemovalAccess(const std::string& path);
 // Of an open file: a caller that has the file open reads it without a path lookup.
 ItemRemovalAccess itemRemovalAccess(int fd);
+// Of an item whose status the caller took.
+ItemRemovalAccess itemRemovalAccess(const ItemStatus& status);
 // isDeletableByUser for an item and its folder whose access was read before.
 bool isDeletableByUser(const ItemRemovalAccess& item, const FolderRemovalAccess& folder);
 

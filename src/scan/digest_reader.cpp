@@ -10,6 +10,7 @@
 #include "engine/node_type.h"
 #include "engine/signature.h"
 #include "platform/file_io.h"
+#include "platform/item_status.h"
 
 namespace corvel {
 
@@ -33,7 +34,16 @@ SignatureDigest digestOfFile(CVFile& file, KeptBytesBudget* budget) {
             digest.error = errno;
             return digest;
         }
-        digest.item = itemRemovalAccess(opened.fd());
+        ItemStatus status;
+        if (itemStatus(opened.fd(), "", status) == 0) {
+            // A file written to since the walk (grown, or cut and written again) no longer
+            // holds the bytes filed under its size: it pairs with nothing, as one cut short.
+            if (status.size != size)
+                return digest;
+            digest.item = itemRemovalAccess(status);
+        } else {
+            digest.item = ItemRemovalAccess{};
+        }
         std::uint8_t* into;
         if (expected <= kKeptSignatureBytes)
             digest.bytes = makeKeptBytes(expected, budget);

@@ -165,9 +165,11 @@ void FolderWalk::visitName(std::size_t index) {
         reportFailure(name, failed);
     } else if (S_ISDIR(st.st_mode)) {
         visitFolder({name, &st, fd, openError});
-    } else if (!S_ISLNK(st.st_mode)) {
+    } else if (S_ISREG(st.st_mode)) {
         visitFile(name, st, false);
     } else {
+        // A link, pipe, socket or device has no content to compare: no node, and its folder
+        // is known to hold something the tree does not show.
         reportUnseen(name);
     }
 }

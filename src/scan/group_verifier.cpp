@@ -89,17 +89,17 @@ GroupVerification verifySampledGroups(const std::vector<GroupPtr>& groups, unsig
         if (found.stopped)
             continue;
         const auto files = groups[g]->files();
-        std::size_t kept = 0;
+        if (found.members.size() == 1 && found.members.front().size() == files.size()) {
+            groups[g]->setContentVerified(true);
+            verification.groups.push_back(groups[g]);
+            ++verification.confirmed;
+            continue;
+        }
+        // Some copies differ: each class of two or more equal ones is a group of its own.
+        bool anyKept = false;
         for (const auto& equal : found.members) {
             if (equal.size() < 2)
                 continue;
-            if (equal.size() == files.size()) {
-                groups[g]->setContentVerified(true);
-                verification.groups.push_back(groups[g]);
-                ++verification.confirmed;
-                kept = files.size();
-                break;
-            }
             auto group = CVGroup::initWithCVFile(files[equal.front()]);
             for (std::size_t m = 1; m < equal.size(); ++m)
                 group->addFile(files[equal[m]]);
@@ -107,14 +107,12 @@ GroupVerification verifySampledGroups(const std::vector<GroupPtr>& groups, unsig
             if (group->hardLinkCheck())
                 continue;
             verification.groups.push_back(group);
-            kept += equal.size();
+            anyKept = true;
         }
-        if (kept == files.size())
-            continue;
-        if (kept == 0)
-            ++verification.dropped;
-        else
+        if (anyKept)
             ++verification.split;
+        else
+            ++verification.dropped;
     }
     return verification;
 }

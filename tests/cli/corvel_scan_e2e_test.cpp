@@ -327,6 +327,14 @@ TEST_F(CorvelScan, GroupsComparedOnSamplesSaySoAndVerifyConfirmsThem) {
     otherAltered[15000] = '#';
     tree.file("differ/one.bin", other);
     tree.file("differ/two.bin", otherAltered);
+    std::string third = big; // two pairs alike on their samples: split, nothing dropped
+    third[0] = 'Y';
+    std::string thirdAltered = third;
+    thirdAltered[15000] = '#';
+    for (const char* name : {"pairs/one.bin", "pairs/two.bin"})
+        tree.file(name, third);
+    for (const char* name : {"pairs/three.bin", "pairs/four.bin"})
+        tree.file(name, thirdAltered);
     tree.file("small/a.txt", "small and whole");
     tree.file("small/b.txt", "small and whole");
     auto groupsOf = [](const nlohmann::json& doc) {
@@ -341,8 +349,10 @@ TEST_F(CorvelScan, GroupsComparedOnSamplesSaySoAndVerifyConfirmsThem) {
         corvel("scan --json --min-size 1 " + settings() + " " + quoted(tree.path()), home);
     ASSERT_EQ(sampled.status, 0) << sampled.err;
     EXPECT_EQ(groupsOf(nlohmann::json::parse(sampled.out)),
-              (std::map<std::string, bool>{
-                  {tree / "same", false}, {tree / "differ", false}, {tree / "small", true}}));
+              (std::map<std::string, bool>{{tree / "same", false},
+                                           {tree / "differ", false},
+                                           {tree / "pairs", false},
+                                           {tree / "small", true}}));
     const Outcome text = corvel("scan --min-size 1 " + settings() + " " + quoted(tree.path()), home);
     EXPECT_NE(text.out.find("compared by samples"), std::string::npos) << text.out;
 
@@ -350,14 +360,19 @@ TEST_F(CorvelScan, GroupsComparedOnSamplesSaySoAndVerifyConfirmsThem) {
         corvel("scan --json --verify --min-size 1 " + settings() + " " + quoted(tree.path()), home);
     ASSERT_EQ(verified.status, 0) << verified.err;
     EXPECT_EQ(groupsOf(nlohmann::json::parse(verified.out)),
-              (std::map<std::string, bool>{{tree / "same", true}, {tree / "small", true}}))
+              (std::map<std::string, bool>{{tree / "same", true}, {tree / "pairs", true}, {tree / "small", true}}))
         << "the pair that differs beyond its samples is dropped";
-    EXPECT_NE(verified.err.find("--verify: 0 groups split and 1 dropped"), std::string::npos) << verified.err;
+    const auto doc = nlohmann::json::parse(verified.out);
+    EXPECT_EQ(std::count_if(doc["groups"].begin(), doc["groups"].end(),
+                            [](const auto& group) { return group["files"].size() == 2; }),
+              4)
+        << "same, small and the two pairs";
+    EXPECT_NE(verified.err.find("--verify: 1 group split and 1 dropped"), std::string::npos) << verified.err;
 }
 
-// The walk leaves some things out of the tree (links, hidden and excluded folders), so two
-// folders whose nodes match may still differ there: such a group is only sampled, and
-// --verify compares the folders whole, splitting those that differ.
+// The walk leaves some things out of the tree (links, pipes, sockets, devices, hidden and
+// excluded folders), so two folders whose nodes match may still differ there: such a group
+// is only sampled, and --verify compares the folders whole, splitting those that differ.
 TEST_F(CorvelScan, FoldersHoldingWhatTheWalkLeavesOutAreComparedWholeByVerify) {
     struct Case {
         const char* name;
@@ -379,6 +394,8 @@ TEST_F(CorvelScan, FoldersHoldingWhatTheWalkLeavesOutAreComparedWholeByVerify) {
          ""},
         {"links to one place", [&](const std::string& f, bool) { tree.symlink(f + "/link", "/a"); }, true,
          ""},
+        {"pipes", [&](const std::string& f, bool) { ::mkfifo((tree / (f + "/p")).c_str(), 0600); }, false, ""},
+        {"sockets", [&](const std::string& f, bool) { tree.socket(f + "/s"); }, false, ""},
         {"a link in one folder only",
          [&](const std::string& f, bool second) {
              if (second)

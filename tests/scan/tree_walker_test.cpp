@@ -187,9 +187,9 @@ std::vector<std::string> referenceWalk(const std::string& root) {
             lines.push_back("D " + name + detail());
         else if (e->fts_info == FTS_DP)
             lines.push_back("E " + name);
-        else if (e->fts_info == FTS_F || e->fts_info == FTS_DEFAULT)
+        else if (e->fts_info == FTS_F)
             lines.push_back("f " + name + detail());
-        else if (e->fts_info == FTS_SL || e->fts_info == FTS_SLNONE)
+        else if (e->fts_info == FTS_SL || e->fts_info == FTS_SLNONE || e->fts_info == FTS_DEFAULT)
             lines.push_back("~ " + name);
         else
             lines.push_back("! " + std::string(e->fts_path) + " " + std::to_string(e->fts_errno));
