@@ -359,8 +359,9 @@ TEST_F(CorvelScan, GroupsComparedOnSamplesSaySoAndVerifyConfirmsThem) {
     const Outcome verified =
         corvel("scan --json --verify --min-size 1 " + settings() + " " + quoted(tree.path()), home);
     ASSERT_EQ(verified.status, 0) << verified.err;
-    EXPECT_EQ(groupsOf(nlohmann::json::parse(verified.out)),
-              (std::map<std::string, bool>{{tree / "same", true}, {tree / "pairs", true}, {tree / "small", true}}))
+    EXPECT_EQ(
+        groupsOf(nlohmann::json::parse(verified.out)),
+        (std::map<std::string, bool>{{tree / "same", true}, {tree / "pairs", true}, {tree / "small", true}}))
         << "the pair that differs beyond its samples is dropped";
     const auto doc = nlohmann::json::parse(verified.out);
     EXPECT_EQ(std::count_if(doc["groups"].begin(), doc["groups"].end(),
@@ -394,7 +395,8 @@ TEST_F(CorvelScan, FoldersHoldingWhatTheWalkLeavesOutAreComparedWholeByVerify) {
          ""},
         {"links to one place", [&](const std::string& f, bool) { tree.symlink(f + "/link", "/a"); }, true,
          ""},
-        {"pipes", [&](const std::string& f, bool) { ::mkfifo((tree / (f + "/p")).c_str(), 0600); }, false, ""},
+        {"pipes", [&](const std::string& f, bool) { ::mkfifo((tree / (f + "/p")).c_str(), 0600); }, false,
+         ""},
         {"sockets", [&](const std::string& f, bool) { tree.socket(f + "/s"); }, false, ""},
         {"a link in one folder only",
          [&](const std::string& f, bool second) {
