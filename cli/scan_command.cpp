@@ -110,18 +110,29 @@ void reportUnread(const std::vector<IncompleteFolder>& folders, const UnreadFile
     std::cerr << unreadReport(folders, files.named(), files.count());
 }
 
-// Says which protected system folders inside the roots were left out: the first few by
-// name, then how many in all.
+// How many folders a line about folders left out names before "...".
 constexpr std::size_t kSkippedFoldersNamed = 3;
 
-void reportSkippedSystemFolders(const std::vector<std::string>& folders) {
+// Says something of some folders (nothing when there are none), naming the first few.
+void reportFolders(const std::string& said, const std::vector<std::string>& folders) {
     if (folders.empty())
         return;
-    std::cerr << "corvel: skipped " << folders.size() << " protected folder"
-              << (folders.size() == 1 ? "" : "s") << ": ";
+    std::cerr << "corvel: " << said << ": ";
     for (std::size_t i = 0; i < folders.size() && i < kSkippedFoldersNamed; ++i)
         std::cerr << (i ? ", " : "") << escapedForTerminal(folders[i]);
     std::cerr << (folders.size() > kSkippedFoldersNamed ? ", ...\n" : "\n");
+}
+
+// The protected system folders inside the roots that were left out, and how many.
+void reportSkippedSystemFolders(const std::vector<std::string>& folders) {
+    reportFolders("skipped " + std::to_string(folders.size()) + " protected folder" +
+                      (folders.size() == 1 ? "" : "s"),
+                  folders);
+}
+
+// Drives mounted inside the folders scanned: the walk stays on each folder's file system.
+void reportFoldersOnOtherVolumes(const std::vector<std::string>& folders) {
+    reportFolders("not looked into, on another file system", folders);
 }
 
 // Whether no root could be read: each could not be listed, or was listed without a
@@ -297,6 +308,7 @@ std::optional<int> reportScanProblems(const CVDuplicatesLocator& locator, const 
     }
     if (const auto hierarchy = locator.hierarchy()) {
         reportSkippedSystemFolders(hierarchy->skippedSystemFolders());
+        reportFoldersOnOtherVolumes(hierarchy->foldersOnOtherVolumes());
         reportUnread(hierarchy->incompleteFolders(), locator.unreadFiles());
         if (!g_interrupted && noRootWasRead(roots, *hierarchy)) {
             std::cerr << (roots.size() == 1 ? "corvel: the folder could not be read\n"

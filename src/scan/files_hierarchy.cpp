@@ -184,6 +184,11 @@ void CVFilesHierarchy::rescan() {
             break;
         buildHierarchyForPath(root);
     }
+    // A volume mounted inside "/" and given as a root of its own was walked after all.
+    std::erase_if(m_foldersOnOtherVolumes, [&](const std::string& folder) {
+        return std::any_of(m_rootPaths.begin(), m_rootPaths.end(),
+                           [&](const CVScanPath& root) { return correctedPath(root.path) == folder; });
+    });
     m_filesGroupedBySize.file();
 }
 
@@ -308,6 +313,8 @@ void CVFilesHierarchy::addFolder(Walk& walk, const WalkEntry& entry) {
         folder->setServices(m_services.nodes);
     if (entry.systemFolder)
         m_skippedSystemFolders.push_back(path);
+    else if (entry.notEntered && !entry.ignored)
+        m_foldersOnOtherVolumes.push_back(path);
     if (entry.depthLimited && !walk.deepestLogged) {
         systemLog("Deepest Level Reached");
         walk.deepestLogged = true;

@@ -85,6 +85,9 @@ public:
     void setCounters(ScanCounters* counters) { m_counters = counters; }
     // The protected system folders met inside the roots and left out, in walk order.
     const std::vector<std::string>& skippedSystemFolders() const { return m_skippedSystemFolders; }
+    // The folders met inside the roots that lie on another file system (a mounted drive),
+    // which the walk does not enter, in walk order; a root walked on its own is not one.
+    const std::vector<std::string>& foldersOnOtherVolumes() const { return m_foldersOnOtherVolumes; }
 
     // Entries deeper than this under plain folders are not entered.
     static constexpr int kMaxPlainDepth = TreeWalker::kMaxPlainDepth;
@@ -105,6 +108,7 @@ private:
     void noteIncomplete(Walk& walk, const WalkEntry& entry, const std::string& reason);
     std::vector<IncompleteFolder> m_incompleteFolders;
     std::vector<std::string> m_skippedSystemFolders;
+    std::vector<std::string> m_foldersOnOtherVolumes;
     ScanCounters* m_counters = nullptr;
     TreeWalker::Options m_walkOptions{TreeWalker::defaultThreads(), false};
     std::vector<NodePtr> m_topNodes;

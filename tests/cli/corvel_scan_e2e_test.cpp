@@ -22,6 +22,7 @@
 #include "report.h"
 #include "support/long_path.h"
 #include "support/other_user.h"
+#include "support/scoped_mount.h"
 #include "support/temp_tree.h"
 
 namespace corvel {
@@ -930,6 +931,28 @@ TEST_F(CorvelScan, ProtectedFoldersInsideARootAreNamedOnce) {
         << run.err;
     const Outcome none = corvel("scan " + settings() + " " + quoted(tree.folder("plain")), home);
     EXPECT_EQ(none.err.find("protected"), std::string::npos) << none.err;
+}
+
+// The walk stays on each folder's file system: a drive mounted inside is named, and is
+// scanned when given beside the other folders.
+TEST_F(CorvelScan, ADriveMountedInsideIsNamedAndScannedWhenGivenBesideTheOthers) {
+    const std::string disk = tree.folder("media/disk");
+    test::ScopedMount mounted("corvel-test", disk, "tmpfs", 0, "size=1m");
+    if (!mounted.mounted())
+        GTEST_SKIP() << mounted.why();
+    tree.file("media/disk/photo.jpg", std::string(70000, 'p'));
+    tree.file("media/photos/photo.jpg", std::string(70000, 'p'));
+    const Outcome inside = corvel("scan --json " + settings() + " " + quoted(tree / "media"), home);
+    ASSERT_EQ(inside.status, 0) << inside.err;
+    EXPECT_TRUE(nlohmann::json::parse(inside.out)["groups"].empty()) << inside.out;
+    EXPECT_NE(inside.err.find("corvel: not looked into, on another file system: " + disk + "\n"),
+              std::string::npos)
+        << inside.err;
+    const Outcome beside =
+        corvel("scan --json " + settings() + " " + quoted(tree / "media/photos") + " " + quoted(disk), home);
+    ASSERT_EQ(beside.status, 0) << beside.err;
+    EXPECT_EQ(nlohmann::json::parse(beside.out)["groups"].size(), 1u) << beside.out;
+    EXPECT_EQ(beside.err.find("another file system"), std::string::npos) << beside.err;
 }
 
 } // namespace
