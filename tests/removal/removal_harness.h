@@ -295,6 +295,8 @@ struct RemovalHarness {
     std::unique_ptr<CVRemovalPass> pass(bool toTrash, bool removeEmptyFolders = false) {
         return pass(options(toTrash, removeEmptyFolders));
     }
+    // A dry run, made and run to its end.
+    std::unique_ptr<CVRemovalPass> dryRun(bool toTrash, bool removeEmptyFolders = false);
 
     // The statistics record of the scan.
     PropertyValue lastRecord() const {
@@ -310,6 +312,14 @@ inline void runPass(CVRemovalPass& pass) {
         MainQueue::shared().runUntil([&] { return !pass.isPassThreadRunning(); }, std::chrono::seconds(60)));
     pass.waitForPass();
     MainQueue::shared().drain();
+}
+
+inline std::unique_ptr<CVRemovalPass> RemovalHarness::dryRun(bool toTrash, bool removeEmptyFolders) {
+    auto o = options(toTrash, removeEmptyFolders);
+    o.dryRun = true;
+    auto dry = pass(o);
+    runPass(*dry);
+    return dry;
 }
 
 inline bool exists(const std::string& path) {

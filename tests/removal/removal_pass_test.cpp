@@ -1268,10 +1268,7 @@ TEST(RemovalOnAReadOnlyVolume, TheDryRunSaysWhatTheRealRunDoesAndNoDeletingIsSug
         h.group({kept, copy}, {1});
         ASSERT_EQ(::mount(nullptr, volume.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0)
             << std::strerror(errno);
-        auto options = h.options(toTrash);
-        options.dryRun = true;
-        auto dry = h.pass(options);
-        runPass(*dry);
+        auto dry = h.dryRun(toTrash);
         auto real = h.pass(toTrash, false);
         runPass(*real);
         ASSERT_EQ(dry->records().size(), 1u);
@@ -1299,10 +1296,7 @@ TEST(RemovalDryRunRefusals, AFolderTheUserMayNotChangeIsNamed) {
         test::giveToAnotherUser(h.tree.path());
         ASSERT_EQ(::chmod(h.files("locked").c_str(), 0555), 0);
         const int answer = test::runAsAnotherUser([&] {
-            auto options = h.options(toTrash);
-            options.dryRun = true;
-            auto dry = h.pass(options);
-            runPass(*dry);
+            auto dry = h.dryRun(toTrash);
             if (dry->records().size() != 1 || dry->records()[0].outcome != Outcome::WouldFail)
                 return 1;
             return dry->records()[0].error.find(std::strerror(EACCES)) != std::string::npos ? 0 : 2;
@@ -1323,10 +1317,7 @@ TEST(RemovalDryRunRefusals, AFolderCopyTheUserMayNotWriteInWouldNotMove) {
     test::giveToAnotherUser(h.tree.path());
     ASSERT_EQ(::chmod(h.files("copy").c_str(), 0555), 0);
     const int answer = test::runAsAnotherUser([&] {
-        auto options = h.options(true);
-        options.dryRun = true;
-        auto dry = h.pass(options);
-        runPass(*dry);
+        auto dry = h.dryRun(true);
         if (dry->records().size() != 1 || dry->records()[0].outcome != Outcome::WouldFail ||
             dry->records()[0].error != std::strerror(EACCES))
             return 1;
@@ -1591,10 +1582,7 @@ TEST_P(RemovalDryRun, ChangesNothingAndSaysWhatWouldHappen) {
     // A change not yet saved stays unsaved: the dry run writes no settings.
     h.scan.defaults.setObject(PropertyValue("not saved yet"), "UnsavedChoice");
 
-    auto options = h.options(toTrash, true);
-    options.dryRun = true;
-    auto pass = h.pass(options);
-    runPass(*pass);
+    auto pass = h.dryRun(toTrash, true);
 
     snapshot(h.tree.path(), after);
     EXPECT_EQ(after, before);
