@@ -72,11 +72,6 @@ ItemRemovalAccess itemRemovalAccess(const std::string& path) {
     return itemStatus(AT_FDCWD, path.c_str(), item) == 0 ? itemRemovalAccess(item) : ItemRemovalAccess{};
 }
 
-ItemRemovalAccess itemRemovalAccess(int fd) {
-    ItemStatus item;
-    return itemStatus(fd, "", item) == 0 ? itemRemovalAccess(item) : ItemRemovalAccess{};
-}
-
 bool isDeletableByUser(const ItemRemovalAccess& item, const FolderRemovalAccess& folder) {
     if (!folder.usable || !item.exists || item.locked)
         return false;

@@ -37,9 +37,8 @@ struct ItemRemovalAccess {
 };
 // Of the item at path, a final symbolic link not followed.
 ItemRemovalAccess itemRemovalAccess(const std::string& path);
-// Of an open file: a caller that has the file open reads it without a path lookup.
-ItemRemovalAccess itemRemovalAccess(int fd);
-// Of an item whose status the caller took.
+// Of an item whose status the caller took (a caller with the file open takes it from the
+// descriptor, without a path look-up).
 ItemRemovalAccess itemRemovalAccess(const ItemStatus& status);
 // isDeletableByUser for an item and its folder whose access was read before.
 bool isDeletableByUser(const ItemRemovalAccess& item, const FolderRemovalAccess& folder);

@@ -35,15 +35,12 @@ SignatureDigest digestOfFile(CVFile& file, KeptBytesBudget* budget) {
             return digest;
         }
         ItemStatus status;
-        if (itemStatus(opened.fd(), "", status) == 0) {
-            // A file written to since the walk (grown, or cut and written again) no longer
-            // holds the bytes filed under its size: it pairs with nothing, as one cut short.
-            if (status.size != size)
-                return digest;
-            digest.item = itemRemovalAccess(status);
-        } else {
-            digest.item = ItemRemovalAccess{};
-        }
+        const bool seen = itemStatus(opened.fd(), "", status) == 0;
+        // A file written to since the walk (grown, or cut and written again) no longer holds
+        // the bytes filed under its size: it pairs with nothing, as one cut short.
+        if (seen && status.size != size)
+            return digest;
+        digest.item = seen ? itemRemovalAccess(status) : ItemRemovalAccess{};
         std::uint8_t* into;
         if (expected <= kKeptSignatureBytes)
             digest.bytes = makeKeptBytes(expected, budget);
